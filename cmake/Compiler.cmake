@@ -1,0 +1,14 @@
+# Warnings and sanitizers, the same for every target of the project.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wundef)
+if(SORVANE_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+if(SORVANE_SANITIZERS)
+  add_compile_options(-fsanitize=${SORVANE_SANITIZERS} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${SORVANE_SANITIZERS})
+  if(SORVANE_SANITIZERS MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()

@@ -1,0 +1,91 @@
+// Messages: the dictionary of a request or a reply, in the form in which it travels.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/NSException.h"
+
+namespace sorvane {
+
+/// One entry of a message. Both are views into the message's bytes.
+struct MessageEntry {
+  std::string_view key;    ///< UTF-8, no NUL; may be empty
+  std::string_view value;  ///< any bytes; a text carries its terminating NUL
+};
+
+/// Appends entries to a buffer in the wire form; the buffer belongs to the caller. A key must be
+/// UTF-8 without a NUL, at most 65,535 bytes, and must not come twice; nobody checks it here.
+class MessageWriter {
+ public:
+  explicit MessageWriter(std::string& buffer) : buffer_(buffer) {}
+
+  /// A text value: the bytes of `text` and one NUL.
+  void text(std::string_view key, std::string_view text);
+  /// A data value, exactly these bytes.
+  void data(std::string_view key, std::string_view bytes);
+
+ private:
+  std::string& buffer_;
+};
+
+/// A dictionary from text keys to bytes. Keys are unique and the order in which they came is kept.
+/// A message either owns its bytes (built with `setText` and `setData`, or read from a reply) or
+/// lies in somebody's buffer (a request being delivered); a copy always owns.
+class Message {
+ public:
+  Message() = default;
+  Message(std::initializer_list<std::pair<std::string_view, std::string_view>> texts);
+  Message(const Message& other);
+  Message(Message&& other) noexcept;
+  Message& operator=(const Message& other);
+  Message& operator=(Message&& other) noexcept;
+  ~Message() = default;
+
+  /// Adds an entry, or replaces the value of the key in its place.
+  Message& setText(std::string_view key, std::string_view text);
+  Message& setData(std::string_view key, std::string_view bytes);
+
+  /// Makes this message the dictionary that `body` holds, in place: nothing is copied, and nothing
+  /// allocated once the entry list has grown to its working size. `body` must outlive the use.
+  /// Answers null, or why it is no dictionary (a static text); the message is then empty.
+  [[nodiscard]] const char* readBody(std::string_view body);
+
+  /// The entries in the order in which they came.
+  [[nodiscard]] const std::vector<MessageEntry>& entries() const { return entries_; }
+  /// All entries in the wire form, back to back.
+  [[nodiscard]] std::string_view body() const { return body_; }
+
+  [[nodiscard]] bool contains(std::string_view key) const { return find(key) != nullptr; }
+  /// The bytes under a key; nothing when the key is missing.
+  [[nodiscard]] std::optional<std::string_view> data(std::string_view key) const;
+  /// The text under a key, without what follows its first NUL; nothing when the key is missing or
+  /// the value is no text (no bytes at all, or not UTF-8). For readers that have an answer of their
+  /// own for that.
+  [[nodiscard]] std::optional<std::string_view> text(std::string_view key) const;
+  /// The text under a key that a command needs. Raises NSException when it is missing or no text.
+  [[nodiscard]] std::string_view requiredText(std::string_view key) const;
+
+  /// The message as text, a property list of its values: texts as strings, other bytes as data.
+  [[nodiscard]] std::string description() const;
+
+ private:
+  [[nodiscard]] const MessageEntry* find(std::string_view key) const;
+  void append(std::string_view key, std::string_view bytes);
+  void own(std::string_view body);
+
+  std::string owned_;  // empty while the bytes are somebody else's
+  std::string_view body_;
+  std::vector<MessageEntry> entries_;  // views into body_
+};
+
+/// The text of a value: its bytes up to the first NUL, or all of them; nothing when it has no bytes
+/// or is not UTF-8.
+[[nodiscard]] std::optional<std::string_view> textOfValue(std::string_view bytes);
+
+}  // namespace sorvane

@@ -1,0 +1,33 @@
+// A lock that one process of this host holds at a time, by the name of the program.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace sorvane {
+
+/// The lock goes with the process, however that ends. It works for any user, whoever created the
+/// file.
+class VNFileLock {
+ public:
+  /// A lock object for the program of that name: `<LockDirectory>/<name>.lock`. Nothing is opened
+  /// yet.
+  [[nodiscard]] static std::shared_ptr<VNFileLock> fileLockWithSorvaneProcessName(
+      const std::string& name);
+
+  ~VNFileLock();
+  VNFileLock(const VNFileLock&) = delete;
+  VNFileLock& operator=(const VNFileLock&) = delete;
+
+  /// True when this process now holds the lock; false when another holds it, or when the file
+  /// cannot be opened (one console line tells why). A missing folder is created. Never waits.
+  [[nodiscard]] bool obtainLock();
+
+ private:
+  explicit VNFileLock(std::string path);
+
+  const std::string path_;
+  int descriptor_ = -1;
+};
+
+}  // namespace sorvane

@@ -1,0 +1,34 @@
+// Files and folders of a test's own.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace sorvane::test {
+
+/// A fresh folder below the system's temporary folder, removed with everything in it at the end of
+/// its life.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+  [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
+    return path_ / name;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// The whole content of a file; fails the running test and answers "" when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
+/// Writes a file anew, creating the folders above it.
+void writeFile(const std::filesystem::path& path, std::string_view content);
+
+}  // namespace sorvane::test
