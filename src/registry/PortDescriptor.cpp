@@ -1,0 +1,73 @@
+#include "registry/PortDescriptor.h"
+
+#include "platform/TimeSource.h"
+
+namespace sorvane {
+
+PortDescriptor::Registration PortDescriptor::registration() const {
+  return {portKey(), portName(), portHostAddress(), portHost(), portNumber(), portType()};
+}
+
+void PortDescriptor::setRegistration(const Registration& registration) {
+  port_.setAll({registration.portKey, registration.portName, registration.portHostAddress,
+                registration.portHost, registration.portNumber, registration.portType});
+}
+
+std::optional<std::string_view> PortDescriptor::alertStatus() {
+  const auto alert = state_.text(kAlert);
+  if (alert && timeIntervalSinceReferenceDate() > alertStatusTimestamp_ + kAlertLifetime) {
+    state_.set(kAlert, std::nullopt);
+    return std::nullopt;
+  }
+  return alert;
+}
+
+void PortDescriptor::setAlertStatus(std::optional<std::string_view> text) {
+  state_.set(kAlert, text);
+  alertStatusTimestamp_ = timeIntervalSinceReferenceDate();
+}
+
+void PortDescriptor::createInfo() {
+  if (info_ == nullptr) {
+    info_ = std::make_unique<Info>();
+  }
+}
+
+bool PortDescriptor::isDirty() const {
+  return dirty_ ||
+         (markings_ != nullptr && markings_->load(std::memory_order_acquire) != clearedAtMarking_);
+}
+
+void PortDescriptor::setDirty(bool dirty) {
+  dirty_ = dirty;
+  if (markings_ != nullptr) {
+    clearedAtMarking_ = markings_->load(std::memory_order_acquire);
+  }
+}
+
+bool PortDescriptor::takeDirty() {
+  const std::uint64_t markings =
+      markings_ == nullptr ? clearedAtMarking_ : markings_->load(std::memory_order_acquire);
+  const bool wasDirty = dirty_ || markings != clearedAtMarking_;
+  dirty_ = false;
+  clearedAtMarking_ = markings;
+  return wasDirty;
+}
+
+void PortDescriptor::joinWatchList(const std::atomic<std::uint64_t>& markings) {
+  if (markings_ == nullptr) {
+    markings_ = &markings;
+    clearedAtMarking_ = markings.load(std::memory_order_acquire);
+  }
+  ++timesOnWatchList_;
+}
+
+std::uint32_t PortDescriptor::leaveWatchList() {
+  const std::uint32_t times = timesOnWatchList_;
+  dirty_ = isDirty();
+  markings_ = nullptr;
+  timesOnWatchList_ = 0;
+  return times;
+}
+
+}  // namespace sorvane
