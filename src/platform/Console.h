@@ -1,6 +1,8 @@
 // The system console: standard error, and the system's log where one runs.
 #pragma once
 
+#include <chrono>
+#include <mutex>
 #include <string_view>
 
 namespace sorvane {
@@ -13,24 +15,29 @@ namespace sorvane {
 void consoleLine(std::string_view text);
 
 /// Limits the console lines of one cause, such as malformed frames: at most `kBurst` lines within
-/// `kSeconds`, and one line with the count of those left out when the next period begins.
+/// `kSeconds`. The first line after that is preceded by one with the count of those left out. Any
+/// thread.
 class ConsoleRateLimit {
  public:
+  using Clock = std::chrono::steady_clock;
   static constexpr int kBurst = 20;
   static constexpr int kSeconds = 10;
 
-  /// Writes the line, or counts it as left out. Any thread.
-  void line(std::string_view text);
+  /// Writes the line, or counts it as left out. `now` is the present moment; tests give their own.
+  void line(std::string_view text, Clock::time_point now = Clock::now());
 
  private:
-  struct State;
-  long long periodStart_ = 0;
+  // Guarded by mutex_, which is not held while a line is written.
+  std::mutex mutex_;
+  Clock::time_point periodStart_{};
   int written_ = 0;
-  int leftOut_ = 0;
+  long long leftOut_ = 0;
 };
 
-/// Receives the console's lines instead of standard error; null puts that back. For tests.
+/// Receives each line, without the name, the process number and the line feed, instead of standard
+/// error and the system's log. May be called by several threads at once.
 using ConsoleSink = void (*)(std::string_view line);
+/// Null puts the real console back. For tests. Any thread.
 void setConsoleSink(ConsoleSink sink);
 
 }  // namespace sorvane
