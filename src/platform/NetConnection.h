@@ -118,6 +118,9 @@ class NetConnection {
   /// Closes; nothing happens when it is not connected.
   void invalidate();
   [[nodiscard]] bool isConnected() const;
+  /// True when the connection was lost because the other side closed it, rather than by a time
+  /// limit or a malformed reply.
+  [[nodiscard]] bool wasClosedByPeer() const;
   /// Why the last call failed, in words; empty after success.
   [[nodiscard]] const std::string& lastError() const;
   /// Time limits of this connection from now on.
