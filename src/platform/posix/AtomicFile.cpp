@@ -1,0 +1,232 @@
+#include "platform/AtomicFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+
+namespace sorvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::error_code lastError() { return {errno, std::generic_category()}; }
+
+/// Repeats a system call that a signal interrupted.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) {
+    result = call();
+  }
+  return result;
+}
+
+class Descriptor {
+ public:
+  Descriptor(const fs::path& path, int flags, mode_t mode = 0)
+      : number_(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); })) {}
+  ~Descriptor() {
+    if (isOpen()) {
+      ::close(number_);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  [[nodiscard]] bool isOpen() const { return number_ != -1; }
+  [[nodiscard]] int number() const { return number_; }
+
+ private:
+  const int number_;
+};
+
+/// The file that `path` means when it is a symbolic link, however many links follow each other; the
+/// last one need not name anything that exists.
+std::error_code followLinks(fs::path& path) {
+  constexpr int kMostLinks = 40;
+  std::error_code error;
+  for (int links = 0; fs::is_symlink(fs::symlink_status(path, error)); ++links) {
+    if (links == kMostLinks) {
+      return std::make_error_code(std::errc::too_many_symbolic_link_levels);
+    }
+    const fs::path target = fs::read_symlink(path, error);
+    if (error) {
+      return error;
+    }
+    path = path.parent_path() / target;
+  }
+  return {};  // what keeps the path from being reached is told by the first use of it
+}
+
+fs::path folderOf(const fs::path& path) {
+  return path.has_parent_path() ? path.parent_path() : fs::path(".");
+}
+
+std::error_code flush(int descriptor) {
+  return uninterrupted([&] { return ::fsync(descriptor); }) == -1 ? lastError() : std::error_code();
+}
+
+std::error_code flushFolder(const fs::path& folder) {
+  const Descriptor descriptor(folder, O_RDONLY | O_DIRECTORY);
+  if (!descriptor.isOpen()) {
+    return lastError();
+  }
+  const std::error_code error = flush(descriptor.number());
+  // Some file systems have no way to flush a folder, and say so.
+  return error == std::errc::invalid_argument ? std::error_code() : error;
+}
+
+/// Creates the folder and those above it that are missing, each of them flushed into its own.
+std::error_code createFolders(const fs::path& folder) {
+  if (::mkdir(folder.c_str(), 0777) == 0) {
+    return flushFolder(folderOf(folder));
+  }
+  if (errno == EEXIST) {
+    return {};  // what is no folder is told by the first use of it
+  }
+  if (errno != ENOENT || !folder.has_relative_path()) {
+    return lastError();
+  }
+  if (const std::error_code error = createFolders(folderOf(folder))) {
+    return error;
+  }
+  return ::mkdir(folder.c_str(), 0777) == 0 || errno == EEXIST ? flushFolder(folderOf(folder))
+                                                               : lastError();
+}
+
+std::string temporaryPrefix(const fs::path& file) {
+  return "." + file.filename().string() + ".tmp-";
+}
+
+fs::path nextTemporary(const fs::path& file) {
+  static std::atomic<unsigned long> count = 0;
+  return folderOf(file) /
+         (temporaryPrefix(file) + std::to_string(::getpid()) + "-" + std::to_string(++count));
+}
+
+std::error_code writeAll(int descriptor, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written =
+        uninterrupted([&] { return ::write(descriptor, content.data(), content.size()); });
+    if (written == -1) {
+      return lastError();
+    }
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return {};
+}
+
+/// Gives the new file the owner, group and mode of the one that it replaces. Where the group cannot
+/// be kept, its members' rights shrink to those of everybody: they were meant for another group.
+std::error_code keepOwnerAndMode(int descriptor, const struct stat& former) {
+  struct stat now {};
+  if (::fstat(descriptor, &now) == -1) {
+    return lastError();
+  }
+  mode_t mode = former.st_mode & 07777;
+  if ((now.st_uid != former.st_uid || now.st_gid != former.st_gid) &&
+      ::fchown(descriptor, former.st_uid, former.st_gid) == -1 && now.st_gid != former.st_gid &&
+      ::fchown(descriptor, static_cast<uid_t>(-1), former.st_gid) == -1) {
+    const mode_t everybody = (mode & S_IRWXO) << 3;
+    mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID | S_IRWXG) | everybody;
+  }
+  return ::fchmod(descriptor, mode) == -1 ? lastError() : std::error_code();
+}
+
+/// Writes, flushes and renames a temporary file whose name is free or taken. Answers nothing when
+/// another name must be tried.
+std::optional<std::error_code> replaceBy(const fs::path& temporary, const fs::path& file,
+                                         const struct stat* former, std::string_view content) {
+  const mode_t mode = former != nullptr ? 0600 : 0644;
+  const Descriptor descriptor(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+  if (!descriptor.isOpen()) {
+    return errno == EEXIST ? std::nullopt : std::optional(lastError());
+  }
+  // Held, the lock tells that this file is not abandoned; whoever cleaned up between the two calls
+  // has removed it already. A file system without locks does not keep anybody from writing.
+  (void)uninterrupted([&] { return ::flock(descriptor.number(), LOCK_EX); });
+  struct stat created {};
+  if (::fstat(descriptor.number(), &created) == 0 && created.st_nlink == 0) {
+    return std::nullopt;
+  }
+
+  std::error_code error = writeAll(descriptor.number(), content);
+  if (!error && former != nullptr) {
+    error = keepOwnerAndMode(descriptor.number(), *former);
+  }
+  if (!error) {
+    error = flush(descriptor.number());
+  }
+  if (!error && ::rename(temporary.c_str(), file.c_str()) == -1) {
+    error = lastError();
+  }
+  if (error) {
+    ::unlink(temporary.c_str());
+    return error;
+  }
+  return flushFolder(folderOf(file));
+}
+
+}  // namespace
+
+std::error_code replaceFile(const std::string& path, std::string_view content) {
+  fs::path file = path;
+  if (const std::error_code error = followLinks(file)) {
+    return error;
+  }
+  struct stat former {};
+  const bool exists = ::stat(file.c_str(), &former) == 0;
+  if (!exists && errno != ENOENT) {
+    return lastError();
+  }
+  if (exists && !S_ISREG(former.st_mode)) {
+    return std::make_error_code(S_ISDIR(former.st_mode) ? std::errc::is_a_directory
+                                                        : std::errc::invalid_argument);
+  }
+  if (!exists) {
+    if (const std::error_code error = createFolders(folderOf(file))) {
+      return error;
+    }
+  }
+  std::optional<std::error_code> outcome;
+  while (!outcome) {
+    outcome = replaceBy(nextTemporary(file), file, exists ? &former : nullptr, content);
+  }
+  return *outcome;
+}
+
+void removeAbandonedTemporaries(const std::string& path) {
+  fs::path file = path;
+  if (followLinks(file)) {
+    return;
+  }
+  const std::string prefix = temporaryPrefix(file);
+  std::error_code error;
+  for (fs::directory_iterator entry(folderOf(file), error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (!name.starts_with(prefix) ||
+        name.find_first_not_of("0123456789-", prefix.size()) != std::string::npos) {
+      continue;
+    }
+    // Non-blocking, so that no pipe of such a name is waited for. A shared lock is enough to find a
+    // writer at work, and network file systems give it to readers, too.
+    const Descriptor descriptor(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status {};
+    if (descriptor.isOpen() && ::fstat(descriptor.number(), &status) == 0 &&
+        S_ISREG(status.st_mode) &&
+        uninterrupted([&] { return ::flock(descriptor.number(), LOCK_SH | LOCK_NB); }) == 0) {
+      ::unlink(entry->path().c_str());
+    }
+  }
+}
+
+}  // namespace sorvane
