@@ -1,0 +1,123 @@
+#include "support/ScriptedPeer.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "support/WireBytes.h"
+
+namespace sorvane::test {
+
+namespace {
+
+/// A socket bound to a free port of 127.0.0.1.
+int boundSocket(int& port) {
+  const int bound = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  if (bind(bound, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+      getsockname(bound, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+    throw std::runtime_error("no port for a peer");
+  }
+  port = ntohs(address.sin_port);
+  return bound;
+}
+
+}  // namespace
+
+bool PeerConnection::send(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (count <= 0) {
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+std::string PeerConnection::receive(std::size_t count) {
+  std::string bytes(count, '\0');
+  std::size_t got = 0;
+  while (got < count) {
+    const ssize_t more = recv(socket_, bytes.data() + got, count - got, 0);
+    if (more <= 0) {
+      break;
+    }
+    got += static_cast<std::size_t>(more);
+  }
+  bytes.resize(got);
+  return bytes;
+}
+
+std::optional<std::string> PeerConnection::receiveRequest() {
+  const std::string header = receive(8);
+  if (header.size() < 8) {
+    return std::nullopt;
+  }
+  return receive(bodyLength(header));
+}
+
+void PeerConnection::shutdownWriting() { shutdown(socket_, SHUT_WR); }
+
+void PeerConnection::waitForClose() {
+  while (!receive(1).empty()) {
+  }
+}
+
+ScriptedPeer::ScriptedPeer(Script script) : listener_(boundSocket(port_)) {
+  if (listen(listener_, 16) != 0) {
+    throw std::runtime_error("a peer cannot listen");
+  }
+  thread_ = std::thread([this, script = std::move(script)] { serve(script); });
+}
+
+ScriptedPeer::~ScriptedPeer() {
+  {
+    const std::lock_guard<std::mutex> hold(mutex_);
+    ending_ = true;
+    shutdown(listener_, SHUT_RDWR);
+    if (current_ >= 0) {
+      shutdown(current_, SHUT_RDWR);
+    }
+  }
+  thread_.join();
+  close(listener_);
+}
+
+bool ScriptedPeer::begin(int accepted) {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  current_ = accepted;
+  return !ending_;
+}
+
+void ScriptedPeer::serve(const Script& script) {
+  while (true) {
+    const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (!begin(accepted)) {
+      close(accepted);
+      return;
+    }
+    ++connections_;
+    PeerConnection connection(accepted);
+    script(connection);
+    if (!begin(-1)) {
+      close(accepted);
+      return;
+    }
+    close(accepted);
+  }
+}
+
+int closedPort() {
+  int port = 0;
+  close(boundSocket(port));
+  return port;
+}
+
+}  // namespace sorvane::test

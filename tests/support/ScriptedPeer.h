@@ -1,0 +1,65 @@
+// A TCP server that follows a script: the other side for tests of clients.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace sorvane::test {
+
+/// What the script holds of one accepted connection. Every call ends when the client, or the end of
+/// the peer's life, closes it.
+class PeerConnection {
+ public:
+  explicit PeerConnection(int socket) : socket_(socket) {}
+
+  bool send(std::string_view bytes);
+  /// Fewer bytes when the client closes before.
+  [[nodiscard]] std::string receive(std::size_t count);
+  /// The body of the next request; nothing when the client closes before.
+  [[nodiscard]] std::optional<std::string> receiveRequest();
+  void shutdownWriting();
+  /// Reads until the client closes: the way to stay silent.
+  void waitForClose();
+
+ private:
+  int socket_;
+};
+
+/// Listens on a free port of 127.0.0.1 and runs the script for one connection after the other, on a
+/// thread of its own; the connection closes when the script returns.
+class ScriptedPeer {
+ public:
+  using Script = std::function<void(PeerConnection&)>;
+
+  explicit ScriptedPeer(Script script);
+  ~ScriptedPeer();
+  ScriptedPeer(const ScriptedPeer&) = delete;
+  ScriptedPeer& operator=(const ScriptedPeer&) = delete;
+
+  [[nodiscard]] int port() const { return port_; }
+  [[nodiscard]] int connections() const { return connections_; }
+
+ private:
+  void serve(const Script& script);
+  /// Notes the connection that is served from now on; false at the end of the peer's life.
+  [[nodiscard]] bool begin(int accepted);
+
+  int listener_ = -1;
+  int port_ = 0;
+  std::atomic<int> connections_ = 0;
+  std::mutex mutex_;
+  int current_ = -1;     // under mutex_: the connection that is being served
+  bool ending_ = false;  // under mutex_
+  std::thread thread_;
+};
+
+/// A port of 127.0.0.1 on which nothing listens.
+[[nodiscard]] int closedPort();
+
+}  // namespace sorvane::test
