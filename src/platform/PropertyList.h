@@ -1,9 +1,12 @@
 // Text property lists: dictionaries, arrays, strings and data, read from and written as text.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -21,7 +24,8 @@ class PropertyListError : public NSException {
   const std::string reason;
 };
 
-/// A value, owned; copies are deep. Different values may be used on different threads.
+/// A value, owned; copies are deep. A text is UTF-8 and holds no NUL: the text form has none.
+/// Different values may be used on different threads.
 class PropertyList {
  public:
   using String = std::string;  ///< UTF-8
@@ -53,11 +57,13 @@ class PropertyList {
   [[nodiscard]] const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }
   [[nodiscard]] Dictionary* dictionary() { return std::get_if<Dictionary>(&value_); }
 
-  /// Reads a text. Throws PropertyListError. The time is linear in the length.
+  /// Reads a text: a dictionary `{ key = value; }`, an array `(a, b)`, a string (a word or quoted),
+  /// data `<0fbd77>`, or the pairs of a dictionary without its braces. Comments are `/* */` and
+  /// `//`. Throws PropertyListError. The time is linear in the length.
   [[nodiscard]] static PropertyList parse(std::string_view text);
 
-  /// The text of the value: four blanks a level, keys sorted by their bytes. `parse` gives the
-  /// equal value back.
+  /// The text of the value: four blanks a level, keys sorted by their bytes, no line feed at its
+  /// end. `parse` gives the equal value back, as long as the limits above hold.
   [[nodiscard]] std::string description() const;
 
   bool operator==(const PropertyList&) const = default;

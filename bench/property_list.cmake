@@ -1,0 +1,1 @@
+sorvane_micro_benchmark(property_list LINK sorvane_platform)

@@ -1,0 +1,1 @@
+sorvane_fuzzer(property_list LINK sorvane_platform)

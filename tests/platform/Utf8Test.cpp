@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+
+#include "platform/PropertyList.h"
+#include "platform/Utf8.h"
+
+namespace sorvane {
+namespace {
+
+TEST(IsUtf8, TakesEveryCodePointAndNothingElse) {
+  for (char32_t codePoint = 0; codePoint <= 0x10ffff; ++codePoint) {
+    if (codePoint >= 0xd800 && codePoint <= 0xdfff) {
+      continue;
+    }
+    std::string text;
+    appendUtf8(text, codePoint);
+    ASSERT_TRUE(isUtf8(text)) << static_cast<unsigned>(codePoint);
+    ASSERT_EQ(utf8CharacterLength(text), text.size());
+    ASSERT_EQ(utf8CodePoint(text), codePoint);
+    ASSERT_FALSE(text.size() > 1 && isUtf8(std::string_view(text).substr(0, text.size() - 1)));
+  }
+}
+
+TEST(IsUtf8, RefusesMalformedSequences) {
+  const char* const malformed[] = {
+      "\x80",              // a continuation alone
+      "\xbf",              // the last one
+      "\xc0\x80",          // overlong NUL
+      "\xc1\xbf",          // overlong, two bytes
+      "\xc3",              // cut off
+      "\xc3(",             // no continuation
+      "\xe0\x9f\xbf",      // overlong, three bytes
+      "\xe2\x82",          // cut off
+      "\xe2\x82(",         // no continuation
+      "\xed\xa0\x80",      // a surrogate
+      "\xed\xbf\xbf",      // the last surrogate
+      "\xf0\x8f\xbf\xbf",  // overlong, four bytes
+      "\xf0\x9f\x98",      // cut off
+      "\xf4\x90\x80\x80",  // beyond U+10FFFF
+      "\xf5\x80\x80\x80",  // a lead byte that leads nowhere
+      "\xff",              //
+  };
+  for (const std::string bytes : malformed) {
+    EXPECT_FALSE(isUtf8(bytes));
+    // In every position relative to the words that are looked at together.
+    for (std::size_t before = 0; before < 20; ++before) {
+      for (std::size_t after = 0; after < 20; ++after) {
+        const std::string text = std::string(before, 'a') + bytes + std::string(after, 'b');
+        EXPECT_FALSE(isUtf8(text)) << before << " " << after;
+        EXPECT_EQ(wellFormedUtf8Length(text), before);
+      }
+    }
+  }
+}
+
+TEST(IsUtf8, TakesTextsOfEveryLengthAndMixture) {
+  std::string text;
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_TRUE(isUtf8(text));
+    EXPECT_TRUE(isUtf8(text + "\u00e4\u20ac\U0001f600" + text));
+    text += 'x';
+  }
+}
+
+TEST(IsUtf8, ReadsNothingBeyondTheEnd) {
+  const std::string whole = "abcdefg\u20ac";
+  EXPECT_FALSE(isUtf8(std::string_view(whole).substr(0, 8)));
+  EXPECT_TRUE(isUtf8(std::string_view(whole).substr(0, 7)));
+  EXPECT_TRUE(isUtf8(""));
+}
+
+}  // namespace
+}  // namespace sorvane
