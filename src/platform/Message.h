@@ -76,8 +76,9 @@ class Message {
 
  private:
   [[nodiscard]] const MessageEntry* find(std::string_view key) const;
-  void append(std::string_view key, std::string_view bytes);
-  void own(std::string_view body);
+  Message& set(std::string_view key, std::string_view value, bool terminated);
+  /// Makes the entries, which point into bytes at `before`, point at the same places of `owned_`.
+  void viewOwned(const char* before);
 
   std::string owned_;  // empty while the bytes are somebody else's
   std::string_view body_;

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -89,6 +90,9 @@ class NetConnection {
   /// Accepts connections on the socket and serves them on this thread and further ones; does not
   /// return.
   [[noreturn]] static void runServerForSocket(int socket, NetConnectionDelegate& delegate);
+  /// Runs `work`, which may wait: at once, or on a thread of its own when the caller is a serving
+  /// thread. Work of several calls runs in the order of the calls.
+  static void performWaiting(std::function<void()> work);
   /// True when the name server host file names another computer and a name server answers there.
   /// `fileFound` tells whether the file exists. Takes `kConnectLimit` at most.
   [[nodiscard]] static bool hostFileSearchForNameServer(NetConnection& connection, bool* fileFound);
@@ -148,6 +152,8 @@ class NetConnection {
   void setReplyBuffer(std::string* buffer) { replyBuffer_ = buffer; }
 
  private:
+  friend std::optional<Message> deliverInProcess(NetConnectionDelegate&, const Message&,
+                                                 NetConnection&);
   struct Client;
   [[nodiscard]] Client& client();
 

@@ -1,0 +1,244 @@
+#include "platform/Message.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/PropertyList.h"
+#include "platform/WireInteger.h"
+
+namespace sorvane {
+namespace {
+
+constexpr std::size_t kEntryHeaderBytes = 6;
+// Up to here keys are compared pair by pair; a longer list is sorted, so that no request takes
+// quadratic time.
+constexpr std::size_t kPairwiseEntries = 16;
+// A longer entry list is given back after use: one odd request must not be remembered in memory for
+// months.
+constexpr std::size_t kKeptEntries = 1024;
+
+void appendEntry(std::string& buffer, std::string_view key, std::string_view value,
+                 bool terminated) {
+  char header[kEntryHeaderBytes];
+  storeBigEndian16(header, static_cast<std::uint16_t>(key.size()));
+  storeBigEndian32(header + 2, static_cast<std::uint32_t>(value.size() + (terminated ? 1 : 0)));
+  const std::size_t begin = buffer.size();
+  const std::size_t bytes = kEntryHeaderBytes + key.size() + value.size() + (terminated ? 1 : 0);
+  buffer.resize(begin + bytes);  // ends in NUL, which is the terminator of a text
+  char* out = buffer.data() + begin;
+  std::memcpy(out, header, kEntryHeaderBytes);
+  std::memcpy(out + kEntryHeaderBytes, key.data(), key.size());
+  if (!value.empty()) {
+    std::memcpy(out + kEntryHeaderBytes + key.size(), value.data(), value.size());
+  }
+}
+
+bool isKey(std::string_view key) {
+  bool plain = true;
+  for (const char byte : key) {
+    plain &= byte > 0;
+  }
+  return plain || (isUtf8(key) && key.find('\0') == std::string_view::npos);
+}
+
+bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {
+  if (entries.size() <= kPairwiseEntries) {
+    for (std::size_t i = 1; i < entries.size(); ++i) {
+      for (std::size_t j = 0; j < i; ++j) {
+        if (entries[i].key == entries[j].key) {
+          return true;
+        }
+      }
+    }
+    return false;
+  }
+  std::vector<std::string_view> keys;
+  keys.reserve(entries.size());
+  for (const MessageEntry& entry : entries) {
+    keys.push_back(entry.key);
+  }
+  std::sort(keys.begin(), keys.end());
+  return std::adjacent_find(keys.begin(), keys.end()) != keys.end();
+}
+
+}  // namespace
+
+void MessageWriter::text(std::string_view key, std::string_view text) {
+  appendEntry(buffer_, key, text, true);
+}
+
+void MessageWriter::data(std::string_view key, std::string_view bytes) {
+  appendEntry(buffer_, key, bytes, false);
+}
+
+Message::Message(std::initializer_list<std::pair<std::string_view, std::string_view>> texts) {
+  for (const auto& [key, text] : texts) {
+    setText(key, text);
+  }
+}
+
+Message::Message(const Message& other) : owned_(other.body_), entries_(other.entries_) {
+  viewOwned(other.body_.data());
+}
+
+Message::Message(Message&& other) noexcept { *this = std::move(other); }
+
+Message& Message::operator=(const Message& other) {
+  if (this != &other) {
+    *this = Message(other);
+  }
+  return *this;
+}
+
+Message& Message::operator=(Message&& other) noexcept {
+  if (this != &other) {
+    const bool owns = !other.owned_.empty();
+    const char* const before = other.body_.data();
+    owned_ = std::move(other.owned_);
+    body_ = other.body_;
+    entries_ = std::move(other.entries_);
+    if (owns) {
+      viewOwned(before);  // a short string moves with its bytes
+    }
+    other.owned_.clear();
+    other.body_ = {};
+    other.entries_.clear();
+  }
+  return *this;
+}
+
+void Message::viewOwned(const char* before) {
+  for (MessageEntry& entry : entries_) {
+    entry.key = {owned_.data() + (entry.key.data() - before), entry.key.size()};
+    entry.value = {owned_.data() + (entry.value.data() - before), entry.value.size()};
+  }
+  body_ = owned_;
+}
+
+Message& Message::setText(std::string_view key, std::string_view text) {
+  return set(key, text, true);
+}
+
+Message& Message::setData(std::string_view key, std::string_view bytes) {
+  return set(key, bytes, false);
+}
+
+Message& Message::set(std::string_view key, std::string_view value, bool terminated) {
+  std::string body;
+  bool replaced = false;
+  for (const MessageEntry& entry : entries_) {
+    const bool same = entry.key == key;
+    appendEntry(body, entry.key, same ? value : entry.value, same && terminated);
+    replaced |= same;
+  }
+  if (!replaced) {
+    appendEntry(body, key, value, terminated);
+  }
+  std::vector<MessageEntry> entries;
+  std::size_t at = 0;
+  while (at < body.size()) {
+    const std::size_t keyBytes = loadBigEndian16(body.data() + at);
+    const std::size_t valueBytes = loadBigEndian32(body.data() + at + 2);
+    at += kEntryHeaderBytes;
+    entries.push_back({{body.data() + at, keyBytes}, {body.data() + at + keyBytes, valueBytes}});
+    at += keyBytes + valueBytes;
+  }
+  const char* const before = body.data();
+  owned_ = std::move(body);
+  entries_ = std::move(entries);
+  viewOwned(before);
+  return *this;
+}
+
+const char* Message::readBody(std::string_view body) {
+  owned_.clear();
+  body_ = {};
+  entries_.clear();
+  if (entries_.capacity() > kKeptEntries) {
+    entries_.shrink_to_fit();
+  }
+  const char* at = body.data();
+  const char* const end = at + body.size();
+  const char* fault = nullptr;
+  while (at != end) {
+    if (static_cast<std::size_t>(end - at) < kEntryHeaderBytes) {
+      fault = "an entry runs past the body";
+      break;
+    }
+    const std::size_t keyBytes = loadBigEndian16(at);
+    const std::size_t valueBytes = loadBigEndian32(at + 2);
+    at += kEntryHeaderBytes;
+    if (keyBytes + valueBytes > static_cast<std::size_t>(end - at)) {
+      fault = "an entry runs past the body";
+      break;
+    }
+    entries_.push_back({{at, keyBytes}, {at + keyBytes, valueBytes}});
+    if (!isKey(entries_.back().key)) {
+      fault = "a key is not UTF-8 text";
+      break;
+    }
+    at += keyBytes + valueBytes;
+  }
+  if (fault == nullptr && hasRepeatedKey(entries_)) {
+    fault = "a key is repeated";
+  }
+  if (fault != nullptr) {
+    entries_.clear();
+    return fault;
+  }
+  body_ = body;
+  return nullptr;
+}
+
+const MessageEntry* Message::find(std::string_view key) const {
+  for (const MessageEntry& entry : entries_) {
+    if (entry.key == key) {
+      return &entry;
+    }
+  }
+  return nullptr;
+}
+
+std::optional<std::string_view> Message::data(std::string_view key) const {
+  const MessageEntry* const entry = find(key);
+  return entry == nullptr ? std::nullopt : std::optional(entry->value);
+}
+
+std::optional<std::string_view> Message::text(std::string_view key) const {
+  const MessageEntry* const entry = find(key);
+  return entry == nullptr ? std::nullopt : textOfValue(entry->value);
+}
+
+std::string_view Message::requiredText(std::string_view key) const {
+  const MessageEntry* const entry = find(key);
+  if (entry == nullptr) {
+    throw NSException("\"" + std::string(key) + "\" is missing");
+  }
+  if (const auto text = textOfValue(entry->value)) {
+    return *text;
+  }
+  throw NSException("\"" + std::string(key) + "\" holds no text");
+}
+
+std::string Message::description() const {
+  PropertyList::Dictionary dictionary;
+  for (const MessageEntry& entry : entries_) {
+    const std::string_view value = entry.value;
+    // A text is what ends in its only NUL; whatever else came is shown as it came.
+    const bool isText = !value.empty() && value.find('\0') == value.size() - 1 && isUtf8(value);
+    dictionary.emplace(std::string(entry.key),
+                       isText ? PropertyList(std::string(value.substr(0, value.size() - 1)))
+                              : PropertyList(PropertyList::Data{std::string(value)}));
+  }
+  return PropertyList(std::move(dictionary)).description();
+}
+
+std::optional<std::string_view> textOfValue(std::string_view bytes) {
+  if (bytes.empty()) {
+    return std::nullopt;
+  }
+  const std::string_view text = bytes.substr(0, bytes.find('\0'));
+  return isUtf8(text) ? std::optional(text) : std::nullopt;
+}
+
+}  // namespace sorvane
