@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "integration/Program.h"
-#include "integration/RawConnection.h"
+#include "support/Program.h"
+#include "support/RawConnection.h"
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "support/TestFiles.h"

@@ -1,4 +1,4 @@
-#include "integration/Program.h"
+#include "support/Program.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

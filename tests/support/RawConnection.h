@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "integration/Program.h"
+#include "support/Program.h"
 #include "platform/Message.h"
 #include "support/WireBytes.h"
 

@@ -1,4 +1,4 @@
-#include "integration/RawConnection.h"
+#include "support/RawConnection.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
