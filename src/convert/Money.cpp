@@ -1,0 +1,133 @@
+// Money: hundredths as text, and back.
+#include <algorithm>
+#include <cstring>
+
+#include "convert/Digits.h"
+#include "convert/IntegerText.h"
+#include "convert/LeadingInteger.h"
+#include "convert/VNConvertTypes.h"
+
+namespace sorvane {
+namespace {
+
+constexpr std::size_t kMostTextBytes = 299;
+constexpr std::size_t kMostMoneyBytes = 50;
+
+bool isNumberCharacter(char character) {
+  return (character >= '0' && character <= '9') || character == '.' || character == '-';
+}
+
+// The length of the text, which is cut to what the number readers take.
+std::size_t cutLength(char* text) {
+  std::size_t length = 0;
+  while (length < kMostTextBytes && text[length] != '\0') {
+    ++length;
+  }
+  text[length] = '\0';
+  return length;
+}
+
+// Joins prefix, number and postfix; `writeNumber` writes the number and answers its end.
+template <typename WriteNumber>
+void writeMoney(char* buffer, WriteNumber writeNumber) {
+  const DisplaySettings& settings = VNConvertTypes::settings();
+  char* end = writeNumber(writeText(buffer, settings.pMoneyPre));
+  end = writeText(end, settings.pMoneyPost);
+  *end = '\0';
+}
+
+}  // namespace
+
+void VNConvertTypes::formatMoneyLL(std::int64_t hundredths, char* buffer) {
+  writeMoney(buffer, [hundredths](char* out) {
+    if (hundredths < 0) {
+      *out++ = '-';
+    }
+    const std::uint64_t distance = magnitude(hundredths);
+    out = writeGrouped(out, distance / 100, ',');
+    *out++ = '.';
+    return writeTwoDigits(out, static_cast<unsigned>(distance % 100));
+  });
+}
+
+void VNConvertTypes::formatMoney(long hundredths, char* buffer) {
+  if (hundredths >= 0 || hundredths <= -100) {
+    return formatMoneyLL(hundredths, buffer);
+  }
+  // Here the sign stands among the digits, kept on purpose: stored reports hold such amounts.
+  writeMoney(buffer, [hundredths](char* out) {
+    vn_lltoa(hundredths, out);
+    movePointToLeft(out);
+    return out + std::strlen(out);
+  });
+}
+
+char* VNConvertTypes::LongToMoney(long hundredths, char* buffer) {
+  formatMoney(hundredths, buffer);
+  return buffer;
+}
+
+char* VNConvertTypes::LongLongToMoney(std::int64_t hundredths, char* buffer) {
+  formatMoneyLL(hundredths, buffer);
+  return buffer;
+}
+
+long VNConvertTypes::MoneyToLong(char* text) {
+  return leadingInteger<long>(movePointToRight(stripNumber(text)));
+}
+
+std::int64_t VNConvertTypes::MoneyToLongLong(const char* text) {
+  if (text == nullptr) {
+    return 0;
+  }
+  char number[kMostMoneyBytes + 3];  // the point move appends up to two bytes
+  char* end = number;
+  for (std::size_t i = 0; i < kMostMoneyBytes && text[i] != '\0'; ++i) {
+    if (isNumberCharacter(text[i])) {
+      *end++ = text[i];
+    }
+  }
+  *end = '\0';
+  return vn_atoll(movePointToRight(number));
+}
+
+double VNConvertTypes::LongLongMoneyToDouble(std::int64_t hundredths) {
+  return static_cast<double>(hundredths) / 100.0;
+}
+
+char* VNConvertTypes::movePointToLeft(char* text) {
+  const std::size_t length = cutLength(text);
+  if (length > 2) {
+    std::memmove(text + length - 1, text + length - 2, 3);
+    text[length - 2] = '.';
+    return text;
+  }
+  char filled[] = "0.00";
+  std::memcpy(filled + 4 - length, text, length);
+  std::memcpy(text, filled, sizeof(filled));
+  return text;
+}
+
+char* VNConvertTypes::movePointToRight(char* text) {
+  char* const end = text + cutLength(text);
+  char* place = std::find(text, end, '.');
+  // Two decimals take the place of the point; what is not there or is no part of a number is "0".
+  const char* decimal = std::min(place + 1, end);
+  for (int i = 0; i < 2; ++i) {
+    const bool given = decimal != end && isNumberCharacter(*decimal);
+    *place++ = given ? *decimal++ : '0';
+    if (!given) {
+      decimal = end;
+    }
+  }
+  *place = '\0';
+  return text;
+}
+
+char* VNConvertTypes::stripNumber(char* text) {
+  char* const end = text + cutLength(text);
+  *std::copy_if(text, end, text, isNumberCharacter) = '\0';
+  return text;
+}
+
+}  // namespace sorvane

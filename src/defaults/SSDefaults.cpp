@@ -1,0 +1,128 @@
+#include "defaults/SSDefaults.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "platform/NetConnection.h"
+#include "platform/VNGlobalPath.h"
+
+namespace sorvane {
+namespace {
+
+constexpr std::string_view kLauncher = "sorvexec";
+
+// The dictionary that a text describes; empty when it describes something else or nothing.
+SSDefaults::Dictionary dictionaryFromText(std::string_view text) {
+  try {
+    PropertyList list = PropertyList::parse(text);
+    if (SSDefaults::Dictionary* const dictionary = list.dictionary()) {
+      return std::move(*dictionary);
+    }
+  } catch (const NSException&) {
+    // No property list: kept silent, since the caller's built-in defaults then hold.
+  }
+  return {};
+}
+
+// The file's bytes, or nothing when it cannot be read. One byte above the limit of a property list
+// is enough for that to be refused.
+std::string fileText(const std::filesystem::path& path) {
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(path, ignored)) {
+    return {};
+  }
+  std::ifstream file(path, std::ios::binary);
+  std::string text;
+  char block[4096];
+  while (text.size() <= PropertyList::kMaximumBytes &&
+         (file.read(block, sizeof(block)) || file.gcount() > 0)) {
+    text.append(block, static_cast<std::size_t>(file.gcount()));
+  }
+  return text;
+}
+
+bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
+  const auto lower = [](char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
+                                                : character;
+  };
+  return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
+                    [&](char left, char right) { return lower(left) == right; });
+}
+
+}  // namespace
+
+std::shared_ptr<SSDefaults> SSDefaults::newForHost(std::string_view hostName) {
+  return std::make_shared<SSDefaults>(hostName);
+}
+
+std::shared_ptr<SSDefaults> SSDefaults::newDirectLoad() { return newForHost({}); }
+
+SSDefaults::SSDefaults(std::string_view hostName) : hostName_(hostName) {}
+
+SSDefaults::Dictionary& SSDefaults::defaults() {
+  if (!defaultDictionary_) {
+    readDefaults();
+  }
+  return *defaultDictionary_;
+}
+
+const char* SSDefaults::getDefault(const char* key) {
+  const Dictionary& dictionary = defaults();
+  const auto found = dictionary.find(key);
+  if (found == dictionary.end() || found->second.string() == nullptr) {
+    return nullptr;
+  }
+  return found->second.string()->c_str();
+}
+
+void SSDefaults::setDefault(const char* key, const char* value) {
+  defaults().insert_or_assign(key, PropertyList(value));
+}
+
+void SSDefaults::readDefaults() {
+  defaultDictionary_.reset();
+  defaultDictionary_ = readDefaultDictionary().value_or(Dictionary{});
+}
+
+std::optional<SSDefaults::Dictionary> SSDefaults::readDefaultDictionary() const {
+  if (hostName_.empty()) {
+    return localDatabasePreferences();
+  }
+  NetConnection launcher;
+  if (!launcher.connectToServer(kLauncher, hostName_)) {
+    return std::nullopt;  // on purpose not the local file: its defaults are another host's
+  }
+  const auto reply = launcher.sendDictionary(Message{{"action", "getDatabasePreferences"}});
+  launcher.invalidate();
+  return dictionaryFromText(reply ? reply->text("data").value_or("") : "");
+}
+
+SSDefaults::Dictionary SSDefaults::localDatabasePreferences() {
+  return dictionaryFromText(
+      fileText(std::filesystem::path(VNGlobalPath::serverConfigFilePath()) / "SorvDefaults"));
+}
+
+int SSDefaults::writeDefaultsWithPassword(std::string_view password) {
+  return writeDefaultDictionary(defaultDictionary_ ? &*defaultDictionary_ : nullptr, password);
+}
+
+int SSDefaults::writeDefaultDictionary(const Dictionary* dictionary, std::string_view password) {
+  std::optional<Message> reply;
+  NetConnection launcher;
+  if (dictionary != nullptr && launcher.connectToServer(kLauncher, hostName_)) {
+    reply = launcher.sendData(PropertyList(*dictionary).description(), "setDatabasePreferences7",
+                              password);
+    launcher.invalidate();
+  }
+  std::printf("writeDefaultDictionary RETURN = %s\n",
+              reply ? reply->description().c_str() : "(null)");
+  return reply && equalsIgnoringCase(reply->text("result").value_or(""), "succeed") ? 1 : 0;
+}
+
+void SSDefaults::freeDefaults() { defaultDictionary_.reset(); }
+
+}  // namespace sorvane
