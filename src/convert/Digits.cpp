@@ -27,9 +27,11 @@ constexpr auto kPowersOfTen = [] {
 }();
 
 // The number of decimal digits follows from the number of bits (1233 / 4096 is just above log10 of
-// 2), but for one that the comparison settles.
+// 2), but for one that the comparison settles. The lowest bit is set so that 0 has a digit; it
+// makes no other difference.
 unsigned digitCount(std::uint64_t value) {
-  const auto estimate = static_cast<unsigned>(std::bit_width(value | 1)) * 1233 >> 12;
+  value |= 1;
+  const auto estimate = static_cast<unsigned>(std::bit_width(value)) * 1233 >> 12;
   return estimate + (value >= kPowersOfTen[estimate] ? 1 : 0);
 }
 
