@@ -1,0 +1,66 @@
+#include "infoserver/InfoserverController.h"
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "infoserver/PreferenceCommands.h"
+#include "platform/Console.h"
+#include "platform/NSException.h"
+#include "platform/VNGlobalPath.h"
+#include "registry/PortDescriptor.h"
+
+namespace sorvane {
+namespace {
+
+std::atomic<InfoserverController*> instance = nullptr;
+
+}  // namespace
+
+InfoserverController* InfoserverController::globalObject() { return instance; }
+
+InfoserverController::InfoserverController()
+    : InfoserverController(VNGlobalPath::sorvaneUserFilePath()) {}
+
+InfoserverController::InfoserverController(std::string preferenceFile) {
+  instance = this;
+  userPreferences_.emplace(std::move(preferenceFile));
+}
+
+InfoserverController::~InfoserverController() {
+  InfoserverController* self = this;
+  instance.compare_exchange_strong(self, nullptr);
+}
+
+void InfoserverController::runConnection(bool verbose) { verboseMode_ = verbose; }
+
+Reply InfoserverController::deliverCommunication(const Message& request, NetConnection& sender) {
+  const std::lock_guard hold(commLock_);
+  try {
+    return deliverLockedCommunication(request, sender);
+  } catch (const NSException&) {
+    if (verboseMode_) {
+      consoleLine("An exception was detected.\n");
+    }
+    return Reply::dictionary();
+  }
+}
+
+Reply InfoserverController::deliverLockedCommunication(const Message& request,
+                                                       NetConnection& sender) {
+  if (PortDescriptor* record = sender.context<PortDescriptor>()) {
+    record->createInfo();
+  }
+  return handlePreferenceRequest({*userPreferences_, request, sender, verboseMode_});
+}
+
+void InfoserverController::endCommunication(NetConnection& connection) {
+  NetConnection::performWaiting([this, record = connection.contextObject<PortDescriptor>()] {
+    const std::lock_guard hold(commLock_);
+    if (record) {
+      (void)record->info();  // looked up and left alone: nothing in it outlives its connection
+    }
+  });
+}
+
+}  // namespace sorvane

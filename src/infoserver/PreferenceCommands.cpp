@@ -1,0 +1,143 @@
+#include "infoserver/PreferenceCommands.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/Console.h"
+
+namespace sorvane {
+namespace {
+
+/// The top-level entry that holds the preference key setting, and the request key that names
+/// entries.
+constexpr std::string_view kKey = "key";
+
+/// What an entry may hold, in the order in which replies carry it.
+constexpr std::array<std::string_view, 4> kSettings = {"changePreferences", "startDatabases",
+                                                       "loginDisplay", "databases"};
+
+Reply result(const PreferenceRequest& request, std::string_view word) {
+  request.sender.replyWriter().text("result", word);
+  return Reply::dictionary();
+}
+
+/// Stores an entry. A file that cannot be written changes nothing for the client.
+Reply store(const PreferenceRequest& request, std::string_view key, PropertyList entry) {
+  const std::error_code error = request.preferences.set(key, std::move(entry));
+  if (error && request.verbose) {
+    consoleLine("The preferences could not be written: " + error.message());
+  }
+  return result(request, "succeed");
+}
+
+/// Kept on purpose: the setting is asked for its bytes, and the string that
+/// "set_userpreferences_key" stores has none to give, so that this raises once something is stored.
+/// Only data, which nobody but an editor of the file can have put there, is answered.
+Reply getPreferencesKey(const PreferenceRequest& request) {
+  if (!request.message.contains(kKey)) {
+    return Reply::none();
+  }
+  const PropertyList* stored = request.preferences.find(kKey);
+  if (stored == nullptr) {
+    return result(request, "group:application");
+  }
+  if (stored->data() == nullptr) {
+    throw NSException("the preference key setting has no bytes");
+  }
+  const std::optional<std::string_view> text = textOfValue(stored->data()->bytes);
+  if (!text) {
+    throw NSException("the preference key setting is no text");
+  }
+  return result(request, *text);
+}
+
+Reply setPreferencesKey(const PreferenceRequest& request) {
+  if (!request.message.contains(kKey)) {
+    return Reply::none();
+  }
+  return store(request, kKey, std::string(request.message.requiredText(kKey)));
+}
+
+Reply setPreferences(const PreferenceRequest& request) {
+  if (!request.message.contains(kKey)) {
+    return Reply::none();
+  }
+  const std::string_view key = request.message.requiredText(kKey);
+  PropertyList::Dictionary entry;
+  for (const std::string_view setting : kSettings) {
+    if (request.message.contains(setting)) {
+      entry.emplace(setting, std::string(request.message.requiredText(setting)));
+    }
+  }
+  return store(request, key, std::move(entry));
+}
+
+Reply getPreferences(const PreferenceRequest& request) {
+  if (!request.message.contains(kKey)) {
+    return Reply::none();
+  }
+  const PropertyList* entry = request.preferences.find(request.message.requiredText(kKey));
+  if (entry == nullptr) {
+    entry = request.preferences.find(request.message.requiredText("*"));
+  }
+  if (entry == nullptr) {
+    return result(request, "none");
+  }
+  if (entry->dictionary() == nullptr) {
+    throw NSException("the preference entry is no dictionary");
+  }
+  std::array<const std::string*, kSettings.size()> values{};
+  for (std::size_t i = 0; i < kSettings.size(); ++i) {
+    const auto found = entry->dictionary()->find(kSettings[i]);
+    if (found == entry->dictionary()->end()) {
+      continue;
+    }
+    values[i] = found->second.string();
+    if (values[i] == nullptr) {
+      throw NSException("a setting of the preference entry is no string");
+    }
+  }
+  MessageWriter reply = request.sender.replyWriter();
+  for (std::size_t i = 0; i < kSettings.size(); ++i) {
+    if (values[i] != nullptr) {
+      reply.text(kSettings[i], *values[i]);
+    }
+  }
+  return Reply::dictionary();
+}
+
+constexpr std::array<PreferenceCommand, 4> kCommands = {{
+    {"get_userpreferences_key", getPreferencesKey},
+    {"set_userpreferences_key", setPreferencesKey},
+    {"set_userpreferences", setPreferences},
+    {"get_userpreferences", getPreferences},
+}};
+
+constexpr char lowerCase(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+bool equalIgnoringCase(std::string_view left, std::string_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](char a, char b) { return lowerCase(a) == lowerCase(b); });
+}
+
+}  // namespace
+
+std::span<const PreferenceCommand> preferenceCommands() { return kCommands; }
+
+Reply handlePreferenceRequest(const PreferenceRequest& request) {
+  if (const std::optional<std::string_view> action = request.message.text("action")) {
+    for (const PreferenceCommand& command : kCommands) {
+      if (equalIgnoringCase(*action, command.word)) {
+        return command.handle(request);
+      }
+    }
+  }
+  return Reply::dictionary();
+}
+
+}  // namespace sorvane

@@ -1,0 +1,76 @@
+#include "infoserver/PreferenceStore.h"
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <utility>
+
+#include "platform/AtomicFile.h"
+#include "platform/NSException.h"
+
+namespace sorvane {
+namespace {
+
+/// The content of a plain file that is short enough to be a property list.
+std::optional<std::string> readWhole(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    return std::nullopt;  // opening something else, a pipe, might wait for ever
+  }
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  if (error || size > PreferenceStore::kMaximumFileBytes) {
+    return std::nullopt;
+  }
+  std::ifstream file(path, std::ios::binary);
+  std::string content(static_cast<std::size_t>(size), '\0');
+  if (!file.read(content.data(), static_cast<std::streamsize>(content.size()))) {
+    return std::nullopt;
+  }
+  return content;
+}
+
+std::optional<PropertyList> readDictionary(const std::string& path) {
+  const std::optional<std::string> text = readWhole(path);
+  if (!text) {
+    return std::nullopt;
+  }
+  try {
+    PropertyList list = PropertyList::parse(*text);
+    return list.dictionary() != nullptr ? std::optional(std::move(list)) : std::nullopt;
+  } catch (const NSException&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+PreferenceStore::PreferenceStore(std::string file) : file_(std::move(file)) {
+  removeAbandonedTemporaries(file_);
+  if (std::optional<PropertyList> stored = readDictionary(file_)) {
+    preferences_ = std::move(*stored);
+  } else {
+    (void)write();
+  }
+}
+
+const PropertyList* PreferenceStore::find(std::string_view key) const {
+  const PropertyList::Dictionary& entries = *preferences_.dictionary();
+  const auto entry = entries.find(key);
+  return entry == entries.end() ? nullptr : &entry->second;
+}
+
+std::error_code PreferenceStore::set(std::string_view key, PropertyList value) {
+  preferences_.dictionary()->insert_or_assign(std::string(key), std::move(value));
+  return write();
+}
+
+std::error_code PreferenceStore::write() const {
+  const std::string text = preferences_.description();
+  if (text.size() > kMaximumFileBytes) {
+    // The next start could not read it and would begin with nothing: the older content is better.
+    return std::make_error_code(std::errc::file_too_large);
+  }
+  return replaceFile(file_, text);
+}
+
+}  // namespace sorvane
