@@ -1,0 +1,64 @@
+#include "registry/HostLists.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace sorvane {
+
+std::string joinedKey(std::string_view name, std::string_view place) {
+  std::string key;
+  key.reserve(name.size() + 1 + place.size());
+  key.append(name).append(1, '@').append(place);
+  return key;
+}
+
+void HostLists::createBoth() {
+  if (!hostList) {
+    hostList.emplace();
+    alternateHostList.emplace();
+  }
+}
+
+void HostLists::createHostList() {
+  if (!hostList) {
+    hostList.emplace();
+  }
+}
+
+void HostLists::connect(std::string_view hostName, std::string_view address) {
+  createBoth();
+  hostNameString = hostName;
+  std::string key = joinedKey(hostName, address);
+  if (std::find(hostList->begin(), hostList->end(), key) != hostList->end()) {
+    hostList->push_back(std::move(key));
+  }
+}
+
+bool HostLists::remove(std::string_view key) {
+  if (!hostList) {
+    return false;
+  }
+  const auto found = std::find(hostList->begin(), hostList->end(), key);
+  if (found == hostList->end()) {
+    return false;
+  }
+  const auto position = found - hostList->begin();
+  hostList->erase(found);
+  if (alternateHostList && position < std::ssize(*alternateHostList)) {
+    alternateHostList->erase(alternateHostList->begin() + position);
+  }
+  return true;
+}
+
+std::string HostLists::joined(bool alternate) const {
+  std::string text;
+  const auto& list = alternate ? alternateHostList : hostList;
+  if (list) {
+    for (const std::string& key : *list) {
+      text.append(&key == &list->front() ? "" : "|").append(key);
+    }
+  }
+  return text;
+}
+
+}  // namespace sorvane

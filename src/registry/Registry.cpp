@@ -1,0 +1,94 @@
+#include "registry/Registry.h"
+
+#include <mutex>
+#include <utility>
+
+#include "platform/NSException.h"
+#include "platform/TimeSource.h"
+
+namespace sorvane {
+
+Registry::Registry() { stampTime(); }
+
+void Registry::enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record) {
+  // What is replaced is released outside the lock, by the end of `record`.
+  state_.with([&](RegistryState& state) {
+    const auto found = state.map.find(name);
+    if (found == state.map.end()) {
+      state.map.emplace(name, std::move(record));
+    } else {
+      found->second.swap(record);
+    }
+  });
+}
+
+void Registry::removePort(std::string_view name) {
+  PortMap::node_type removed;
+  state_.with([&](RegistryState& state) {
+    if (const auto found = state.map.find(name); found != state.map.end()) {
+      removed = state.map.extract(found);
+    }
+  });
+}
+
+std::shared_ptr<PortDescriptor> Registry::port(std::string_view name) const {
+  return state_.with([&](const RegistryState& state) {
+    const auto found = state.map.find(name);
+    return found == state.map.end() ? nullptr : found->second;
+  });
+}
+
+std::size_t Registry::portCount() const {
+  return state_.with([](const RegistryState& state) { return state.map.size(); });
+}
+
+std::int64_t Registry::takePortNumber(std::int64_t basePort) {
+  return state_.with([&](RegistryState& state) {
+    if (state.maxport == 0) {
+      state.maxport = basePort + 1;
+    }
+    return state.maxport++;
+  });
+}
+
+void Registry::setWatchToDirty() {
+  if (!setDirtyLock_.tryLock()) {
+    return;
+  }
+  const std::lock_guard<VNThreadLock> hold(setDirtyLock_, std::adopt_lock);
+  try {
+    markWatchers();
+  } catch (const NSException&) {  // NOLINT(bugprone-empty-catch): a marking that fails is forgone
+  }
+}
+
+void Registry::markWatchers() {
+  std::shared_ptr<const std::string> dropped;
+  const double now = timeIntervalSinceReferenceDate();
+  state_.with([&](RegistryState& state) {
+    dropped.swap(state.databaseStateString);
+    ++state.stateVersion;
+    watchingPortsList_.markAll();
+    state.timestampFlag = now;
+  });
+}
+
+void Registry::setForceRefreshToDirty() {
+  state_.with([](RegistryState& state) {
+    const std::int32_t next = state.forceRefreshNumber + 1;
+    state.forceRefreshNumber = next < 10001 ? next : 1;
+  });
+}
+
+void Registry::stampTime() {
+  const double now = timeIntervalSinceReferenceDate();
+  state_.with([&](RegistryState& state) { state.timestampFlag = now; });
+}
+
+Registry::ChangeStamp Registry::changeStamp() const {
+  return state_.with([](const RegistryState& state) {
+    return ChangeStamp{state.timestampFlag, state.forceRefreshNumber};
+  });
+}
+
+}  // namespace sorvane

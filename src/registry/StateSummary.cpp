@@ -1,0 +1,78 @@
+#include "registry/StateSummary.h"
+
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+namespace sorvane {
+namespace {
+
+constexpr std::size_t kInitialCapacity = 4096;
+constexpr std::size_t kRoomForOneEntry = 24;
+
+bool isListed(std::string_view name) {
+  return name != "sorvexec" && name != "VN_nameserver" && name != "VN_infoserver";
+}
+
+void appendEntry(std::string& list, std::string_view name, std::string_view text) {
+  if (!list.empty()) {
+    list += '|';
+  }
+  list.append(name).append(1, ':').append(text);
+}
+
+}  // namespace
+
+StateSummary StateSummary::current(Registry& registry) {
+  StateSummary kept;
+  std::uint64_t version = 0;
+  std::size_t ports = 0;
+  const bool bothStand = registry.with([&](RegistryState& state) {
+    kept = {state.databaseStateString, state.databaseAlertString};
+    if (kept.states != nullptr && kept.alerts != nullptr) {
+      return true;
+    }
+    state.databaseStateString = nullptr;
+    state.databaseAlertString = nullptr;
+    version = state.stateVersion;
+    ports = state.map.size();
+    return false;
+  });
+  if (bothStand) {
+    return kept;
+  }
+
+  std::string states;
+  std::string alerts;
+  states.reserve(kInitialCapacity + ports * kRoomForOneEntry);
+  alerts.reserve(kInitialCapacity);
+  registry.forEachPort([&](PortDescriptor& record) {
+    const std::string_view name = record.portName().value_or("");
+    if (!isListed(name)) {
+      return;
+    }
+    appendEntry(states, name, record.portStatus().value_or("running"));
+    if (const auto alert = record.alertStatus()) {
+      appendEntry(alerts, name, *alert);
+    }
+  });
+  const StateSummary built = {std::make_shared<const std::string>(std::move(states)),
+                              std::make_shared<const std::string>(std::move(alerts))};
+  registry.with([&](RegistryState& state) {
+    // A connection that closed meanwhile has dropped the state list: what was built may hold it.
+    if (state.stateVersion == version) {
+      state.databaseStateString = built.states;
+    }
+    state.databaseAlertString = built.alerts;
+  });
+  return built;
+}
+
+bool StateSummary::mustBuildForMoreThan(std::size_t ports, Registry& registry) {
+  return registry.with([&](const RegistryState& state) {
+    return state.map.size() > ports &&
+           (state.databaseStateString == nullptr || state.databaseAlertString == nullptr);
+  });
+}
+
+}  // namespace sorvane

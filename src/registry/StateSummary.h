@@ -1,0 +1,25 @@
+// The summary lists of database states and alerts.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "registry/Registry.h"
+
+namespace sorvane {
+
+/// Both lists are NAME:TEXT entries joined by "|", in the same order; either may be empty.
+struct StateSummary {
+  std::shared_ptr<const std::string> states;  ///< every database; "running" where none was set
+  std::shared_ptr<const std::string> alerts;  ///< the databases whose alert is fresh
+
+  /// The kept lists when both stand, else both built anew and kept. A fresh alert is therefore
+  /// reported past its hour while both stand. Needs `serverLock`.
+  [[nodiscard]] static StateSummary current(Registry& registry);
+
+  /// True when `current` would build the lists for more than `ports` entries.
+  [[nodiscard]] static bool mustBuildForMoreThan(std::size_t ports, Registry& registry);
+};
+
+}  // namespace sorvane
