@@ -1,0 +1,74 @@
+#include "system/Files.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "system/PathText.h"
+#include "system/TreeCopy.h"
+
+namespace sorvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool copyPath(const char* source, const char* destination) {
+  const auto from = adaptedPath(source, PathCopy::whereChanged);
+  const auto to = adaptedPath(destination, PathCopy::whereChanged);
+  return from && to && copyTree(*from, *to);
+}
+
+/// True for what would take the ground away from under its own path.
+bool isNeverRemoved(const fs::path& path) {
+  const fs::path last = path.has_filename() ? path.filename() : path.parent_path().filename();
+  return last.empty() || last == "." || last == "..";
+}
+
+bool removePath(const char* path, PathCopy copy) {
+  const auto target = adaptedPath(path, copy);
+  if (!target || isNeverRemoved(*target)) {
+    return false;
+  }
+  std::error_code error;
+  const std::uintmax_t removed = fs::remove_all(*target, error);
+  return !error && removed > 0;
+}
+
+}  // namespace
+
+bool VN_directoryExists(const char* path) {
+  const auto target = adaptedPath(path, PathCopy::whereChanged);
+  std::error_code error;
+  return target && fs::exists(*target, error);
+}
+
+bool VN_copyFile(const char* source, const char* destination) {
+  return copyPath(source, destination);
+}
+
+bool VN_copyDirectory(const char* source, const char* destination) {
+  return copyPath(source, destination);
+}
+
+bool VN_changeDirectory(const char* path) {
+  const auto target = adaptedPath(path, PathCopy::whereChanged);
+  std::error_code error(1, std::system_category());
+  if (target) {
+    fs::current_path(*target, error);
+  }
+  return !error;
+}
+
+bool VN_createDirectory(const char* path) {
+  const auto target = adaptedPath(path, PathCopy::always);
+  std::error_code error;
+  return target && fs::create_directory(*target, error);
+}
+
+int VN_removeDirectory(const char* path) {
+  static_cast<void>(removePath(path, PathCopy::whereChanged));
+  return 1;
+}
+
+bool VN_removeFile(const char* path) { return removePath(path, PathCopy::always); }
+
+}  // namespace sorvane

@@ -1,0 +1,35 @@
+#include "system/LaunchedTask.h"
+
+#include <errno.h>
+#include <sys/wait.h>
+
+#include <thread>
+
+namespace sorvane {
+
+std::shared_ptr<LaunchedTask> LaunchedTask::watching(int processIdentifier) {
+  std::shared_ptr<LaunchedTask> task(new LaunchedTask(processIdentifier));
+  std::thread([task] { task->reap(); }).detach();
+  return task;
+}
+
+bool LaunchedTask::isRunning() const {
+  const std::lock_guard lock(mutex_);
+  return running_;
+}
+
+void LaunchedTask::waitUntilExit() const {
+  std::unique_lock lock(mutex_);
+  ended_.wait(lock, [this] { return !running_; });
+}
+
+void LaunchedTask::reap() {
+  // Where ended children are reaped by the system, this waits as long and then finds no child.
+  while (waitpid(processIdentifier_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  const std::lock_guard lock(mutex_);
+  running_ = false;
+  ended_.notify_all();
+}
+
+}  // namespace sorvane

@@ -1,0 +1,83 @@
+#include "system/Processes.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/SpawnProgram.h"
+#include "platform/VNHost.h"
+#include "system/ProcessInfo.h"
+#include "system/SystemLock.h"
+
+namespace sorvane {
+namespace {
+
+constexpr int kLongestHostName = 100;
+
+/// The process identifier once it was made; kept for threads that outlive main.
+std::mutex globalStringMutex;
+const std::string* globalString = nullptr;
+
+std::string nameOfHost() {
+  for (const std::string& name :
+       {VNHost::currentHost().name(), ProcessInfo::processInfo().hostName()}) {
+    if (!name.empty()) {
+      return name;
+    }
+  }
+  return "localhost";
+}
+
+std::string makeProcessID() {
+  char name[kLongestHostName + 1] = "";
+  VN_hostName(name, kLongestHostName);
+  const std::string unique = ProcessInfo::processInfo().globallyUniqueString(name);
+  // The name may hold "_" itself; the process number ends at the first one after name and "_".
+  return unique.substr(0, unique.find('_', strlen(name) + 1));
+}
+
+}  // namespace
+
+void VN_hostName(char* buffer, int length) {
+  const std::string name = nameOfHost();
+  const auto room = static_cast<std::size_t>(std::max(length, 0));
+  const std::size_t copied = name.copy(buffer, room);
+  if (copied < room) {
+    buffer[copied] = '\0';
+  }
+}
+
+const char* VN_processID() {
+  const std::lock_guard lock(globalStringMutex);
+  if (globalString == nullptr) {
+    globalString = new std::string(makeProcessID());
+  }
+  return globalString->c_str();
+}
+
+void resetProcessIDForTest() {
+  const std::lock_guard lock(globalStringMutex);
+  delete globalString;
+  globalString = nullptr;
+}
+
+void VN_sleep(int seconds) {
+  std::this_thread::sleep_until(std::chrono::steady_clock::now() + std::chrono::seconds(seconds));
+}
+
+std::shared_ptr<LaunchedTask> QB_launch(const char* path) {
+  return LaunchedTask::watching(spawnProgram(path));
+}
+
+int QB_system(const char* command) {
+  const SystemLock lock;
+  static_cast<void>(system(command));
+  return 0;
+}
+
+}  // namespace sorvane
