@@ -1,0 +1,49 @@
+#include "daemon/ProcessSetup.h"
+
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "platform/EndProcess.h"
+
+namespace sorvane {
+namespace {
+
+void raiseLimit(decltype(RLIMIT_NOFILE) resource) {
+  rlimit limit{};
+  if (getrlimit(resource, &limit) == 0) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(resource, &limit);
+  }
+}
+
+}  // namespace
+
+void stopAllNameServers() {
+  signal(SIGTERM, SIG_IGN);
+  static_cast<void>(system(kStopCommand));
+  endProcess();
+}
+
+void detach() {
+  signal(SIGHUP, SIG_IGN);
+  signal(SIGCHLD, SIG_IGN);
+  fflush(stdout);  // or both processes would write what waits there
+  if (fork() > 0) {
+    endProcess();
+  }
+}
+
+void raiseResourceLimits() {
+  raiseLimit(RLIMIT_NOFILE);
+  raiseLimit(RLIMIT_NPROC);
+}
+
+void ignoreHangupAndInterrupt() {
+  signal(SIGHUP, SIG_IGN);
+  signal(SIGINT, SIG_IGN);
+}
+
+}  // namespace sorvane
