@@ -12,3 +12,8 @@ if(SORVANE_SANITIZERS)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+
+if(SORVANE_FUZZERS)
+  # The fuzzer steers by the paths taken in the libraries, not only in the target's own file.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

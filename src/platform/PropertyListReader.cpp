@@ -94,8 +94,11 @@ PropertyList PropertyListReader::readTopLevel() {
   std::size_t keyBegin = at_;
   std::string key = readString();
   skipBlanks();
+  if (atEnd()) {
+    return key;
+  }
   if (here() != '=') {
-    return key;  // a string alone
+    failWanting("\"=\" or the end");
   }
   enterLevel();
   PropertyList::Dictionary dictionary;

@@ -36,17 +36,17 @@ struct Settings {
   /// The settings of this process, read at the first call. A file that cannot be read or parsed, or
   /// a value that makes no sense, costs one console line with file, line and reason, and ends the
   /// process with status 0. An unknown key costs one console line. Any thread.
-  static const Settings& current();
+  [[nodiscard]] static const Settings& current();
 
   /// Reads `file` (null: no file) for an executable in `executableFolder`. Raises NSException whose
   /// text is "FILE:LINE: REASON". Unknown keys are reported to the console.
-  static Settings read(const char* file, const std::string& executableFolder);
+  [[nodiscard]] static Settings read(const char* file, const std::string& executableFolder);
 
   /// Makes `current` answer these from now on. For tests, before other threads run.
   static void replaceForTest(Settings settings);
 };
 
-/// The folder that holds the running executable, without a slash at its end.
-std::string executableFolder();
+/// The folder that holds the running executable, links resolved, without a slash at its end.
+[[nodiscard]] std::string executableFolder();
 
 }  // namespace sorvane
