@@ -1,0 +1,69 @@
+// A run loop: one thread that makes the calls asked of it, one after the other.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "platform/Guarded.h"
+
+namespace sorvane {
+
+class RunLoop {
+ public:
+  using Call = std::function<void()>;
+  using Clock = std::chrono::steady_clock;
+
+  virtual ~RunLoop() = default;
+
+  /// Makes `call` on the loop's thread once `delay` has passed, never inside this function, not
+  /// even with a delay of 0 on the loop's own thread: then on the loop's next pass. Calls due at
+  /// the same time are made in the order in which they were asked for. Any thread; never waits.
+  virtual void performAfterDelay(std::chrono::milliseconds delay, Call call) = 0;
+
+  void perform(Call call) { performAfterDelay(std::chrono::milliseconds(0), std::move(call)); }
+};
+
+/// The calls that a run loop has yet to make. Any thread.
+class DelayedCalls {
+ public:
+  void add(RunLoop::Clock::time_point due, RunLoop::Call call);
+
+  /// Makes the calls that are due at `now`; those added meanwhile wait for the next pass.
+  void makeDue(RunLoop::Clock::time_point now);
+
+  /// When the next call is due; nothing when there is none.
+  [[nodiscard]] std::optional<RunLoop::Clock::time_point> nextDue() const;
+
+  /// How long a loop may wait now: at least 0, nothing for as long as it likes. Rounded up, so that
+  /// the call is due when the wait is over.
+  [[nodiscard]] std::optional<std::chrono::milliseconds> waitingTime(
+      RunLoop::Clock::time_point now) const;
+
+ private:
+  Guarded<std::multimap<RunLoop::Clock::time_point, RunLoop::Call>> calls_;
+};
+
+/// Keeps calls that were asked of a run loop from outliving the object that they use: a member of
+/// that object wraps them. The object and the calls belong to the loop's thread.
+class CallGuard {
+ public:
+  /// The call, which does nothing once the guard is gone or has forgotten it.
+  [[nodiscard]] RunLoop::Call guarded(RunLoop::Call call) const {
+    return [token = std::weak_ptr<char>(token_), call = std::move(call)] {
+      if (token.lock() != nullptr) {
+        call();
+      }
+    };
+  }
+
+  /// Calls guarded so far are not made any more.
+  void forget() { token_ = std::make_shared<char>(); }
+
+ private:
+  std::shared_ptr<char> token_ = std::make_shared<char>();
+};
+
+}  // namespace sorvane

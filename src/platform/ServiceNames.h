@@ -1,0 +1,16 @@
+// Names to try, one after the other, for a service whose name is taken.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace sorvane {
+
+/// Longest name of a service in bytes (RFC 6763, section 4.1.1).
+inline constexpr std::size_t kMaximumServiceNameBytes = 63;
+
+/// The name itself as the first attempt, then "name (2)", "name (3)" and so on, cut at a
+/// character's border where it would be too long. `attempt` counts from 1; `name` is UTF-8.
+[[nodiscard]] std::string serviceNameOfAttempt(const std::string& name, int attempt);
+
+}  // namespace sorvane
