@@ -1,0 +1,26 @@
+// Which failures of the Avahi library are for good.
+#pragma once
+
+#include <avahi-common/error.h>
+
+namespace sorvane {
+
+/// True when the call can never succeed with what it was given. Any other failure is one of the
+/// connection or of the daemon, and passes.
+[[nodiscard]] constexpr bool isFaultOfArguments(int error) {
+  switch (error) {
+    case AVAHI_ERR_INVALID_HOST_NAME:
+    case AVAHI_ERR_INVALID_DOMAIN_NAME:
+    case AVAHI_ERR_INVALID_SERVICE_NAME:
+    case AVAHI_ERR_INVALID_SERVICE_TYPE:
+    case AVAHI_ERR_INVALID_SERVICE_SUBTYPE:
+    case AVAHI_ERR_INVALID_PORT:
+    case AVAHI_ERR_INVALID_ARGUMENT:
+    case AVAHI_ERR_NOT_SUPPORTED:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace sorvane
