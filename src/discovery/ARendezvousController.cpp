@@ -1,0 +1,173 @@
+#include "discovery/ARendezvousController.h"
+
+#include <utility>
+
+#include "platform/Console.h"
+#include "platform/SocketAddress.h"
+
+namespace sorvane {
+namespace {
+
+// The empty domain stands for the default ones.
+constexpr const char* kDefaultDomains = "";
+
+}  // namespace
+
+ARendezvousController::ARendezvousController(std::string name, std::string type, std::int32_t port,
+                                             ServiceDiscovery& discovery)
+    : discovery_(discovery), serviceType_(std::move(type)), portNumber_(port) {
+  setName(std::move(name));
+  createBrowser();
+}
+
+ARendezvousController::~ARendezvousController() {
+  activatePublishing(false);
+  if (service_ != nullptr) {
+    service_->setDelegate(nullptr);
+  }
+  for (const std::shared_ptr<NetService>& service : stoppedServices_) {
+    service->setDelegate(nullptr);
+  }
+  serviceBrowser_->stop();
+}
+
+void ARendezvousController::setDelegate(ARendezvousDelegate* delegate) {
+  if (delegate == nullptr) {
+    consoleLine("Delegate does not respond to 'discoveredServicesDidChange:'!");
+  }
+  delegate_ = delegate;
+}
+
+bool ARendezvousController::setName(std::string name) {
+  if (publishing_) {
+    consoleLine("Cannot change name while service is published!");
+    return false;
+  }
+  serviceName_ = std::move(name);
+  return true;
+}
+
+void ARendezvousController::activatePublishing(bool flag) {
+  if (flag == publishing_) {
+    return;
+  }
+  if (flag) {
+    createService();
+  } else {
+    service_->stop();
+    stoppedServices_.push_back(std::exchange(service_, nullptr));
+  }
+  publishing_ = flag;
+}
+
+void ARendezvousController::createService() {
+  if (service_ != nullptr) {
+    return;
+  }
+  service_ = discovery_.makeService(kDefaultDomains, serviceType_, serviceName_, portNumber_);
+  service_->setDelegate(this);
+  service_->publish();
+}
+
+void ARendezvousController::createBrowser() {
+  if (serviceBrowser_ == nullptr) {
+    serviceBrowser_ = discovery_.makeBrowser();
+    serviceBrowser_->setDelegate(this);
+  }
+}
+
+void ARendezvousController::createSocket() {
+  if (socketPort_ != nullptr) {
+    return;
+  }
+  do {
+    socketPort_ = discovery_.makeSocketPort(static_cast<std::uint16_t>(portNumber_));
+    ++portNumber_;
+  } while (socketPort_ == nullptr);
+  --portNumber_;
+}
+
+void ARendezvousController::search() {
+  serviceBrowser_->searchForServicesOfType(serviceType_, kDefaultDomains);
+}
+
+void ARendezvousController::activateBrowsing(bool flag) {
+  if (flag == browsing_) {
+    return;
+  }
+  browsing_ = flag;
+  if (flag) {
+    search();
+    return;
+  }
+  serviceBrowser_->stop();
+  discoveredServicesWithInfo_.clear();
+  tellDelegate();
+}
+
+void ARendezvousController::startBrowsing() {
+  if (browsing_) {
+    consoleLine("Browing already started!");  // spelled so on purpose
+    return;
+  }
+  browsing_ = true;
+  search();
+}
+
+void ARendezvousController::refreshBrowsing() {
+  if (!browsing_) {
+    return;
+  }
+  activateBrowsing(false);
+  discovery_.runLoop().perform(laterCalls_.guarded([this] { startBrowsing(); }));
+}
+
+void ARendezvousController::tellDelegate() {
+  if (delegate_ != nullptr) {
+    delegate_->discoveredServicesDidChange(*this);
+  }
+}
+
+void ARendezvousController::netServiceDidNotPublish(NetService&, std::string_view) {
+  publishing_ = false;
+  tellDelegate();
+}
+
+void ARendezvousController::netServiceBrowserDidFindService(
+    NetServiceBrowser&, const std::shared_ptr<NetService>& service, bool) {
+  service->setDelegate(this);
+  service->resolve();
+}
+
+void ARendezvousController::netServiceBrowserDidRemoveService(
+    NetServiceBrowser&, const std::shared_ptr<NetService>& service, bool) {
+  removeInfoService(*service);
+  tellDelegate();
+}
+
+void ARendezvousController::netServiceBrowserDidStopSearch(NetServiceBrowser& browser) {
+  if (&browser == serviceBrowser_.get()) {
+    discoveredServicesWithInfo_.clear();
+    tellDelegate();
+  }
+}
+
+void ARendezvousController::netServiceBrowserDidNotSearch(NetServiceBrowser&, std::string_view) {
+  consoleLine("Unable to search.");
+}
+
+void ARendezvousController::netServiceDidResolveAddress(
+    const std::shared_ptr<NetService>& service) {
+  // Every address is read as an IPv4 one, whatever its family: kept on purpose.
+  for (const std::string& bytes : service->addresses()) {
+    const Ipv4SocketAddress address = readAsIpv4SocketAddress(bytes);
+    if (address.dottedAddress == "127.0.0.1") {
+      continue;
+    }
+    if (addInfoService(service, service->name(), address.dottedAddress, address.rawPort)) {
+      tellDelegate();
+    }
+  }
+}
+
+}  // namespace sorvane
