@@ -1,0 +1,161 @@
+#include "platform/Message.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/WireBytes.h"
+
+namespace sorvane {
+namespace {
+
+using test::entry;
+
+const std::string kNul(1, '\0');
+
+TEST(Message, KeepsTheOrderInWhichItsKeysCame) {
+  const Message message({{"z", "1"}, {"a", "2"}, {"m", "3"}});
+  ASSERT_EQ(message.entries().size(), 3U);
+  EXPECT_EQ(message.entries()[0].key, "z");
+  EXPECT_EQ(message.entries()[1].key, "a");
+  EXPECT_EQ(message.entries()[2].key, "m");
+}
+
+TEST(Message, ATextTravelsWithItsNul) {
+  const Message message({{"result", "succeed"}});
+  EXPECT_EQ(message.data("result"), "succeed" + kNul);
+  EXPECT_EQ(message.body(), entry("result", "succeed" + kNul));
+}
+
+TEST(Message, DataTravelsExactlyAsItIs) {
+  Message message;
+  message.setData("data", std::string("a\0b", 3));
+  EXPECT_EQ(message.body(), entry("data", std::string("a\0b", 3)));
+}
+
+TEST(Message, SettingAKeyAgainReplacesItInItsPlace) {
+  Message message({{"a", "1"}, {"b", "2"}});
+  message.setText("a", "longer than before");
+  ASSERT_EQ(message.entries().size(), 2U);
+  EXPECT_EQ(message.entries()[0].key, "a");
+  EXPECT_EQ(message.text("a"), "longer than before");
+  EXPECT_EQ(message.text("b"), "2");
+}
+
+TEST(Message, IsReadInPlace) {
+  const std::string body = entry("action", "hostInfo" + kNul) + entry("", "x");
+  Message message;
+  ASSERT_EQ(message.readBody(body), nullptr);
+  EXPECT_EQ(message.body().data(), body.data());
+  EXPECT_GE(message.entries()[0].key.data(), body.data());
+  EXPECT_LT(message.entries()[0].key.data(), body.data() + body.size());
+  EXPECT_EQ(message.text("action"), "hostInfo");
+  EXPECT_EQ(message.data(""), "x") << "an empty key is a key";
+}
+
+TEST(Message, AnEmptyBodyIsAnEmptyDictionary) {
+  Message message;
+  EXPECT_EQ(message.readBody(""), nullptr);
+  EXPECT_TRUE(message.entries().empty());
+}
+
+TEST(Message, ACopyAndAMovedMessageStandForThemselves) {
+  std::string body = entry("k", "v" + kNul);
+  Message lying;
+  ASSERT_EQ(lying.readBody(body), nullptr);
+  const Message copy(lying);
+  body.assign(body.size(), 'x');
+  EXPECT_EQ(copy.text("k"), "v");
+
+  Message small({{"k", "v"}});  // short enough to lie inside the string object itself
+  const Message moved(std::move(small));
+  EXPECT_EQ(moved.text("k"), "v");
+  Message assigned;
+  assigned = moved;
+  EXPECT_EQ(assigned.text("k"), "v");
+}
+
+struct Malformed {
+  const char* name;
+  std::string body;
+  const char* reason;
+};
+
+class MalformedBody : public testing::TestWithParam<Malformed> {};
+
+TEST_P(MalformedBody, IsToldAndLeavesAnEmptyMessage) {
+  Message message;
+  ASSERT_EQ(message.readBody(entry("before", "1")), nullptr);
+  EXPECT_STREQ(message.readBody(GetParam().body), GetParam().reason);
+  EXPECT_TRUE(message.entries().empty());
+  EXPECT_TRUE(message.body().empty());
+}
+
+std::string manyKeysWithOneTwice() {
+  std::string body;
+  for (int i = 0; i < 100; ++i) {
+    body += entry("key" + std::to_string(i), "");
+  }
+  return body + entry("key42", "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, MalformedBody,
+    testing::Values(
+        Malformed{"HeaderCut", std::string("\0\1\0\0\0", 5), "an entry runs past the body"},
+        Malformed{"ValueCut", entry("k", "value").substr(0, 9), "an entry runs past the body"},
+        Malformed{"HugeValue", std::string("\0\1\xff\xff\xff\xff", 6) + "kv", "an entry runs past the body"},
+        Malformed{"SecondEntryCut", entry("a", "1") + std::string(3, '\0'), "an entry runs past the body"},
+        Malformed{"RepeatedKey", entry("a", "1") + entry("b", "2") + entry("a", "3"), "a key is repeated"},
+        Malformed{"RepeatedEmptyKey", entry("", "1") + entry("", "2"), "a key is repeated"},
+        Malformed{"RepeatedAmongMany", manyKeysWithOneTwice(), "a key is repeated"},
+        Malformed{"KeyNotUtf8", entry("\xff", "1"), "a key is not UTF-8 text"},
+        Malformed{"KeyWithNul", entry(std::string("a\0b", 3), "1"), "a key is not UTF-8 text"},
+        Malformed{"KeyWithNulAndUmlaut", entry(std::string("\xc3\xa4\0", 3), "1"), "a key is not UTF-8 text"}),
+    [](const auto& each) { return each.param.name; });
+
+TEST(Message, AKeyMayHoldAnyUtf8Text) {
+  Message message;
+  EXPECT_EQ(message.readBody(entry("Schl\xc3\xbcssel \xf0\x9f\x97\x9d", "1")), nullptr);
+}
+
+TEST(Message, AHundredThousandKeysAreReadInTimeThatIsNotQuadratic) {
+  std::string body;
+  for (int i = 0; i < 100000; ++i) {
+    body += entry(std::to_string(i), "");
+  }
+  Message message;
+  EXPECT_EQ(message.readBody(body), nullptr);
+  EXPECT_EQ(message.entries().size(), 100000U);
+}
+
+TEST(TextOfValue, EndsAtTheFirstNul) {
+  EXPECT_EQ(textOfValue(std::string("db1\0rest", 8)), "db1");
+  EXPECT_EQ(textOfValue("db1"), "db1") << "all of the bytes when there is no NUL";
+  EXPECT_EQ(textOfValue(kNul), "") << "the empty text is a text";
+}
+
+TEST(TextOfValue, NoBytesOrNoUtf8AreNoText) {
+  EXPECT_EQ(textOfValue(""), std::nullopt);
+  EXPECT_EQ(textOfValue("\xff" + kNul), std::nullopt);
+  EXPECT_EQ(textOfValue(std::string("ok\0\xff", 4)), "ok") << "what follows the NUL is ignored";
+}
+
+TEST(Message, ANeededTextThatIsMissingOrNoTextRaises) {
+  Message message({{"text", "x"}});
+  message.setData("empty", "").setData("binary", "\xff");
+  EXPECT_EQ(message.requiredText("text"), "x");
+  EXPECT_THROW((void)message.requiredText("missing"), NSException);
+  EXPECT_THROW((void)message.requiredText("empty"), NSException);
+  EXPECT_THROW((void)message.requiredText("binary"), NSException);
+}
+
+TEST(Message, DescribesTextsAsStringsAndOtherBytesAsData) {
+  Message message({{"action", "host info"}});
+  message.setData("raw", "\x01\x02").setData("twoTexts", std::string("a\0b\0", 4));
+  EXPECT_EQ(message.description(),
+            "{\n    action = \"host info\";\n    raw = <0102>;\n    twoTexts = <61006200>;\n}");
+}
+
+}  // namespace
+}  // namespace sorvane

@@ -1,0 +1,73 @@
+// A server in this process whose delegate does what each request tells it.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/NetConnection.h"
+#include "platform/Settings.h"
+#include "support/RawConnection.h"
+
+namespace sorvane::test {
+
+/// The requests that it understands, each by the presence of a key:
+///   "echo" answers the request itself; "nil" answers nil; "big" (a number) answers {"data": so many bytes};
+///   "wait" cannot be delivered without waiting, and waits until `openGate`; "raise" raises what a command may raise;
+///   "raiseOther" raises what it may not. Anything else is answered with an empty dictionary.
+class ScriptedDelegate : public NetConnectionDelegate {
+ public:
+  void startCommunication(NetConnection& connection) override;
+  std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender) override;
+  Reply deliverCommunication(const Message& request, NetConnection& sender) override;
+  void endCommunication(NetConnection& connection) override;
+
+  void openGate();
+  /// Waits until so many requests are inside the gate or have passed it.
+  [[nodiscard]] bool arriveAtGate(int requests);
+
+  std::atomic<int> started{0};
+  std::atomic<int> delivered{0};
+  std::atomic<int> ended{0};
+  std::atomic<int> overlaps{0};  ///< times that two operations of one connection ran at once, or out of order
+
+ private:
+  Reply answer(const Message& request, NetConnection& sender);
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool gateIsOpen_ = false;  // guarded by mutex_
+  int atGate_ = 0;           // guarded by mutex_
+};
+
+/// Serves on a free port of 127.0.0.1 from its making; for ever, since a server does not end: whatever it needs is left
+/// to the process.
+class ServedDelegate {
+ public:
+  explicit ServedDelegate(Settings settings = {});
+
+  [[nodiscard]] ScriptedDelegate& delegate() { return *delegate_; }
+  [[nodiscard]] RawConnection connect() const { return RawConnection(port_); }
+  [[nodiscard]] int port() const { return port_; }
+
+ private:
+  ScriptedDelegate* const delegate_;
+  int port_ = 0;
+};
+
+/// The console's lines from its making to its end.
+class ConsoleLines {
+ public:
+  ConsoleLines();
+  ~ConsoleLines();
+  /// Waits until a line holds that text.
+  [[nodiscard]] bool hold(const std::string& text) const;
+  [[nodiscard]] int count(const std::string& text) const;
+};
+
+}  // namespace sorvane::test
