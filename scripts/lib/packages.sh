@@ -1,0 +1,68 @@
+# shellcheck shell=bash disable=SC2034
+# Debian packages that the other scripts need. To be read in by common.sh.
+
+# What building and running takes.
+build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev libcli11-dev
+                libfmt-dev nlohmann-json3-dev psmisc)
+# What the tests take beyond that.
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps)
+fuzz_packages=(clang clang-14 libclang-rt-14-dev)
+format_packages=(clang-format)
+tidy_packages=(clang-tidy)
+
+policy_file=/usr/sbin/policy-rc.d
+policy_is_ours=no
+
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    fail "'$*' must run as root, and there is no sudo: install the packages named above as root"
+  fi
+}
+
+# Services stay stopped while packages are installed: a responder for Multicast DNS, which the tests
+# start in a network of their own, must never speak on this machine's. A policy of this machine stays.
+keep_services_stopped() {
+  [ -e "$policy_file" ] && return
+  policy_is_ours=yes
+  trap allow_services EXIT
+  printf '#!/bin/sh\nexit 101\n' | as_root tee "$policy_file" >/dev/null
+  as_root chmod 755 "$policy_file"
+}
+
+allow_services() {
+  if [ "$policy_is_ours" = yes ]; then
+    as_root rm -f "$policy_file"
+    policy_is_ours=no
+  fi
+  trap - EXIT
+}
+
+# missing_packages NAME...: those that are not installed, a line each.
+missing_packages() {
+  local name
+  for name in "$@"; do
+    case "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" in
+      installed) ;;
+      *) echo "$name" ;;
+    esac
+  done
+}
+
+# install_packages NAME...: installs those that are missing, and nothing when none is.
+install_packages() {
+  local missing
+  mapfile -t missing < <(missing_packages "$@")
+  [ "${#missing[@]}" -eq 0 ] && return
+  command -v apt-get >/dev/null || fail "these packages are missing, and there is no apt-get: ${missing[*]}"
+  say "installing ${missing[*]}"
+  keep_services_stopped
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq update ||
+    fail "the package lists could not be read"
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends \
+    -o Dpkg::Use-Pty=0 install "${missing[@]}" >/dev/null || fail "the packages could not be installed"
+  allow_services
+}
