@@ -50,8 +50,8 @@ class ScriptedPeer {
   /// Notes the connection that is served from now on; false at the end of the peer's life.
   [[nodiscard]] bool begin(int accepted);
 
+  int port_ = 0;  // before the listener, whose making sets it
   int listener_ = -1;
-  int port_ = 0;
   std::atomic<int> connections_ = 0;
   std::mutex mutex_;
   int current_ = -1;     // under mutex_: the connection that is being served
