@@ -1,0 +1,159 @@
+#include "platform/VNFileLock.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <system_error>
+
+#include "platform/Console.h"
+#include "platform/Settings.h"
+
+namespace sorvane {
+namespace {
+
+// Without waiting: somebody may have put a FIFO there.
+constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+constexpr mode_t kFileMode = 0644;
+constexpr mode_t kParentMode = 0755;
+constexpr mode_t kFolderMode = 01777;  // any user may lay a lock there, none remove another's
+
+/// Creates a folder with exactly these rights, whatever the process masks out.
+bool createFolder(const std::string& folder, mode_t mode) {
+  if (mkdir(folder.c_str(), mode) == 0) {
+    return chmod(folder.c_str(), mode) == 0;
+  }
+  return errno == EEXIST;
+}
+
+bool createFolderAndParents(const std::string& folder) {
+  for (std::size_t slash = folder.find('/', 1); slash != std::string::npos;
+       slash = folder.find('/', slash + 1)) {
+    if (!createFolder(folder.substr(0, slash), kParentMode)) {
+      return false;
+    }
+  }
+  return createFolder(folder, kFolderMode);
+}
+
+/// An existing file; one that may not be written serves as well.
+int openExisting(const char* path) {
+  const int descriptor = open(path, O_RDWR | kOpenFlags);
+  if (descriptor >= 0 || (errno != EACCES && errno != EPERM && errno != EROFS)) {
+    return descriptor;
+  }
+  return open(path, O_RDONLY | kOpenFlags);
+}
+
+int createFile(const char* path) {
+  const int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | kOpenFlags, kFileMode);
+  if (descriptor >= 0) {
+    fchmod(descriptor, kFileMode);
+  }
+  return descriptor;
+}
+
+/// The lock file, made where it is missing, or -1 and errno.
+int openLockFile(const std::string& path) {
+  for (;;) {
+    // Not with O_CREAT at once: a system may refuse that for another user's file in a sticky
+    // folder.
+    int descriptor = openExisting(path.c_str());
+    if (descriptor >= 0 || errno != ENOENT) {
+      return descriptor;
+    }
+    if (!createFolderAndParents(path.substr(0, path.rfind('/')))) {
+      return -1;
+    }
+    descriptor = createFile(path.c_str());
+    if (descriptor >= 0 || errno != EEXIST) {
+      return descriptor;
+    }
+  }
+}
+
+/// True when the path still leads to the open file: a lock on one that was removed holds nobody
+/// off.
+bool isFileAt(const std::string& path, const struct stat& open) {
+  struct stat named {};
+  return lstat(path.c_str(), &named) == 0 && named.st_dev == open.st_dev &&
+         named.st_ino == open.st_ino;
+}
+
+void writeProcessNumber(int descriptor, const struct stat& status) {
+  if (status.st_nlink != 1) {
+    return;  // under another name this may be somebody's file
+  }
+  const std::string number = std::to_string(getpid()) + '\n';
+  const ssize_t written = pwrite(descriptor, number.data(), number.size(), 0);
+  if (written > 0 && ftruncate(descriptor, written) != 0) {
+    return;  // the number is for people; the lock holds without it
+  }
+}
+
+enum class Attempt { obtained, heldElsewhere, failed, again };
+
+Attempt lockFile(int descriptor, const std::string& path) {
+  struct stat status {};
+  if (fstat(descriptor, &status) != 0) {
+    return Attempt::failed;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return Attempt::failed;
+  }
+  while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EINTR) {
+      return errno == EWOULDBLOCK ? Attempt::heldElsewhere : Attempt::failed;
+    }
+  }
+  if (!isFileAt(path, status)) {
+    return Attempt::again;
+  }
+  writeProcessNumber(descriptor, status);
+  return Attempt::obtained;
+}
+
+}  // namespace
+
+std::shared_ptr<VNFileLock> VNFileLock::fileLockWithSorvaneProcessName(const std::string& name) {
+  return std::shared_ptr<VNFileLock>(
+      new VNFileLock(Settings::current().lockDirectory + '/' + name + ".lock"));
+}
+
+VNFileLock::VNFileLock(std::string path) : path_(std::move(path)) {}
+
+VNFileLock::~VNFileLock() {
+  if (descriptor_ >= 0) {
+    close(descriptor_);
+  }
+}
+
+bool VNFileLock::obtainLock() {
+  if (descriptor_ >= 0) {
+    return true;
+  }
+  for (;;) {
+    const int descriptor = openLockFile(path_);
+    const Attempt attempt = descriptor < 0 ? Attempt::failed : lockFile(descriptor, path_);
+    if (attempt == Attempt::obtained) {
+      descriptor_ = descriptor;
+      return true;
+    }
+    const int reason = errno;
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
+    if (attempt == Attempt::failed) {
+      consoleLine("the process lock " + path_ +
+                  " cannot be taken: " + std::generic_category().message(reason));
+    }
+    if (attempt != Attempt::again) {
+      return false;
+    }
+  }
+}
+
+}  // namespace sorvane
