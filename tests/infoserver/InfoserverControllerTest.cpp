@@ -1,0 +1,212 @@
+// The info server as a message handler: its instance, its lock, its guard.
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "infoserver/InfoServer.h"
+#include "infoserver/InfoserverController.h"
+#include "platform/Console.h"
+#include "platform/Settings.h"
+#include "registry/PortDescriptor.h"
+
+namespace sorvane::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> consoleLines;
+
+/// A thread that can be asked whether it sleeps, for a lock for example.
+class WatchedThread {
+ public:
+  explicit WatchedThread(std::function<void()> work)
+      : thread_([this, work = std::move(work)] {
+          number_ = ::gettid();
+          work();
+          done_ = true;
+        }) {}
+  ~WatchedThread() { thread_.join(); }
+
+  /// True once the thread sleeps in the middle of its work; false when it got through.
+  [[nodiscard]] bool comesToAWait() const {
+    while (!done_) {
+      const int number = number_;
+      std::ifstream status("/proc/self/task/" + std::to_string(number) + "/stat");
+      std::string line;
+      std::getline(status, line);
+      const std::size_t afterName = line.rfind(") ");
+      if (number != 0 && afterName != std::string::npos && line[afterName + 2] == 'S') {
+        return !done_;
+      }
+      std::this_thread::yield();
+    }
+    return false;
+  }
+
+ private:
+  std::atomic<int> number_ = 0;
+  std::atomic<bool> done_ = false;
+  std::thread thread_;
+};
+
+class InfoServer : public InfoServerTest {
+ protected:
+  InfoServer() {
+    consoleLines.clear();
+    setConsoleSink([](std::string_view line) { consoleLines.emplace_back(line); });
+    start();
+  }
+  ~InfoServer() override { setConsoleSink(nullptr); }
+
+  /// A request that raises: neither the entry nor a fallback is there.
+  const Message raising_ = request("get_userpreferences", {{"key", "nobody"}});
+};
+
+TEST_F(InfoServer, IsTheGlobalObjectWhileItLives) {
+  EXPECT_EQ(InfoserverController::globalObject(), server_.get());
+  server_.reset();
+  EXPECT_EQ(InfoserverController::globalObject(), nullptr);
+}
+
+TEST_F(InfoServer, MadeLaterIsTheGlobalObjectEvenAfterTheEarlierOnesEnd) {
+  const auto later = std::make_unique<InfoserverController>((folder_ / "other").string());
+  EXPECT_EQ(InfoserverController::globalObject(), later.get());
+  server_.reset();
+  EXPECT_EQ(InfoserverController::globalObject(), later.get());
+}
+
+TEST_F(InfoServer, KeepsThePreferencesWhereTheSettingsSay) {
+  server_.reset();
+  Settings settings;
+  settings.userPreferenceFile = (folder_ / "of the settings").string();
+  Settings::replaceForTest(settings);
+  server_ = std::make_unique<InfoserverController>();
+  sets("anna", {{"databases", "db1"}});
+  EXPECT_EQ(PropertyList::parse(readFile(folder_ / "of the settings")).dictionary()->count("anna"),
+            1U);
+}
+
+TEST_F(InfoServer, AnswersACommandThatRaisesWithAnEmptyDictionaryAndGoesOn) {
+  EXPECT_EQ(asks(raising_), kEmptyDictionary);
+  EXPECT_TRUE(server_->commLock().tryLock()) << "the lock is released";
+  server_->commLock().unlock();
+  sets("anna", {});
+  EXPECT_TRUE(consoleLines.empty()) << consoleLines.front();
+}
+
+TEST_F(InfoServer, TellsTheConsoleOfACommandThatRaisesWhenVerbose) {
+  server_->runConnection(true);
+  EXPECT_EQ(asks(raising_), kEmptyDictionary);
+  EXPECT_EQ(asks("get_userpreferences", {}), kNil);
+  ASSERT_EQ(consoleLines.size(), 1U) << "nothing is told of a missing key";
+  EXPECT_NE(consoleLines[0].find("An exception was detected."), std::string::npos);
+
+  server_->runConnection(false);
+  EXPECT_EQ(asks(raising_), kEmptyDictionary);
+  EXPECT_EQ(consoleLines.size(), 1U);
+}
+
+TEST_F(InfoServer, TellsTheConsoleOfAFailedWriteWhenVerboseAlone) {
+  fs::remove_all(file_.parent_path());
+  writeFile(file_.parent_path(), "a file where the folder should be");
+  sets("anna", {});
+  EXPECT_TRUE(consoleLines.empty());
+  server_->runConnection(true);
+  sets("anna", {});
+  ASSERT_EQ(consoleLines.size(), 1U);
+  EXPECT_NE(consoleLines[0].find("Not a directory"), std::string::npos) << consoleLines[0];
+}
+
+TEST_F(InfoServer, DeliveredWithTheLockHeldRaisesWhereTheGuardWouldAnswer) {
+  const std::lock_guard hold(server_->commLock());
+  EXPECT_THROW((void)server_->deliverLockedCommunication(raising_, client_), NSException);
+  EXPECT_EQ(server_->deliverLockedCommunication(request("get_userpreferences", {}), client_),
+            Reply::none());
+}
+
+TEST_F(InfoServer, GivesTheSendersRecordItsInfoDictionaryWhateverTheRequest) {
+  const auto record = std::make_shared<PortDescriptor>();
+  client_.setContextObject(record);
+  EXPECT_EQ(record->info(), nullptr);
+  EXPECT_EQ(asks(Message{}), kEmptyDictionary);
+  const auto* const info = record->info();
+  ASSERT_NE(info, nullptr);
+  EXPECT_EQ(asks("get_userpreferences", {}), kNil);
+  EXPECT_EQ(asks(raising_), kEmptyDictionary);
+  EXPECT_EQ(record->info(), info) << "the first one is kept";
+}
+
+TEST_F(InfoServer, AnswersASenderWithoutARecord) {
+  EXPECT_EQ(client_.context<PortDescriptor>(), nullptr);
+  sets("anna", {{"databases", "db1"}});
+  EXPECT_EQ(gets("anna"), (Texts{{"databases", "db1"}}));
+  server_->endCommunication(client_);
+}
+
+TEST_F(InfoServer, ChangesNothingWhenAConnectionStartsOrEnds) {
+  sets("anna", {{"databases", "db1"}});
+  const std::string before = readFile(file_);
+  client_.setContextObject(std::make_shared<PortDescriptor>());
+  server_->startCommunication(client_);
+  server_->ping();
+  server_->cleanupAfterMessage();
+  server_->endCommunication(client_);
+  EXPECT_EQ(readFile(file_), before);
+  EXPECT_EQ(gets("anna"), (Texts{{"databases", "db1"}}));
+}
+
+TEST_F(InfoServer, NeverAsksToReconnect) {
+  EXPECT_FALSE(server_->reconnect());
+  EXPECT_FALSE(server_->lazyreconnect());
+}
+
+TEST_F(InfoServer, HandlesRequestsAndEndsOfConnectionsOneAtATime) {
+  std::unique_lock hold(server_->commLock());
+  WatchedThread delivering([&] {
+    NetConnection other;
+    (void)deliverInProcess(*server_, Message{}, other);
+  });
+  WatchedThread ending([&] {
+    NetConnection other;
+    server_->endCommunication(other);
+  });
+  EXPECT_TRUE(delivering.comesToAWait());
+  EXPECT_TRUE(ending.comesToAWait());
+  hold.unlock();
+}
+
+TEST_F(InfoServer, LosesNothingOfWhatManyConnectionsStoreAtTheSameTime) {
+  constexpr int kClients = 4;
+  constexpr int kRounds = 25;
+  std::vector<std::thread> clients;
+  for (int i = 0; i < kClients; ++i) {
+    clients.emplace_back([&, i] {
+      NetConnection connection;
+      connection.setContextObject(std::make_shared<PortDescriptor>());
+      for (int round = 0; round < kRounds; ++round) {
+        const std::string entry = std::to_string(i) + "-" + std::to_string(round);
+        const Texts settings = {{"key", entry}, {"databases", entry}};
+        EXPECT_EQ(textsOf(deliverInProcess(*server_, request("set_userpreferences", settings),
+                                           connection)),
+                  kSucceed);
+        EXPECT_EQ(textsOf(deliverInProcess(
+                      *server_, request("get_userpreferences", {{"key", entry}}), connection)),
+                  (Texts{{"databases", entry}}));
+        server_->runConnection(round % 2 == 0);
+      }
+      server_->endCommunication(connection);
+    });
+  }
+  for (std::thread& client : clients) {
+    client.join();
+  }
+  EXPECT_EQ(onDisk().dictionary()->size(), static_cast<std::size_t>(kClients * kRounds));
+  EXPECT_EQ(filesBesideTheFile(), 0);
+}
+
+}  // namespace
+}  // namespace sorvane::test
