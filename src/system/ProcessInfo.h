@@ -1,6 +1,7 @@
 // What the running system says about itself and this process.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace sorvane {
@@ -24,6 +25,9 @@ class ProcessInfo {
   /// A text that no other process ever has: `hostName` as the caller names this host, "_", the
   /// process number, "_", and what sets this call apart.
   [[nodiscard]] virtual std::string globallyUniqueString(const std::string& hostName) const;
+
+  /// The version of the operating system as text; nothing when it does not tell one.
+  [[nodiscard]] virtual std::optional<std::string> operatingSystemVersionString() const;
 
   /// Answers `fake` from `processInfo` from now on; null puts the system's back. The caller keeps
   /// `fake` alive. For tests.

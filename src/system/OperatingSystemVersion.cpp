@@ -1,0 +1,42 @@
+// The text under which the running system is known: what its release file says, and its kernel.
+#include <sys/utsname.h>
+
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include "system/ProcessInfo.h"
+
+namespace sorvane {
+namespace {
+
+// The value of PRETTY_NAME, see os-release(5): in quotes or not. Empty when there is none.
+std::string prettyName(const char* file) {
+  const std::string key = "PRETTY_NAME=";
+  std::ifstream lines(file);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind(key, 0) == 0) {
+      std::string value = line.substr(key.size());
+      if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') &&
+          value.back() == value.front()) {
+        value = value.substr(1, value.size() - 2);
+      }
+      return value;
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<std::string> ProcessInfo::operatingSystemVersionString() const {
+  utsname kernel{};
+  if (uname(&kernel) < 0) {
+    return std::nullopt;
+  }
+  const std::string kernelText = std::string(kernel.sysname) + " " + kernel.release;
+  const std::string release = prettyName("/etc/os-release");
+  return release.empty() ? kernelText : release + " (" + kernelText + ")";
+}
+
+}  // namespace sorvane
