@@ -1,6 +1,5 @@
 #include "registry/StateSummary.h"
 
-#include <cstdint>
 #include <string_view>
 #include <utility>
 
@@ -58,14 +57,17 @@ StateSummary StateSummary::current(Registry& registry) {
   });
   const StateSummary built = {std::make_shared<const std::string>(std::move(states)),
                               std::make_shared<const std::string>(std::move(alerts))};
-  registry.with([&](RegistryState& state) {
-    // A connection that closed meanwhile has dropped the state list: what was built may hold it.
-    if (state.stateVersion == version) {
-      state.databaseStateString = built.states;
-    }
-    state.databaseAlertString = built.alerts;
-  });
+  built.keep(registry, version);
   return built;
+}
+
+void StateSummary::keep(Registry& registry, std::uint64_t version) const {
+  registry.with([&](RegistryState& state) {
+    if (state.stateVersion == version) {
+      state.databaseStateString = states;
+    }
+    state.databaseAlertString = alerts;
+  });
 }
 
 bool StateSummary::mustBuildForMoreThan(std::size_t ports, Registry& registry) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -17,6 +18,11 @@ struct StateSummary {
   /// The kept lists when both stand, else both built anew and kept. A fresh alert is therefore
   /// reported past its hour while both stand. Needs `serverLock`.
   [[nodiscard]] static StateSummary current(Registry& registry);
+
+  /// Keeps both lists, which were begun when the state list had been dropped `version` times. A
+  /// connection that closed since has dropped it once more: what was built may hold its port, and
+  /// only the alert list is kept.
+  void keep(Registry& registry, std::uint64_t version) const;
 
   /// True when `current` would build the lists for more than `ports` entries.
   [[nodiscard]] static bool mustBuildForMoreThan(std::size_t ports, Registry& registry);

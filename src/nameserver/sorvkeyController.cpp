@@ -1,0 +1,46 @@
+#include "nameserver/sorvkeyController.h"
+
+#include <atomic>
+
+#include "daemon/Log.h"
+
+namespace sorvane {
+namespace {
+
+std::atomic<sorvkeyController*> instance = nullptr;
+
+}  // namespace
+
+int sorvkey_verbose = 0;
+
+sorvkeyController::sorvkeyController() {
+  instance = this;
+  openLog();
+}
+
+sorvkeyController::~sorvkeyController() {
+  sorvkeyController* self = this;
+  instance.compare_exchange_strong(self, nullptr);
+}
+
+sorvkeyController* sorvkeyController::globalObject() { return instance; }
+
+void sorvkeyController::logMessage(std::optional<std::string_view> text) {
+  if (text) {
+    printToLog(std::string(*text).c_str());
+  }
+}
+
+const HostLists::List* sorvkeyController::hostList() {
+  return registry_.with([](const RegistryState& state) {
+    return state.hosts.hostList ? &*state.hosts.hostList : nullptr;
+  });
+}
+
+std::int32_t sorvkeyController::sorvexecConnectHost(std::string_view hostName,
+                                                    std::string_view ipAddress) {
+  registry_.with([&](RegistryState& state) { state.hosts.connect(hostName, ipAddress); });
+  return 1;
+}
+
+}  // namespace sorvane
