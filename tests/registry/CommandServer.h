@@ -1,0 +1,100 @@
+// The commands alone: a server that dispatches every request, without locks and without a socket.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/Console.h"
+#include "platform/Settings.h"
+#include "platform/TimeSource.h"
+#include "platform/VNHost.h"
+#include "registry/Dispatch.h"
+#include "registry/Peer.h"
+#include "registry/Registry.h"
+
+namespace sorvane::test {
+
+inline std::vector<std::string> loggedLines;
+inline std::vector<std::string> consoleLines;
+inline double movedTime = 1000.0;
+
+class CommandServer : public NetConnectionDelegate {
+ public:
+  void startCommunication(NetConnection& connection) override {
+    connection.setContextObject(std::make_shared<PortDescriptor>());
+  }
+  /// Raises what the command raises.
+  Reply deliverCommunication(const Message& request, NetConnection& sender) override {
+    static const std::string version = "9.8.7 (build #6) 1.2.2003";
+    static const std::string system = "test system";
+    static constexpr ServerServices services{
+        .log = [](std::string_view line) { loggedLines.emplace_back(line); },
+        .sorvaneVersion = []() -> const std::string& { return version; },
+        .platformName = []() -> const std::string& { return system; },
+    };
+    const RequestKeys keys(request);
+    CommandContext context{registry, keys, sender, services, verbose};
+    const DispatchRule& rule = ruleFor(keys);
+    lastMayWait = rule.mayWait(context);
+    const Outcome outcome = rule.carryOut(context);
+    lastKind = outcome.kind();
+    lastLogLine = outcome.logLine();
+    return outcome.reply();
+  }
+  void endCommunication(NetConnection& connection) override {
+    registry.watchingPortsList().remove(*connection.context<PortDescriptor>());
+  }
+
+  Registry registry;
+  bool verbose = false;
+  bool lastMayWait = false;
+  Outcome::Kind lastKind = Outcome::Kind::reply;
+  std::string lastLogLine;
+};
+
+/// The clock that the test moves, for as long as this lives.
+class MovedClock {
+ public:
+  MovedClock() {
+    movedTime = 1000.0;
+    setTimeSource([] { return movedTime; });
+  }
+  ~MovedClock() { setTimeSource(nullptr); }
+  MovedClock(const MovedClock&) = delete;
+  MovedClock& operator=(const MovedClock&) = delete;
+};
+
+/// A host of the test's own making, a clock that the test moves, and the lines that were written.
+class CommandTest : public testing::Test {
+ protected:
+  CommandTest() {
+    loggedLines.clear();
+    consoleLines.clear();
+    setConsoleSink([](std::string_view line) { consoleLines.emplace_back(line); });
+    hostIs("10.1.2.3", false);
+  }
+  ~CommandTest() override {
+    setConsoleSink(nullptr);
+    Settings::replaceForTest({});
+    VNHost::resetForTest();
+  }
+
+  static void hostIs(std::string_view address, bool dynamic) {
+    Settings settings;
+    settings.basePort = 5000;
+    settings.hostName = "testhost";
+    settings.address = address;
+    settings.ethernetAddress = "00:11:22:33:44:55";
+    settings.dynamicAddress = dynamic;
+    settings.aliases["10.9.9.9"] = "outside";
+    Settings::replaceForTest(settings);
+    VNHost::resetForTest();
+  }
+
+  MovedClock clock_;  // before the server, which asks it when it is made
+  CommandServer server_;
+};
+
+}  // namespace sorvane::test

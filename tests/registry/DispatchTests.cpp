@@ -1,0 +1,144 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "registry/CommandServer.h"
+#include "registry/Dispatch.h"
+
+namespace sorvane::test {
+namespace {
+
+// The rules in their order, as requests that each fits one of them when sent alone. The texts are
+// the protocol's own, so the table under test is not read to make them.
+struct Selector {
+  std::vector<std::string> keys;
+  std::string action;
+};
+
+const std::vector<Selector>& selectorsInOrder() {
+  static const std::vector<Selector> selectors = {
+      {{"reconnectPort"}, ""},  {{"findPort"}, ""},
+      {{"acceptPort"}, ""},     {{"terminate"}, ""},
+      {{}, "restart"},          {{"newPort", "portHost", "portName", "portType"}, ""},
+      {{}, "needsRefresh"},     {{}, "setAlertState"},
+      {{}, "setDatabaseState"}, {{}, "databaseStates"},
+      {{}, "watchPortChanges"}, {{}, "didPortsChange"},
+      {{}, "changeTimestamp"},  {{}, "sorvexecConnectHost"},
+      {{}, "hostInfo"},         {{}, "hostList"},
+      {{}, "anything else"},
+  };
+  return selectors;
+}
+
+// The request of two selectors; nothing when both want an action, which a request has but once.
+std::optional<Message> requestOf(const Selector& first, const Selector& second) {
+  if (!first.action.empty() && !second.action.empty() && first.action != second.action) {
+    return std::nullopt;
+  }
+  Message request;
+  // The later rule's keys come first: the order of the keys decides nothing.
+  for (const Selector* selector : {&second, &first}) {
+    for (const std::string& key : selector->keys) {
+      request.setText(key, "x");
+    }
+    if (!selector->action.empty()) {
+      request.setText("action", selector->action);
+    }
+  }
+  return request;
+}
+
+std::size_t indexOfRule(const Message& request) {
+  const RequestKeys keys(request);
+  return static_cast<std::size_t>(&ruleFor(keys) - dispatchRules().data());
+}
+
+TEST(Dispatch, EachSelectorAloneReachesItsRule) {
+  ASSERT_EQ(dispatchRules().size(), selectorsInOrder().size());
+  for (std::size_t rule = 0; rule < selectorsInOrder().size(); ++rule) {
+    const Selector& selector = selectorsInOrder()[rule];
+    EXPECT_EQ(indexOfRule(*requestOf(selector, selector)), rule);
+  }
+}
+
+TEST(Dispatch, OfTwoSelectorsInOneRequestTheEarlierRuleWins) {
+  int conflicts = 0;
+  for (std::size_t earlier = 0; earlier < selectorsInOrder().size(); ++earlier) {
+    for (std::size_t later = earlier + 1; later < selectorsInOrder().size(); ++later) {
+      const auto request = requestOf(selectorsInOrder()[earlier], selectorsInOrder()[later]);
+      if (request) {
+        EXPECT_EQ(indexOfRule(*request), earlier) << later;
+        ++conflicts;
+      }
+    }
+  }
+  EXPECT_EQ(conflicts, 10 + 5 * 12);
+}
+
+TEST(Dispatch, ARequestWithEveryKeyIsAReconnection) {
+  Message request;
+  for (const Selector& selector : selectorsInOrder()) {
+    for (const std::string& key : selector.keys) {
+      request.setText(key, "");
+    }
+  }
+  EXPECT_EQ(indexOfRule(request), 0U);
+}
+
+TEST(Dispatch, KeysCountWhateverTheirValues) {
+  Message request;
+  request.setData("findPort", "");
+  EXPECT_EQ(indexOfRule(request), 1U);
+  request.setData("findPort", "\xff");
+  EXPECT_EQ(indexOfRule(request), 1U);
+}
+
+TEST(Dispatch, ActionsCountInAnyLetterCaseAndKeysInTheirOwnAlone) {
+  EXPECT_EQ(indexOfRule(Message({{"action", "DATABASESTATES"}})), 9U);
+  EXPECT_EQ(indexOfRule(Message({{"FINDPORT", ""}})), 16U);
+  EXPECT_EQ(indexOfRule(Message({{"Action", "restart"}})), 16U);
+}
+
+TEST(Dispatch, NewPortWithoutOneOfItsKeysGoesOnToTheInfoServer) {
+  const char* const keys[] = {"newPort", "portHost", "portName", "portType"};
+  for (const char* missing : keys) {
+    Message request;
+    for (const char* key : keys) {
+      if (key != missing) {
+        request.setText(key, "x");
+      }
+    }
+    EXPECT_EQ(indexOfRule(request), 16U) << missing;
+    request.setText("action", "hostList");
+    EXPECT_EQ(indexOfRule(request), 15U) << missing;
+  }
+}
+
+TEST(Dispatch, AnActionOfTerminateIsNoTermination) {
+  EXPECT_EQ(indexOfRule(Message({{"action", "terminate"}})), 16U);
+  EXPECT_EQ(indexOfRule(Message({{"restart", ""}})), 16U);
+}
+
+class DispatchCommand : public CommandTest {};
+
+TEST_F(DispatchCommand, WhatNoRuleTakesIsNotRecognised) {
+  Peer peer(server_);
+  EXPECT_EQ(peer.action("get_userpreferences"), "(nil)");
+  EXPECT_EQ(server_.lastKind, Outcome::Kind::notRecognised);
+  EXPECT_EQ(peer.answer({}), "(nil)");
+  EXPECT_EQ(server_.lastKind, Outcome::Kind::notRecognised);
+  EXPECT_TRUE(server_.lastMayWait);
+}
+
+TEST_F(DispatchCommand, ASenderWithoutARecordRaises) {
+  NetConnection stranger;
+  for (const char* action : {"watchPortChanges", "didPortsChange"}) {
+    EXPECT_THROW((void)deliverInProcess(server_, Message({{"action", action}}), stranger),
+                 NSException);
+  }
+  EXPECT_THROW((void)deliverInProcess(server_, Message({{"acceptPort", ""}}), stranger),
+               NSException);
+}
+
+}  // namespace
+}  // namespace sorvane::test

@@ -1,0 +1,82 @@
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "registry/Registry.h"
+
+namespace sorvane {
+namespace {
+
+std::shared_ptr<PortDescriptor> recordNamed(const std::string& name) {
+  auto record = std::make_shared<PortDescriptor>();
+  record->setPortName(name);
+  return record;
+}
+
+TEST(Registry, HoldsTheRecordsThatItIsGiven) {
+  Registry registry;
+  const auto record = recordNamed("db1");
+  registry.enterPort("db1", record);
+  EXPECT_EQ(registry.port("db1"), record);
+  EXPECT_EQ(registry.port("db2"), nullptr);
+  registry.removePort("db2");
+  registry.removePort("db1");
+  EXPECT_EQ(registry.port("db1"), nullptr);
+  EXPECT_EQ(record.use_count(), 1);
+}
+
+TEST(Registry, LetsGoOfARecordThatIsReplaced) {
+  Registry registry;
+  const auto first = recordNamed("db1");
+  const auto second = recordNamed("db1");
+  registry.enterPort("db1", first);
+  registry.enterPort("db1", second);
+  EXPECT_EQ(registry.port("db1"), second);
+  EXPECT_EQ(first.use_count(), 1);
+  EXPECT_EQ(registry.portCount(), 1U);
+}
+
+TEST(Registry, ShowsARecordWithoutTakingAShareInIt) {
+  Registry registry;
+  registry.enterPort("db1", recordNamed("db1"));
+  std::string shown;
+  EXPECT_TRUE(
+      registry.withPort("db1", [&](const PortDescriptor& record) { shown = *record.portName(); }));
+  EXPECT_EQ(shown, "db1");
+  EXPECT_FALSE(registry.withPort("db2", [](const PortDescriptor&) { FAIL(); }));
+}
+
+TEST(Registry, WalksEveryEntryOnceHoweverManyThereAre) {
+  for (const int count : {0, 1, 511, 512, 513, 5000}) {
+    Registry registry;
+    for (int index = 0; index < count; ++index) {
+      const std::string name = "db" + std::to_string(index);
+      registry.enterPort(name, recordNamed(name));
+    }
+    std::set<std::string> seen;
+    int calls = 0;
+    registry.forEachPort([&](PortDescriptor& record) {
+      seen.emplace(*record.portName());
+      ++calls;
+    });
+    EXPECT_EQ(calls, count);
+    EXPECT_EQ(static_cast<int>(seen.size()), count);
+  }
+}
+
+TEST(Registry, CountsPortNumbersFromAboveTheBasePort) {
+  Registry registry;
+  EXPECT_EQ(registry.takePortNumber(20221), 20222);
+  EXPECT_EQ(registry.takePortNumber(20221), 20223);
+}
+
+TEST(Registry, CountsPortNumbersBeyondThoseOfTcp) {
+  Registry registry;
+  registry.with([](RegistryState& state) { state.maxport = 65535; });
+  EXPECT_EQ(registry.takePortNumber(20221), 65535);
+  EXPECT_EQ(registry.takePortNumber(20221), 65536);
+}
+
+}  // namespace
+}  // namespace sorvane

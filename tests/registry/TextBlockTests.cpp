@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "registry/TextBlock.h"
+
+namespace sorvane {
+namespace {
+
+TEST(TextBlock, HoldsNothingAtFirst) {
+  const TextBlock<3> block;
+  for (std::size_t index = 0; index < 3; ++index) {
+    EXPECT_FALSE(block.text(index).has_value());
+  }
+}
+
+TEST(TextBlock, TellsNilFromTheEmptyText) {
+  TextBlock<3> block;
+  block.setAll({std::nullopt, "", std::nullopt});
+  EXPECT_FALSE(block.text(0).has_value());
+  EXPECT_EQ(block.text(1), "");
+  EXPECT_FALSE(block.text(2).has_value());
+}
+
+TEST(TextBlock, KeepsTextsApartWhateverStandsBetweenThem) {
+  const std::optional<std::string_view> samples[] = {std::nullopt, "", "a", "longer text",
+                                                     std::string_view("n\0l", 3)};
+  for (const auto& first : samples) {
+    for (const auto& second : samples) {
+      for (const auto& third : samples) {
+        TextBlock<3> block;
+        block.setAll({first, second, third});
+        EXPECT_EQ(block.text(0), first);
+        EXPECT_EQ(block.text(1), second);
+        EXPECT_EQ(block.text(2), third);
+      }
+    }
+  }
+}
+
+TEST(TextBlock, SettingOneTextLeavesTheOthers) {
+  TextBlock<3> block;
+  block.setAll({"one", "two", std::nullopt});
+  block.set(1, "second");
+  EXPECT_EQ(block.text(0), "one");
+  EXPECT_EQ(block.text(1), "second");
+  EXPECT_FALSE(block.text(2).has_value());
+  block.set(1, std::nullopt);
+  EXPECT_EQ(block.text(0), "one");
+  EXPECT_FALSE(block.text(1).has_value());
+}
+
+TEST(TextBlock, MayBeGivenItsOwnViews) {
+  TextBlock<2> block;
+  block.setAll({"left", "right"});
+  block.setAll({block.text(1), block.text(0)});
+  EXPECT_EQ(block.text(0), "right");
+  EXPECT_EQ(block.text(1), "left");
+}
+
+TEST(TextBlock, ThatLosesItsLastTextHoldsNothing) {
+  TextBlock<1> block;
+  block.set(0, "text");
+  block.set(0, std::nullopt);
+  EXPECT_FALSE(block.text(0).has_value());
+}
+
+TEST(TextBlock, RefusesTextsThatItCannotCount) {
+  TextBlock<2> block;
+  block.set(0, "kept");
+  // A view is never read before its length was refused.
+  const std::string_view huge("x", std::size_t{1} << 31);
+  EXPECT_THROW(block.set(1, huge), NSException);
+  EXPECT_EQ(block.text(0), "kept");
+}
+
+}  // namespace
+}  // namespace sorvane
