@@ -1,0 +1,209 @@
+#include <stdexcept>
+
+#include "nameserver/NameServer.h"
+
+namespace sorvane::test {
+namespace {
+
+class Delivery : public ServerTest {
+ protected:
+  /// What a serving thread gets, on which nothing is waited for.
+  std::optional<Reply> withoutWaiting(const Message& request) {
+    output_.clear();
+    return server_.deliverWithoutWaiting(request, connection_);
+  }
+  bool serverLockIsFree() {
+    if (!server_.serverLock().tryLock()) {
+      return false;
+    }
+    server_.serverLock().unlock();
+    return true;
+  }
+
+  class Connection : public NetConnection {
+   public:
+    explicit Connection(std::string* output) { setReplyBuffer(output); }
+  };
+
+  std::string output_;
+  Connection connection_{&output_};
+  Peer peer_{server_};
+};
+
+const Message kPing({{"ping", ""}});
+
+TEST_F(Delivery, OfAPingAnswersAnEmptyDictionaryWhileTheServerLockIsHeld) {
+  server_.serverLock().lock();
+  const auto reply = peer_.sends(kPing);
+  const auto atOnce = withoutWaiting({{"ping", "anything"}, {"terminate", ""}});
+  server_.serverLock().unlock();
+  ASSERT_TRUE(reply.has_value());
+  EXPECT_TRUE(reply->entries().empty());
+  EXPECT_EQ(atOnce, Reply::dictionary());
+  EXPECT_TRUE(output_.empty());
+}
+
+TEST_F(Delivery, OfAPingComesBeforeEveryCommandInTheSameRequest) {
+  const auto reply = peer_.sends({{"terminate", ""}, {"findPort", "x"}, {"ping", ""}});
+  ASSERT_TRUE(reply.has_value());
+  EXPECT_TRUE(reply->entries().empty());
+}
+
+TEST_F(Delivery, NeedsNoInfoServerForAPingAndGivesNilForTheRestWithoutOne) {
+  NameServer bare;
+  Peer peer(bare);
+  EXPECT_TRUE(peer.sends(kPing).has_value());
+  EXPECT_FALSE(peer.sends({{"action", "unknown"}}).has_value());
+}
+
+TEST_F(Delivery, PassesWhatIsNotRecognisedToTheInfoServer) {
+  EXPECT_EQ(peer_.answer({{"action", "get_userpreferences_key"}, {"key", ""}}),
+            "group:application");
+  EXPECT_EQ(peer_.answer({{"action", "get_userpreferences_key"}}), "(nil)");
+  const auto reply = peer_.sends({{"action", "terminate"}});
+  ASSERT_TRUE(reply.has_value());
+  EXPECT_TRUE(reply->entries().empty());
+  EXPECT_NE(peer_.record().info(), nullptr);
+}
+
+TEST_F(Delivery, OfNewPortWithoutATypeEndsAtTheInfoServer) {
+  const auto reply = peer_.sends({{"newPort", ""}, {"portName", "db1"}, {"portHost", "h"}});
+  ASSERT_TRUE(reply.has_value());
+  EXPECT_TRUE(reply->entries().empty());
+  EXPECT_EQ(peer_.asksForPort("db1"), "5001");
+}
+
+TEST_F(Delivery, OfACommandThatRaisesIsNilAndReportedAndTheNextOneIsServed) {
+  const Message request({{"findPort", "db1"}});
+  EXPECT_FALSE(peer_.sends(request).has_value());
+  const std::string text =
+      "Exception detected. Command could not be executed\n" + request.description() + "\n";
+  ASSERT_FALSE(consoleLines.empty());
+  std::string console;
+  for (const std::string& line : consoleLines) {
+    console += line + "\n";
+  }
+  EXPECT_NE(console.find("Exception detected. Command could not be executed"), std::string::npos);
+  EXPECT_NE(console.find("findPort"), std::string::npos);
+  EXPECT_EQ(log(), text + "\n");
+  EXPECT_TRUE(serverLockIsFree());
+  EXPECT_EQ(peer_.registers("db1"), "5001");
+  EXPECT_EQ(peer_.finds("db1"), "5001");
+}
+
+TEST_F(Delivery, OfAcceptPortWithoutANameIsReportedAndEntersNothing) {
+  peer_.accepts();
+  EXPECT_EQ(server_.registry().portCount(), 0U);
+  EXPECT_NE(log().find("acceptPort"), std::string::npos);
+}
+
+TEST_F(Delivery, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
+  peer_.asksForPort("db1");
+  setTimeSource([]() -> double { throw std::runtime_error("no clock"); });
+  EXPECT_THROW(peer_.accepts(), std::runtime_error);
+  setTimeSource(nullptr);
+  EXPECT_FALSE(serverLockIsFree());
+  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_TRUE(peer_.sends(kPing).has_value());
+  server_.serverLock().unlock();
+
+  server_.startCommunication(connection_);
+  setTimeSource([]() -> double { throw std::runtime_error("no clock"); });
+  EXPECT_THROW((void)withoutWaiting({{"action", "needsRefresh"}}), std::runtime_error);
+  setTimeSource(nullptr);
+  EXPECT_FALSE(serverLockIsFree());
+  server_.serverLock().unlock();
+}
+
+TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
+  peer_.asksForPort("db1");
+  setTimeSource([]() -> double { throw NSException("no clock"); });
+  peer_.accepts();
+  setTimeSource(nullptr);
+  EXPECT_EQ(peer_.finds("db1"), "5001");
+  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_TRUE(server_.registry().setDirtyLock().tryLock());
+  server_.registry().setDirtyLock().unlock();
+}
+
+TEST_F(Delivery, WithoutWaitingCarriesCommandsOut) {
+  server_.startCommunication(connection_);
+  peer_.registers("db1");
+  EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), Reply::dictionary());
+  Message reply;
+  EXPECT_EQ(reply.readBody(output_), nullptr);
+  EXPECT_EQ(reply.text("portNumber"), "5001");
+  EXPECT_EQ(withoutWaiting({{"action", "didPortsChange"}}), Reply::dictionary());
+  const Message reconnect(
+      {{"reconnectPort", "db2"}, {"portNumber", "1"}, {"portHost", "h"}, {"portType", "t"}});
+  EXPECT_EQ(withoutWaiting(reconnect), Reply::request());
+  EXPECT_EQ(peer_.finds("db2"), "1");
+  EXPECT_TRUE(serverLockIsFree());
+}
+
+TEST_F(Delivery, WithoutWaitingGivesUpWhileTheServerLockIsHeld) {
+  server_.startCommunication(connection_);
+  server_.serverLock().lock();
+  EXPECT_EQ(withoutWaiting({{"action", "watchPortChanges"}}), std::nullopt);
+  server_.serverLock().unlock();
+  EXPECT_TRUE(output_.empty());
+  EXPECT_EQ(server_.registry().watchingPortsList().count(), 0U);
+}
+
+TEST_F(Delivery, WithoutWaitingLeavesWhatMayWaitToTheOtherDelivery) {
+  server_.startCommunication(connection_);
+  const std::vector<Message> requests = {
+      {{"terminate", ""}},
+      {{"action", "restart"}},
+      {{"action", "unknown"}},
+      {{"action", "get_userpreferences"}, {"key", "x"}},
+      {{"action", "sorvexecConnectHost"}},
+      {{"action", "hostInfo"}},
+  };
+  for (const Message& request : requests) {
+    EXPECT_EQ(withoutWaiting(request), std::nullopt) << request.description();
+  }
+  sorvkey_verbose = 1;
+  EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), std::nullopt);
+  EXPECT_EQ(log(), "");
+}
+
+TEST_F(Delivery, WithoutWaitingLeavesTheReportOfAnExceptionToTheOtherDelivery) {
+  server_.startCommunication(connection_);
+  const Message request({{"reconnectPort", "db1"}});
+  EXPECT_EQ(withoutWaiting(request), std::nullopt);
+  EXPECT_TRUE(output_.empty());
+  EXPECT_EQ(log(), "");
+  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_TRUE(serverLockIsFree());
+  EXPECT_EQ(server_.deliverCommunication(request, connection_), Reply::none());
+  EXPECT_NE(log(), "");
+}
+
+TEST_F(Delivery, WhenVerboseLogsWhatIsSought) {
+  sorvkey_verbose = 1;
+  const Message request({{"findPort", "db1"}, {"portHost", "h"}});
+  (void)peer_.sends(request);
+  EXPECT_EQ(log(), "FIND PORT = " + request.description() + "\n");
+}
+
+TEST_F(Delivery, OfHostInfoCarriesTheVersionTexts) {
+  EXPECT_EQ(peer_.action("hostInfo"), "testhost|00:11:22:33:44:55|10.1.2.3|" +
+                                          sorvkeyController::sorvaneVersion() + "|" +
+                                          sorvkeyController::platformName());
+}
+
+using EndOfProcess = Delivery;
+
+TEST_F(EndOfProcess, OnTerminateHasStatusZeroAndItsLogLine) {
+  EXPECT_EXIT((void)peer_.sends({{"terminate", ""}}), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(log(), "sorvinfo was asked to terminate.\n");
+}
+
+TEST_F(EndOfProcess, OnRestartHasStatusZeroAndItsLogLine) {
+  EXPECT_EXIT((void)peer_.sends({{"action", "RESTART"}}), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(log(), "sorvinfo was asked to restart.\n");
+}
+
+}  // namespace
+}  // namespace sorvane::test
