@@ -1,0 +1,1 @@
+sorvane_micro_benchmark(dispatch LINK sorvane_nameserver)
