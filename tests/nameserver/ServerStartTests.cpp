@@ -27,7 +27,13 @@ class ServerStart : public NameServerTest {
     return status.st_mode & 0777;
   }
 
-  ScriptedServiceDiscovery discovery_;
+  // A publisher is nobody's and lives as long as the process: so must what it publishes through.
+  static ScriptedServiceDiscovery& everlastingDiscovery() {
+    static auto* const all = new std::vector<std::unique_ptr<ScriptedServiceDiscovery>>;
+    return *all->emplace_back(std::make_unique<ScriptedServiceDiscovery>());
+  }
+
+  ScriptedServiceDiscovery& discovery_ = everlastingDiscovery();
   NameServer server_;
 };
 
