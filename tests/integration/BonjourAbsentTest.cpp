@@ -1,0 +1,21 @@
+// The name server of a build without Bonjour.
+#include <gtest/gtest.h>
+
+#include "integration/Daemon.h"
+
+namespace sorvane::test {
+namespace {
+
+TEST(BonjourAbsent, CostsOneConsoleLineAndNothingElse) {
+  Daemon server;
+  server.setting("BonjourDisabled", "");
+  server.start();
+  ASSERT_TRUE(server.complains("Bonjour: this program was built without Bonjour"));
+  EXPECT_TRUE(server.registers("db1"));
+  EXPECT_TRUE(server.finds("db1"));
+  const std::string console = server.console();
+  EXPECT_EQ(console.find("Bonjour:"), console.rfind("Bonjour:")) << console;
+}
+
+}  // namespace
+}  // namespace sorvane::test
