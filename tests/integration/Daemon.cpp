@@ -137,7 +137,7 @@ bool Daemon::answers() {
     NetConnection probe;
     answered = probe.connectToPort("127.0.0.1", basePort()) &&
                probe.sendDictionary({{"ping", "ping"}}).has_value();
-    return answered || processes().empty();
+    return answered || (!program_->isRunning() && processes().empty());
   });
   return decided && answered;
 }
