@@ -1,0 +1,1 @@
+sorvane_fuzzer(convert LINK sorvane_convert)
