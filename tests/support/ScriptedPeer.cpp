@@ -106,6 +106,7 @@ void ScriptedPeer::serve(const Script& script) {
     ++connections_;
     PeerConnection connection(accepted);
     script(connection);
+    ++finished_;
     if (!begin(-1)) {
       close(accepted);
       return;

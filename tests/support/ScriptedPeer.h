@@ -44,6 +44,8 @@ class ScriptedPeer {
 
   [[nodiscard]] int port() const { return port_; }
   [[nodiscard]] int connections() const { return connections_; }
+  /// How many of them the script has finished with.
+  [[nodiscard]] int finished() const { return finished_; }
 
  private:
   void serve(const Script& script);
@@ -53,6 +55,7 @@ class ScriptedPeer {
   int port_ = 0;  // before the listener, whose making sets it
   int listener_ = -1;
   std::atomic<int> connections_ = 0;
+  std::atomic<int> finished_ = 0;
   std::mutex mutex_;
   int current_ = -1;     // under mutex_: the connection that is being served
   bool ending_ = false;  // under mutex_
