@@ -97,17 +97,6 @@ class FileReading {
   Settings& settings_;
 };
 
-Settings readForThisProcess() {
-  const std::string folder = executableFolder();
-  const std::string ownFile = inFolder(parentFolder(folder), "etc/sorvane.conf");
-  for (const char* file : {ownFile.c_str(), kSystemFile}) {
-    if (settingsFileExists(file)) {
-      return Settings::read(file, folder);
-    }
-  }
-  return Settings::read(nullptr, folder);
-}
-
 /// The settings that `current` answers. Those that a test replaced are kept, as somebody may still
 /// refer to them.
 class CurrentSettings {
@@ -119,7 +108,7 @@ class CurrentSettings {
     const std::lock_guard<std::mutex> hold(mutex_);
     if (current_.load(std::memory_order_relaxed) == nullptr) {
       try {
-        keepLocked(readForThisProcess());
+        keepLocked(Settings::readForThisProcess());
       } catch (const NSException& error) {
         consoleLine(error.what());
         endProcess();
@@ -154,6 +143,17 @@ CurrentSettings& currentSettings() {
 
 const Settings& Settings::current() { return currentSettings().get(); }
 
+Settings Settings::readForThisProcess() {
+  const std::string folder = executableFolder();
+  const std::string ownFile = inFolder(parentFolder(folder), "etc/sorvane.conf");
+  for (const char* file : {ownFile.c_str(), kSystemFile}) {
+    if (settingsFileExists(file)) {
+      return read(file, folder);
+    }
+  }
+  return read(nullptr, folder);
+}
+
 Settings Settings::read(const char* file, const std::string& executableFolder) {
   Settings settings;
   if (file != nullptr) {
@@ -163,6 +163,6 @@ Settings Settings::read(const char* file, const std::string& executableFolder) {
   return settings;
 }
 
-void Settings::replaceForTest(Settings settings) { currentSettings().replace(std::move(settings)); }
+void Settings::replace(Settings settings) { currentSettings().replace(std::move(settings)); }
 
 }  // namespace sorvane

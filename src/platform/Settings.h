@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace sorvane {
 
@@ -38,12 +39,18 @@ struct Settings {
   /// process with status 0. An unknown key costs one console line. Any thread.
   [[nodiscard]] static const Settings& current();
 
+  /// Reads the settings of this process as `current` does, but raises NSException on a bad file.
+  [[nodiscard]] static Settings readForThisProcess();
+
   /// Reads `file` (null: no file) for an executable in `executableFolder`. Raises NSException whose
   /// text is "FILE:LINE: REASON". Unknown keys are reported to the console.
   [[nodiscard]] static Settings read(const char* file, const std::string& executableFolder);
 
-  /// Makes `current` answer these from now on. For tests, before other threads run.
-  static void replaceForTest(Settings settings);
+  /// Makes `current` answer these from now on, before other threads run: for programs whose command
+  /// line overrides a setting.
+  static void replace(Settings settings);
+  /// The same, for tests.
+  static void replaceForTest(Settings settings) { replace(std::move(settings)); }
 };
 
 /// The folder that holds the running executable, links resolved, without a slash at its end.
