@@ -1,0 +1,172 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "convert/IntegerText.h"
+#include "convert/VNConvertTypes.h"
+#include "sorvctl/Failure.h"
+#include "sorvctl/Output.h"
+#include "sorvctl/Session.h"
+#include "sorvctl/Words.h"
+
+namespace sorvctl {
+
+using sorvane::VNConvertTypes;
+
+namespace {
+
+constexpr std::size_t kLongestText = 200;
+constexpr std::size_t kRoomToGrow = 128;
+
+[[noreturn]] void refuse(const std::string& text, const char* what) {
+  throw Failure(Status::wrongUsage, "\"" + text + "\" is not " + what);
+}
+
+/// What one of the conversions in place makes of a text.
+std::string inPlace(const std::string& text, char* (*conversion)(char*)) {
+  std::vector<char> buffer(text.begin(), text.end());
+  buffer.resize(text.size() + kRoomToGrow);
+  return conversion(buffer.data());
+}
+
+std::int64_t integerOf(const std::string& text, int base, const char* what) {
+  std::int64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value, base);
+  if (error != std::errc() || stop != end) {
+    refuse(text, what);
+  }
+  return value;
+}
+
+std::int64_t storedInteger(const std::string& text) {
+  return integerOf(text, 10, "a 64-bit integer");
+}
+
+bool hasDigit(const std::string& text) {
+  return text.find_first_of("0123456789") != std::string::npos;
+}
+
+// Each conversion from the display form, and back from the stored form.
+
+std::string dateText(const std::string& text) {
+  return inPlace(text,
+                 text.front() == '@' ? &VNConvertTypes::preFilter : &VNConvertTypes::postFilter);
+}
+
+std::string timeText(const std::string& text) {
+  return inPlace(
+      text, text.front() == '#' ? &VNConvertTypes::preTimeFilter : &VNConvertTypes::postTimeFilter);
+}
+
+std::string hundredths(const std::string& text) {
+  if (!hasDigit(text) || text.size() > 50) {
+    refuse(text, "an amount of money");
+  }
+  return std::to_string(VNConvertTypes::MoneyToLongLong(text.c_str()));
+}
+
+std::string moneyText(const std::string& text) {
+  char buffer[kRoomToGrow];
+  return VNConvertTypes::LongLongToMoney(storedInteger(text), buffer);
+}
+
+std::string plainInteger(const std::string& text) {
+  std::string digits = text;
+  std::erase(digits, ',');
+  return std::to_string(storedInteger(digits));
+}
+
+std::string groupedInteger(const std::string& text) {
+  char buffer[kRoomToGrow];
+  sorvane::vn_lltoas(storedInteger(text), buffer, ',');
+  return buffer;
+}
+
+std::string integerOfHex(const std::string& text) {
+  std::string digits = text;
+  std::transform(digits.begin(), digits.end(), digits.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  if (const std::size_t mark = digits.find("0x"); mark == 0 || (mark == 1 && digits[0] == '-')) {
+    digits.erase(mark, 2);
+  }
+  (void)integerOf(digits, 16, "a hexadecimal number of 64 bits");
+  return std::to_string(sorvane::vn_ahextoll(digits.c_str()));
+}
+
+std::string hexOfInteger(const std::string& text) {
+  return fmt::format("{:x}", storedInteger(text));
+}
+
+std::string instant(const std::string& text) {
+  return fmt::format("{:.0f}", VNConvertTypes::dateTimeToFloat(text.c_str()));
+}
+
+std::string instantText(const std::string& text) {
+  char* stop = nullptr;
+  const double value = std::strtod(text.c_str(), &stop);
+  if (*stop != '\0') {
+    refuse(text, "a number of seconds");
+  }
+  char buffer[kRoomToGrow];
+  return VNConvertTypes::floatToDateTime(value, buffer);
+}
+
+using Conversion = std::string (*)(const std::string& text);
+
+/// Both ways of one kind of value.
+struct Conversions {
+  Conversion read;  ///< from the display form to the stored form
+  Conversion show;  ///< back; null where the stored form bears a mark, so that `read` knows it
+};
+
+int convert(Session& session, const std::string& text, Conversion conversion) {
+  if (text.empty() || text.size() > kLongestText) {
+    throw Failure(Status::wrongUsage, "a text of 1 to 200 bytes is needed");
+  }
+  if (!session.host().empty()) {
+    VNConvertTypes::setDefaultHost(session.host().c_str());
+  }
+  const std::string result = conversion(text);
+  if (session.json()) {
+    printJson({{"text", text}, {"result", result}});
+  } else {
+    print(escaped(result) + "\n");
+  }
+  return 0;
+}
+
+Handler declare(CLI::App& word, const Conversions& conversions) {
+  struct Arguments {
+    std::string text;
+    bool stored = false;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  word.add_option("TEXT", arguments->text, "What is converted")->required();
+  if (conversions.show != nullptr) {
+    word.add_flag("--from-stored", arguments->stored, "TEXT is the stored form: show it");
+  }
+  return [arguments, conversions](Session& session) {
+    return convert(session, arguments->text,
+                   arguments->stored ? conversions.show : conversions.read);
+  };
+}
+
+}  // namespace
+
+Handler declareConvertDate(CLI::App& word) { return declare(word, {&dateText, nullptr}); }
+Handler declareConvertTime(CLI::App& word) { return declare(word, {&timeText, nullptr}); }
+Handler declareConvertMoney(CLI::App& word) { return declare(word, {&hundredths, &moneyText}); }
+Handler declareConvertInteger(CLI::App& word) {
+  return declare(word, {&plainInteger, &groupedInteger});
+}
+Handler declareConvertHex(CLI::App& word) { return declare(word, {&integerOfHex, &hexOfInteger}); }
+Handler declareConvertInstant(CLI::App& word) { return declare(word, {&instant, &instantText}); }
+
+}  // namespace sorvctl

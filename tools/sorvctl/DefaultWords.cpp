@@ -1,0 +1,99 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "defaults/SSDefaults.h"
+#include "sorvctl/Failure.h"
+#include "sorvctl/Output.h"
+#include "sorvctl/Password.h"
+#include "sorvctl/Session.h"
+#include "sorvctl/Words.h"
+
+namespace sorvctl {
+
+using sorvane::SSDefaults;
+
+namespace {
+
+struct Arguments {
+  std::optional<std::string> host;
+  std::string key;
+  std::string value;
+};
+
+std::string hostOf(const Session& session, const Arguments& arguments) {
+  return arguments.host.value_or(session.host());
+}
+
+/// The defaults as they are kept. A host that cannot be reached is a failure here: its defaults
+/// would look empty, and writing them back would lose them.
+SSDefaults::Dictionary read(const std::string& host) {
+  auto defaults = SSDefaults::newForHost(host)->readDefaultDictionary();
+  if (!defaults) {
+    throw Failure(Status::notReached, "the launcher of " + host + " cannot be reached");
+  }
+  return *defaults;
+}
+
+int get(Session& session, const Arguments& arguments) {
+  const SSDefaults::Dictionary defaults = read(hostOf(session, arguments));
+  const auto found = defaults.find(arguments.key);
+  const std::string* text = found == defaults.end() ? nullptr : found->second.string();
+  if (text == nullptr) {
+    throw Failure(Status::saidNo, "there is no default \"" + arguments.key + "\"");
+  }
+  if (session.json()) {
+    printJson({{arguments.key, *text}});
+  } else {
+    print(escaped(*text) + "\n");
+  }
+  return 0;
+}
+
+int list(Session& session, const Arguments& arguments) {
+  auto object = nlohmann::ordered_json::object();
+  std::vector<std::pair<std::string, std::string>> lines;
+  for (const auto& [key, value] : read(hostOf(session, arguments))) {
+    if (const std::string* text = value.string()) {
+      object[key] = *text;
+      lines.emplace_back(key, *text);
+    }
+  }
+  if (session.json()) {
+    printJson(object);
+  } else {
+    print(pairLines(lines));
+  }
+  return 0;
+}
+
+int set(Session& session, const Arguments& arguments) {
+  const std::string host = hostOf(session, arguments);
+  SSDefaults::Dictionary defaults = read(host);
+  defaults.insert_or_assign(arguments.key, arguments.value);
+  const std::string password = readPassword("Password of the launcher: ");
+  if (SSDefaults(host).writeDefaultDictionary(&defaults, password) != 1) {
+    throw Failure(Status::saidNo, "the launcher did not take the change");
+  }
+  return 0;
+}
+
+Handler declare(CLI::App& word, bool key, bool value, int (*handler)(Session&, const Arguments&)) {
+  auto arguments = std::make_shared<Arguments>();
+  word.add_option("--of", arguments->host, "Host whose defaults are meant (default: this one)");
+  if (key) {
+    word.add_option("KEY", arguments->key, "Name of the default")->required();
+  }
+  if (value) {
+    word.add_option("VALUE", arguments->value, "Its new value")->required();
+  }
+  return [arguments, handler](Session& session) { return handler(session, *arguments); };
+}
+
+}  // namespace
+
+Handler declareDefaultsGet(CLI::App& word) { return declare(word, true, false, &get); }
+Handler declareDefaultsSet(CLI::App& word) { return declare(word, true, true, &set); }
+Handler declareDefaultsList(CLI::App& word) { return declare(word, false, false, &list); }
+
+}  // namespace sorvctl

@@ -1,0 +1,25 @@
+// The requests about ports that several words make.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/Message.h"
+#include "sorvctl/Session.h"
+
+namespace sorvctl {
+
+/// A registered port as the server answers it.
+struct Port {
+  std::string name;
+  std::string number;
+  std::string host;
+  std::string address;
+  std::string type;
+};
+
+[[nodiscard]] sorvane::Message findRequest(const Session& session, const std::string& name);
+/// Nothing when the reply says that there is no such port.
+[[nodiscard]] std::optional<Port> portOfReply(const sorvane::Message& reply);
+
+}  // namespace sorvctl

@@ -1,0 +1,111 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "sorvctl/Failure.h"
+#include "sorvctl/Output.h"
+#include "sorvctl/Session.h"
+#include "sorvctl/Words.h"
+
+namespace sorvctl {
+
+using sorvane::Message;
+
+namespace {
+
+constexpr std::array kNames{"changePreferences", "startDatabases", "loginDisplay", "databases"};
+
+int get(Session& session, const std::string& key, const std::optional<std::string>& fallback) {
+  // Without a fallback the key stands for itself, so that a missing entry and an empty one are told
+  // apart: the server answers both alike when no fallback is named.
+  const Message reply = session.askForDictionary(
+      {{"action", "get_userpreferences"}, {"key", key}, {"*", fallback.value_or(key)}});
+  if (reply.contains("result")) {
+    throw Failure(Status::saidNo, "no preferences are kept under \"" + key + "\"");
+  }
+  if (session.json()) {
+    printJson(jsonOfMessage(reply));
+    return 0;
+  }
+  std::vector<std::pair<std::string, std::string>> lines;
+  for (const sorvane::MessageEntry& entry : reply.entries()) {
+    lines.emplace_back(entry.key, readable(entry.value));
+  }
+  print(pairLines(lines));
+  return 0;
+}
+
+int set(Session& session, const std::string& key, const std::vector<std::string>& words) {
+  Message request{{"action", "set_userpreferences"}, {"key", key}};
+  for (const std::string& word : words) {
+    const std::size_t end = word.find('=');
+    const std::string name = word.substr(0, end);
+    if (end == std::string::npos || std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
+      throw Failure(Status::wrongUsage,
+                    "\"" + word +
+                        "\" is not NAME=VALUE with one of the names changePreferences, "
+                        "startDatabases, loginDisplay, databases");
+    }
+    request.setText(name, word.substr(end + 1));
+  }
+  session.command(request, "succeed");
+  return 0;
+}
+
+int getKey(Session& session) {
+  const Message reply =
+      session.askForDictionary({{"action", "get_userpreferences_key"}, {"key", ""}});
+  const auto result = reply.text("result");
+  if (!result) {
+    throw Failure(Status::saidNo, "a preference key is set, but the server does not tell which");
+  }
+  if (session.json()) {
+    printJson({{"key", std::string(*result)}});
+  } else {
+    print(escaped(*result) + "\n");
+  }
+  return 0;
+}
+
+}  // namespace
+
+Handler declarePrefsGet(CLI::App& word) {
+  struct Arguments {
+    std::string key;
+    std::optional<std::string> fallback;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  word.add_option("KEY", arguments->key, "Key of the entry, such as a user or a group")->required();
+  word.add_option("--fallback", arguments->fallback, "Key of the entry to take when there is none");
+  return
+      [arguments](Session& session) { return get(session, arguments->key, arguments->fallback); };
+}
+
+Handler declarePrefsSet(CLI::App& word) {
+  struct Arguments {
+    std::string key;
+    std::vector<std::string> words;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  word.add_option("KEY", arguments->key, "Key of the entry; it is replaced as a whole")->required();
+  word.add_option(
+      "NAME=VALUE", arguments->words,
+      "changePreferences, startDatabases, loginDisplay, databases; one that is not given "
+      "is no longer set");
+  return [arguments](Session& session) { return set(session, arguments->key, arguments->words); };
+}
+
+Handler declarePrefsKey(CLI::App& /*word*/) { return &getKey; }
+
+Handler declarePrefsKeySet(CLI::App& word) {
+  auto value = std::make_shared<std::string>();
+  word.add_option("VALUE", *value, "The new setting")->required();
+  return [value](Session& session) {
+    session.command({{"action", "set_userpreferences_key"}, {"key", *value}}, "succeed");
+    return 0;
+  };
+}
+
+}  // namespace sorvctl

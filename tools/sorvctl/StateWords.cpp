@@ -1,0 +1,102 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "sorvctl/DatabaseList.h"
+#include "sorvctl/Failure.h"
+#include "sorvctl/Output.h"
+#include "sorvctl/Session.h"
+#include "sorvctl/Words.h"
+
+namespace sorvctl {
+
+using sorvane::Message;
+
+namespace {
+
+int list(Session& session) {
+  const std::vector<Database> databases = readDatabases(session);
+  if (session.json()) {
+    auto array = nlohmann::ordered_json::array();
+    for (const Database& each : databases) {
+      array.push_back({{"name", each.port.name},
+                       {"number", each.port.number},
+                       {"host", each.port.host},
+                       {"address", each.port.address},
+                       {"type", each.port.type},
+                       {"state", each.state},
+                       {"alert", each.alert}});
+    }
+    printJson(array);
+    return 0;
+  }
+  Table table({"NAME", "NUMBER", "HOST", "ADDRESS", "TYPE", "STATE", "ALERT"});
+  for (const Database& each : databases) {
+    table.row({each.port.name, each.port.number, each.port.host, each.port.address, each.port.type,
+               each.state, each.alert});
+  }
+  print(table.text());
+  return 0;
+}
+
+/// Prints one text of each database that has one.
+int texts(Session& session, const char* what, std::string Database::*text) {
+  auto array = nlohmann::ordered_json::array();
+  std::vector<std::pair<std::string, std::string>> lines;
+  for (const Database& each : readDatabases(session)) {
+    if (!(each.*text).empty()) {
+      array.push_back({{"name", each.port.name}, {what, each.*text}});
+      lines.emplace_back(each.port.name, each.*text);
+    }
+  }
+  if (session.json()) {
+    printJson(array);
+  } else {
+    print(pairLines(lines));
+  }
+  return 0;
+}
+
+/// The server stores nothing for a name that is not registered, and says success all the same.
+int set(Session& session, const char* command, const std::string& name, const std::string& text) {
+  session.command({{"action", command}, {"databaseName", name}, {"state", text}}, "success");
+  if (!portOfReply(session.askForDictionary(findRequest(session, name)))) {
+    throw Failure(Status::saidNo, "nothing was stored: no port is registered as \"" + name + "\"");
+  }
+  return 0;
+}
+
+Handler declareSet(CLI::App& word, const char* command, const char* what, const char* help) {
+  struct Arguments {
+    std::string name;
+    std::string text;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  word.add_option("NAME", arguments->name, "Name of the database")->required();
+  word.add_option(what, arguments->text, help)->required();
+  return [arguments, command](Session& session) {
+    return set(session, command, arguments->name, arguments->text);
+  };
+}
+
+}  // namespace
+
+Handler declareList(CLI::App& /*word*/) { return &list; }
+
+Handler declareStates(CLI::App& /*word*/) {
+  return [](Session& session) { return texts(session, "state", &Database::state); };
+}
+
+Handler declareAlerts(CLI::App& /*word*/) {
+  return [](Session& session) { return texts(session, "alert", &Database::alert); };
+}
+
+Handler declareSetState(CLI::App& word) {
+  return declareSet(word, "setDatabaseState", "STATE", "Its new state");
+}
+
+Handler declareSetAlert(CLI::App& word) {
+  return declareSet(word, "setAlertState", "TEXT", "Text of the alert; it lapses after an hour");
+}
+
+}  // namespace sorvctl

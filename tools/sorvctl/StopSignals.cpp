@@ -1,0 +1,68 @@
+#include "sorvctl/StopSignals.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "sorvctl/Failure.h"
+
+namespace sorvctl {
+
+namespace {
+
+int writing = -1;  // of the pipe that carries the signals out of their handler
+
+void note(int number, siginfo_t* info, void* /*context*/) {
+  const int error = errno;
+  const std::array<char, 2> bytes{static_cast<char>(number),
+                                  static_cast<char>(info->si_code == SI_USER)};
+  // A full pipe has enough signals in it to end anything.
+  [[maybe_unused]] const ssize_t written = write(writing, bytes.data(), bytes.size());
+  errno = error;
+}
+
+}  // namespace
+
+StopSignals::StopSignals() {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) {
+    throw Failure(Status::saidNo, "signals cannot be waited for: no pipe");
+  }
+  for (const int end : ends) {
+    fcntl(end, F_SETFD, FD_CLOEXEC);
+    fcntl(end, F_SETFL, O_NONBLOCK);
+  }
+  reading_ = ends[0];
+  writing = ends[1];
+  struct sigaction action {};
+  action.sa_sigaction = &note;
+  action.sa_flags = SA_SIGINFO | SA_RESTART;
+  sigemptyset(&action.sa_mask);
+  for (const int number : {SIGINT, SIGTERM, SIGCHLD}) {
+    sigaction(number, &action, nullptr);
+  }
+}
+
+std::optional<Signal> StopSignals::wait(std::chrono::milliseconds time) {
+  pollfd waiting{reading_, POLLIN, 0};
+  const auto deadline = std::chrono::steady_clock::now() + time;
+  while (true) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const int ready = poll(&waiting, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
+    std::array<char, 2> bytes{};
+    if (ready > 0 &&
+        read(reading_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size())) {
+      return Signal{bytes[0], bytes[1] != 0};
+    }
+    if (ready == 0) {
+      return std::nullopt;
+    }
+  }
+}
+
+}  // namespace sorvctl
