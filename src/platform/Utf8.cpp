@@ -8,16 +8,31 @@
 namespace sorvane {
 namespace {
 
+template <typename Word>
+bool isAsciiWord(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return (word & static_cast<Word>(0x8080808080808080U)) == 0;
+}
+
 /// The length of the ASCII beginning, found eight bytes at a time: almost everything that comes
-/// over the wire is ASCII, and each text of each request is checked.
+/// over the wire is ASCII, and each text of each request is checked. The last step of a text looks
+/// at some bytes a second time rather than at each one alone.
 std::size_t asciiLength(const char* bytes, std::size_t length) {
+  using Wide = std::uint64_t;
+  using Narrow = std::uint32_t;
   std::size_t at = 0;
-  for (; length - at >= sizeof(std::uint64_t); at += sizeof(std::uint64_t)) {
-    std::uint64_t word;
-    std::memcpy(&word, bytes + at, sizeof word);
-    if ((word & 0x8080808080808080U) != 0) {
-      break;
-    }
+  while (length - at >= sizeof(Wide) && isAsciiWord<Wide>(bytes + at)) {
+    at += sizeof(Wide);
+  }
+  const char* end = bytes + length;
+  const std::size_t rest = length - at;
+  if (rest < sizeof(Wide) && at > 0 && isAsciiWord<Wide>(end - sizeof(Wide))) {
+    return length;
+  }
+  if (rest < sizeof(Wide) && rest >= sizeof(Narrow) && isAsciiWord<Narrow>(bytes + at) &&
+      isAsciiWord<Narrow>(end - sizeof(Narrow))) {
+    return length;
   }
   while (at < length && static_cast<unsigned char>(bytes[at]) < 0x80) {
     ++at;
