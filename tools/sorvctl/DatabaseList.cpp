@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 
 #include "sorvctl/Failure.h"
 
@@ -14,6 +15,8 @@ namespace {
 
 // Names with more ":" in them than this are shown by their first part.
 constexpr std::size_t kMostReadings = 8;
+// And names with more "|" than this.
+constexpr std::size_t kMostJoined = 4;
 
 std::vector<std::string_view> split(std::string_view list) {
   std::vector<std::string_view> parts;
@@ -25,60 +28,62 @@ std::vector<std::string_view> split(std::string_view list) {
   return parts;
 }
 
-/// One way to read a part of the list: where its name ends, and whether the part without ":" before
-/// it is the beginning of the name.
+/// One way to read a part of the list: its name, and how many of the parts without ":" before it
+/// that name begins with.
 struct Reading {
   std::string name;
   std::size_t textBegin;  // in the part
-  bool joined;
+  std::size_t joined;
 };
 
-/// The ways to read a part, the likeliest first.
-std::vector<Reading> readingsOf(std::string_view part, const std::string& before) {
-  std::vector<Reading> readings;
-  for (const bool joined : {false, true}) {
-    if (joined && before.empty()) {
-      continue;
-    }
-    std::size_t colon = part.find(':');
-    for (std::size_t count = 0; colon != std::string_view::npos && count < kMostReadings; ++count) {
-      std::string name(part.substr(0, colon));
-      readings.push_back({joined ? before + "|" + name : name, colon + 1, joined});
-      colon = part.find(':', colon + 1);
-    }
-  }
-  return readings;
-}
-
-/// A part of the state list with the ways to read it.
+/// A part of the state list with the ways to read it, the likeliest first.
 struct Part {
   std::string_view text;
-  std::string before;  // the parts without ":" that stand before it
+  std::vector<std::string_view> loose;  // the parts without ":" that stand before it
   std::vector<Reading> readings;
 };
 
-std::vector<Part> partsOf(std::string_view list, std::string& rest) {
+void addReadings(Part& part, const std::string& begin, std::size_t joined) {
+  std::size_t colon = part.text.find(':');
+  for (std::size_t count = 0; colon != std::string_view::npos && count < kMostReadings; ++count) {
+    part.readings.push_back({begin + std::string(part.text.substr(0, colon)), colon + 1, joined});
+    colon = part.text.find(':', colon + 1);
+  }
+}
+
+Part partOf(std::string_view text, std::vector<std::string_view> loose) {
+  Part part{text, std::move(loose), {}};
+  std::string begin;
+  addReadings(part, begin, 0);
+  for (std::size_t joined = 1; joined <= std::min(part.loose.size(), kMostJoined); ++joined) {
+    begin.insert(0, std::string(part.loose[part.loose.size() - joined]) + "|");
+    addReadings(part, begin, joined);
+  }
+  return part;
+}
+
+/// Takes the list apart; `rest` gets the parts without ":" at its end.
+std::vector<Part> partsOf(std::string_view list, std::vector<std::string_view>& rest) {
   std::vector<Part> parts;
   for (const std::string_view text : split(list)) {
     if (text.find(':') == std::string_view::npos) {
-      rest += rest.empty() ? std::string(text) : "|" + std::string(text);
-      continue;
+      rest.push_back(text);
+    } else {
+      parts.push_back(partOf(text, std::exchange(rest, {})));
     }
-    parts.push_back({text, rest, readingsOf(text, rest)});
-    rest.clear();
   }
   return parts;
 }
 
 /// What stands between two entries belongs to the state before it, where there is one.
-void addLoosePart(std::vector<Database>& databases, const std::string& loose) {
-  if (loose.empty()) {
-    return;
-  }
-  if (databases.empty()) {
-    databases.push_back({Port{loose, {}, {}, {}, {}}, {}, {}});
-  } else {
-    databases.back().state += "|" + loose;
+void addLooseParts(std::vector<Database>& databases, const std::vector<std::string_view>& loose,
+                   std::size_t count) {
+  for (std::size_t index = 0; index < count; ++index) {
+    if (databases.empty()) {
+      databases.push_back({Port{std::string(loose[index]), {}, {}, {}, {}}, {}, {}});
+    } else {
+      databases.back().state += "|" + std::string(loose[index]);
+    }
   }
 }
 
@@ -91,7 +96,7 @@ void askForPorts(Session& session, const std::vector<Part>& parts) {
 }
 
 /// The database of a part, from the first of its readings that the server knows.
-Database databaseOf(Session& session, const Part& part, bool& joined) {
+Database databaseOf(Session& session, const Part& part, std::size_t& joined) {
   std::optional<Database> found;
   for (const Reading& reading : part.readings) {
     const std::optional<Message> reply = session.receive();
@@ -145,7 +150,7 @@ void addAlerts(std::vector<Database>& databases, std::string_view alerts) {
   const Names names(databases);
   std::optional<NamedPlace> named = names.atBeginOf(alerts);
   while (!alerts.empty()) {
-    std::size_t end = alerts.find('|');
+    std::size_t end = alerts.find('|', named ? named->nameLength : 0);
     std::optional<NamedPlace> next;
     while (end != std::string_view::npos && !(next = names.atBeginOf(alerts.substr(end + 1)))) {
       end = alerts.find('|', end + 1);
@@ -169,19 +174,17 @@ std::vector<Database> readDatabases(Session& session) {
   if (!states) {
     throw Failure(Status::saidNo, "the server's reply holds no result");
   }
-  std::string rest;
+  std::vector<std::string_view> rest;
   const std::vector<Part> parts = partsOf(*states, rest);
   askForPorts(session, parts);
   std::vector<Database> databases;
   for (const Part& part : parts) {
-    bool joined = false;
+    std::size_t joined = 0;
     Database database = databaseOf(session, part, joined);
-    if (!joined) {
-      addLoosePart(databases, part.before);
-    }
+    addLooseParts(databases, part.loose, part.loose.size() - joined);
     databases.push_back(std::move(database));
   }
-  addLoosePart(databases, rest);
+  addLooseParts(databases, rest, rest.size());
   addAlerts(databases, textOf(lists, "alerts"));
   return databases;
 }
