@@ -55,6 +55,8 @@ constexpr std::array kWords{
     Word{"terminate", "End the name server", "sorvctl terminate", &declareTerminate},
     Word{"restart", "End the name server, for whoever restarts it", "sorvctl restart",
          &declareRestart},
+    Word{"browse", "List the name servers on the network", "sorvctl browse --watch",
+         &declareBrowse},
     Word{"prefs get", "Print the preferences kept under a key",
          "sorvctl prefs get mary --fallback default", &declarePrefsGet},
     Word{"prefs set", "Replace the preferences kept under a key",

@@ -60,4 +60,7 @@ Handler declareConvertInteger(CLI::App& word);
 Handler declareConvertHex(CLI::App& word);
 Handler declareConvertInstant(CLI::App& word);
 
+// The network (BrowseWords.cpp)
+Handler declareBrowse(CLI::App& word);
+
 }  // namespace sorvctl

@@ -1,0 +1,127 @@
+// The word "browse".
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+
+#include "sorvctl/NetworkView.h"
+#include "sorvctl/Output.h"
+#include "sorvctl/Session.h"
+#include "sorvctl/StopSignals.h"
+#include "sorvctl/Words.h"
+
+namespace sorvctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kSecondsToBrowse = 3;
+constexpr std::chrono::milliseconds kBetweenLooks{100};
+
+struct BrowseOptions {
+  std::optional<double> seconds;
+  bool watch = false;
+};
+
+nlohmann::ordered_json json(const NameServer& server) {
+  return {{"name", server.name}, {"address", server.address}, {"port", server.port}};
+}
+
+/// The end of the browsing; nothing for a watch that goes on until it is stopped.
+std::optional<Clock::time_point> endOf(const BrowseOptions& options) {
+  if (options.watch && !options.seconds) {
+    return std::nullopt;
+  }
+  const double seconds = options.seconds.value_or(kSecondsToBrowse);
+  return Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
+/// Calls `look` until the end, or until a signal asks for it.
+template <typename Look>
+void lookUntil(std::optional<Clock::time_point> end, Look look) {
+  StopSignals signals;
+  while (!end || Clock::now() < *end) {
+    look();
+    std::chrono::milliseconds time = kBetweenLooks;
+    if (end) {
+      time = std::min(time, std::chrono::ceil<std::chrono::milliseconds>(*end - Clock::now()));
+    }
+    const std::optional<Signal> signal = signals.wait(time);
+    if (signal && signal->number != SIGCHLD) {
+      break;
+    }
+  }
+  look();
+}
+
+void tell(const Session& session, const char* change, const NameServer& server) {
+  if (session.json()) {
+    nlohmann::ordered_json line{{"change", change}};
+    line.update(json(server));
+    printJson(line);
+  } else {
+    print(std::string(change) + " " + escaped(server.name) + " " + server.address + " " +
+          std::to_string(server.port) + "\n");
+  }
+}
+
+int watch(const Session& session, const BrowseOptions& options) {
+  NetworkView& network = NetworkView::current();
+  std::set<NameServer> known;
+  lookUntil(endOf(options), [&] {
+    const std::set<NameServer> now = network.servers();
+    for (const NameServer& server : known) {
+      if (!now.contains(server)) {
+        tell(session, "went", server);
+      }
+    }
+    for (const NameServer& server : now) {
+      if (!known.contains(server)) {
+        tell(session, "came", server);
+      }
+    }
+    known = now;
+  });
+  return 0;
+}
+
+int list(const Session& session, const BrowseOptions& options) {
+  NetworkView& network = NetworkView::current();
+  std::set<NameServer> servers;
+  lookUntil(endOf(options), [&] { servers = network.servers(); });
+  if (session.json()) {
+    nlohmann::ordered_json lines = nlohmann::ordered_json::array();
+    for (const NameServer& server : servers) {
+      lines.push_back(json(server));
+    }
+    printJson(lines);
+    return 0;
+  }
+  Table table({"NAME", "ADDRESS", "PORT"});
+  for (const NameServer& server : servers) {
+    table.row({server.name, server.address, std::to_string(server.port)});
+  }
+  print(table.text());
+  return 0;
+}
+
+}  // namespace
+
+Handler declareBrowse(CLI::App& word) {
+  auto options = std::make_shared<BrowseOptions>();
+  word.add_option("--timeout", options->seconds,
+                  "Seconds to look (default: 3; with --watch, until ended)")
+      ->check(CLI::Range(0.001, 86400.0));
+  word.add_flag("--watch", options->watch, "Print a line for each that comes or goes");
+  return [options](Session& session) {
+    return options->watch ? watch(session, *options) : list(session, *options);
+  };
+}
+
+}  // namespace sorvctl
