@@ -1,6 +1,7 @@
 #include "convert/Calendar.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -17,26 +18,23 @@ namespace {
 
 constexpr int kReferenceYear = 2001;
 constexpr int kDaySeconds = 86400;
+constexpr int kHourSeconds = 3600;
+constexpr int kMinuteSeconds = 60;
 constexpr std::int64_t kDaysIn400Years = 146097;
-constexpr std::int64_t kDaysIn100Years = 36524;
-constexpr std::int64_t kDaysIn4Years = 1461;
 constexpr std::int64_t kDaysInYear = 365;
 
 // The last days and seconds whose year is still an `int`, rounded towards the reference date.
-constexpr std::int64_t kMostDays = 784'000'000'000;
+constexpr double kMostDays = 784'000'000'000.0;
 constexpr double kMostSeconds = 67'000'000'000'000'000.0;
 
-// Days of a common year before the first of each month, and before the one after it.
-constexpr int kDaysBefore[13] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
+// Below this distance from 0 every whole number of seconds is a double of its own.
+constexpr double kExactSeconds = 9007199254740992.0;
 
-// The integral part. Beyond 2 to the power of 53 every value is its own.
-double wholePart(double value) {
-  constexpr double kExact = 9007199254740992.0;
-  if (value > -kExact && value < kExact) {
-    return static_cast<double>(static_cast<std::int64_t>(value));
-  }
-  return value;
-}
+// Days before the first of each month, and before the one after the last; in a leap year, too.
+constexpr int kDaysBefore[2][13] = {{0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365},
+                                    {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335, 366}};
+
+bool isExact(double seconds) { return seconds > -kExactSeconds && seconds < kExactSeconds; }
 
 int toInt(double whole) {
   constexpr double kLeast = std::numeric_limits<int>::min();
@@ -47,61 +45,43 @@ int toInt(double whole) {
   return whole > kLeast ? static_cast<int>(whole) : std::numeric_limits<int>::min();
 }
 
-// Whole days, held where their year is an `int`; not-a-number counts as 0.
-std::int64_t toDays(double seconds) {
-  const double days = seconds / kDaySeconds;
-  if (days > -static_cast<double>(kMostDays) && days < static_cast<double>(kMostDays)) {
-    return static_cast<std::int64_t>(days);
+// How many whole units the seconds hold. Where they are exact, integers tell it fastest.
+template <int UnitSeconds>
+double wholeUnits(double seconds) {
+  if (isExact(seconds)) {
+    return static_cast<double>(static_cast<std::int64_t>(seconds) / UnitSeconds);
   }
-  return days > 0 ? kMostDays : days < 0 ? -kMostDays : 0;
+  return std::trunc(seconds / UnitSeconds);
 }
 
 // Takes the whole units out of the seconds and answers how many they were.
-double takeUnits(double* seconds, int unitSeconds) {
-  const double units = wholePart(*seconds / unitSeconds);
-  *seconds -= units * unitSeconds;
-  return units;
+template <int UnitSeconds>
+int takeUnits(double* seconds) {
+  const double units = wholeUnits<UnitSeconds>(*seconds);
+  *seconds -= units * UnitSeconds;
+  return toInt(units);
 }
 
-// How many whole periods of each length the days hold, the longest first, and the days left.
-struct Cycles {
-  explicit Cycles(std::int64_t wholeDays) : days(wholeDays) {
-    of400 = take(kDaysIn400Years);
-    of100 = take(kDaysIn100Years);
-    of4 = take(kDaysIn4Years);
-    of1 = take(kDaysInYear);
-  }
-
-  [[nodiscard]] std::int64_t years() const { return 400 * of400 + 100 * of100 + 4 * of4 + of1; }
-
-  std::int64_t days;
-  std::int64_t of400 = 0;
-  std::int64_t of100 = 0;
-  std::int64_t of4 = 0;
-  std::int64_t of1 = 0;
-
- private:
-  std::int64_t take(std::int64_t period) {
-    const std::int64_t count = days / period;
-    days -= count * period;
-    return count;
-  }
+struct Year {
+  int number;
+  std::int64_t firstDay;  // from 1 January 2001
 };
 
-int yearFromReferenceOn(std::int64_t wholeDays) {
-  const Cycles cycles(wholeDays);
-  auto year = static_cast<int>(kReferenceYear + cycles.years());
-  // The last day of a leap year and of 400 years would open a period of its own.
-  if (cycles.days == 0 && year != kReferenceYear && isLeapYear(year - 1) != 0) {
-    year -= (cycles.of1 == 4 ? 1 : 0) + (cycles.of100 == 4 ? 1 : 0);
+// The year in which a day lies that is counted from 1 January 2001. That is the first day of a
+// cycle of 400 years in which the leap day ends the fourth year, but for three centuries.
+Year yearOfDay(std::int64_t day) {
+  std::int64_t cycle = day / kDaysIn400Years;
+  auto dayOfCycle = static_cast<std::int32_t>(day % kDaysIn400Years);
+  if (dayOfCycle < 0) {
+    dayOfCycle += kDaysIn400Years;
+    --cycle;
   }
-  return year;
-}
-
-// Kept as it is although 1 January 00:00:00 comes out as the year before: stored dates depend on
-// it.
-int yearBeforeReference(std::int64_t wholeDays) {
-  return static_cast<int>(kReferenceYear + Cycles(wholeDays + 1).years() - 1);
+  // Without its leap days a cycle is made of years of 365 days.
+  const std::int32_t yearOfCycle =
+      (dayOfCycle - dayOfCycle / 1460 + dayOfCycle / 36524 - dayOfCycle / 146096) / 365;
+  const std::int32_t firstDayOfYear = 365 * yearOfCycle + yearOfCycle / 4 - yearOfCycle / 100;
+  return {static_cast<int>(kReferenceYear + 400 * cycle + yearOfCycle),
+          cycle * kDaysIn400Years + firstDayOfYear};
 }
 
 }  // namespace
@@ -112,7 +92,7 @@ double monthToSeconds(int month, int leap) {
   if (month <= 1 || month > 12) {
     return 0;
   }
-  auto days = static_cast<std::uint32_t>(kDaysBefore[month - 1]);
+  auto days = static_cast<std::uint32_t>(kDaysBefore[0][month - 1]);
   if (month > 2) {
     days += static_cast<std::uint32_t>(leap);
   }
@@ -121,9 +101,9 @@ double monthToSeconds(int month, int leap) {
 
 double daysToSeconds(int day) { return (static_cast<double>(day) - 1) * kDaySeconds; }
 
-double hoursToSeconds(int hours) { return static_cast<double>(hours) * 3600; }
+double hoursToSeconds(int hours) { return static_cast<double>(hours) * kHourSeconds; }
 
-double minutesToSeconds(int minutes) { return static_cast<double>(minutes) * 60; }
+double minutesToSeconds(int minutes) { return static_cast<double>(minutes) * kMinuteSeconds; }
 
 double yearToseconds(int year) {
   const std::int64_t years = std::int64_t{year} - kReferenceYear;
@@ -138,35 +118,42 @@ double yearToseconds(int year) {
 }
 
 int secondsToYear(double* seconds) {
-  const std::int64_t days = toDays(*seconds);
-  const int year = *seconds < 0 ? yearBeforeReference(days) : yearFromReferenceOn(days);
-  *seconds -= yearToseconds(year);
-  return year;
+  const double whole = wholeUnits<kDaySeconds>(*seconds);
+  const auto days = static_cast<std::int64_t>(
+      whole == whole ? std::clamp(whole, -kMostDays, kMostDays) : 0);  // not-a-number counts as 0
+  // Rounding towards 0 leaves the day after the one in which an earlier instant lies. The day
+  // before it is right but for midnight itself, which so counts as the end of the day before: kept
+  // on purpose, because stored dates depend on it.
+  const Year year = yearOfDay(*seconds < 0 ? days - 1 : days);
+  *seconds -= static_cast<double>(year.firstDay * kDaySeconds);
+  return year.number;
 }
 
 int secondsToMonth(double* seconds, int leap) {
-  const double day = wholePart(*seconds / kDaySeconds);
+  const double day = wholeUnits<kDaySeconds>(*seconds);
   if (!(day >= 31)) {
     return 1;
   }
-  const double dayOfCommonYear = day - leap;
-  for (int month = 2; month <= 12; ++month) {
-    if (dayOfCommonYear < kDaysBefore[month]) {
-      *seconds -= monthToSeconds(month, leap);
-      return month;
-    }
+  const int(&daysBefore)[13] = kDaysBefore[leap != 0 ? 1 : 0];
+  if (day >= daysBefore[12]) {
+    return 0;
   }
-  return 0;
+  // Months are at most 31 days long, so this is the month or the one before.
+  const int dayOfYear = static_cast<int>(day);
+  const int guess = dayOfYear / 32 + 1;
+  const int month = guess + (dayOfYear >= daysBefore[guess] ? 1 : 0);
+  *seconds -= static_cast<double>(daysBefore[month - 1] * kDaySeconds);
+  return month;
 }
 
 int secondsToDays(double* seconds) {
-  const int days = toInt(takeUnits(seconds, kDaySeconds));
+  const int days = takeUnits<kDaySeconds>(seconds);
   return std::min(days, std::numeric_limits<int>::max() - 1) + 1;
 }
 
-int secondsToHours(double* seconds) { return toInt(takeUnits(seconds, 3600)); }
+int secondsToHours(double* seconds) { return takeUnits<kHourSeconds>(seconds); }
 
-int secondsToMin(double* seconds) { return toInt(takeUnits(seconds, 60)); }
+int secondsToMin(double* seconds) { return takeUnits<kMinuteSeconds>(seconds); }
 
 int initGMTOffset(int offset) {
   if (offset < -2400 || offset > 2400) {

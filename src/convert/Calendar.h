@@ -38,7 +38,7 @@ extern char gmtstring[32];
 /// 1 January 00:00:00 itself counts as the year before when that is earlier than 2001.
 int secondsToYear(double* seconds);
 /// Answers 1 to 12 and leaves the seconds since the first of that month; or answers 0 and leaves
-/// the value alone when it lies past the end of the year.
+/// the value alone when it lies past the end of the year. Any `leap` but 0 means a leap year.
 int secondsToMonth(double* seconds, int leap);
 /// Answers the day of the month, from 1; leaves the seconds since midnight.
 int secondsToDays(double* seconds);

@@ -43,16 +43,21 @@ std::int64_t vn_ahextoll(const char* text) {
 }
 
 void vn_lltoas(std::int64_t value, char* buffer, char separator) {
+  if (separator == '\0') {
+    return vn_lltoa(value, buffer);
+  }
   if (value < 0) {
     *buffer++ = '-';
   }
-  const std::uint64_t distance = magnitude(value);
-  char* const end = separator == '\0' ? writeUnsigned(buffer, distance)
-                                      : writeGrouped(buffer, distance, separator);
-  *end = '\0';
+  *writeGrouped(buffer, magnitude(value), separator) = '\0';
 }
 
-void vn_lltoa(std::int64_t value, char* buffer) { vn_lltoas(value, buffer, '\0'); }
+void vn_lltoa(std::int64_t value, char* buffer) {
+  if (value < 0) {
+    *buffer++ = '-';
+  }
+  *writeUnsigned(buffer, magnitude(value)) = '\0';
+}
 
 std::int64_t vn_atoll(const char* text) {
   bool negative = false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <limits>
+#include <type_traits>
 
 namespace sorvane {
 
@@ -17,19 +18,17 @@ template <typename Integer>
   if (negative || *text == '+') {
     ++text;
   }
-  // Counted downwards, because the negative range is the longer one.
-  Integer value = 0;
+  using Distance = std::make_unsigned_t<Integer>;
+  constexpr auto kMost = static_cast<Distance>(Limits::max());
+  Distance distance = 0;
   for (; *text >= '0' && *text <= '9'; ++text) {
-    const int digit = *text - '0';
-    if (value < (Limits::min() + digit) / 10) {
+    const auto digit = static_cast<Distance>(*text - '0');
+    if (distance >= kMost / 10 && (distance > kMost / 10 || digit > kMost % 10)) {
       return negative ? Limits::min() : Limits::max();
     }
-    value = static_cast<Integer>(value * 10 - digit);
+    distance = distance * 10 + digit;
   }
-  if (negative) {
-    return value;
-  }
-  return value == Limits::min() ? Limits::max() : static_cast<Integer>(-value);
+  return static_cast<Integer>(negative ? Distance{0} - distance : distance);
 }
 
 }  // namespace sorvane

@@ -14,7 +14,8 @@ constexpr std::size_t kMostTextBytes = 299;
 constexpr std::size_t kMostMoneyBytes = 50;
 
 bool isNumberCharacter(char character) {
-  return (character >= '0' && character <= '9') || character == '.' || character == '-';
+  // "-", "." and the digits stand side by side in ASCII, but for the "/" among them.
+  return character >= '-' && character <= '9' && character != '/';
 }
 
 // The length of the text, which is cut to what the number readers take.
@@ -25,6 +26,31 @@ std::size_t cutLength(char* text) {
   }
   text[length] = '\0';
   return length;
+}
+
+// Copies the characters that numbers are made of and answers the end; `out` may be `text`. Without
+// a jump for each character, since nobody can foresee where the groups of digits end.
+char* copyNumber(const char* text, const char* end, char* out) {
+  for (; text != end; ++text) {
+    *out = *text;
+    out += isNumberCharacter(*text) ? 1 : 0;
+  }
+  return out;
+}
+
+// Puts two decimals in the place of the point of a number, or appends them, and ends the text; a
+// decimal that is not there or is no part of a number is "0".
+void scaleToHundredths(char* text, const char* end) {
+  char* place = std::find(text, text + (end - text), '.');
+  const char* decimal = place == end ? end : place + 1;
+  for (int i = 0; i < 2; ++i) {
+    const bool given = decimal != end && isNumberCharacter(*decimal);
+    *place++ = given ? *decimal++ : '0';
+    if (!given) {
+      decimal = end;
+    }
+  }
+  *place = '\0';
 }
 
 // Joins prefix, number and postfix; `writeNumber` writes the number and answers its end.
@@ -80,15 +106,31 @@ std::int64_t VNConvertTypes::MoneyToLongLong(const char* text) {
   if (text == nullptr) {
     return 0;
   }
-  char number[kMostMoneyBytes + 3];  // the point move appends up to two bytes
-  char* end = number;
-  for (std::size_t i = 0; i < kMostMoneyBytes && text[i] != '\0'; ++i) {
-    if (isNumberCharacter(text[i])) {
-      *end++ = text[i];
+  // What stripping the text, moving its point and reading its digits give, in one pass.
+  std::uint64_t distance = 0;
+  bool negative = false;
+  bool afterPoint = false;
+  int decimals = 0;
+  for (std::size_t i = 0; i < kMostMoneyBytes && text[i] != '\0' && decimals < 2; ++i) {
+    const char character = text[i];
+    if (!isNumberCharacter(character)) {
+      continue;
+    }
+    if (character == '.' && !afterPoint) {
+      afterPoint = true;
+      continue;
+    }
+    decimals += afterPoint ? 1 : 0;
+    if (character == '-') {
+      negative = true;
+    } else {
+      distance = distance * 10 + static_cast<unsigned char>(character) - '0';
     }
   }
-  *end = '\0';
-  return vn_atoll(movePointToRight(number));
+  for (; decimals < 2; ++decimals) {
+    distance *= 10;
+  }
+  return static_cast<std::int64_t>(negative ? std::uint64_t{0} - distance : distance);
 }
 
 double VNConvertTypes::LongLongMoneyToDouble(std::int64_t hundredths) {
@@ -109,24 +151,12 @@ char* VNConvertTypes::movePointToLeft(char* text) {
 }
 
 char* VNConvertTypes::movePointToRight(char* text) {
-  char* const end = text + cutLength(text);
-  char* place = std::find(text, end, '.');
-  // Two decimals take the place of the point; what is not there or is no part of a number is "0".
-  const char* decimal = std::min(place + 1, end);
-  for (int i = 0; i < 2; ++i) {
-    const bool given = decimal != end && isNumberCharacter(*decimal);
-    *place++ = given ? *decimal++ : '0';
-    if (!given) {
-      decimal = end;
-    }
-  }
-  *place = '\0';
+  scaleToHundredths(text, text + cutLength(text));
   return text;
 }
 
 char* VNConvertTypes::stripNumber(char* text) {
-  char* const end = text + cutLength(text);
-  *std::copy_if(text, end, text, isNumberCharacter) = '\0';
+  *copyNumber(text, text + cutLength(text), text) = '\0';
   return text;
 }
 

@@ -3,7 +3,7 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <string>
 
 #include "convert/Calendar.h"
 #include "convert/ZoneOfTest.h"
@@ -14,23 +14,28 @@ namespace {
 using std::chrono::sys_days;
 
 constexpr sys_days kReference{std::chrono::year{2001} / 1 / 1};
-constexpr int kTimesOfDay[] = {0, 1, 3599, 43200, 45296, 86399};
+constexpr struct {
+  int second;
+  const char* text;
+} kTimesOfDay[] = {{0, " 00:00:00 "},     {1, " 00:00:01 "},     {3599, " 00:59:59 "},
+                   {43200, " 12:00:00 "}, {45296, " 12:34:56 "}, {86399, " 23:59:59 "}};
 
-// The text of a local time, from the standard library's calendar. The first instant of a year
-// before 2001 is the one that is misplaced on purpose: it counts as the day after the last of the
-// year before.
-void expectedText(char (&text)[64], sys_days day, int second, const char* zone) {
-  const std::chrono::year_month_day date{day};
-  int year = static_cast<int>(date.year());
-  auto month = static_cast<unsigned>(date.month());
-  auto dayOfMonth = static_cast<unsigned>(date.day());
-  if (second == 0 && month == 1 && dayOfMonth == 1 && year < 2001) {
-    --year;
-    month = 0;
-    dayOfMonth = std::chrono::year{year}.is_leap() ? 367 : 366;
-  }
-  std::snprintf(text, sizeof(text), "%04d-%02u-%02u %02d:%02d:%02d %s", year, month, dayOfMonth,
-                second / 3600, second / 60 % 60, second % 60, zone);
+std::string dateText(int year, unsigned month, unsigned day) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%04d-%02u-%02u", year, month, day);
+  return text;
+}
+
+// The first instant of a year before 2001 is misplaced on purpose: it counts as the day after the
+// last of the year before.
+bool isMisplaced(std::chrono::year_month_day date, int second) {
+  using namespace std::chrono;
+  return second == 0 && date.month() == January && date.day() == day{1} && date.year() < year{2001};
+}
+
+std::string misplacedDateText(std::chrono::year date) {
+  const std::chrono::year before = date - std::chrono::years{1};
+  return dateText(static_cast<int>(before), 0, before.is_leap() ? 367 : 366);
 }
 
 struct EveryDay : testing::TestWithParam<int> {};
@@ -40,20 +45,26 @@ TEST_P(EveryDay, IsFormattedAndReadAsTheStandardCalendarHasIt) {
   const sys_days last{std::chrono::year{2600} / 12 / 31};
   int misplaced = 0;
   for (sys_days day{std::chrono::year{1583} / 1 / 1}; day <= last; day += std::chrono::days{1}) {
-    for (const int second : kTimesOfDay) {
-      const double local =
-          static_cast<double>((day - kReference).count()) * 86400 + static_cast<double>(second);
-      const double value = local - gmtoffset * 3600.0;
-      char expected[64];
+    const std::chrono::year_month_day date{day};
+    const std::string right =
+        dateText(static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                 static_cast<unsigned>(date.day()));
+    const double midnight =
+        static_cast<double>((day - kReference).count()) * 86400 - gmtoffset * 3600.0;
+    for (const auto& time : kTimesOfDay) {
+      const bool misplace = isMisplaced(date, time.second);
+      const std::string expected =
+          (misplace ? misplacedDateText(date.year()) : right) + time.text + gmtstring;
+      const double value = midnight + time.second;
       char text[64];
-      expectedText(expected, day, second, gmtstring);
-      VN_formatDate(text, value);
-      ASSERT_STREQ(text, expected);
-      if (std::strncmp(text + 5, "00", 2) == 0) {
-        ++misplaced;
-        continue;  // month 0 does not read back
+      if (VN_formatDate(text, value) != expected) {
+        FAIL() << text << " instead of " << expected;
       }
-      ASSERT_EQ(dateToFloat(text), value) << text;
+      if (misplace) {
+        ++misplaced;  // month 0 does not read back
+      } else if (dateToFloat(text) != value) {
+        FAIL() << text << " reads back as another value";
+      }
     }
   }
   EXPECT_EQ(misplaced, 2000 - 1583 + 1) << "one instant a year up to 2000";

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "convert/GuardedBuffer.h"
+#include "convert/IntegerText.h"
 #include "convert/SettingsOfTest.h"
 #include "convert/VNConvertTypes.h"
 
@@ -161,6 +162,19 @@ TEST_F(Money, IsReadWithDecimalsCutOff) {
   for (const auto& row : table) {
     EXPECT_EQ(VNConvertTypes::MoneyToLongLong(row.text), row.hundredths)
         << (row.text == nullptr ? "null" : row.text);
+  }
+}
+
+TEST_F(Money, IsReadAsTheStepsOnTheTextDoIt) {
+  std::mt19937_64 random(99);
+  for (int i = 0; i < 100000; ++i) {
+    std::string text(random() % 8, ' ');
+    for (char& character : text) {
+      character = "0123456789.-..--, $"[random() % 19];
+    }
+    GuardedBuffer buffer(text.size() + 3, text);
+    VNConvertTypes::movePointToRight(VNConvertTypes::stripNumber(buffer.data()));
+    ASSERT_EQ(VNConvertTypes::MoneyToLongLong(text.c_str()), vn_atoll(buffer.data())) << text;
   }
 }
 
