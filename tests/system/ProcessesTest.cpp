@@ -107,7 +107,8 @@ TEST_F(HostNames, TheSystemsOwnIsThatOfTheKernel) {
 
 TEST_F(HostNames, TheProcessIDIsTheNameAndTheProcessNumber) {
   const std::string number = "_" + std::to_string(getpid());
-  for (const std::string name : {"desk", "desk_of_the_house", "_", std::string(90, '_').c_str()}) {
+  for (const std::string& name : {std::string("desk"), std::string("desk_of_the_house"),
+                                  std::string("_"), std::string(90, '_')}) {
     hostIsNamed(name);
     resetProcessIDForTest();
     EXPECT_EQ(VN_processID(), name + number);
