@@ -83,7 +83,10 @@ NetworkNamespace::~NetworkNamespace() {
 }
 
 void NetworkNamespace::enter() const {
-  if (!enterOne(holder_, "net", CLONE_NEWNET) || !enterOne(holder_, "mnt", CLONE_NEWNS)) {
+  // Alone with its folders: a thread of a sanitizer's runtime would keep it out of the other
+  // mounts.
+  if (unshare(CLONE_FS) != 0 || !enterOne(holder_, "net", CLONE_NEWNET) ||
+      !enterOne(holder_, "mnt", CLONE_NEWNS)) {
     _exit(125);
   }
 }
