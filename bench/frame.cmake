@@ -1,0 +1,1 @@
+sorvane_micro_benchmark(frame LINK sorvane_platform)

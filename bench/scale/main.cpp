@@ -1,0 +1,183 @@
+// How the cost of commands grows with the names and the watchers of a name server.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "scale/Registered.h"
+
+namespace sorvane::bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::array<std::size_t, 3> kSizes{1, 1'000, 100'000};
+constexpr int kBatches = 11;
+constexpr std::chrono::milliseconds kBatch{20};
+constexpr double kMostGrowth = 2.0;
+constexpr std::size_t kFreeNumber = 1'000'000;  // no name below has it
+
+double since(Clock::time_point start) {
+  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+}
+
+/// Nanoseconds of one call: the median of batches.
+double timeOf(const std::function<void()>& call) {
+  std::vector<double> batches;
+  for (int batch = 0; batch < kBatches; ++batch) {
+    std::uint64_t calls = 0;
+    const Clock::time_point start = Clock::now();
+    while (Clock::now() - start < kBatch) {
+      // Looking at the clock costs as much as some calls do.
+      for (int i = 0; i < 16; ++i) {
+        call();
+      }
+      calls += 16;
+    }
+    batches.push_back(since(start) / static_cast<double>(calls));
+  }
+  std::nth_element(batches.begin(), batches.begin() + kBatches / 2, batches.end());
+  return batches[kBatches / 2];
+}
+
+/// The parts of opening, registering and closing, which cannot be repeated one without the other.
+struct RegisterTimes {
+  double registration;
+  double close;
+};
+
+RegisterTimes timeOfRegistering(Registered& server, std::minstd_rand& random) {
+  constexpr std::size_t kTogether = 16;
+  std::vector<double> registrations;
+  std::vector<double> closes;
+  for (int batch = 0; batch < kBatches; ++batch) {
+    double registration = 0;
+    double close = 0;
+    constexpr int kRepeats = 1000;
+    for (int i = 0; i < kRepeats; ++i) {
+      std::array<Peer, kTogether> peers;
+      for (Peer& peer : peers) {
+        server.controller().startCommunication(peer);
+      }
+      const Clock::time_point start = Clock::now();
+      for (Peer& peer : peers) {
+        server.registerName(peer, kFreeNumber + random() % kFreeNumber);
+      }
+      registration += since(start);
+      const Clock::time_point end = Clock::now();
+      for (Peer& peer : peers) {
+        server.close(peer);
+      }
+      close += since(end);
+    }
+    registrations.push_back(registration / (kRepeats * kTogether));
+    closes.push_back(close / (kRepeats * kTogether));
+  }
+  std::nth_element(registrations.begin(), registrations.begin() + kBatches / 2,
+                   registrations.end());
+  std::nth_element(closes.begin(), closes.begin() + kBatches / 2, closes.end());
+  return {registrations[kBatches / 2], closes[kBatches / 2]};
+}
+
+struct Figure {
+  std::string name;
+  double nanoseconds;
+  bool mayGrow;  ///< the reply itself grows
+};
+
+void expect(std::string_view reply, std::string_view part) {
+  if (reply.find(part) == std::string_view::npos) {
+    throw std::runtime_error("a reply without " + std::string(part));
+  }
+}
+
+std::vector<Figure> measure(std::size_t names, std::size_t watchers) {
+  Registered server(names, watchers);
+  std::minstd_rand random(1);
+  Request find(
+      {{"findPort", "database0000000"}, {"portHost", "h"}, {"portHostAddress", "127.0.0.1"}});
+  Request didPortsChange({{"action", "didPortsChange"}});
+  Request needsRefresh({{"action", "needsRefresh"}});
+  Request databaseStates({{"action", "databaseStates"}});
+  Peer& asker = server.watcher(0);
+  find.setNumber(names - 1);
+  expect(server.ask(asker, find), "portNumber");
+  expect(server.ask(asker, databaseStates), "database0000000:running");
+
+  const RegisterTimes times = timeOfRegistering(server, random);
+  std::vector<Figure> figures;
+  figures.push_back({"lookup", timeOf([&] {
+                       find.setNumber(random() % names);
+                       server.ask(asker, find);
+                     }),
+                     false});
+  figures.push_back({"registration", times.registration, false});
+  figures.push_back({"close", times.close, false});
+  figures.push_back({"marking", timeOf([&] { server.controller().setWatchToDirty(); }), false});
+  figures.push_back({"needsRefresh", timeOf([&] { server.ask(asker, needsRefresh); }), false});
+  figures.push_back(
+      {"didPortsChange",
+       timeOf([&] { server.ask(server.watcher(random() % watchers), didPortsChange); }), false});
+  figures.push_back(
+      {"databaseStates, kept", timeOf([&] { server.ask(asker, databaseStates); }), true});
+  figures.push_back({"databaseStates, built anew", timeOf([&] {
+                       server.controller().setWatchToDirty();
+                       server.ask(asker, databaseStates);
+                     }),
+                     true});
+  return figures;
+}
+
+void printTable(const std::string& title, const std::array<std::vector<Figure>, 3>& columns) {
+  fmt::print("\n{}, nanoseconds\n  {:<28}{:>12}{:>12}{:>14}{:>10}{:>10}\n", title, "", "1", "1,000",
+             "100,000", "1,000/1", "100,000/1");
+  for (std::size_t row = 0; row < columns[0].size(); ++row) {
+    const Figure& first = columns[0][row];
+    const double growth = columns[2][row].nanoseconds / first.nanoseconds;
+    const char* const verdict =
+        first.mayGrow ? "the reply grows" : (growth <= kMostGrowth ? "met" : "MISSED");
+    fmt::print("  {:<28}{:>12.0f}{:>12.0f}{:>14.0f}{:>10.2f}{:>10.2f}  {}\n", first.name,
+               first.nanoseconds, columns[1][row].nanoseconds, columns[2][row].nanoseconds,
+               columns[1][row].nanoseconds / first.nanoseconds, growth, verdict);
+  }
+  std::fflush(stdout);
+}
+
+void measureAll() {
+  fmt::print(
+      "cost of a command in process, median of {} batches; aim: at most {:.0f} times that of "
+      "one name, or one watcher\n",
+      kBatches, kMostGrowth);
+  std::array<std::vector<Figure>, 3> columns;
+  for (std::size_t i = 0; i < kSizes.size(); ++i) {
+    columns[i] = measure(kSizes[i], 1);
+  }
+  printTable("names, with one watcher", columns);
+  for (std::size_t i = 0; i < kSizes.size(); ++i) {
+    columns[i] = measure(1, kSizes[i]);
+  }
+  printTable("watchers, with one name", columns);
+}
+
+}  // namespace
+}  // namespace sorvane::bench
+
+int main() {
+  try {
+    sorvane::bench::measureAll();
+  } catch (const std::exception& error) {
+    std::fflush(stdout);
+    fmt::print(stderr, "bench: {}\n", error.what());
+    return 1;
+  }
+  return 0;
+}
