@@ -1,0 +1,22 @@
+// How thorough a run is.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+namespace sorvane::bench {
+
+struct Options {
+  std::filesystem::path daemon;  ///< the built name server
+  int rounds = 5;
+  std::chrono::milliseconds sample{1000};  ///< length of one measurement
+  int idleConnections = 10'000;
+  int repeats = 4;                             ///< how often a disturbed sample is taken again
+  int starts = 20;                             ///< how often the start is timed
+  std::chrono::milliseconds idleTime{10'000};  ///< how long the idle name server is watched
+  std::string only;                            ///< rows whose title contains this; all when empty
+  bool rivals = true;
+};
+
+}  // namespace sorvane::bench

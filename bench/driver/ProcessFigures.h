@@ -1,0 +1,28 @@
+// What the system tells about running processes.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+
+namespace sorvane::bench {
+
+/// Time on a core of all threads of a process that live, nanoseconds.
+[[nodiscard]] std::uint64_t cpuTime(pid_t process);
+/// Memory that is the process's own (shared with no other), bytes.
+[[nodiscard]] std::uint64_t privateMemory(pid_t process);
+/// How often the threads of a process left their core, by themselves or not: an upper bound of how
+/// often it was woken.
+[[nodiscard]] std::uint64_t contextSwitches(pid_t process);
+
+/// A look at the whole machine; the difference of two looks tells what else ran between them.
+struct MachineLook {
+  std::map<pid_t, std::uint64_t> cpuTimes;  ///< of every process, nanoseconds
+  std::uint64_t started = 0;                ///< processes and threads since the machine started
+  std::uint64_t stolen = 0;                 ///< time taken by other machines of the host, ns
+
+  [[nodiscard]] static MachineLook now();
+};
+
+}  // namespace sorvane::bench

@@ -1,0 +1,248 @@
+#include "driver/Rows.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "driver/Exchange.h"
+#include "driver/RivalRequests.h"
+
+namespace sorvane::bench {
+namespace {
+
+constexpr int kDepth = 16;
+constexpr int kManyConnections = 50;
+constexpr int kCyclesAtOnce = 8;
+const std::string kSubject = "sorvinfo";
+const std::string kEcho = "echo";
+
+using Figure = Aim::Figure;
+
+/// Makes the scene of a row, a contender at a time.
+class SceneBuilder {
+ public:
+  SceneBuilder(const Options& options, const Cores& cores, std::string title)
+      : options_(options), cores_(cores) {
+    scene_.row.title = std::move(title);
+    scene_.row.subject = kSubject;
+  }
+
+  const Server& nameServer(const std::vector<int>& on, int threads) {
+    return keep(std::make_unique<NameServer>(options_.daemon, on, threads));
+  }
+  const Server& nameServer() { return nameServer(cores_.server, 1); }
+
+  /// Registers the name that the lookups find, on a connection that stays open.
+  void registerName(const Server& server) {
+    Socket socket = connectTo(server.port());
+    for (const std::string& request :
+         {sorvane_requests::newPort(), sorvane_requests::acceptPort()}) {
+      socket.sendAll(request);
+      (void)socket.receiveFrame();
+    }
+    scene_.connections.push_back(std::move(socket));
+  }
+
+  void holdIdle(const Server& server, int count) {
+    std::vector<Socket> idle = openIdle(server.port(), count);
+    std::move(idle.begin(), idle.end(), std::back_inserter(scene_.connections));
+  }
+
+  void steady(const std::string& name, const Server& server, const Exchange& exchange,
+              int connections) {
+    scene_.row.contenders.push_back({name, &server, [=, port = server.port()] {
+                                       return std::make_unique<SteadyLoad>(port, exchange,
+                                                                           connections);
+                                     }});
+  }
+
+  /// Lookups on many connections. Their answers hold a number of the server's own.
+  void lookups(const std::string& name, const Server& server) {
+    steady(name, server, learn(server.port(), sorvane_requests::findPort()), kManyConnections);
+  }
+
+  void cycles(const std::string& name, const Server& server, const std::vector<Cycle>& cycles) {
+    scene_.row.contenders.push_back({name, &server, [=, port = server.port()] {
+                                       return std::make_unique<CycleLoad>(port, cycles);
+                                     }});
+  }
+
+  const Server& echo(const std::vector<EchoStep>& steps) {
+    return keep(std::make_unique<Echo>(cores_.server, steps));
+  }
+
+  void rival(Rival::Kind kind, int connections, int depth) {
+    if (!options_.rivals) {
+      return;
+    }
+    if (std::unique_ptr<Rival> rival = Rival::start(kind, cores_.server)) {
+      const Server& server = keep(std::move(rival));
+      rival_requests::store(kind, server.port());
+      steady(rival_requests::name(kind, depth), server, rival_requests::get(kind, depth),
+             connections);
+    }
+  }
+
+  [[nodiscard]] Row& row() { return scene_.row; }
+  [[nodiscard]] Scene take() { return std::move(scene_); }
+
+ private:
+  const Server& keep(std::unique_ptr<Server> server) {
+    scene_.servers.push_back(std::move(server));
+    return *scene_.servers.back();
+  }
+
+  const Options& options_;
+  const Cores& cores_;
+  Scene scene_;
+};
+
+Scene exchangeRow(SceneBuilder scene, const std::string& request, int connections, int depth,
+                  bool rivals, std::vector<Aim> aims) {
+  const Server& server = scene.nameServer();
+  scene.registerName(server);
+  const Exchange one = learn(server.port(), request);
+  const Exchange exchange = pipelined(one, depth);
+  const Server& echo = scene.echo({{one.request.size(), one.reply}});
+  scene.steady(kEcho, echo, exchange, connections);
+  scene.steady(kSubject, server, exchange, connections);
+  if (rivals) {
+    scene.rival(Rival::Kind::redis, connections, depth);
+    scene.rival(Rival::Kind::memcached, connections, depth);
+  }
+  scene.row().aims = std::move(aims);
+  return scene.take();
+}
+
+/// A cycle of these requests for each connection; the port number that they may bring differs.
+Scene cycleRow(SceneBuilder scene, const std::function<std::vector<std::string>(int)>& requests,
+               std::vector<Aim> aims) {
+  constexpr std::size_t kMarkVersionKind = 4;
+  const Server& server = scene.nameServer();
+  scene.registerName(server);
+  std::vector<Cycle> cycles;
+  for (int i = 0; i < kCyclesAtOnce; ++i) {
+    Cycle cycle;
+    const Socket socket = connectTo(server.port());
+    for (const std::string& request : requests(i)) {
+      socket.sendAll(request);
+      const std::string reply = socket.receiveFrame();
+      const bool fixed = request != sorvane_requests::newPort("connect" + std::to_string(i));
+      cycle.push_back({request, reply, fixed ? reply.size() : kMarkVersionKind});
+    }
+    cycles.push_back(std::move(cycle));
+  }
+  std::vector<EchoStep> steps;
+  for (const Step& step : cycles[0]) {
+    steps.push_back({step.request.size(), step.reply});
+  }
+  scene.cycles(kEcho, scene.echo(steps), cycles);
+  scene.cycles(kSubject, server, cycles);
+  scene.row().aims = std::move(aims);
+  return scene.take();
+}
+
+Scene idleRow(SceneBuilder scene, const std::string& title, int idle) {
+  const Server& without = scene.nameServer();
+  const Server& with = scene.nameServer();
+  scene.registerName(without);
+  scene.registerName(with);
+  scene.holdIdle(with, idle);
+  scene.lookups("sorvinfo alone", without);
+  scene.lookups(kSubject, with);
+  scene.row().title = title;
+  scene.row().aims = {{Figure::perSecond, "sorvinfo alone", 0.98}};
+  return scene.take();
+}
+
+Scene threadsRow(SceneBuilder scene, const Cores& cores) {
+  const Server& one = scene.nameServer(cores.all, 1);
+  const Server& two = scene.nameServer(cores.all, 2);
+  scene.registerName(one);
+  scene.registerName(two);
+  scene.lookups("sorvinfo, one thread", one);
+  scene.lookups(kSubject, two);
+  scene.row().serversUseAllCores = true;
+  scene.row().aims = {{Figure::perSecond, "sorvinfo, one thread", 1.0}};
+  return scene.take();
+}
+
+}  // namespace
+
+Cores Cores::choose() {
+  const std::vector<int> all = availableCores();
+  if (all.size() < 2) {
+    throw std::runtime_error("two cores are needed: one for the servers, one for the generator");
+  }
+  return {{all[0]}, {all[1]}, all};
+}
+
+std::vector<Socket> openIdle(int port, int count) {
+  std::vector<Socket> sockets;
+  const std::string ping = sorvane_requests::ping();
+  for (int i = 0; i < count; ++i) {
+    sockets.push_back(connectTo(port));
+    sockets.back().sendAll(ping);
+    (void)sockets.back().receiveFrame();
+  }
+  return sockets;
+}
+
+int raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    throwSystemError("getrlimit");
+  }
+  limit.rlim_cur = limit.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  return static_cast<int>(std::min<rlim_t>(limit.rlim_cur, 1 << 20));
+}
+
+std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
+  const int idle = options.idleConnections;
+  const std::string idleTitle =
+      "lookup, 50 connections, while " + std::to_string(idle) + " connections idle";
+  const auto builder = [&options, &cores](const std::string& title) {
+    return SceneBuilder(options, cores, title);
+  };
+  std::vector<RowMaker> rows;
+  const auto exchange = [&](const std::string& title, const std::string& request, int connections,
+                            int depth, bool rivals, std::vector<Aim> aims) {
+    rows.push_back({title, [=] {
+                      return exchangeRow(builder(title), request, connections, depth, rivals, aims);
+                    }});
+  };
+  const std::string lookup = sorvane_requests::findPort();
+  exchange("lookup, 1 connection", lookup, 1, 1, true,
+           {{Figure::perSecond, kEcho, 0.97}, {Figure::p99, kEcho, 1.10}});
+  exchange("lookup, 1 connection, pipelined by 16", lookup, 1, kDepth, true,
+           {{Figure::perSecond, kEcho, 0.95}, {Figure::perSecond, "redis GET", 1.15}});
+  exchange("lookup, 50 connections", lookup, kManyConnections, 1, true,
+           {{Figure::perSecond, kEcho, 0.96},
+            {Figure::perSecond, "redis GET", 1.05},
+            {Figure::cpu, kEcho, 1.05}});
+  exchange("lookup, 50 connections, pipelined by 16", lookup, kManyConnections, kDepth, true,
+           {{Figure::perSecond, kEcho, 0.90},
+            {Figure::perSecond, "redis GET", 1.6},
+            {Figure::perSecond, "memcached multi-get", 1.3},
+            {Figure::p99, kEcho, 1.2}});
+  exchange("ping, 50 connections", sorvane_requests::ping(), kManyConnections, 1, false, {});
+  const auto cycle = [&](const std::string& title,
+                         const std::function<std::vector<std::string>(int)>& requests) {
+    rows.push_back({title, [=] {
+                      return cycleRow(builder(title), requests, {{Figure::cpu, kEcho, 1.05}});
+                    }});
+  };
+  cycle("connect + lookup + close", [lookup](int) { return std::vector{lookup}; });
+  cycle("connect + register + close", [](int i) {
+    return std::vector{sorvane_requests::newPort("connect" + std::to_string(i)),
+                       sorvane_requests::acceptPort()};
+  });
+  rows.push_back({idleTitle, [=] { return idleRow(builder(idleTitle), idleTitle, idle); }});
+  const std::string threadsTitle = "lookup, 50 connections, two serving threads, on all cores";
+  rows.push_back({threadsTitle, [=, &cores] { return threadsRow(builder(threadsTitle), cores); }});
+  return rows;
+}
+
+}  // namespace sorvane::bench

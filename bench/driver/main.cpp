@@ -1,0 +1,113 @@
+// The benchmark of the name server: loads it and its rivals in turn, and prints one table.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "driver/Comparison.h"
+#include "driver/Footprint.h"
+#include "driver/Options.h"
+#include "driver/Rows.h"
+#include "driver/Table.h"
+
+namespace {
+
+using sorvane::bench::Options;
+
+constexpr int kDescriptorsBesides = 200;  // those that are no idle connections
+
+void makeQuick(Options& options) {
+  options.rounds = 3;
+  options.sample = std::chrono::milliseconds(250);
+  options.repeats = 1;
+  options.starts = 5;
+  options.idleTime = std::chrono::milliseconds(3000);
+}
+
+/// Enough to see that everything works; the figures mean nothing.
+void makeTrial(Options& options) {
+  options.rounds = 1;
+  options.sample = std::chrono::milliseconds(50);
+  options.repeats = 0;
+  options.starts = 1;
+  options.idleTime = std::chrono::milliseconds(200);
+  options.idleConnections = 200;
+}
+
+bool wanted(const Options& options, const std::string& title) {
+  return title.find(options.only) != std::string::npos;
+}
+
+void runAll(Options options) {
+  using namespace sorvane::bench;
+  const Cores cores = Cores::choose();
+  stayOn(cores.generator);
+  options.idleConnections =
+      std::min(options.idleConnections, raiseDescriptorLimit() - kDescriptorsBesides);
+  fmt::print(
+      "servers on core {}, generator on core {}, {} rounds of {} ms; the latency of a "
+      "pipelined request is that of its 16\n",
+      cores.server[0], cores.generator[0], options.rounds, options.sample.count());
+  if (cores.all.size() < 3) {
+    fmt::print(
+        "only two cores: with two serving threads, one shares its core with the generator\n");
+  }
+  Takes takes;
+  for (const RowMaker& maker : allRows(options, cores)) {
+    if (wanted(options, maker.title)) {
+      if (takes.kept == 0) {
+        printColumns();
+      }
+      const Scene scene = maker.make();
+      print(compare(scene.row, options, takes));
+    }
+  }
+  if (wanted(options, "memory")) {
+    printMemory(options, cores);
+  }
+  if (wanted(options, "start")) {
+    printStart(options, cores);
+  }
+  if (wanted(options, "idle")) {
+    printRest(options, cores);
+  }
+  fmt::print(
+      "\n{} samples, {} taken again because other work disturbed them, {} kept although "
+      "disturbed\n",
+      takes.kept, takes.repeated, takes.keptDisturbed);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  std::string daemon;
+  bool quick = false;
+  bool trial = false;
+  bool withoutRivals = false;
+  CLI::App app("Measures the name server beside a bare echo server, redis and memcached.", "bench");
+  app.add_option("--daemon", daemon, "The built name server")->required()->check(CLI::ExistingFile);
+  app.add_flag("--quick", quick, "Three short rounds: under a minute, wider spread");
+  app.add_flag("--trial", trial, "One very short round: shows that it works, measures nothing");
+  app.add_flag("--no-rivals", withoutRivals, "Leave redis and memcached out");
+  app.add_option("--only", options.only, "Only the rows whose title contains this");
+  CLI11_PARSE(app, argc, argv);
+  options.daemon = daemon;
+  options.rivals = !withoutRivals;
+  if (quick) {
+    makeQuick(options);
+  }
+  if (trial) {
+    makeTrial(options);
+  }
+  try {
+    runAll(options);
+  } catch (const std::exception& error) {
+    std::fflush(stdout);
+    fmt::print(stderr, "bench: {}\n", error.what());
+    return 1;
+  }
+  return 0;
+}
