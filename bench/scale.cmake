@@ -1,3 +1,4 @@
+find_package(fmt REQUIRED)
 file(GLOB scale_sources CONFIGURE_DEPENDS scale/*.cpp scale/*.h)
 add_executable(bench_scale ${scale_sources})
 target_include_directories(bench_scale PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
