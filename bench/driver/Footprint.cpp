@@ -76,16 +76,15 @@ void printRivalMemory(Rival::Kind kind, int count, const Cores& cores) {
 
 /// Milliseconds from the start of a name server to its first answer.
 double startOnce(const Options& options, const Cores& cores) {
-  const Clock::time_point start = Clock::now();
   const NameServer server(options.daemon, cores.server, 1, false);
-  const Clock::time_point limit = start + std::chrono::seconds(20);
+  const Clock::time_point limit = server.started() + std::chrono::seconds(20);
   Socket socket;
   while (socket.descriptor() < 0 && Clock::now() < limit) {
     socket = connectTo(server.port(), kLoopback, true);
   }
   socket.sendAll(sorvane_requests::ping());
   (void)socket.receiveFrame();
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+  return std::chrono::duration<double, std::milli>(Clock::now() - server.started()).count();
 }
 
 }  // namespace

@@ -76,6 +76,7 @@ NameServer::NameServer(const fs::path& program, const std::vector<int>& cores, i
       << (tree / "lock").string() << "\";\nHostName = \"benchhost\";\n"
       << "Address = \"192.0.2.10\";\nDynamicAddress = NO;\nThreads = " << threads << ";\n";
   const fs::path errors = tree / "errors";
+  started_ = std::chrono::steady_clock::now();
   run(std::make_unique<Child>(cores, std::vector<std::string>{executable, "noexit"}, errors));
   if (wait) {
     waitUntilListening(port(), child(), errors);

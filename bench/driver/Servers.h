@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -55,9 +56,12 @@ class NameServer final : public Server {
   /// unless it shall not `wait`.
   NameServer(const std::filesystem::path& program, const std::vector<int>& cores, int threads,
              bool wait = true);
+  /// When its process was about to be made.
+  [[nodiscard]] std::chrono::steady_clock::time_point started() const { return started_; }
 
  private:
   const TemporaryFolder tree_;
+  std::chrono::steady_clock::time_point started_;
 };
 
 /// The limit.

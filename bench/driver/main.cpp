@@ -64,14 +64,17 @@ void runAll(Options options) {
       print(compare(scene.row, options, takes));
     }
   }
-  if (wanted(options, "memory")) {
+  if (wanted(options, "memory of the server's own")) {
     printMemory(options, cores);
   }
-  if (wanted(options, "start")) {
+  if (wanted(options, "start of the process to its first answer")) {
     printStart(options, cores);
   }
-  if (wanted(options, "idle")) {
+  if (wanted(options, "idle name server")) {
     printRest(options, cores);
+  }
+  if (takes.kept == 0) {
+    return;
   }
   fmt::print(
       "\n{} samples, {} taken again because other work disturbed them, {} kept although "
