@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "support/Program.h"
-#include "support/RawConnection.h"
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
+#include "support/Program.h"
+#include "support/RawConnection.h"
 #include "support/TestFiles.h"
 
 namespace sorvane::test {

@@ -1,9 +1,8 @@
-#include "platform/Frame.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "platform/Frame.h"
 #include "support/WireBytes.h"
 
 namespace sorvane {
@@ -49,8 +48,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Bad{"Version", std::string("SV\2", 3), "wrong version"},
                     Bad{"Kind", std::string("SV\1\2", 4), "wrong kind"},
                     Bad{"NegativeKind", std::string("SV\1\xff", 4), "wrong kind"},
-                    Bad{"BodyAboveTheLimit", std::string("SV\1\1\0\0\3\xe9", 8), "a body above the limit"},
-                    Bad{"BodyWithoutDictionary", std::string("SV\1\0\0\0\0\1", 8), "a body without a dictionary"}),
+                    Bad{"BodyAboveTheLimit", std::string("SV\1\1\0\0\3\xe9", 8),
+                        "a body above the limit"},
+                    Bad{"BodyWithoutDictionary", std::string("SV\1\0\0\0\0\1", 8),
+                        "a body without a dictionary"}),
     [](const auto& each) { return each.param.name; });
 
 TEST(Frame, ABodyAtTheLimitIsTaken) {

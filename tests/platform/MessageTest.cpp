@@ -1,9 +1,8 @@
-#include "platform/Message.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "platform/Message.h"
 #include "support/WireBytes.h"
 
 namespace sorvane {
@@ -104,14 +103,18 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Malformed{"HeaderCut", std::string("\0\1\0\0\0", 5), "an entry runs past the body"},
         Malformed{"ValueCut", entry("k", "value").substr(0, 9), "an entry runs past the body"},
-        Malformed{"HugeValue", std::string("\0\1\xff\xff\xff\xff", 6) + "kv", "an entry runs past the body"},
-        Malformed{"SecondEntryCut", entry("a", "1") + std::string(3, '\0'), "an entry runs past the body"},
-        Malformed{"RepeatedKey", entry("a", "1") + entry("b", "2") + entry("a", "3"), "a key is repeated"},
+        Malformed{"HugeValue", std::string("\0\1\xff\xff\xff\xff", 6) + "kv",
+                  "an entry runs past the body"},
+        Malformed{"SecondEntryCut", entry("a", "1") + std::string(3, '\0'),
+                  "an entry runs past the body"},
+        Malformed{"RepeatedKey", entry("a", "1") + entry("b", "2") + entry("a", "3"),
+                  "a key is repeated"},
         Malformed{"RepeatedEmptyKey", entry("", "1") + entry("", "2"), "a key is repeated"},
         Malformed{"RepeatedAmongMany", manyKeysWithOneTwice(), "a key is repeated"},
         Malformed{"KeyNotUtf8", entry("\xff", "1"), "a key is not UTF-8 text"},
         Malformed{"KeyWithNul", entry(std::string("a\0b", 3), "1"), "a key is not UTF-8 text"},
-        Malformed{"KeyWithNulAndUmlaut", entry(std::string("\xc3\xa4\0", 3), "1"), "a key is not UTF-8 text"}),
+        Malformed{"KeyWithNulAndUmlaut", entry(std::string("\xc3\xa4\0", 3), "1"),
+                  "a key is not UTF-8 text"}),
     [](const auto& each) { return each.param.name; });
 
 TEST(Message, AKeyMayHoldAnyUtf8Text) {

@@ -34,7 +34,8 @@ void ScriptedDelegate::startCommunication(NetConnection& connection) {
   ++started;
 }
 
-std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& request, NetConnection& sender) {
+std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& request,
+                                                             NetConnection& sender) {
   if (request.contains("wait") || request.contains("raise")) {
     return std::nullopt;
   }
@@ -107,7 +108,9 @@ ServedDelegate::ServedDelegate(Settings settings) : delegate_(new ScriptedDelega
     socket = NetConnection::createServerSocketForPort(port_);
   }
   --port_;
-  std::thread([socket, delegate = delegate_] { NetConnection::runServerForSocket(socket, *delegate); }).detach();
+  std::thread([socket, delegate = delegate_] {
+    NetConnection::runServerForSocket(socket, *delegate);
+  }).detach();
 }
 
 ConsoleLines::ConsoleLines() {

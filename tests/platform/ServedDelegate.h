@@ -17,13 +17,15 @@
 namespace sorvane::test {
 
 /// The requests that it understands, each by the presence of a key:
-///   "echo" answers the request itself; "nil" answers nil; "big" (a number) answers {"data": so many bytes};
-///   "wait" cannot be delivered without waiting, and waits until `openGate`; "raise" raises what a command may raise;
-///   "raiseOther" raises what it may not. Anything else is answered with an empty dictionary.
+///   "echo" answers the request itself; "nil" answers nil; "big" (a number) answers {"data": so
+///   many bytes}; "wait" cannot be delivered without waiting, and waits until `openGate`; "raise"
+///   raises what a command may raise; "raiseOther" raises what it may not. Anything else is
+///   answered with an empty dictionary.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void startCommunication(NetConnection& connection) override;
-  std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender) override;
+  std::optional<Reply> deliverWithoutWaiting(const Message& request,
+                                             NetConnection& sender) override;
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
   void endCommunication(NetConnection& connection) override;
 
@@ -34,7 +36,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   std::atomic<int> started{0};
   std::atomic<int> delivered{0};
   std::atomic<int> ended{0};
-  std::atomic<int> overlaps{0};  ///< times that two operations of one connection ran at once, or out of order
+  std::atomic<int> overlaps{
+      0};  ///< times that two operations of one connection ran at once, or out of order
 
  private:
   Reply answer(const Message& request, NetConnection& sender);
@@ -45,8 +48,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   int atGate_ = 0;           // guarded by mutex_
 };
 
-/// Serves on a free port of 127.0.0.1 from its making; for ever, since a server does not end: whatever it needs is left
-/// to the process.
+/// Serves on a free port of 127.0.0.1 from its making; for ever, since a server does not end:
+/// whatever it needs is left to the process.
 class ServedDelegate {
  public:
   explicit ServedDelegate(Settings settings = {});

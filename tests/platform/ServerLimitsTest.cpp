@@ -1,4 +1,5 @@
-// What happens at the server's limits: connections, descriptors, exceptions that no command may raise.
+// What happens at the server's limits: connections, descriptors, exceptions that no command may
+// raise.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -53,7 +54,8 @@ TEST(Server, WaitsWithoutSpinningWhenDescriptorsRunOutAndGoesOnWhenSomeAreFree) 
       waiting.push_back(server.connect());
       ASSERT_TRUE(waiting.back().ask(Message()));
     }
-    // A socket for the client, whose accepted side no longer fits: every descriptor below is in use.
+    // A socket for the client, whose accepted side no longer fits: every descriptor below is in
+    // use.
     const int highest = waiting.back().descriptor() + 3;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -70,7 +72,8 @@ TEST(Server, WaitsWithoutSpinningWhenDescriptorsRunOutAndGoesOnWhenSomeAreFree) 
     EXPECT_TRUE(first.ask(Message())) << "those that are connected are served";
 
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_TRUE(late.receiveFrame()) << "and the one that waited is served as soon as there is room";
+    EXPECT_TRUE(late.receiveFrame())
+        << "and the one that waited is served as soon as there is room";
   });
   EXPECT_EQ(child.status, 0) << child.output << child.errors;
 }
@@ -83,8 +86,9 @@ TEST(Server, AnExceptionThatNoCommandMayRaiseEndsTheProcessWithOneLine) {
     EXPECT_FALSE(client.receiveFrame());
   });
   EXPECT_EQ(child.signal, SIGABRT);
-  EXPECT_NE(child.errors.find("an unexpected exception ends the process: what no command may raise\n"),
-            std::string::npos)
+  EXPECT_NE(
+      child.errors.find("an unexpected exception ends the process: what no command may raise\n"),
+      std::string::npos)
       << child.errors;
 }
 
@@ -104,7 +108,8 @@ TEST(Server, GoesOnAfterSignalsThatInterruptItsCalls) {
   int answered = 0;
   for (int i = 0; i < 200; ++i) {
     NetConnection each;
-    answered += each.connectToPort("127.0.0.1", server.port()) && each.sendDictionary(Message({{"echo", "x"}}));
+    answered += each.connectToPort("127.0.0.1", server.port()) &&
+                each.sendDictionary(Message({{"echo", "x"}}));
   }
   done = true;
   interrupting.join();

@@ -1,4 +1,5 @@
-// The server's promises to every connection: order, completeness, independence, and what a bad one costs.
+// The server's promises to every connection: order, completeness, independence, and what a bad one
+// costs.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
@@ -52,7 +53,8 @@ TEST(Server, TellsNilFromAnEmptyDictionary) {
 TEST(Server, GivesARequestBackByteForByte) {
   ServedDelegate server;
   RawConnection client = server.connect();
-  const std::string body = entry("z", "1") + entry("echo", std::string("\0\xff\0", 3)) + entry("", "");
+  const std::string body =
+      entry("z", "1") + entry("echo", std::string("\0\xff\0", 3)) + entry("", "");
   client.send(frameOfBody(body));
   EXPECT_EQ(client.receive(8 + body.size()), frameOfBody(body));
 }
@@ -212,7 +214,8 @@ TEST_P(MalformedFrame, ClosesTheConnectionWithOneLineAfterTheRequestsBeforeAreAn
   client.send(frame(Message({{"echo", "before"}})) + GetParam().bytes);
   EXPECT_EQ(client.receiveFrame()->body, Message({{"echo", "before"}}).body());
   EXPECT_TRUE(client.isClosedByPeer());
-  EXPECT_EQ(server.delegate().ended, 1) << "the delegate forgets it before the peer can see the end";
+  EXPECT_EQ(server.delegate().ended, 1)
+      << "the delegate forgets it before the peer can see the end";
   EXPECT_TRUE(console.hold(std::string("127.0.0.1:")));
   EXPECT_EQ(console.count(GetParam().reason), 1);
   RawConnection other = server.connect();
@@ -221,16 +224,20 @@ TEST_P(MalformedFrame, ClosesTheConnectionWithOneLineAfterTheRequestsBeforeAreAn
 
 INSTANTIATE_TEST_SUITE_P(
     Each, MalformedFrame,
-    testing::Values(
-        BadFrame{"WrongMark", "GET / HTTP/1.0\r\n\r\n", "wrong mark"},
-        BadFrame{"WrongVersion", frameWith("SV", 2, 1, 0, ""), "wrong version"},
-        BadFrame{"WrongKind", frameWith("SV", 1, 7, 0, ""), "wrong kind"},
-        BadFrame{"KindZeroFromAClient", nilFrame(), "a request without a dictionary"},
-        BadFrame{"EntryPastTheBody", frameOfBody(entry("k", "value").substr(0, 8)), "an entry runs past the body"},
-        BadFrame{"RepeatedKey", frameOfBody(entry("k", "1") + entry("k", "2")), "a key is repeated"},
-        BadFrame{"KeyNotUtf8", frameOfBody(entry("\xc3", "1")), "a key is not UTF-8 text"},
-        BadFrame{"KeyWithNul", frameOfBody(entry(std::string("a\0", 2), "1")), "a key is not UTF-8 text"},
-        BadFrame{"BodyAboveTheLimit", frameWith("SV", 1, 1, 1048577, ""), "a body above the limit"}),
+    testing::Values(BadFrame{"WrongMark", "GET / HTTP/1.0\r\n\r\n", "wrong mark"},
+                    BadFrame{"WrongVersion", frameWith("SV", 2, 1, 0, ""), "wrong version"},
+                    BadFrame{"WrongKind", frameWith("SV", 1, 7, 0, ""), "wrong kind"},
+                    BadFrame{"KindZeroFromAClient", nilFrame(), "a request without a dictionary"},
+                    BadFrame{"EntryPastTheBody", frameOfBody(entry("k", "value").substr(0, 8)),
+                             "an entry runs past the body"},
+                    BadFrame{"RepeatedKey", frameOfBody(entry("k", "1") + entry("k", "2")),
+                             "a key is repeated"},
+                    BadFrame{"KeyNotUtf8", frameOfBody(entry("\xc3", "1")),
+                             "a key is not UTF-8 text"},
+                    BadFrame{"KeyWithNul", frameOfBody(entry(std::string("a\0", 2), "1")),
+                             "a key is not UTF-8 text"},
+                    BadFrame{"BodyAboveTheLimit", frameWith("SV", 1, 1, 1048577, ""),
+                             "a body above the limit"}),
     [](const auto& each) { return each.param.name; });
 
 TEST(Server, TakesABodyAtTheLimit) {

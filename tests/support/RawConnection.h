@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "support/Program.h"
 #include "platform/Message.h"
+#include "support/Program.h"
 #include "support/WireBytes.h"
 
 namespace sorvane::test {

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "platform/Console.h"
-#include "platform/avahi/AvahiErrors.h"
 #include "platform/ServiceNames.h"
+#include "platform/avahi/AvahiErrors.h"
 
 namespace sorvane {
 

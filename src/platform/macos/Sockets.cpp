@@ -9,7 +9,8 @@
 namespace sorvane {
 namespace {
 
-// The same times as on Linux; the wait for data that a peer never acknowledges is given in seconds here.
+// The same times as on Linux; the wait for data that a peer never acknowledges is given in seconds
+// here.
 constexpr int kProbeAfterSeconds = 10;
 constexpr int kProbeEverySeconds = 5;
 constexpr int kProbes = 3;
@@ -46,7 +47,8 @@ ssize_t sendBytes(int descriptor, std::string_view bytes) {
 }
 
 bool setConnectionOptions(int listener) {
-  return setOption(listener, SOL_SOCKET, SO_NOSIGPIPE, 1) && setOption(listener, IPPROTO_TCP, TCP_NODELAY, 1) &&
+  return setOption(listener, SOL_SOCKET, SO_NOSIGPIPE, 1) &&
+         setOption(listener, IPPROTO_TCP, TCP_NODELAY, 1) &&
          setOption(listener, SOL_SOCKET, SO_KEEPALIVE, 1) &&
          setOption(listener, IPPROTO_TCP, TCP_KEEPALIVE, kProbeAfterSeconds) &&
          setOption(listener, IPPROTO_TCP, TCP_KEEPINTVL, kProbeEverySeconds) &&
