@@ -113,13 +113,7 @@ void sorvkeyController::endCommunication(NetConnection& connection) {
   }
   registry_.setWatchToDirty();
   if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
-    // The info server may wait for its disk. The connection will be gone by then, so its record is
-    // shown to it by a connection of its own.
-    NetConnection::performWaiting([record, infoserver = infoserver_.get()] {
-      NetConnection ended;
-      ended.setContextObject(record);
-      infoserver->endCommunication(ended);
-    });
+    infoserver_->endCommunication(connection);
   }
 }
 
