@@ -380,6 +380,9 @@ void ServerConnection::linger() {
 void ServerConnection::closeNow() {
   clearDeadline();
   endOnce();
+  // Closing alone does not end the watching while a process that was forked meanwhile shares the
+  // socket.
+  loop_.poller().remove(descriptor_);
   loop_.forget(*this);
 }
 
