@@ -36,6 +36,11 @@ void detach() {
   }
 }
 
+void ignoreSignalsOfFailedWrites() {
+  signal(SIGXFSZ, SIG_IGN);
+  signal(SIGPIPE, SIG_IGN);
+}
+
 void raiseResourceLimits() {
   raiseLimit(RLIMIT_NOFILE);
   raiseLimit(RLIMIT_NPROC);

@@ -6,6 +6,7 @@
 //   const StartMode mode = startMode(VN_parameter(1));  // CommandLine.h
 //   if (mode == StartMode::stopAll) stopAllNameServers();
 //   if (mode == StartMode::detached) detach();
+//   ignoreSignalsOfFailedWrites();
 //   sorvkeyController controller;                       // opens the log: openLog, Log.h
 //   controller.runConnection(mode == StartMode::verbose);
 //   endProcess();                                       // only when serving ended
@@ -28,6 +29,10 @@ inline constexpr const char* kStopCommand = "/usr/bin/killall sorvinfo > /dev/nu
 /// Session, working folder and descriptors stay. As SIGCHLD is ignored, the system reaps the
 /// children that are started later.
 void detach();
+
+/// Makes a write that goes beyond the limit of a file's size, or into a pipe that nobody reads,
+/// fail like any other instead of ending the process: ignores SIGXFSZ and SIGPIPE.
+void ignoreSignalsOfFailedWrites();
 
 /// Raises the soft limits of open files and then of processes to the hard ones. Failures are
 /// ignored.

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
   if (mode == StartMode::detached) {
     detach();
   }
+  ignoreSignalsOfFailedWrites();
   sorvkeyController controller;
   controller.runConnection(mode == StartMode::verbose);
   endProcess();

@@ -158,6 +158,28 @@ TEST(Serving, IgnoresHangupAndInterruptAlone) {
   });
 }
 
+TEST(FailedWrites, BeyondAFileSizeLimitOrIntoAPipeWithoutReaderEndNothing) {
+  inOwnProcess([] {
+    for (int signal : {SIGXFSZ, SIGPIPE, SIGTERM}) ::signal(signal, SIG_DFL);
+    ignoreSignalsOfFailedWrites();
+    const test::TemporaryFolder folder;
+    const int file = open((folder / "file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    const rlimit small{1, 1};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_EQ(write(file, "ab", 2), 1);
+    EXPECT_EQ(write(file, "b", 1), -1);
+    EXPECT_EQ(errno, EFBIG);
+    close(file);
+    int unread[2];
+    ASSERT_EQ(pipe2(unread, O_CLOEXEC), 0);
+    close(unread[0]);
+    EXPECT_EQ(write(unread[1], "x", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
+    close(unread[1]);
+    EXPECT_FALSE(isIgnored(SIGTERM));
+  });
+}
+
 /// A PID namespace of the test's own: the stop command reaches nothing outside.
 class StopWord : public testing::Test {
  protected:
