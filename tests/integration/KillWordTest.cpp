@@ -1,0 +1,73 @@
+// The word that stops every name server of a host. It runs only where it can reach nothing else: in
+// a PID namespace of the test's own.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "integration/Daemon.h"
+#include "support/OwnProcess.h"
+
+namespace sorvane::test {
+namespace {
+
+/// Runs `test` as the first process of a PID namespace, with /proc to match.
+void inOwnPids(const std::function<void()>& test) {
+  inOwnProcess([&] {
+    ASSERT_EQ(unshare(CLONE_NEWPID | CLONE_NEWNS), 0);
+    inOwnProcess([&] {
+      ASSERT_EQ(getpid(), 1) << "the word would reach others";
+      ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+      ASSERT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
+      test();
+    });
+  });
+}
+
+class KillWord : public testing::TestWithParam<std::vector<std::string>> {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) {
+      GTEST_SKIP() << "needs root, for a PID namespace that the word cannot leave";
+    }
+  }
+};
+
+TEST_P(KillWord, EndsEveryNameServerOfTheHostAndItsOwnProcessWithStatusZero) {
+  inOwnPids([] {
+    Daemon foreground;
+    Daemon verbose;
+    Daemon detached;
+    foreground.start();
+    verbose.start({"-verbose"});
+    detached.launch({});
+    ASSERT_EQ(detached.waitForExit(), 0);
+    ASSERT_TRUE(detached.answers());
+
+    Daemon caller;
+    caller.setting("BasePort", "nonsense");  // the word needs no settings
+    caller.launch(GetParam());
+    EXPECT_EQ(caller.waitForExit(), 0);
+    EXPECT_EQ(foreground.waitForExit(), 128 + SIGTERM);
+    EXPECT_EQ(verbose.waitForExit(), 128 + SIGTERM);
+    EXPECT_TRUE(waitUntil([&] { return detached.processes().empty(); }));
+    EXPECT_EQ(caller.standardOutput() + caller.console() + caller.log(), "");
+  });
+}
+
+TEST_P(KillWord, WithoutANameServerEndsWithStatusZero) {
+  inOwnPids([] {
+    Daemon caller;
+    caller.launch(GetParam());
+    EXPECT_EQ(caller.waitForExit(), 0);
+    EXPECT_EQ(caller.standardOutput() + caller.log(), "");
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Words, KillWord,
+                         testing::Values(std::vector<std::string>{"kill", "extra"},
+                                         std::vector<std::string>{"-kill"}));
+
+}  // namespace
+}  // namespace sorvane::test
