@@ -4,6 +4,8 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace sorvane {
 namespace {
@@ -31,11 +33,24 @@ int acceptConnection(int listener) {
   }
 }
 
+// The library's `send` and `recv` are points at which a thread may be cancelled. Nothing is ever
+// cancelled here, and preparing for it takes 40 ns of each call in a process with several threads.
+
 ssize_t sendBytes(int descriptor, std::string_view bytes) {
   for (;;) {
-    const ssize_t sent = send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const ssize_t sent = syscall(SYS_sendto, descriptor, bytes.data(), bytes.size(),
+                                 MSG_NOSIGNAL | MSG_DONTWAIT, nullptr, 0);
     if (sent >= 0 || errno != EINTR) {
       return sent;
+    }
+  }
+}
+
+ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes) {
+  for (;;) {
+    const ssize_t received = syscall(SYS_recvfrom, descriptor, buffer, bytes, 0, nullptr, nullptr);
+    if (received >= 0 || errno != EINTR) {
+      return received;
     }
   }
 }

@@ -46,6 +46,15 @@ ssize_t sendBytes(int descriptor, std::string_view bytes) {
   }
 }
 
+ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes) {
+  for (;;) {
+    const ssize_t received = recv(descriptor, buffer, bytes, 0);
+    if (received >= 0 || errno != EINTR) {
+      return received;
+    }
+  }
+}
+
 bool setConnectionOptions(int listener) {
   return setOption(listener, SOL_SOCKET, SO_NOSIGPIPE, 1) &&
          setOption(listener, IPPROTO_TCP, TCP_NODELAY, 1) &&

@@ -71,15 +71,6 @@ int NetConnection::createServerSocketForPort(int port) {
   return descriptor >= 0 || errno == EADDRINUSE ? descriptor : listenOnIPv4(INADDR_ANY, number);
 }
 
-ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes) {
-  for (;;) {
-    const ssize_t received = recv(descriptor, buffer, bytes, 0);
-    if (received >= 0 || errno != EINTR) {
-      return received;
-    }
-  }
-}
-
 std::string peerName(int descriptor) {
   sockaddr_storage address{};
   socklen_t bytes = sizeof address;
