@@ -1,7 +1,6 @@
 #include "platform/VNHost.h"
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
 #include <string_view>
 
@@ -12,8 +11,6 @@ namespace sorvane {
 namespace {
 
 std::mutex creationMutex;
-std::atomic<VNHost*> currentObject{
-    nullptr};  // each request asks for it; set with creationMutex held
 
 bool sameName(std::string_view a, std::string_view b) {
   const auto lower = [](char c) {
@@ -27,20 +24,17 @@ std::string_view shortName(std::string_view name) { return name.substr(0, name.f
 
 }  // namespace
 
-VNHost& VNHost::currentHost() {
-  if (VNHost* host = currentObject.load(std::memory_order_acquire)) {
-    return *host;
-  }
+VNHost& VNHost::makeCurrentHost() {
   const std::lock_guard<std::mutex> hold(creationMutex);
-  if (currentObject.load(std::memory_order_relaxed) == nullptr) {
-    currentObject.store(new VNHost, std::memory_order_release);
+  if (current_.load(std::memory_order_relaxed) == nullptr) {
+    current_.store(new VNHost, std::memory_order_release);
   }
-  return *currentObject.load(std::memory_order_relaxed);
+  return *current_.load(std::memory_order_relaxed);
 }
 
 void VNHost::resetForTest() {
   const std::lock_guard<std::mutex> hold(creationMutex);
-  delete currentObject.exchange(nullptr);
+  delete current_.exchange(nullptr);
 }
 
 VNHost::VNHost() {

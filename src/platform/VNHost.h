@@ -1,6 +1,7 @@
 // The host on which this process runs.
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 
@@ -11,7 +12,10 @@ namespace sorvane {
 class VNHost {
  public:
   /// Also called for its effect alone: what the host looks like now is what counts from here on.
-  static VNHost& currentHost();
+  static VNHost& currentHost() {
+    VNHost* const host = current_.load(std::memory_order_acquire);  // asked by each lookup
+    return host != nullptr ? *host : makeCurrentHost();
+  }
 
   /// True while the system still answers the address that it answered when the host object was
   /// made; settings do not enter into it. True as well when the system cannot be asked.
@@ -41,6 +45,10 @@ class VNHost {
   VNHost();
 
   ~VNHost() = default;
+
+  static VNHost& makeCurrentHost();
+
+  inline static std::atomic<VNHost*> current_{nullptr};  // set with a mutex held
 
   std::optional<std::string> systemAddress_;  // at creation; nothing when it could not be asked
   std::string systemName_;
