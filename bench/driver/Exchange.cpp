@@ -13,9 +13,9 @@ constexpr std::string_view kAddress = "192.0.2.10";
 constexpr std::string_view kType = "sorvane";
 
 std::string frame(const Message& message) {
-  std::string bytes;
+  ByteBuffer bytes;
   appendFrame(bytes, message.body());
-  return bytes;
+  return std::string(bytes.view());
 }
 
 }  // namespace

@@ -27,13 +27,14 @@ class Connection : public NetConnection {
 
   std::optional<Reply> sends(const Message& request) {
     output_.clear();
-    return server_.deliverWithoutWaiting(request, *this);
+    Turn turn;
+    return server_.deliverWithoutWaiting(request, *this, turn);
   }
-  [[nodiscard]] const std::string& output() const { return output_; }
+  [[nodiscard]] const ByteBuffer& output() const { return output_; }
 
  private:
   sorvkeyController& server_;
-  std::string output_;
+  ByteBuffer output_;
 };
 
 /// A server with that many names, each registered by a connection of its own, of which as many

@@ -14,9 +14,9 @@ using sorvane::Message;
 constexpr std::size_t kMaximumBody = std::size_t{1} << 20;
 
 std::string frameOf(const Message& message) {
-  std::string bytes;
+  sorvane::ByteBuffer bytes;
   sorvane::appendFrame(bytes, message.body());
-  return bytes;
+  return std::string(bytes.view());
 }
 
 std::string findPort() {
@@ -68,7 +68,7 @@ void BM_FindValue(benchmark::State& state) {
 BENCHMARK(BM_FindValue);
 
 void BM_EncodeLookupReply(benchmark::State& state) {
-  std::string output;
+  sorvane::ByteBuffer output;
   for (auto _ : state) {
     output.clear();
     const std::size_t begin = sorvane::beginFrame(output);
@@ -88,7 +88,7 @@ BENCHMARK(BM_EncodeLookupReply);
 /// A request that goes back as its own reply.
 void BM_EncodeRequestAsReply(benchmark::State& state) {
   const std::string body = requestOf(4).substr(sorvane::kFrameHeaderBytes);
-  std::string output;
+  sorvane::ByteBuffer output;
   for (auto _ : state) {
     output.clear();
     sorvane::appendFrame(output, body);

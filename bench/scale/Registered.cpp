@@ -62,7 +62,7 @@ std::string_view Registered::ask(Peer& sender, Request& request) {
   if (reply.kind() == Reply::Kind::none) {
     throw std::runtime_error("no reply to " + message.description());
   }
-  return reply.kind() == Reply::Kind::request ? message.body() : reply_;
+  return reply.kind() == Reply::Kind::request ? message.body() : reply_.view();
 }
 
 void Registered::registerName(Peer& peer, std::size_t number) {

@@ -64,7 +64,7 @@ class Registered {
   Request newPort_;
   Request acceptPort_;
   Request watch_;
-  std::string reply_;
+  ByteBuffer reply_;
   std::vector<std::unique_ptr<Peer>> ports_;
   std::vector<std::unique_ptr<Peer>> watchers_;
 };

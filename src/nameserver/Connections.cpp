@@ -13,9 +13,13 @@ namespace {
 // About two microseconds: a command of the common kind is over by then.
 constexpr int kTriesWithoutWaiting = 100;
 
-bool lockSoon(VNThreadLock& lock) {
+bool lockSoon(VNThreadLock& lock, Turn& turn) {
+  if (turn.holds(lock)) {
+    return true;
+  }
   for (int tries = 0; tries < kTriesWithoutWaiting; ++tries) {
     if (lock.tryLock()) {
+      turn.keep(lock);
       return true;
     }
   }
@@ -40,32 +44,28 @@ void sorvkeyController::startCommunication(NetConnection& connection) {
   connection.setContextObject(std::make_shared<PortDescriptor>());
 }
 
-// The lock is released by hand in both deliveries: an exception of a foreign class passes on with
-// the lock held, on purpose, and the framework ends the process.
-
 std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& request,
-                                                              NetConnection& sender) {
+                                                              NetConnection& sender, Turn& turn) {
   const RequestKeys keys(request);
   if (keys.holds(Key::ping)) {
     return Reply::dictionary();
   }
   CommandContext command = context(keys, sender);
   const DispatchRule& rule = ruleFor(keys);
-  if (rule.mayWait(command) || !lockSoon(serverLock_)) {
+  if (rule.mayWait(command) || !lockSoon(serverLock_, turn)) {
     return std::nullopt;
   }
-  std::optional<Reply> reply;
   try {
-    reply = rule.carryOut(command).reply();
+    return rule.carryOut(command).reply();
   } catch (const NSException&) {
     // A command raises before it changes anything, so it can be delivered a second time; reporting
     // it may wait for a console and a disk.
-    reply = std::nullopt;
+    return std::nullopt;
   }
-  serverLock_.unlock();
-  return reply;
 }
 
+// The lock is released by hand: an exception of a foreign class passes on with the lock held, on
+// purpose, and the framework ends the process.
 Reply sorvkeyController::deliverCommunication(const Message& request, NetConnection& sender) {
   if (request.contains("ping")) {
     return Reply::dictionary();

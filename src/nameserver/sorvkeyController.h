@@ -57,8 +57,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Carries the request out on a serving thread; nothing when it would have to wait for
   /// `serverLock`, a disk or a console, and when the command raised, which is then reported by the
   /// second delivery.
-  std::optional<Reply> deliverWithoutWaiting(const Message& request,
-                                             NetConnection& sender) override;
+  std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
+                                             Turn& turn) override;
   /// Answers a ping at once, and carries any other request out with `serverLock` held. A command
   /// that raises NSException costs a console line and a log line and has no reply; an exception of
   /// another class passes on with the lock held.

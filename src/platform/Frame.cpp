@@ -9,10 +9,13 @@ constexpr char kMark0 = 'S';
 constexpr char kMark1 = 'V';
 constexpr char kVersion = 1;
 
-void appendHeader(std::string& buffer, FrameKind kind, std::size_t bodyBytes) {
-  char header[kFrameHeaderBytes] = {kMark0, kMark1, kVersion, static_cast<char>(kind)};
+void appendHeader(ByteBuffer& buffer, FrameKind kind, std::size_t bodyBytes) {
+  char* const header = buffer.extend(kFrameHeaderBytes);
+  header[0] = kMark0;
+  header[1] = kMark1;
+  header[2] = kVersion;
+  header[3] = static_cast<char>(kind);
   storeBigEndian32(header + 4, static_cast<std::uint32_t>(bodyBytes));
-  buffer.append(header, sizeof header);
 }
 
 }  // namespace
@@ -40,22 +43,22 @@ FrameHeader readFrameHeader(std::string_view bytes, std::size_t maximumBodyBytes
   return header;
 }
 
-std::size_t beginFrame(std::string& buffer) {
+std::size_t beginFrame(ByteBuffer& buffer) {
   const std::size_t begin = buffer.size();
   appendHeader(buffer, FrameKind::dictionary, 0);
   return begin;
 }
 
-void endFrame(std::string& buffer, std::size_t begin) {
+void endFrame(ByteBuffer& buffer, std::size_t begin) {
   storeBigEndian32(buffer.data() + begin + 4,
                    static_cast<std::uint32_t>(buffer.size() - begin - kFrameHeaderBytes));
 }
 
-void appendFrame(std::string& buffer, std::string_view body) {
+void appendFrame(ByteBuffer& buffer, std::string_view body) {
   appendHeader(buffer, FrameKind::dictionary, body.size());
   buffer.append(body);
 }
 
-void appendEmptyFrame(std::string& buffer) { appendHeader(buffer, FrameKind::none, 0); }
+void appendEmptyFrame(ByteBuffer& buffer) { appendHeader(buffer, FrameKind::none, 0); }
 
 }  // namespace sorvane

@@ -3,8 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
+
+#include "platform/ByteBuffer.h"
 
 namespace sorvane {
 
@@ -32,12 +33,12 @@ struct FrameHeader {
 
 /// Appends the header of a dictionary whose length is not known yet; answers where the frame
 /// begins.
-[[nodiscard]] std::size_t beginFrame(std::string& buffer);
+[[nodiscard]] std::size_t beginFrame(ByteBuffer& buffer);
 /// Puts the length of what was appended since into the header at `begin`.
-void endFrame(std::string& buffer, std::size_t begin);
+void endFrame(ByteBuffer& buffer, std::size_t begin);
 /// Appends a whole frame with that body.
-void appendFrame(std::string& buffer, std::string_view body);
+void appendFrame(ByteBuffer& buffer, std::string_view body);
 /// Appends the frame of "no dictionary".
-void appendEmptyFrame(std::string& buffer);
+void appendEmptyFrame(ByteBuffer& buffer);
 
 }  // namespace sorvane

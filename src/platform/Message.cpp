@@ -4,12 +4,10 @@
 #include <cstring>
 
 #include "platform/PropertyList.h"
-#include "platform/WireInteger.h"
 
 namespace sorvane {
 namespace {
 
-constexpr std::size_t kEntryHeaderBytes = 6;
 // Up to here keys are compared pair by pair; a longer list is sorted, so that no request takes
 // quadratic time.
 constexpr std::size_t kPairwiseEntries = 16;
@@ -17,35 +15,21 @@ constexpr std::size_t kPairwiseEntries = 16;
 // months.
 constexpr std::size_t kKeptEntries = 1024;
 
-void appendEntry(std::string& buffer, std::string_view key, std::string_view value,
-                 bool terminated) {
-  char header[kEntryHeaderBytes];
-  storeBigEndian16(header, static_cast<std::uint16_t>(key.size()));
-  storeBigEndian32(header + 2, static_cast<std::uint32_t>(value.size() + (terminated ? 1 : 0)));
-  const std::size_t begin = buffer.size();
-  const std::size_t bytes = kEntryHeaderBytes + key.size() + value.size() + (terminated ? 1 : 0);
-  buffer.resize(begin + bytes);  // ends in NUL, which is the terminator of a text
-  char* out = buffer.data() + begin;
-  std::memcpy(out, header, kEntryHeaderBytes);
-  std::memcpy(out + kEntryHeaderBytes, key.data(), key.size());
-  if (!value.empty()) {
-    std::memcpy(out + kEntryHeaderBytes + key.size(), value.data(), value.size());
-  }
+bool isKey(std::string_view key) {
+  return isPlainText(key) || (isUtf8(key) && key.find('\0') == std::string_view::npos);
 }
 
-bool isKey(std::string_view key) {
-  bool plain = true;
-  for (const char byte : key) {
-    plain &= byte > 0;
-  }
-  return plain || (isUtf8(key) && key.find('\0') == std::string_view::npos);
+// Keys of one length often differ in their first byte; comparing that here saves the call.
+bool areEqual(std::string_view left, std::string_view right) {
+  return left.size() == right.size() &&
+         (left.empty() || (left.front() == right.front() && left == right));
 }
 
 bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {
   if (entries.size() <= kPairwiseEntries) {
     for (std::size_t i = 1; i < entries.size(); ++i) {
       for (std::size_t j = 0; j < i; ++j) {
-        if (entries[i].key == entries[j].key) {
+        if (areEqual(entries[i].key, entries[j].key)) {
           return true;
         }
       }
@@ -62,14 +46,6 @@ bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {
 }
 
 }  // namespace
-
-void MessageWriter::text(std::string_view key, std::string_view text) {
-  appendEntry(buffer_, key, text, true);
-}
-
-void MessageWriter::data(std::string_view key, std::string_view bytes) {
-  appendEntry(buffer_, key, bytes, false);
-}
 
 Message::Message(std::initializer_list<std::pair<std::string_view, std::string_view>> texts) {
   for (const auto& [key, text] : texts) {
@@ -124,16 +100,22 @@ Message& Message::setData(std::string_view key, std::string_view bytes) {
 }
 
 Message& Message::set(std::string_view key, std::string_view value, bool terminated) {
-  std::string body;
+  ByteBuffer encoded;
+  MessageWriter writer(encoded);
+  const auto write = [&] { terminated ? writer.text(key, value) : writer.data(key, value); };
   bool replaced = false;
   for (const MessageEntry& entry : entries_) {
-    const bool same = entry.key == key;
-    appendEntry(body, entry.key, same ? value : entry.value, same && terminated);
-    replaced |= same;
+    if (entry.key == key) {
+      write();
+      replaced = true;
+    } else {
+      writer.data(entry.key, entry.value);
+    }
   }
   if (!replaced) {
-    appendEntry(body, key, value, terminated);
+    write();
   }
+  std::string body(encoded.view());
   std::vector<MessageEntry> entries;
   std::size_t at = 0;
   while (at < body.size()) {
@@ -233,7 +215,7 @@ std::string Message::description() const {
   return PropertyList(std::move(dictionary)).description();
 }
 
-std::optional<std::string_view> textOfValue(std::string_view bytes) {
+std::optional<std::string_view> textOfUnusualValue(std::string_view bytes) {
   if (bytes.empty()) {
     return std::nullopt;
   }

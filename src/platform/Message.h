@@ -1,6 +1,7 @@
 // Messages: the dictionary of a request or a reply, in the form in which it travels.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -9,7 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/ByteBuffer.h"
 #include "platform/NSException.h"
+#include "platform/Utf8.h"
+#include "platform/WireInteger.h"
 
 namespace sorvane {
 
@@ -19,19 +23,46 @@ struct MessageEntry {
   std::string_view value;  ///< any bytes; a text carries its terminating NUL
 };
 
-/// Appends entries to a buffer in the wire form; the buffer belongs to the caller. A key must be
-/// UTF-8 without a NUL, at most 65,535 bytes, and must not come twice; nobody checks it here.
+/// An entry on the wire: the length of the key in two bytes, that of the value in four, both.
+inline constexpr std::size_t kEntryHeaderBytes = 6;
+
+/// Writes an entry in the wire form to `out`, which has room for
+/// `kEntryHeaderBytes + key.size() + value.size()` bytes; answers where it ends. The key must be
+/// UTF-8 without a NUL, at most 65,535 bytes; nobody checks it here.
+inline char* writeEntry(char* out, std::string_view key, std::string_view value) {
+  storeBigEndian16(out, static_cast<std::uint16_t>(key.size()));
+  storeBigEndian32(out + 2, static_cast<std::uint32_t>(value.size()));
+  out = std::copy_n(key.data(), key.size(), out + kEntryHeaderBytes);
+  return std::copy_n(value.data(), value.size(), out);
+}
+
+/// The same for a text, whose value takes a byte more: its terminating NUL.
+inline char* writeTextEntry(char* out, std::string_view key, std::string_view text) {
+  char* const end = writeEntry(out, key, text);
+  storeBigEndian32(out + 2, static_cast<std::uint32_t>(text.size() + 1));
+  *end = '\0';
+  return end + 1;
+}
+
+/// Appends entries to a buffer in the wire form; the buffer belongs to the caller. No key may come
+/// twice; nobody checks it here.
 class MessageWriter {
  public:
-  explicit MessageWriter(std::string& buffer) : buffer_(buffer) {}
+  explicit MessageWriter(ByteBuffer& buffer) : buffer_(buffer) {}
 
   /// A text value: the bytes of `text` and one NUL.
-  void text(std::string_view key, std::string_view text);
+  void text(std::string_view key, std::string_view text) {
+    writeTextEntry(buffer_.extend(kEntryHeaderBytes + key.size() + text.size() + 1), key, text);
+  }
   /// A data value, exactly these bytes.
-  void data(std::string_view key, std::string_view bytes);
+  void data(std::string_view key, std::string_view bytes) {
+    writeEntry(buffer_.extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
+  }
+  /// Entries that are in the wire form already.
+  void entries(std::string_view encoded) { buffer_.append(encoded); }
 
  private:
-  std::string& buffer_;
+  ByteBuffer& buffer_;
 };
 
 /// A dictionary from text keys to bytes. Keys are unique and the order in which they came is kept.
@@ -85,8 +116,19 @@ class Message {
   std::vector<MessageEntry> entries_;  // views into body_
 };
 
+/// `textOfValue` of any bytes.
+[[nodiscard]] std::optional<std::string_view> textOfUnusualValue(std::string_view bytes);
+
 /// The text of a value: its bytes up to the first NUL, or all of them; nothing when it has no bytes
 /// or is not UTF-8.
-[[nodiscard]] std::optional<std::string_view> textOfValue(std::string_view bytes);
+[[nodiscard]] inline std::optional<std::string_view> textOfValue(std::string_view bytes) {
+  if (!bytes.empty() && bytes.back() == '\0') {
+    const std::string_view text = bytes.substr(0, bytes.size() - 1);
+    if (isPlainText(text)) {
+      return text;
+    }
+  }
+  return textOfUnusualValue(bytes);
+}
 
 }  // namespace sorvane

@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/Message.h"
+#include "platform/VNThreadLock.h"
 
 namespace sorvane {
 
@@ -37,6 +39,20 @@ class [[nodiscard]] Reply {
   Kind kind_;
 };
 
+/// Requests that came together on one connection and are delivered without waiting, one after the
+/// other: the delegate may keep a lock from one delivery to the next, rather than take it for each.
+/// A turn is short. It ends, and gives the lock back, before anything but a delivery happens.
+class Turn {
+ public:
+  /// The turn holds this lock.
+  [[nodiscard]] bool holds(const VNThreadLock& lock) const { return held_.mutex() == &lock; }
+  /// Takes over a lock that this thread holds, the only one of the turn.
+  void keep(VNThreadLock& lock) { held_ = {lock, std::adopt_lock}; }
+
+ private:
+  std::unique_lock<VNThreadLock> held_;
+};
+
 /// The operations that the server calls for each connection: `startCommunication`, then one
 /// delivery for each message in order, then `endCommunication` exactly once; never two at the same
 /// time for one connection, while different connections are served at the same time. An exception
@@ -50,7 +66,8 @@ class NetConnectionDelegate {
   /// Delivers on a serving thread, on which nothing may be waited for: neither a lock nor a disk.
   /// Answers nothing when it would have had to wait; the same request is then delivered with
   /// `deliverCommunication` on a thread that may.
-  virtual std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender);
+  virtual std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
+                                                     Turn& turn);
 
   /// Delivers one request; may wait. The request and what `replyWriter` wrote live until the next
   /// delivery.
@@ -149,7 +166,7 @@ class NetConnection {
   [[nodiscard]] MessageWriter replyWriter() { return MessageWriter(*replyBuffer_); }
 
  protected:
-  void setReplyBuffer(std::string* buffer) { replyBuffer_ = buffer; }
+  void setReplyBuffer(ByteBuffer* buffer) { replyBuffer_ = buffer; }
 
  private:
   friend std::optional<Message> deliverInProcess(NetConnectionDelegate&, const Message&,
@@ -158,8 +175,8 @@ class NetConnection {
   [[nodiscard]] Client& client();
 
   std::shared_ptr<void> context_;
-  std::string* replyBuffer_ = nullptr;  // the output of the request that is being delivered
-  std::unique_ptr<Client> client_;      // null on a connection that is served
+  ByteBuffer* replyBuffer_ = nullptr;  // the output of the request that is being delivered
+  std::unique_ptr<Client> client_;     // null on a connection that is served
 };
 
 /// Delivers one request without a socket: calls `deliverCommunication` and answers the reply

@@ -9,8 +9,12 @@ class Delivery : public ServerTest {
  protected:
   /// What a serving thread gets, on which nothing is waited for.
   std::optional<Reply> withoutWaiting(const Message& request) {
+    Turn turn;
+    return withoutWaiting(request, turn);
+  }
+  std::optional<Reply> withoutWaiting(const Message& request, Turn& turn) {
     output_.clear();
-    return server_.deliverWithoutWaiting(request, connection_);
+    return server_.deliverWithoutWaiting(request, connection_, turn);
   }
   bool serverLockIsFree() {
     if (!server_.serverLock().tryLock()) {
@@ -22,10 +26,10 @@ class Delivery : public ServerTest {
 
   class Connection : public NetConnection {
    public:
-    explicit Connection(std::string* output) { setReplyBuffer(output); }
+    explicit Connection(ByteBuffer* output) { setReplyBuffer(output); }
   };
 
-  std::string output_;
+  ByteBuffer output_;
   Connection connection_{&output_};
   Peer peer_{server_};
 };
@@ -109,10 +113,25 @@ TEST_F(Delivery, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
 
   server_.startCommunication(connection_);
   setTimeSource([]() -> double { throw std::runtime_error("no clock"); });
-  EXPECT_THROW((void)withoutWaiting({{"action", "needsRefresh"}}), std::runtime_error);
+  Turn turn;
+  EXPECT_THROW((void)withoutWaiting({{"action", "needsRefresh"}}, turn), std::runtime_error);
   setTimeSource(nullptr);
   EXPECT_FALSE(serverLockIsFree());
-  server_.serverLock().unlock();
+}
+
+TEST_F(Delivery, WithoutWaitingKeepsTheServerLockUntilTheTurnEnds) {
+  {
+    Turn turn;
+    EXPECT_EQ(withoutWaiting({{"ping", ""}}, turn), Reply::dictionary());
+    EXPECT_TRUE(serverLockIsFree());
+    EXPECT_EQ(withoutWaiting({{"findPort", "x"}, {"portHost", "h"}, {"portHostAddress", ""}}, turn),
+              Reply::dictionary());
+    EXPECT_FALSE(serverLockIsFree());
+    EXPECT_EQ(withoutWaiting({{"findPort", "y"}, {"portHost", "h"}, {"portHostAddress", ""}}, turn),
+              Reply::dictionary());
+    EXPECT_FALSE(serverLockIsFree());
+  }
+  EXPECT_TRUE(serverLockIsFree());
 }
 
 TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
@@ -131,7 +150,7 @@ TEST_F(Delivery, WithoutWaitingCarriesCommandsOut) {
   peer_.registers("db1");
   EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), Reply::dictionary());
   Message reply;
-  EXPECT_EQ(reply.readBody(output_), nullptr);
+  EXPECT_EQ(reply.readBody(output_.view()), nullptr);
   EXPECT_EQ(reply.text("portNumber"), "5001");
   EXPECT_EQ(withoutWaiting({{"action", "didPortsChange"}}), Reply::dictionary());
   const Message reconnect(

@@ -61,19 +61,20 @@ TEST(Frame, ABodyAtTheLimitIsTaken) {
 }
 
 TEST(Frame, IsWrittenAsItIsRead) {
-  std::string buffer = "before";
+  ByteBuffer buffer;
+  buffer.append("before");
   const std::size_t begin = beginFrame(buffer);
-  buffer += "content";
+  buffer.append("content");
   endFrame(buffer, begin);
-  EXPECT_EQ(buffer, "before" + test::frameOfBody("content"));
+  EXPECT_EQ(buffer.view(), "before" + test::frameOfBody("content"));
 
-  std::string whole;
+  ByteBuffer whole;
   appendFrame(whole, "content");
-  EXPECT_EQ(whole, test::frameOfBody("content"));
+  EXPECT_EQ(whole.view(), test::frameOfBody("content"));
 
-  std::string none;
+  ByteBuffer none;
   appendEmptyFrame(none);
-  EXPECT_EQ(none, test::nilFrame());
+  EXPECT_EQ(none.view(), test::nilFrame());
 }
 
 }  // namespace

@@ -35,7 +35,8 @@ void ScriptedDelegate::startCommunication(NetConnection& connection) {
 }
 
 std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& request,
-                                                             NetConnection& sender) {
+                                                             NetConnection& sender,
+                                                             Turn& /*turn*/) {
   if (request.contains("wait") || request.contains("raise")) {
     return std::nullopt;
   }

@@ -24,8 +24,8 @@ namespace sorvane::test {
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void startCommunication(NetConnection& connection) override;
-  std::optional<Reply> deliverWithoutWaiting(const Message& request,
-                                             NetConnection& sender) override;
+  std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
+                                             Turn& turn) override;
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
   void endCommunication(NetConnection& connection) override;
 

@@ -115,7 +115,7 @@ bool NetConnection::Client::send(const Message& request, Deadline deadline) {
   }
   output_.clear();
   appendFrame(output_, request.body());
-  if (const ClientSocket::Failure failure = socket_.send(output_, input_, deadline)) {
+  if (const ClientSocket::Failure failure = socket_.send(output_.view(), input_, deadline)) {
     return fail("cannot send to " + peer_ + ": " + failure->words, failure->closedByPeer);
   }
   ++awaited_;

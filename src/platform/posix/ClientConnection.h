@@ -44,7 +44,7 @@ struct NetConnection::Client {
 
   ClientSocket socket_;
   std::string peer_;         // as it was named, for messages
-  std::string output_;       // the frame that is being sent
+  ByteBuffer output_;        // the frame that is being sent
   std::string input_;        // what has arrived
   std::size_t taken_ = 0;    // how much of it has been read as replies
   std::size_t awaited_ = 0;  // requests whose reply has not been taken

@@ -77,13 +77,14 @@ void NetConnection::performWaiting(std::function<void()> work) {
 }
 
 std::optional<Reply> NetConnectionDelegate::deliverWithoutWaiting(const Message& /*request*/,
-                                                                  NetConnection& /*sender*/) {
+                                                                  NetConnection& /*sender*/,
+                                                                  Turn& /*turn*/) {
   return std::nullopt;
 }
 
 std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const Message& request,
                                         NetConnection& sender) {
-  std::string body;
+  ByteBuffer body;
   sender.setReplyBuffer(&body);
   const Reply reply = delegate.deliverCommunication(request, sender);
   sender.setReplyBuffer(nullptr);
@@ -96,7 +97,7 @@ std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const M
       break;
   }
   Message view;
-  if (const char* const fault = view.readBody(body)) {
+  if (const char* const fault = view.readBody(body.view())) {
     throw std::logic_error(fault);
   }
   return Message(view);  // a copy owns its bytes

@@ -18,6 +18,9 @@ namespace {
 // Replies are sent when this much is due, however many requests came at once: a few bytes of
 // request may ask for megabytes of reply.
 constexpr std::size_t kOutputAtOnce = 256 * 1024;
+// A lock is kept for so many requests at most: about a microsecond, in which other serving threads
+// still try for it.
+constexpr int kRequestsOfTurn = 16;
 // A larger output buffer is given back after use.
 constexpr std::size_t kKeptOutput = 1024 * 1024;
 
@@ -42,17 +45,17 @@ Result guarded(Result otherwise, Operation&& operation) noexcept {
   std::abort();
 }
 
-void encodeReply(Reply reply, const Message& request, std::string& output, std::size_t begin) {
+void encodeReply(Reply reply, const Message& request, ByteBuffer& output, std::size_t begin) {
   switch (reply.kind()) {
     case Reply::Kind::dictionary:
       endFrame(output, begin);
       return;
     case Reply::Kind::request:
-      output.resize(begin);
+      output.truncate(begin);
       appendFrame(output, request.body());
       return;
     case Reply::Kind::none:
-      output.resize(begin);
+      output.truncate(begin);
       appendEmptyFrame(output);
       return;
   }
@@ -121,59 +124,29 @@ void ServerConnection::drop() {
 // Handles every complete frame of `input`, which is either the loop's input buffer or this
 // connection's backlog.
 void ServerConnection::serve(std::string_view input) {
-  Message& request = loop_.request();
-  std::string& output = loop_.output();
-  const std::size_t maximumBody = loop_.context().maximumBodyBytes;
-  const char* fault = nullptr;
-  bool mustWait = false;
   std::size_t used = 0;
-  while (used < input.size()) {
-    const std::string_view rest = input.substr(used);
-    const FrameHeader header = readFrameHeader(rest, maximumBody);
-    fault = header.fault;
-    if (fault == nullptr && header.complete && header.kind == FrameKind::none) {
-      fault = "a request without a dictionary";
+  Served served;
+  do {
+    served = deliverAll(input.substr(used));
+    used += served.bytes;
+    if (!sendOutput()) {
+      closeNow();
+      return;
     }
-    if (fault != nullptr || !header.complete ||
-        rest.size() - kFrameHeaderBytes < header.bodyBytes) {
-      break;
-    }
-    fault = request.readBody(rest.substr(kFrameHeaderBytes, header.bodyBytes));
-    if (fault != nullptr) {
-      break;
-    }
-    if (!deliver(request, output)) {
-      mustWait = true;
-      break;
-    }
-    used += kFrameHeaderBytes + header.bodyBytes;
-    if (output.size() >= kOutputAtOnce) {
-      if (!sendOutput(output)) {
-        closeNow();
-        return;
-      }
-      if (hasOutput()) {
-        break;
-      }
-    }
-  }
-  if (used > 0 || mustWait) {
+  } while (served.isCutShort && !hasOutput());
+  if (used > 0 || served.mustWait) {
     clearDeadline();  // the frame that it was set for is complete
   }
   keepInput(input.substr(used));
-  if (!sendOutput(output)) {
-    closeNow();
-    return;
-  }
-  if (fault != nullptr) {
-    refuse(fault);
+  if (served.fault != nullptr) {
+    refuse(served.fault);
   }
   if (hasOutput()) {
     clearDeadline();
     enter(Phase::sending);
   } else if (refused_) {
     linger();
-  } else if (mustWait) {
+  } else if (served.mustWait) {
     enter(Phase::delivering);
     loop_.context().deliveries.run([this] { deliverOnWaitingThread(); });
   } else {
@@ -184,14 +157,53 @@ void ServerConnection::serve(std::string_view input) {
   }
 }
 
-bool ServerConnection::deliver(const Message& request, std::string& output) {
+ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
+  Served served;
+  Message& request = loop_.request();
+  const std::size_t maximumBody = loop_.context().maximumBodyBytes;
+  std::optional<Turn> turn(std::in_place);
+  int requestsOfTurn = 0;
+  while (served.bytes < input.size()) {
+    const std::string_view rest = input.substr(served.bytes);
+    const FrameHeader header = readFrameHeader(rest, maximumBody);
+    served.fault = header.fault;
+    if (served.fault == nullptr && header.complete && header.kind == FrameKind::none) {
+      served.fault = "a request without a dictionary";
+    }
+    if (served.fault != nullptr || !header.complete ||
+        rest.size() - kFrameHeaderBytes < header.bodyBytes) {
+      break;
+    }
+    served.fault = request.readBody(rest.substr(kFrameHeaderBytes, header.bodyBytes));
+    if (served.fault != nullptr) {
+      break;
+    }
+    if (!deliver(request, *turn)) {
+      served.mustWait = true;
+      break;
+    }
+    served.bytes += kFrameHeaderBytes + header.bodyBytes;
+    if (loop_.output().size() >= kOutputAtOnce) {
+      served.isCutShort = true;
+      break;
+    }
+    if (++requestsOfTurn == kRequestsOfTurn) {
+      turn.emplace();
+      requestsOfTurn = 0;
+    }
+  }
+  return served;
+}
+
+bool ServerConnection::deliver(const Message& request, Turn& turn) {
   NetConnectionDelegate& delegate = loop_.context().delegate;
+  ByteBuffer& output = loop_.output();
   const std::size_t begin = beginFrame(output);
   setReplyBuffer(&output);
   const auto reply = guarded<std::optional<Reply>>(
-      std::nullopt, [&] { return delegate.deliverWithoutWaiting(request, *this); });
+      std::nullopt, [&] { return delegate.deliverWithoutWaiting(request, *this, turn); });
   if (!reply) {
-    output.resize(begin);
+    output.truncate(begin);
     return false;
   }
   encodeReply(*reply, request, output, begin);
@@ -260,39 +272,37 @@ void ServerConnection::expire() {
   linger();
 }
 
-bool ServerConnection::sendOutput(std::string& output) {
+bool ServerConnection::sendOutput() {
+  ByteBuffer& output = loop_.output();
   if (output.empty()) {
     return true;
   }
-  const ssize_t sent = sendBytes(descriptor_, output);
-  if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+  const ssize_t sent = sendBytes(descriptor_, output.view());
+  if (sent == static_cast<ssize_t>(output.size())) {
+    output.clear();
+  } else if (sent >= 0 || errno == EAGAIN || errno == EWOULDBLOCK) {
+    backlog().output = std::move(output);  // as it is: a long reply is not copied again
+    backlog().sent = sent < 0 ? 0 : static_cast<std::size_t>(sent);
+  } else {
     output.clear();
     return false;
   }
-  const std::size_t taken = sent < 0 ? 0 : static_cast<std::size_t>(sent);
-  if (taken < output.size()) {
-    backlog().output = std::move(output);  // as it is: a long reply is not copied again
-    backlog().sent = taken;
-    output = std::string();
-  }
-  output.clear();
   if (output.capacity() > kKeptOutput) {
-    output.shrink_to_fit();
+    output = ByteBuffer();
   }
   return true;
 }
 
 bool ServerConnection::sendBacklog() {
   while (hasOutput()) {
-    const ssize_t sent =
-        sendBytes(descriptor_, std::string_view(backlog_->output).substr(backlog_->sent));
+    const ssize_t sent = sendBytes(descriptor_, backlog_->output.view().substr(backlog_->sent));
     if (sent < 0) {
       return errno == EAGAIN || errno == EWOULDBLOCK;
     }
     backlog_->sent += static_cast<std::size_t>(sent);
     if (backlog_->sent == backlog_->output.size()) {
       backlog_->sent = 0;
-      backlog_->output = std::string();
+      backlog_->output = ByteBuffer();
     }
   }
   return true;

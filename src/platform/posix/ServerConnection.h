@@ -54,7 +54,7 @@ class ServerConnection final : public NetConnection {
   };
   struct Backlog {
     std::string input;     ///< from the first byte not handled
-    std::string output;    ///< replies not sent
+    ByteBuffer output;     ///< replies not sent
     std::size_t sent = 0;  ///< bytes of `output` that are
     bool hasDeadline = false;
     DeadlineQueue::Ticket deadline;
@@ -63,14 +63,22 @@ class ServerConnection final : public NetConnection {
   void receive();
   void drop();
   void serve(std::string_view input);
-  [[nodiscard]] bool deliver(const Message& request, std::string& output);
+  /// What came of the complete frames at the start of an input.
+  struct Served {
+    std::size_t bytes = 0;        ///< taken by frames that were delivered
+    const char* fault = nullptr;  ///< why what follows cannot be a frame
+    bool mustWait = false;        ///< the frame that follows is for a waiting thread
+    bool isCutShort = false;      ///< more may follow once the output is sent
+  };
+  [[nodiscard]] Served deliverAll(std::string_view input);
+  [[nodiscard]] bool deliver(const Message& request, Turn& turn);
   void deliverOnWaitingThread();
   void refuse(const char* fault);
   void continueAfterSending();
 
   /// Sends what it can of the loop's output; the rest becomes backlog. False when the connection
   /// failed.
-  [[nodiscard]] bool sendOutput(std::string& output);
+  [[nodiscard]] bool sendOutput();
   [[nodiscard]] bool sendBacklog();
   [[nodiscard]] bool hasOutput() const { return backlog_ != nullptr && !backlog_->output.empty(); }
 

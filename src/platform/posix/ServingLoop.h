@@ -5,9 +5,9 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <vector>
 
+#include "platform/ByteBuffer.h"
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "platform/posix/DeadlineQueue.h"
@@ -60,7 +60,7 @@ class ServingLoop {
   [[nodiscard]] ServerContext& context() { return context_; }
   [[nodiscard]] Poller& poller() { return poller_; }
   [[nodiscard]] char* input() { return input_.get(); }
-  [[nodiscard]] std::string& output() { return output_; }
+  [[nodiscard]] ByteBuffer& output() { return output_; }
   [[nodiscard]] Message& request() { return request_; }
   [[nodiscard]] DeadlineQueue& partialFrames() { return partialFrames_; }
   [[nodiscard]] DeadlineQueue& lingerers() { return lingerers_; }
@@ -78,7 +78,7 @@ class ServingLoop {
   DeadlineQueue partialFrames_;
   DeadlineQueue lingerers_;
   const std::unique_ptr<char[]> input_;
-  std::string output_;
+  ByteBuffer output_;
   Message request_;
   std::atomic<int> load_{0};
 
