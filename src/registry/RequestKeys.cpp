@@ -1,5 +1,6 @@
 #include "registry/RequestKeys.h"
 
+#include <cstring>
 #include <string>
 
 namespace sorvane {
@@ -8,43 +9,43 @@ namespace {
 constexpr std::size_t kUnknown = kKeyCount;
 
 // The length decides first, so that a key is compared with the few known ones of its length alone,
-// each comparison with a constant.
+// each comparison with a constant of known length.
 std::size_t indexOfKey(std::string_view key) {
-  const auto either = [key](auto... candidates) {
-    std::size_t index = kUnknown;
-    ((key == candidates.first ? (index = static_cast<std::size_t>(candidates.second), true)
-                              : false) ||
-     ...);
-    return index;
+  const auto is = [key]<std::size_t size>(const char(&known)[size]) {
+    return std::memcmp(key.data(), known, size - 1) == 0;
   };
-  using Candidate = std::pair<std::string_view, Key>;
+  const auto index = [](bool same, Key known) {
+    return same ? static_cast<std::size_t>(known) : kUnknown;
+  };
   switch (key.size()) {
     case 4:
-      return either(Candidate("ping", Key::ping));
+      return index(is("ping"), Key::ping);
     case 5:
-      return either(Candidate("state", Key::state), Candidate("force", Key::force));
+      return is("state") ? index(true, Key::state) : index(is("force"), Key::force);
     case 6:
-      return either(Candidate("action", Key::action));
+      return index(is("action"), Key::action);
     case 7:
-      return either(Candidate("newPort", Key::newPort));
+      return index(is("newPort"), Key::newPort);
     case 8:
-      return either(Candidate("findPort", Key::findPort), Candidate("portHost", Key::portHost),
-                    Candidate("portName", Key::portName), Candidate("portType", Key::portType),
-                    Candidate("hostName", Key::hostName));
+      return is("findPort")   ? index(true, Key::findPort)
+             : is("portHost") ? index(true, Key::portHost)
+             : is("portName") ? index(true, Key::portName)
+             : is("portType") ? index(true, Key::portType)
+                              : index(is("hostName"), Key::hostName);
     case 9:
-      return either(Candidate("terminate", Key::terminate));
+      return index(is("terminate"), Key::terminate);
     case 10:
-      return either(Candidate("acceptPort", Key::acceptPort),
-                    Candidate("portNumber", Key::portNumber));
+      return is("acceptPort") ? index(true, Key::acceptPort)
+                              : index(is("portNumber"), Key::portNumber);
     case 11:
-      return either(Candidate("hostAddress", Key::hostAddress));
+      return index(is("hostAddress"), Key::hostAddress);
     case 12:
-      return either(Candidate("databaseName", Key::databaseName));
+      return index(is("databaseName"), Key::databaseName);
     case 13:
-      return either(Candidate("reconnectPort", Key::reconnectPort));
+      return index(is("reconnectPort"), Key::reconnectPort);
     case 15:
-      return either(Candidate("portHostAddress", Key::portHostAddress),
-                    Candidate("ethernetAddress", Key::ethernetAddress));
+      return is("portHostAddress") ? index(true, Key::portHostAddress)
+                                   : index(is("ethernetAddress"), Key::ethernetAddress);
     default:
       return kUnknown;
   }
@@ -118,18 +119,9 @@ RequestKeys::RequestKeys(const Message& request) : request_(request) {
   }
 }
 
-std::string_view RequestKeys::requiredText(Key key) const {
-  if (holds(key)) {
-    if (const auto text = textOfValue(bytes(key))) {
-      return *text;
-    }
-  }
+void RequestKeys::raise(Key key) const {
   throw NSException("the value of \"" + std::string(kKeyNames[static_cast<std::size_t>(key)]) +
                     (holds(key) ? "\" is no text" : "\" is missing"));
-}
-
-std::optional<std::string_view> RequestKeys::optionalText(Key key) const {
-  return holds(key) ? std::optional(requiredText(key)) : std::nullopt;
 }
 
 }  // namespace sorvane

@@ -72,10 +72,19 @@ class RequestKeys {
 
   /// The text of a value that the command cannot do without. Raises NSException when the key is
   /// missing or its value is no text.
-  [[nodiscard]] std::string_view requiredText(Key key) const;
+  [[nodiscard]] std::string_view requiredText(Key key) const {
+    if (holds(key)) {
+      if (const auto text = textOfValue(bytes(key))) {
+        return *text;
+      }
+    }
+    raise(key);
+  }
   /// The text of a value that may be left out: nothing when the key is missing. Raises NSException
   /// when it is there and is no text.
-  [[nodiscard]] std::optional<std::string_view> optionalText(Key key) const;
+  [[nodiscard]] std::optional<std::string_view> optionalText(Key key) const {
+    return holds(key) ? std::optional(requiredText(key)) : std::nullopt;
+  }
   /// The bytes of a value; the request holds the key.
   [[nodiscard]] std::string_view bytes(Key key) const {
     return entries_[static_cast<std::size_t>(key)]->value;
@@ -84,6 +93,8 @@ class RequestKeys {
   [[nodiscard]] const Message& request() const { return request_; }
 
  private:
+  [[noreturn]] void raise(Key key) const;
+
   const Message& request_;
   KeySet found_ = 0;
   Word action_ = Word::none;
