@@ -104,18 +104,11 @@ Outcome findPort(CommandContext& context) {
     return Outcome::noReply();
   }
   MessageWriter reply = context.sender.replyWriter();
-  const auto writeUnlessNil = [&reply](std::string_view key, std::optional<std::string_view> text) {
-    if (text) {
-      reply.text(key, *text);
-    }
-  };
   const bool found = context.registry.withPort(name, [&](const PortDescriptor& record) {
-    writeUnlessNil("portNumber", record.portNumber());
-    writeUnlessNil("portName", record.portName());
+    reply.entries(record.numberAndNameEntries());
     // Deliberately what the requester sent, not the address that the port registered.
     reply.text("portHostAddress", address);
-    writeUnlessNil("portHost", record.portHost());
-    writeUnlessNil("portType", record.portType());
+    reply.entries(record.hostAndTypeEntries());
   });
   if (!found) {
     reply.text("notFound", "notFound");

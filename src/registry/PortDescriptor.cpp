@@ -9,8 +9,8 @@ PortDescriptor::Registration PortDescriptor::registration() const {
 }
 
 void PortDescriptor::setRegistration(const Registration& registration) {
-  port_.setAll({registration.portKey, registration.portName, registration.portHostAddress,
-                registration.portHost, registration.portNumber, registration.portType});
+  port_.setAll({registration.portNumber, registration.portName, registration.portHost,
+                registration.portType, registration.portKey, registration.portHostAddress});
 }
 
 std::optional<std::string_view> PortDescriptor::alertStatus() {

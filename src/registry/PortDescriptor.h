@@ -1,6 +1,7 @@
 // The record of one connected peer: a database server, a launcher, a tool or a client.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -57,6 +58,14 @@ class PortDescriptor {
   [[nodiscard]] std::optional<std::string_view> portType() const { return port_.text(kType); }
   [[nodiscard]] Registration registration() const;
 
+  /// The registration, but for the address, as the entries of a reply, which it is kept as: number
+  /// and name, those that are not nil.
+  [[nodiscard]] std::string_view numberAndNameEntries() const {
+    return port_.entries(kNumber, kName);
+  }
+  /// Host and type, likewise.
+  [[nodiscard]] std::string_view hostAndTypeEntries() const { return port_.entries(kHost, kType); }
+
   /// Replaces the whole registration with one allocation. All setters of texts raise NSException,
   /// and change nothing, when the texts are longer than 2 GiB together.
   void setRegistration(const Registration& registration);
@@ -105,15 +114,24 @@ class PortDescriptor {
   std::uint32_t leaveWatchList();
   [[nodiscard]] std::uint32_t timesOnWatchList() const { return timesOnWatchList_; }
 
+  /// Tells the processor that the texts are about to be read.
+  void prefetchTexts() const {
+    port_.prefetch();
+    state_.prefetch();
+  }
+
   /// Does nothing.
   void invalidate() {}
 
  private:
-  enum PortText : std::uint8_t { kKey, kName, kAddress, kHost, kNumber, kType };
+  enum PortText : std::uint8_t { kNumber, kName, kHost, kType, kKey, kAddress };
+  static constexpr std::array<std::string_view, 6> kPortTexts = {
+      "portNumber", "portName", "portHost", "portType", "", ""};
   enum StateText : std::uint8_t { kStatus, kAlert };
+  static constexpr std::array<std::string_view, 2> kStateTexts = {"", ""};
 
-  TextBlock<6> port_;
-  TextBlock<2> state_;
+  TextBlock<kPortTexts> port_;
+  TextBlock<kStateTexts> state_;
   double alertStatusTimestamp_ = 0.0;
   std::unique_ptr<Info> info_;
   // Marking all records of a list costs one addition: the list counts its markings, and a record

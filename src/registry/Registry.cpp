@@ -11,30 +11,20 @@ namespace sorvane {
 Registry::Registry() { stampTime(); }
 
 void Registry::enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record) {
-  // What is replaced is released outside the lock, by the end of `record`.
-  state_.with([&](RegistryState& state) {
-    const auto found = state.map.find(name);
-    if (found == state.map.end()) {
-      state.map.emplace(name, std::move(record));
-    } else {
-      found->second.swap(record);
-    }
-  });
+  // What is replaced is released outside the lock.
+  const PortTable::Record replaced =
+      state_.with([&](RegistryState& state) { return state.map.enter(name, std::move(record)); });
 }
 
 void Registry::removePort(std::string_view name) {
-  PortMap::node_type removed;
-  state_.with([&](RegistryState& state) {
-    if (const auto found = state.map.find(name); found != state.map.end()) {
-      removed = state.map.extract(found);
-    }
-  });
+  const PortTable::Record removed =
+      state_.with([&](RegistryState& state) { return state.map.remove(name); });
 }
 
 std::shared_ptr<PortDescriptor> Registry::port(std::string_view name) const {
   return state_.with([&](const RegistryState& state) {
-    const auto found = state.map.find(name);
-    return found == state.map.end() ? nullptr : found->second;
+    const PortTable::Record* const found = state.map.find(name);
+    return found == nullptr ? nullptr : *found;
   });
 }
 

@@ -1,6 +1,8 @@
 // The registry: ports by name, watchers, launcher hosts, and what is derived from them.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -34,11 +36,11 @@ class Registry {
   template <typename Use>
   [[nodiscard]] bool withPort(std::string_view name, Use&& use) const {
     return state_.with([&](const RegistryState& state) {
-      const auto found = state.map.find(name);
-      if (found == state.map.end()) {
+      const PortTable::Record* const found = state.map.find(name);
+      if (found == nullptr) {
         return false;
       }
-      use(static_cast<const PortDescriptor&>(*found->second));
+      use(static_cast<const PortDescriptor&>(**found));
       return true;
     });
   }
@@ -84,7 +86,7 @@ class Registry {
   }
 
  private:
-  static constexpr std::size_t kSlice = 512;  // entries and buckets
+  static constexpr std::size_t kSlice = 256;  // slots
 
   // Protecting themselves.
   Guarded<RegistryState> state_;
@@ -94,17 +96,28 @@ class Registry {
 
 template <typename Use>
 void Registry::forEachPort(Use&& use) {
-  std::size_t bucket = 0;
+  std::size_t next = 0;
   for (bool more = true; more;) {
-    state_.with([&](RegistryState& state) {
-      for (std::size_t work = 0; work < kSlice && bucket < state.map.bucket_count(); ++bucket) {
-        ++work;
-        for (auto entry = state.map.begin(bucket); entry != state.map.end(bucket); ++entry) {
-          use(*entry->second);
-          ++work;
+    state_.with([&](const RegistryState& state) {
+      const PortTable& map = state.map;
+      std::array<PortDescriptor*, kSlice> records;
+      std::size_t count = 0;
+      const std::size_t end = std::min(next + kSlice, map.slotCount());
+      for (; next < end; ++next) {
+        if (PortDescriptor* const record = map.inSlot(next).get()) {
+          __builtin_prefetch(record);
+          records[count++] = record;
         }
       }
-      more = bucket < state.map.bucket_count();
+      // A long map's records lie all over the memory: fetching those of a slice beside each other
+      // takes a fraction of waiting for one after the other.
+      for (std::size_t each = 0; each < count; ++each) {
+        records[each]->prefetchTexts();
+      }
+      for (std::size_t each = 0; each < count; ++each) {
+        use(*records[each]);
+      }
+      more = next < map.slotCount();
     });
   }
 }

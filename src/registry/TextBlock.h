@@ -2,6 +2,7 @@
 // are long.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,38 +11,53 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/Message.h"
 #include "platform/NSException.h"
 
 namespace sorvane {
 
-/// `count` texts. Takes one pointer, and nothing else while all of them are nil. A view that `text`
-/// answers is valid until the block is changed. Not synchronised.
-template <std::size_t count>
+/// As many texts as `keys` has elements. A text whose key is not empty lies in the block as the
+/// entry of a message under that key, so that it can be put into a reply as it is. Takes one
+/// pointer, and nothing else while all texts are nil. A view that `text` or `entries` answers is
+/// valid until the block is changed. Not synchronised.
+template <const auto& keys>
 class TextBlock {
  public:
+  static constexpr std::size_t kCount = std::size(keys);
   /// Nothing stands for nil, which is not the empty text.
-  using Texts = std::array<std::optional<std::string_view>, count>;
+  using Texts = std::array<std::optional<std::string_view>, kCount>;
 
   [[nodiscard]] std::optional<std::string_view> text(std::size_t index) const {
-    if (block_ == nullptr) {
+    if (block_ == nullptr || isNil(index)) {
       return std::nullopt;
     }
-    const std::uint32_t end = mark(index);
-    if ((end & kNil) != 0) {
-      return std::nullopt;
-    }
-    const std::uint32_t begin = index == 0 ? 0 : mark(index - 1) & ~kNil;
-    return std::string_view(block_.get() + kMarksBytes + begin, end - begin);
+    const std::size_t begin = beginOf(index) + bytesBefore(index);
+    return std::string_view(contents() + begin, endOf(index) - bytesAfter(index) - begin);
   }
+
+  /// The texts from `first` to `last`, those that are not nil, as the entries of a message. All of
+  /// them have keys.
+  [[nodiscard]] std::string_view entries(std::size_t first, std::size_t last) const {
+    if (block_ == nullptr) {
+      return {};
+    }
+    const std::size_t begin = beginOf(first);
+    return {contents() + begin, endOf(last) - begin};
+  }
+
+  /// Tells the processor that the texts are about to be read.
+  void prefetch() const { __builtin_prefetch(block_.get()); }
 
   /// Replaces all texts; they may be views into this block. Raises NSException when they are longer
   /// than 2 GiB together; the block is then as it was.
   void setAll(const Texts& texts) {
     std::size_t bytes = 0;
     bool allNil = true;
-    for (const auto& each : texts) {
-      bytes += each ? each->size() : 0;
-      allNil = allNil && !each;
+    for (std::size_t index = 0; index < kCount; ++index) {
+      if (texts[index]) {
+        bytes += bytesBefore(index) + texts[index]->size() + bytesAfter(index);
+        allNil = false;
+      }
     }
     if (bytes >= kNil) {
       throw NSException("the texts of a port record are too long");
@@ -52,7 +68,7 @@ class TextBlock {
   /// Replaces one text.
   void set(std::size_t index, std::optional<std::string_view> text) {
     Texts texts;
-    for (std::size_t each = 0; each < count; ++each) {
+    for (std::size_t each = 0; each < kCount; ++each) {
       texts[each] = this->text(each);
     }
     texts[index] = text;
@@ -63,23 +79,36 @@ class TextBlock {
   // The block begins with a mark for each text: where it ends, counted from the first text, and
   // whether it is nil (then it ends where it begins).
   static constexpr std::uint32_t kNil = 0x80000000U;
-  static constexpr std::size_t kMarksBytes = count * sizeof(std::uint32_t);
+  static constexpr std::size_t kMarksBytes = kCount * sizeof(std::uint32_t);
 
+  static constexpr std::size_t bytesBefore(std::size_t index) {
+    return keys[index].empty() ? 0 : kEntryHeaderBytes + keys[index].size();
+  }
+  static constexpr std::size_t bytesAfter(std::size_t index) { return keys[index].empty() ? 0 : 1; }
+
+  [[nodiscard]] const char* contents() const { return block_.get() + kMarksBytes; }
   [[nodiscard]] std::uint32_t mark(std::size_t index) const {
     std::uint32_t value = 0;
     std::memcpy(&value, block_.get() + index * sizeof value, sizeof value);
     return value;
   }
+  [[nodiscard]] bool isNil(std::size_t index) const { return (mark(index) & kNil) != 0; }
+  [[nodiscard]] std::size_t endOf(std::size_t index) const { return mark(index) & ~kNil; }
+  [[nodiscard]] std::size_t beginOf(std::size_t index) const {
+    return index == 0 ? 0 : endOf(index - 1);
+  }
 
   [[nodiscard]] static std::unique_ptr<char[]> built(const Texts& texts, std::size_t bytes) {
     std::unique_ptr<char[]> block(new char[kMarksBytes + bytes]);
-    std::uint32_t end = 0;
-    for (std::size_t index = 0; index < count; ++index) {
+    char* const contents = block.get() + kMarksBytes;
+    char* out = contents;
+    for (std::size_t index = 0; index < kCount; ++index) {
       const auto& text = texts[index];
-      if (text && !text->empty()) {
-        std::memcpy(block.get() + kMarksBytes + end, text->data(), text->size());
-        end += static_cast<std::uint32_t>(text->size());
+      if (text) {
+        out = keys[index].empty() ? std::copy_n(text->data(), text->size(), out)
+                                  : writeTextEntry(out, keys[index], *text);
       }
+      const auto end = static_cast<std::uint32_t>(out - contents);
       const std::uint32_t value = text ? end : end | kNil;
       std::memcpy(block.get() + index * sizeof value, &value, sizeof value);
     }

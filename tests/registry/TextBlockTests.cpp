@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 
 #include "registry/TextBlock.h"
@@ -7,15 +8,21 @@
 namespace sorvane {
 namespace {
 
+constexpr std::array<std::string_view, 1> kOne = {""};
+constexpr std::array<std::string_view, 2> kTwo = {"", "key"};
+constexpr std::array<std::string_view, 3> kThree = {"", "", ""};
+constexpr std::array<std::string_view, 3> kMixed = {"number", "", "type"};
+constexpr std::array<std::string_view, 3> kEntries = {"a", "bb", "ccc"};
+
 TEST(TextBlock, HoldsNothingAtFirst) {
-  const TextBlock<3> block;
+  const TextBlock<kThree> block;
   for (std::size_t index = 0; index < 3; ++index) {
     EXPECT_FALSE(block.text(index).has_value());
   }
 }
 
 TEST(TextBlock, TellsNilFromTheEmptyText) {
-  TextBlock<3> block;
+  TextBlock<kThree> block;
   block.setAll({std::nullopt, "", std::nullopt});
   EXPECT_FALSE(block.text(0).has_value());
   EXPECT_EQ(block.text(1), "");
@@ -28,18 +35,23 @@ TEST(TextBlock, KeepsTextsApartWhateverStandsBetweenThem) {
   for (const auto& first : samples) {
     for (const auto& second : samples) {
       for (const auto& third : samples) {
-        TextBlock<3> block;
-        block.setAll({first, second, third});
-        EXPECT_EQ(block.text(0), first);
-        EXPECT_EQ(block.text(1), second);
-        EXPECT_EQ(block.text(2), third);
+        TextBlock<kThree> plain;
+        plain.setAll({first, second, third});
+        EXPECT_EQ(plain.text(0), first);
+        EXPECT_EQ(plain.text(1), second);
+        EXPECT_EQ(plain.text(2), third);
+        TextBlock<kMixed> mixed;
+        mixed.setAll({first, second, third});
+        EXPECT_EQ(mixed.text(0), first);
+        EXPECT_EQ(mixed.text(1), second);
+        EXPECT_EQ(mixed.text(2), third);
       }
     }
   }
 }
 
 TEST(TextBlock, SettingOneTextLeavesTheOthers) {
-  TextBlock<3> block;
+  TextBlock<kThree> block;
   block.setAll({"one", "two", std::nullopt});
   block.set(1, "second");
   EXPECT_EQ(block.text(0), "one");
@@ -51,7 +63,7 @@ TEST(TextBlock, SettingOneTextLeavesTheOthers) {
 }
 
 TEST(TextBlock, MayBeGivenItsOwnViews) {
-  TextBlock<2> block;
+  TextBlock<kTwo> block;
   block.setAll({"left", "right"});
   block.setAll({block.text(1), block.text(0)});
   EXPECT_EQ(block.text(0), "right");
@@ -59,14 +71,24 @@ TEST(TextBlock, MayBeGivenItsOwnViews) {
 }
 
 TEST(TextBlock, ThatLosesItsLastTextHoldsNothing) {
-  TextBlock<1> block;
+  TextBlock<kOne> block;
   block.set(0, "text");
   block.set(0, std::nullopt);
   EXPECT_FALSE(block.text(0).has_value());
 }
 
+TEST(TextBlock, AnswersTextsWithKeysAsTheEntriesOfAMessage) {
+  TextBlock<kEntries> block;
+  EXPECT_EQ(block.entries(0, 2), "");
+  block.setAll({"one", std::nullopt, ""});
+  EXPECT_EQ(block.entries(0, 2), (Message{{"a", "one"}, {"ccc", ""}}.body()));
+  EXPECT_EQ(block.entries(0, 1), (Message{{"a", "one"}}.body()));
+  EXPECT_EQ(block.entries(1, 1), "");
+  EXPECT_EQ(block.entries(1, 2), (Message{{"ccc", ""}}.body()));
+}
+
 TEST(TextBlock, RefusesTextsThatItCannotCount) {
-  TextBlock<2> block;
+  TextBlock<kTwo> block;
   block.set(0, "kept");
   // A view is never read before its length was refused.
   const std::string_view huge("x", std::size_t{1} << 31);

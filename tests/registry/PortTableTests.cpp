@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+#include "registry/PortTable.h"
+
+namespace sorvane {
+namespace {
+
+PortTable::Record record() { return std::make_shared<PortDescriptor>(); }
+
+TEST(PortTable, HasNothingAtFirst) {
+  PortTable table;
+  EXPECT_EQ(table.size(), 0U);
+  EXPECT_EQ(table.find("db1"), nullptr);
+  EXPECT_EQ(table.remove("db1"), nullptr);
+}
+
+TEST(PortTable, TellsApartNamesThatDifferInAnyByte) {
+  PortTable table;
+  const std::string names[] = {
+      "", "db1", "DB1", "db1 ", "d\xc3\xa4tenbank", "a name that is too long to lie in its slot"};
+  std::map<std::string, PortTable::Record> entered;
+  for (const std::string& name : names) {
+    entered[name] = record();
+    EXPECT_EQ(table.enter(name, entered[name]), nullptr);
+  }
+  for (const std::string& name : names) {
+    ASSERT_NE(table.find(name), nullptr) << name;
+    EXPECT_EQ(*table.find(name), entered[name]) << name;
+  }
+  EXPECT_EQ(table.size(), std::size(names));
+}
+
+TEST(PortTable, AnswersTheRecordThatIsReplacedOrRemoved) {
+  PortTable table;
+  const auto first = record();
+  const auto second = record();
+  table.enter("db1", first);
+  EXPECT_EQ(table.enter("db1", second), first);
+  EXPECT_EQ(table.size(), 1U);
+  EXPECT_EQ(table.remove("db1"), second);
+  EXPECT_EQ(table.size(), 0U);
+  EXPECT_EQ(table.find("db1"), nullptr);
+}
+
+TEST(PortTable, LetsGoOfWhatIsRemoved) {
+  PortTable table;
+  const auto kept = record();
+  table.enter("db1", kept);
+  table.remove("db1");
+  EXPECT_EQ(kept.use_count(), 1);
+}
+
+TEST(PortTable, KeepsASlotInItsPlaceWhileOthersAreRemoved) {
+  PortTable table;
+  for (int number = 0; number < 1000; ++number) {
+    table.enter("db" + std::to_string(number), record());
+  }
+  std::map<std::size_t, PortTable::Record> before;
+  for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
+    before[slot] = table.inSlot(slot);
+  }
+  std::map<PortTable::Record, bool> gone;
+  for (int number = 0; number < 1000; number += 2) {
+    gone[table.remove("db" + std::to_string(number))] = true;
+  }
+  for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
+    if (!gone.contains(before[slot])) {
+      EXPECT_EQ(table.inSlot(slot), before[slot]);
+    }
+  }
+}
+
+// Names that come and go for months: the slots of removed ones are used again.
+TEST(PortTable, DoesNotGrowWhileAsManyNamesGoAsCome) {
+  PortTable table;
+  for (int number = 0; number < 100000; ++number) {
+    table.enter("db" + std::to_string(number), record());
+    if (number >= 100) {
+      ASSERT_NE(table.remove("db" + std::to_string(number - 100)), nullptr);
+    }
+  }
+  EXPECT_EQ(table.size(), 100U);
+  EXPECT_LE(table.slotCount(), 512U);
+}
+
+TEST(PortTable, BehavesAsAMapWhateverIsDoneToIt) {
+  std::minstd_rand random(20261121);
+  PortTable table;
+  std::map<std::string, PortTable::Record> model;
+  for (int step = 0; step < 50000; ++step) {
+    const std::string name = "name" + std::to_string(random() % 700);
+    if (random() % 2 == 0) {
+      const auto entered = record();
+      const auto before = model.contains(name) ? model[name] : nullptr;
+      ASSERT_EQ(table.enter(name, entered), before);
+      model[name] = entered;
+    } else {
+      const auto before = model.contains(name) ? model[name] : nullptr;
+      ASSERT_EQ(table.remove(name), before);
+      model.erase(name);
+    }
+    ASSERT_EQ(table.size(), model.size());
+  }
+  for (int number = 0; number < 700; ++number) {
+    const std::string name = "name" + std::to_string(number);
+    const auto* const found = table.find(name);
+    EXPECT_EQ(found == nullptr ? nullptr : *found, model.contains(name) ? model[name] : nullptr);
+  }
+  std::size_t inSlots = 0;
+  for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
+    inSlots += table.inSlot(slot) != nullptr ? 1 : 0;
+  }
+  EXPECT_EQ(inSlots, model.size());
+}
+
+}  // namespace
+}  // namespace sorvane
