@@ -97,6 +97,10 @@ Daemon::~Daemon() {
   for (const pid_t process : processes()) {
     ::kill(process, SIGKILL);
   }
+  if (program_) {
+    const std::string errors = console();
+    EXPECT_EQ(errors.find("Sanitizer"), std::string::npos) << errors;
+  }
   program_.reset();
   EXPECT_TRUE(waitUntil([this] { return processes().empty(); })) << "a name server is left";
 }
