@@ -1,8 +1,5 @@
 // The registry as clients of the real name server see it on the wire.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "integration/Daemon.h"
 
@@ -163,53 +160,6 @@ TEST(Registry, EndsWithStatusZeroWhenAskedTo) {
     EXPECT_EQ(server.waitForExit(), 0);
     EXPECT_NE(server.log().find("sorvinfo was asked to "), std::string::npos);
   }
-}
-
-// A log that nobody reads holds whoever writes to it, and that is a command with `serverLock` held.
-TEST(ServerLock, HeldByOneCommandAndWaitedForByAThousandDelaysNoPing) {
-  Daemon server;
-  const auto log = server.tree() / "Logs/infoserver_log";
-  ASSERT_EQ(mkfifo(log.c_str(), 0600), 0);
-  const int reader = open(log.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  ASSERT_GE(reader, 0);
-  server.start({"-verbose"});
-  RawConnection holder = server.rawConnection();
-  const std::string find =
-      frame(Message({{"findPort", std::string(1000, 'x')}, {"portHost", "h"}}));
-  std::string many;
-  for (int i = 0; i < 100; ++i) {  // more than a pipe takes
-    many += find;
-  }
-  ASSERT_TRUE(holder.send(many));
-  std::string answered;
-  while (!holder.staysSilent(std::chrono::milliseconds(200))) {
-    answered += holder.receive(31);
-  }
-  ASSERT_LT(answered.size(), 100U * 31) << "a command is stuck in the log";
-  std::vector<RawConnection> waiting;
-  for (int i = 0; i < 1000; ++i) {
-    waiting.push_back(server.rawConnection());
-    ASSERT_TRUE(waiting.back().send(frame(Message({{"action", "changeTimestamp"}}))));
-  }
-  RawConnection client = server.rawConnection();
-  const auto began = std::chrono::steady_clock::now();
-  for (int i = 0; i < 100; ++i) {
-    ASSERT_EQ(client.ask(Message({{"ping", ""}}))->body, "");
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(5));
-  EXPECT_TRUE(waiting.front().staysSilent(std::chrono::milliseconds(50))) << "the lock is held";
-  fcntl(reader, F_SETFL, 0);
-  char sink[65536];
-  while (answered.size() < 100U * 31) {
-    ASSERT_GT(read(reader, sink, sizeof sink), 0);
-    while (!holder.staysSilent(std::chrono::milliseconds(20)) && answered.size() < 100U * 31) {
-      answered += holder.receive(31);
-    }
-  }
-  for (RawConnection& each : waiting) {
-    ASSERT_TRUE(each.receiveFrame());
-  }
-  close(reader);
 }
 
 }  // namespace

@@ -1,0 +1,114 @@
+// What goes on while a command holds the lock under which all commands run.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "integration/HeldServerLock.h"
+
+namespace sorvane::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const Message kCommand{{"action", "changeTimestamp"}};
+
+class ServerLock : public testing::Test {
+ protected:
+  /// Commands on connections of their own, of which none is answered before the lock is free.
+  void waitsOn(int connections) {
+    for (int i = 0; i < connections; ++i) {
+      waiting_.push_back(server_.rawConnection());
+      ASSERT_TRUE(waiting_.back().send(frame(kCommand)));
+    }
+  }
+
+  void expectThatPingsAreAnsweredAtOnce() const {
+    RawConnection client = server_.rawConnection();
+    const auto began = Clock::now();
+    for (int i = 0; i < 100; ++i) {
+      EXPECT_EQ(client.ask(Message({{"ping", ""}}))->body, "");
+      EXPECT_EQ(server_.rawConnection().ask(Message({{"ping", ""}}))->body, "");
+    }
+    EXPECT_LT(Clock::now() - began, std::chrono::seconds(5)) << "machine's haste aside";
+    ASSERT_FALSE(waiting_.empty());
+  }
+
+  void expectThatTheLockWasHeldAllTheTime() {
+    for (RawConnection& each : waiting_) {
+      ASSERT_TRUE(each.staysSilent(std::chrono::milliseconds(0)));
+    }
+    lock_.release();
+    for (RawConnection& each : waiting_) {
+      ASSERT_TRUE(each.receiveFrame()) << "and nobody was forgotten";
+    }
+  }
+
+  Daemon server_;
+  HeldServerLock lock_{server_};
+  std::vector<RawConnection> waiting_;
+};
+
+TEST_F(ServerLock, HeldByOneCommandDelaysNoPing) {
+  lock_.hold();
+  waitsOn(1);
+  expectThatPingsAreAnsweredAtOnce();
+  expectThatTheLockWasHeldAllTheTime();
+}
+
+TEST_F(ServerLock, HeldByOneCommandAndWaitedForByAThousandDelaysNoPing) {
+  lock_.hold();
+  waitsOn(1000);
+  expectThatPingsAreAnsweredAtOnce();
+  expectThatTheLockWasHeldAllTheTime();
+}
+
+TEST_F(ServerLock, HeldByACommandDelaysNoPingBeforeACommandOnTheSameConnection) {
+  lock_.hold();
+  waitsOn(1);
+  RawConnection client = server_.rawConnection();
+  const std::string ping = frame(Message({{"ping", ""}}));
+  ASSERT_TRUE(client.send(ping + ping + frame(kCommand) + ping));
+  EXPECT_EQ(client.receiveFrame()->body, "");
+  EXPECT_EQ(client.receiveFrame()->body, "");
+  EXPECT_TRUE(client.staysSilent(std::chrono::milliseconds(100))) << "replies keep their order";
+  expectThatTheLockWasHeldAllTheTime();
+  EXPECT_TRUE(client.receiveFrame()->message().contains("result"));
+  EXPECT_EQ(client.receiveFrame()->body, "");
+}
+
+TEST(ServerLockAtTheConnectionLimit, DelaysNoEndOfAConnection) {
+  constexpr int kConnections = 40;
+  Daemon server;
+  server.setting("MaxConnections", std::to_string(kConnections));
+  HeldServerLock lock(server);
+  std::vector<RawConnection> databases;
+  for (int i = 0; i < kConnections - 2; ++i) {  // one holds the lock, one waits for it
+    databases.push_back(server.rawConnection());
+    ASSERT_TRUE(databases.back().ask(Message({{"reconnectPort", "db" + std::to_string(i)},
+                                              {"portNumber", "1"},
+                                              {"portHost", "h"},
+                                              {"portType", "t"}})));
+  }
+  lock.hold();
+  // An end makes room for a new connection: one by one they are all replaced while the lock is
+  // held, some that leave, some that are sent away.
+  for (std::size_t i = 0; i < databases.size(); ++i) {
+    if (i % 2 == 0) {
+      ASSERT_TRUE(databases[i].send("nonsense"));
+      EXPECT_TRUE(databases[i].isClosedByPeer());
+    }
+    databases[i].close();
+    EXPECT_TRUE(waitUntil([&] {
+      RawConnection newcomer = server.rawConnection();
+      return newcomer.send(frame(Message({{"ping", ""}}))) && newcomer.receive(8).size() == 8;
+    })) << "the end of connection "
+        << i << " is held up";
+  }
+  lock.release();
+  for (std::size_t i = 0; i < databases.size(); ++i) {
+    EXPECT_FALSE(server.finds("db" + std::to_string(i)));
+  }
+}
+
+}  // namespace
+}  // namespace sorvane::test
