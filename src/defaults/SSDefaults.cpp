@@ -63,6 +63,13 @@ std::shared_ptr<SSDefaults> SSDefaults::newDirectLoad() { return newForHost({});
 
 SSDefaults::SSDefaults(std::string_view hostName) : hostName_(hostName) {}
 
+bool SSDefaults::connectTo(NetConnection& launcher) const {
+  if (timeLimit_) {
+    launcher.setTimeLimits(*timeLimit_, *timeLimit_);
+  }
+  return launcher.connectToServer(kLauncher, hostName_);
+}
+
 SSDefaults::Dictionary& SSDefaults::defaults() {
   if (!defaultDictionary_) {
     readDefaults();
@@ -93,11 +100,15 @@ std::optional<SSDefaults::Dictionary> SSDefaults::readDefaultDictionary() const 
     return localDatabasePreferences();
   }
   NetConnection launcher;
-  if (!launcher.connectToServer(kLauncher, hostName_)) {
+  if (!connectTo(launcher)) {
     return std::nullopt;  // on purpose not the local file: its defaults are another host's
   }
   const auto reply = launcher.sendDictionary(Message{{"action", "getDatabasePreferences"}});
+  const bool isAnswered = launcher.lastError().empty();
   launcher.invalidate();
+  if (!isAnswered) {
+    return std::nullopt;
+  }
   return dictionaryFromText(reply ? reply->text("data").value_or("") : "");
 }
 
@@ -113,7 +124,7 @@ int SSDefaults::writeDefaultsWithPassword(std::string_view password) {
 int SSDefaults::writeDefaultDictionary(const Dictionary* dictionary, std::string_view password) {
   std::optional<Message> reply;
   NetConnection launcher;
-  if (dictionary != nullptr && launcher.connectToServer(kLauncher, hostName_)) {
+  if (dictionary != nullptr && connectTo(launcher)) {
     reply = launcher.sendData(PropertyList(*dictionary).description(), "setDatabasePreferences7",
                               password);
     launcher.invalidate();

@@ -1,6 +1,7 @@
 // The defaults of a host: what it has settled for all its users, such as how dates are shown.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,6 +10,8 @@
 #include "platform/PropertyList.h"
 
 namespace sorvane {
+
+class NetConnection;
 
 /// Reads the defaults of a host, and writes them back through that host's launcher. This host's
 /// own are read from the file "SorvDefaults" in the server configuration directory, another host's
@@ -29,6 +32,9 @@ class SSDefaults {
 
   explicit SSDefaults(std::string_view hostName);
 
+  /// The longest to wait for connecting to a launcher, and for its reply, from now on.
+  void setTimeLimit(std::chrono::milliseconds limit) { timeLimit_ = limit; }
+
   /// The text under a key, null when there is none. It lives until the value is set again or the
   /// defaults leave the memory.
   [[nodiscard]] const char* getDefault(const char* key);
@@ -38,7 +44,7 @@ class SSDefaults {
   /// Reads the defaults anew; those in memory are gone, also when none can be had.
   void readDefaults();
   /// Reads the defaults from where they are kept, without touching those in memory. Nothing when
-  /// the host cannot be reached.
+  /// the host cannot be reached or its launcher gives no reply.
   [[nodiscard]] std::optional<Dictionary> readDefaultDictionary() const;
   /// Reads the file of this host; empty when it is no property list with a dictionary on top.
   [[nodiscard]] static Dictionary localDatabasePreferences();
@@ -55,9 +61,11 @@ class SSDefaults {
 
  private:
   [[nodiscard]] Dictionary& defaults();
+  [[nodiscard]] bool connectTo(NetConnection& launcher) const;
 
-  const std::string hostName_;                   // empty: this host
-  std::optional<Dictionary> defaultDictionary_;  // nothing until first needed
+  const std::string hostName_;                          // empty: this host
+  std::optional<std::chrono::milliseconds> timeLimit_;  // nothing: those of NetConnection
+  std::optional<Dictionary> defaultDictionary_;         // nothing until first needed
 };
 
 }  // namespace sorvane

@@ -239,6 +239,22 @@ TEST_F(SorvctlTree, DefaultsThatCannotBeReadAreNeverWrittenBack) {
       "cannot be reached");
 }
 
+TEST_F(SorvctlTree, DefaultsOfASilentLauncherAreGivenUpAtTheTimeoutAndNeverWrittenBack) {
+  std::atomic<int> asked = 0;
+  ScriptedPeer launcher([&](PeerConnection& client) {
+    asked += client.receiveRequest().has_value() ? 1 : 0;
+    client.waitForClose();
+  });
+  const std::string port = std::to_string(launcher.port() + 1);
+  for (const Words& word : {Words{"get", "a"}, Words{"list"}, Words{"set", "a", "b"}}) {
+    Words words = {"--port", port, "--timeout", "0.1", "defaults"};
+    words.insert(words.end(), word.begin(), word.end());
+    words.insert(words.end(), {"--of", "127.0.0.1"});
+    expectFailure(run(program(), words, "password\n"), 3, "does not answer");
+  }
+  EXPECT_EQ(asked, 3) << "nothing was sent after what was not answered";
+}
+
 TEST_F(SorvctlTree, DefaultsAreNotChangedWithoutAPassword) {
   expectFailure(run(program(), {"defaults", "set", "a", "b"}), 2, "no password");
 }

@@ -25,18 +25,27 @@ std::string hostOf(const Session& session, const Arguments& arguments) {
   return arguments.host.value_or(session.host());
 }
 
-/// The defaults as they are kept. A host that cannot be reached is a failure here: its defaults
-/// would look empty, and writing them back would lose them.
-SSDefaults::Dictionary read(const std::string& host) {
-  auto defaults = SSDefaults::newForHost(host)->readDefaultDictionary();
+SSDefaults defaultsOf(const Session& session, const std::string& host) {
+  SSDefaults defaults(host);
+  if (const auto limit = session.timeLimit()) {
+    defaults.setTimeLimit(*limit);
+  }
+  return defaults;
+}
+
+/// The defaults as they are kept. A host that cannot be reached, or says nothing, is a failure
+/// here: its defaults would look empty, and writing them back would lose them.
+SSDefaults::Dictionary read(const Session& session, const std::string& host) {
+  auto defaults = defaultsOf(session, host).readDefaultDictionary();
   if (!defaults) {
-    throw Failure(Status::notReached, "the launcher of " + host + " cannot be reached");
+    throw Failure(Status::notReached,
+                  "the launcher of " + host + " cannot be reached, or does not answer");
   }
   return *defaults;
 }
 
 int get(Session& session, const Arguments& arguments) {
-  const SSDefaults::Dictionary defaults = read(hostOf(session, arguments));
+  const SSDefaults::Dictionary defaults = read(session, hostOf(session, arguments));
   const auto found = defaults.find(arguments.key);
   const std::string* text = found == defaults.end() ? nullptr : found->second.string();
   if (text == nullptr) {
@@ -53,7 +62,7 @@ int get(Session& session, const Arguments& arguments) {
 int list(Session& session, const Arguments& arguments) {
   auto object = nlohmann::ordered_json::object();
   std::vector<std::pair<std::string, std::string>> lines;
-  for (const auto& [key, value] : read(hostOf(session, arguments))) {
+  for (const auto& [key, value] : read(session, hostOf(session, arguments))) {
     if (const std::string* text = value.string()) {
       object[key] = *text;
       lines.emplace_back(key, *text);
@@ -69,10 +78,10 @@ int list(Session& session, const Arguments& arguments) {
 
 int set(Session& session, const Arguments& arguments) {
   const std::string host = hostOf(session, arguments);
-  SSDefaults::Dictionary defaults = read(host);
+  SSDefaults::Dictionary defaults = read(session, host);
   defaults.insert_or_assign(arguments.key, arguments.value);
   const std::string password = readPassword("Password of the launcher: ");
-  if (SSDefaults(host).writeDefaultDictionary(&defaults, password) != 1) {
+  if (defaultsOf(session, host).writeDefaultDictionary(&defaults, password) != 1) {
     throw Failure(Status::saidNo, "the launcher did not take the change");
   }
   return 0;

@@ -9,6 +9,13 @@ using sorvane::NetConnection;
 
 int Session::basePort() const { return NetConnection::basePortNumber(); }
 
+std::optional<std::chrono::milliseconds> Session::timeLimit() const {
+  if (!options_.timeoutSeconds) {
+    return std::nullopt;
+  }
+  return std::chrono::milliseconds(static_cast<long long>(*options_.timeoutSeconds * 1000));
+}
+
 std::string Session::hostName() const {
   return options_.host.empty() ? "localhost" : options_.host;
 }
@@ -17,10 +24,8 @@ void Session::failed() const { throw Failure(Status::notReached, connection_.las
 
 NetConnection& Session::connection() {
   if (!connection_.isConnected()) {
-    if (options_.timeoutSeconds) {
-      const auto limit =
-          std::chrono::milliseconds(static_cast<long long>(*options_.timeoutSeconds * 1000));
-      connection_.setTimeLimits(limit, limit);
+    if (const auto limit = timeLimit()) {
+      connection_.setTimeLimits(*limit, *limit);
     }
     if (!connection_.connectToPort(options_.host, basePort())) {
       failed();

@@ -28,6 +28,8 @@ class Session {
   [[nodiscard]] bool json() const { return options_.json; }
   [[nodiscard]] const std::string& host() const { return options_.host; }
   [[nodiscard]] int basePort() const;
+  /// The time limit of the command line; nothing: the framework's own.
+  [[nodiscard]] std::optional<std::chrono::milliseconds> timeLimit() const;
   /// The host as a request names it: "localhost" stands for this one.
   [[nodiscard]] std::string hostName() const;
 
