@@ -5,7 +5,8 @@
 build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev libcli11-dev
                 libfmt-dev nlohmann-json3-dev psmisc)
 # What the tests take beyond that.
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
+               python3)
 fuzz_packages=(clang clang-14 libclang-rt-14-dev)
 format_packages=(clang-format)
 tidy_packages=(clang-tidy)
