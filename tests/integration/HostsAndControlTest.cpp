@@ -1,6 +1,7 @@
 // What the real name server tells of its host and of launchers, and how it is told to end.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <regex>
 
 #include "integration/Client.h"
@@ -136,6 +137,8 @@ struct Ending {
   Texts request;
   const char* logLine;
 };
+
+void PrintTo(const Ending& ending, std::ostream* out) { *out << ending.name; }
 
 /// Ends of the process, also where a request fits several commands.
 const Ending kEndings[] = {

@@ -91,7 +91,7 @@ class Refused : public Served {
   }
 
   void expectNothingChanged(const std::string& after) {
-    EXPECT_EQ(tool().finds("mine"), found_) << after;
+    EXPECT_EQ(tool().finds("mine"), found_) << after;  // the record itself, as it is now
     EXPECT_FALSE(tool().knows("new")) << after;
     EXPECT_FALSE(tool().knows("")) << after;
     EXPECT_EQ(tool().states(), "mine:s") << after;
@@ -121,8 +121,13 @@ TEST_F(Refused, AreValuesThatAreMissingOrNoTextAndNothingElseChanges) {
         << what << " missing";
     EXPECT_EQ(database_->asks(withFault(request, key, Fault::noBytes)), whenNoText)
         << what << " without bytes";
-    EXPECT_EQ(database_->asks(withFault(request, key, Fault::noUtf8)), whenNoText)
-        << what << " not UTF-8";
+    const Message notUtf8 = withFault(request, key, Fault::noUtf8);
+    EXPECT_EQ(database_->asks(notUtf8), whenNoText) << what << " not UTF-8";
+    if (whenNoText == kNil) {
+      EXPECT_TRUE(server_.logs("Exception detected. Command could not be executed\n" +
+                               notUtf8.description() + "\n"))
+          << what;
+    }
     expectNothingChanged(what);
   }
   expectOneNumberWasSpent();
