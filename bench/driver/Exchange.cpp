@@ -11,6 +11,7 @@ constexpr std::string_view kName = "customers";
 constexpr std::string_view kHost = "host7";
 constexpr std::string_view kAddress = "192.0.2.10";
 constexpr std::string_view kType = "sorvane";
+constexpr std::string_view kNumber = "20000";
 
 std::string frame(const Message& message) {
   ByteBuffer bytes;
@@ -21,12 +22,16 @@ std::string frame(const Message& message) {
 }  // namespace
 
 Exchange pipelined(const Exchange& one, int depth) {
-  Exchange result;
-  for (int i = 0; i < depth; ++i) {
-    result.request += one.request;
-    result.reply += one.reply;
+  return joined(std::vector<Exchange>(static_cast<std::size_t>(depth), one));
+}
+
+Exchange joined(const std::vector<Exchange>& parts) {
+  Exchange result{{}, {}, 0};
+  for (const Exchange& part : parts) {
+    result.request += part.request;
+    result.reply += part.reply;
+    result.operations += part.operations;
   }
-  result.operations = one.operations * depth;
   return result;
 }
 
@@ -34,8 +39,10 @@ namespace sorvane_requests {
 
 std::string ping() { return frame(Message{{"ping", ""}}); }
 
-std::string findPort() {
-  return frame(Message{{"findPort", kName}, {"portHost", kHost}, {"portHostAddress", kAddress}});
+std::string findPort() { return findPort(kName); }
+
+std::string findPort(std::string_view name) {
+  return frame(Message{{"findPort", name}, {"portHost", kHost}, {"portHostAddress", kAddress}});
 }
 
 std::string newPort() { return newPort(kName); }
@@ -49,6 +56,21 @@ std::string newPort(std::string_view name) {
 }
 
 std::string acceptPort() { return frame(Message{{"acceptPort", ""}}); }
+
+std::string reconnectPort(std::string_view name) {
+  return frame(Message{
+      {"reconnectPort", name}, {"portNumber", kNumber}, {"portHost", kHost}, {"portType", kType}});
+}
+
+Exchange findReconnected(std::string_view name, std::string_view latest) {
+  return {findPort(name),
+          frame(Message{{"portNumber", kNumber},
+                        {"portName", latest},
+                        {"portHostAddress", kAddress},
+                        {"portHost", kHost},
+                        {"portType", kType}}),
+          1};
+}
 
 }  // namespace sorvane_requests
 

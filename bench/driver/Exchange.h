@@ -17,6 +17,8 @@ struct Exchange {
 
 /// The exchange that many times over, sent at once.
 [[nodiscard]] Exchange pipelined(const Exchange& one, int depth);
+/// Different ones, sent at once.
+[[nodiscard]] Exchange joined(const std::vector<Exchange>& parts);
 
 /// A request of a short connection. Its reply is a frame, whose first bytes are those given here: a
 /// port number in it is another one each time.
@@ -32,10 +34,15 @@ namespace sorvane_requests {
 
 [[nodiscard]] std::string ping();
 [[nodiscard]] std::string findPort();
+[[nodiscard]] std::string findPort(std::string_view name);
 /// A lookup with an answer of 128 bytes finds what this registers.
 [[nodiscard]] std::string newPort();
 [[nodiscard]] std::string newPort(std::string_view name);
 [[nodiscard]] std::string acceptPort();
+/// Enters a name at once. A connection may enter several; they all stand for its latest.
+[[nodiscard]] std::string reconnectPort(std::string_view name);
+/// The lookup of a name whose connection entered `latest` last.
+[[nodiscard]] Exchange findReconnected(std::string_view name, std::string_view latest);
 
 }  // namespace sorvane_requests
 

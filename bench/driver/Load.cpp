@@ -6,10 +6,12 @@
 #include <sys/socket.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace sorvane::bench {
 namespace {
@@ -82,10 +84,15 @@ LoadResult Load::run(std::chrono::nanoseconds time) {
   return result_;
 }
 
-SteadyLoad::SteadyLoad(int port, const Exchange& exchange, int connections)
-    : exchange_(exchange), input_(exchange.reply.size() + 1) {
+SteadyLoad::SteadyLoad(int port, std::vector<Exchange> exchanges, int connections)
+    : exchanges_(std::move(exchanges)) {
+  std::size_t longest = 0;
+  for (const Exchange& exchange : exchanges_) {
+    longest = std::max(longest, exchange.reply.size());
+  }
+  input_.resize(longest + 1);
   for (int i = 0; i < connections; ++i) {
-    connections_.push_back({connectTo(port), 0, {}});
+    connections_.push_back({connectTo(port), nullptr, 0, {}});
     const int yes = 1;
     const int descriptor = connections_.back().socket.descriptor();
     ::setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
@@ -102,17 +109,20 @@ void SteadyLoad::begin() {
 void SteadyLoad::send(Connection& connection, Clock::time_point now) {
   connection.sent = now;
   connection.received = 0;
-  connection.socket.sendAll(exchange_.request);
+  connection.exchange = &exchanges_[next_];
+  next_ = next_ + 1 == exchanges_.size() ? 0 : next_ + 1;
+  connection.socket.sendAll(connection.exchange->request);
   ++pending_;
 }
 
 void SteadyLoad::handle(std::uint32_t index, Clock::time_point now, bool ending) {
   Connection& connection = connections_[index];
+  const Exchange& exchange = *connection.exchange;
   // The room is one byte more than what is due, so that an answer too long is noticed.
-  const std::size_t due = exchange_.reply.size() - connection.received;
+  const std::size_t due = exchange.reply.size() - connection.received;
   const std::size_t got = take(connection.socket, input_.data(), due + 1);
   if (got > due ||
-      std::memcmp(input_.data(), exchange_.reply.data() + connection.received, got) != 0) {
+      std::memcmp(input_.data(), exchange.reply.data() + connection.received, got) != 0) {
     throwWrongAnswer();
   }
   connection.received += got;
@@ -120,7 +130,7 @@ void SteadyLoad::handle(std::uint32_t index, Clock::time_point now, bool ending)
     return;
   }
   --pending_;
-  result_.operations += static_cast<std::uint64_t>(exchange_.operations);
+  result_.operations += static_cast<std::uint64_t>(exchange.operations);
   result_.latency.add(static_cast<std::uint64_t>((now - connection.sent).count()));
   if (!ending) {
     send(connection, now);

@@ -50,14 +50,16 @@ class Load {
   Socket poller_;
 };
 
-/// Connections that stay open, each with one exchange on its way at any time.
+/// Connections that stay open, each with one exchange on its way at any time. They go through the
+/// exchanges round and round, one taken by whichever connection is free.
 class SteadyLoad final : public Load {
  public:
-  SteadyLoad(int port, const Exchange& exchange, int connections);
+  SteadyLoad(int port, std::vector<Exchange> exchanges, int connections);
 
  private:
   struct Connection {
     Socket socket;
+    const Exchange* exchange = nullptr;
     std::size_t received = 0;
     Clock::time_point sent;
   };
@@ -67,7 +69,8 @@ class SteadyLoad final : public Load {
   [[nodiscard]] int pending() const override { return pending_; }
   void send(Connection& connection, Clock::time_point now);
 
-  const Exchange exchange_;
+  const std::vector<Exchange> exchanges_;
+  std::size_t next_ = 0;
   std::vector<Connection> connections_;
   std::vector<char> input_;
   int pending_ = 0;

@@ -1,8 +1,10 @@
 #include "driver/Rows.h"
 
+#include <fmt/format.h>
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <random>
 #include <stdexcept>
 
 #include "driver/Exchange.h"
@@ -49,12 +51,39 @@ class SceneBuilder {
     std::move(idle.begin(), idle.end(), std::back_inserter(scene_.connections));
   }
 
+  /// Enters so many names, on connections that stay open, each of its own as long as there may be
+  /// one more. Answers the lookup of each name.
+  std::vector<Exchange> enterNames(const Server& server, std::size_t count) {
+    const auto nameOf = [](std::size_t number) { return fmt::format("db{:07}", number); };
+    const std::size_t connections =
+        std::min(count, static_cast<std::size_t>(options_.idleConnections));
+    std::vector<Exchange> lookups(count);
+    for (std::size_t first = 0; first < connections; ++first) {
+      Socket socket = connectTo(server.port());
+      std::string latest;
+      for (std::size_t number = first; number < count; number += connections) {
+        latest = nameOf(number);
+        socket.sendAll(sorvane_requests::reconnectPort(latest));
+        (void)socket.receiveFrame();
+      }
+      for (std::size_t number = first; number < count; number += connections) {
+        lookups[number] = sorvane_requests::findReconnected(nameOf(number), latest);
+      }
+      scene_.connections.push_back(std::move(socket));
+    }
+    return lookups;
+  }
+
+  void steady(const std::string& name, const Server& server, std::vector<Exchange> exchanges,
+              int connections) {
+    scene_.row.contenders.push_back(
+        {name, &server, [exchanges = std::move(exchanges), connections, port = server.port()] {
+           return std::make_unique<SteadyLoad>(port, exchanges, connections);
+         }});
+  }
   void steady(const std::string& name, const Server& server, const Exchange& exchange,
               int connections) {
-    scene_.row.contenders.push_back({name, &server, [=, port = server.port()] {
-                                       return std::make_unique<SteadyLoad>(port, exchange,
-                                                                           connections);
-                                     }});
+    steady(name, server, std::vector{exchange}, connections);
   }
 
   /// Lookups on many connections. Their answers hold a number of the server's own.
@@ -156,6 +185,33 @@ Scene idleRow(SceneBuilder scene, const std::string& title, int idle) {
   return scene.take();
 }
 
+std::string namesTitle(std::size_t count) {
+  return fmt::format("sorvinfo, {} {}", count, count == 1 ? "name" : "names");
+}
+
+/// Lookups that go to one name after the other, at random, of a registry of few and of many.
+Scene namesRow(SceneBuilder scene, int depth) {
+  constexpr int kLookups = 1 << 14;
+  constexpr std::size_t kMost = 100'000;
+  for (const std::size_t count : {std::size_t{1}, std::size_t{1'000}, kMost}) {
+    const Server& server = scene.nameServer();
+    const std::vector<Exchange> lookups = scene.enterNames(server, count);
+    std::minstd_rand random(1);
+    std::vector<Exchange> exchanges;
+    for (int i = 0; i < kLookups / depth; ++i) {
+      std::vector<Exchange> together;
+      for (int j = 0; j < depth; ++j) {
+        together.push_back(lookups[random() % count]);
+      }
+      exchanges.push_back(joined(together));
+    }
+    scene.steady(count == kMost ? kSubject : namesTitle(count), server, std::move(exchanges),
+                 kManyConnections);
+  }
+  scene.row().aims = {{Figure::cpu, namesTitle(1), 2.0}};
+  return scene.take();
+}
+
 Scene threadsRow(SceneBuilder scene, const Cores& cores) {
   const Server& one = scene.nameServer(cores.all, 1);
   const Server& two = scene.nameServer(cores.all, 2);
@@ -240,6 +296,11 @@ std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
                        sorvane_requests::acceptPort()};
   });
   rows.push_back({idleTitle, [=] { return idleRow(builder(idleTitle), idleTitle, idle); }});
+  for (const int depth : {1, kDepth}) {
+    const std::string title = std::string("lookup, 50 connections, ") +
+                              (depth > 1 ? "pipelined by 16, " : "") + "among 100000 names";
+    rows.push_back({title, [=] { return namesRow(builder(title), depth); }});
+  }
   const std::string threadsTitle = "lookup, 50 connections, two serving threads, on all cores";
   rows.push_back({threadsTitle, [=, &cores] { return threadsRow(builder(threadsTitle), cores); }});
   return rows;
