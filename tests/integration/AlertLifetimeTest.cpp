@@ -24,8 +24,7 @@ class AlertLifetime : public ::testing::Test {
       ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
       ::setenv("SHIFTED_CLOCK", shift_.c_str(), 1);
     });
-    ASSERT_TRUE(server_.answers()) << server_.console();
-    tool_.emplace(server_);
+    tool_.emplace(firstClientOf(server_));
     database_.emplace(server_);
     database_->registers("db1");
   }

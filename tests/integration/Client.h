@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "integration/Daemon.h"
 #include "support/RawConnection.h"
@@ -113,14 +114,24 @@ class Client {
   RawConnection connection_;
 };
 
+/// The first client of a name server that was launched, made as soon as that listens. No connection
+/// came before it, the end of which could still be under way and tell watchers of a change.
+[[nodiscard]] inline Client firstClientOf(const Daemon& server) {
+  std::optional<Client> client;
+  EXPECT_TRUE(waitUntil([&] {
+    client.emplace(server);
+    return client->connection().isConnected();
+  })) << server.console();
+  return std::move(*client);
+}
+
 /// A name server with settings of the test's, and a client of it that registers nothing.
 class Served : public ::testing::Test {
  protected:
-  void SetUp() override { start(); }
-
-  void start() {
-    server_.start();
-    tool_.emplace(server_);
+  void SetUp() override {
+    server_.launch();
+    tool_.emplace(firstClientOf(server_));
+    ASSERT_EQ(tool_->asks(Message({{"ping", ""}})), kEmptyDictionary) << server_.console();
   }
   [[nodiscard]] Client& tool() { return *tool_; }
 
