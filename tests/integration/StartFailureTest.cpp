@@ -170,19 +170,6 @@ TEST(AccessForAll, ServesEveryAddressOfBothFamiliesAndSaysSo) {
   EXPECT_TRUE(isServedAt(server, "::1"));
 }
 
-TEST(OwnPorts, AreRegisteredUnderTheBasePort) {
-  Daemon server;
-  server.start();
-  for (const char* const name : {"VN_infoserver", "VN_nameserver"}) {
-    const auto reply = server.ask({{"findPort", name}, {"portHost", "me"}});
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(textsOf(reply), (Texts{{"portNumber", std::to_string(server.basePort())},
-                                     {"portName", name},
-                                     {"portHostAddress", "me"},
-                                     {"portHost", "testhost"}}));
-  }
-}
-
 // ---- Files that cannot grow
 
 TEST(FileSizeLimit, LosesLinesOfTheLogAndTheStoringOfPreferencesAndNothingElse) {
