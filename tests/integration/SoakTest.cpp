@@ -14,7 +14,7 @@ namespace sorvane::test {
 namespace {
 
 constexpr int kDatabaseThreads = 6;
-constexpr int kRoundsOfEach = 600;
+constexpr int kRoundsOfEach = 1200;
 constexpr int kStayingOfEach = 5;  // the databases of the last rounds stay
 constexpr int kReporters = 2;
 constexpr int kWatchers = 4;
