@@ -80,10 +80,9 @@ std::string namesTitle(std::size_t count) {
 }
 
 /// Lookups that go to one name after the other, at random, of a registry of few and of many.
-Scene namesRow(SceneBuilder scene, int depth) {
+Scene namesRow(SceneBuilder scene, int depth, std::size_t most) {
   constexpr int kLookups = 1 << 14;
-  constexpr std::size_t kMost = 100'000;
-  for (const std::size_t count : {std::size_t{1}, std::size_t{1'000}, kMost}) {
+  for (const std::size_t count : {std::size_t{1}, std::size_t{1'000}, most}) {
     const Server& server = scene.nameServer();
     const std::vector<Exchange> lookups = scene.enterNames(server, count);
     std::minstd_rand random(1);
@@ -95,7 +94,7 @@ Scene namesRow(SceneBuilder scene, int depth) {
       }
       exchanges.push_back(joined(together));
     }
-    scene.steady(count == kMost ? kSubject : namesTitle(count), server, std::move(exchanges),
+    scene.steady(count == most ? kSubject : namesTitle(count), server, std::move(exchanges),
                  kManyConnections);
   }
   scene.row().aims = {{Figure::cpu, namesTitle(1), 2.0}};
@@ -167,10 +166,13 @@ std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
                        sorvane_requests::acceptPort()};
   });
   rows.push_back({idleTitle, [=] { return idleRow(builder(idleTitle), idleTitle, idle); }});
+  constexpr int kNamesOfConnection = 10;
+  const auto names = static_cast<std::size_t>(idle) * kNamesOfConnection;
   for (const int depth : {1, kDepth}) {
     const std::string title = std::string("lookup, 50 connections, ") +
-                              (depth > 1 ? "pipelined by 16, " : "") + "among 100000 names";
-    rows.push_back({title, [=] { return namesRow(builder(title), depth); }});
+                              (depth > 1 ? "pipelined by 16, " : "") + "among " +
+                              std::to_string(names) + " names";
+    rows.push_back({title, [=] { return namesRow(builder(title), depth, names); }});
   }
   const std::string threadsTitle = "lookup, 50 connections, two serving threads, on all cores";
   rows.push_back({threadsTitle, [=, &cores] { return threadsRow(builder(threadsTitle), cores); }});
