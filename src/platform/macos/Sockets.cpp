@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace sorvane {
 namespace {
@@ -54,6 +55,8 @@ ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes) {
     }
   }
 }
+
+void closeSocket(int descriptor) { close(descriptor); }
 
 bool setConnectionOptions(int listener) {
   return setOption(listener, SOL_SOCKET, SO_NOSIGPIPE, 1) &&

@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <utility>
@@ -63,7 +62,7 @@ void encodeReply(Reply reply, const Message& request, ByteBuffer& output, std::s
 
 }  // namespace
 
-ServerConnection::~ServerConnection() { close(descriptor_); }
+ServerConnection::~ServerConnection() { closeSocket(descriptor_); }
 
 void ServerConnection::start() {
   guarded(true, [this] {

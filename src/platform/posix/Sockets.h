@@ -20,6 +20,9 @@ namespace sorvane {
 /// `recv` that goes on after an interruption.
 [[nodiscard]] ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes);
 
+/// Closes a socket.
+void closeSocket(int descriptor);
+
 /// Prepares a listening socket so that every connection accepted from it sends without delay and
 /// notices within 30 seconds that its peer vanished. False when the system refuses.
 [[nodiscard]] bool setConnectionOptions(int listener);
