@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "scale/Chain.h"
 #include "scale/Registered.h"
 
 namespace sorvane::bench {
@@ -91,7 +92,8 @@ RegisterTimes timeOfRegistering(Registered& server, std::minstd_rand& random) {
 struct Figure {
   std::string name;
   double nanoseconds;
-  bool mayGrow;  ///< the reply itself grows
+  int cacheMisses = 0;      ///< that it waits for when memory is long, each for the one before
+  bool replyGrows = false;  ///< and takes longer for that alone
 };
 
 void expect(std::string_view reply, std::string_view part) {
@@ -119,35 +121,58 @@ std::vector<Figure> measure(std::size_t names, std::size_t watchers) {
                        find.setNumber(random() % names);
                        server.ask(asker, find);
                      }),
-                     false});
-  figures.push_back({"registration", times.registration, false});
-  figures.push_back({"close", times.close, false});
-  figures.push_back({"marking", timeOf([&] { server.controller().setWatchToDirty(); }), false});
-  figures.push_back({"needsRefresh", timeOf([&] { server.ask(asker, needsRefresh); }), false});
+                     3});  // the slot, the record, its texts
+  figures.push_back({"registration", times.registration});
+  figures.push_back({"close", times.close});
+  figures.push_back({"marking", timeOf([&] { server.controller().setWatchToDirty(); })});
+  figures.push_back({"needsRefresh", timeOf([&] { server.ask(asker, needsRefresh); })});
+  figures.push_back({"didPortsChange", timeOf([&] {
+                       server.ask(server.watcher(random() % watchers), didPortsChange);
+                     }),
+                     1});  // the record of the watcher
   figures.push_back(
-      {"didPortsChange",
-       timeOf([&] { server.ask(server.watcher(random() % watchers), didPortsChange); }), false});
-  figures.push_back(
-      {"databaseStates, kept", timeOf([&] { server.ask(asker, databaseStates); }), true});
+      {"databaseStates, kept", timeOf([&] { server.ask(asker, databaseStates); }), 0, true});
   figures.push_back({"databaseStates, built anew", timeOf([&] {
                        server.controller().setWatchToDirty();
                        server.ask(asker, databaseStates);
                      }),
-                     true});
+                     0, true});
   return figures;
 }
 
-void printTable(const std::string& title, const std::array<std::vector<Figure>, 3>& columns) {
+/// Nanoseconds of reading a place that is known only from another, in as much memory as that many
+/// connections take.
+double timeOfCacheMiss(std::size_t connections) {
+  constexpr int kPlaces = 16;
+  const Chain chain(connections);
+  std::minstd_rand random(1);
+  std::size_t at = 0;
+  return timeOf([&] { at = chain.follow(random() + at, kPlaces); }) / kPlaces;
+}
+
+const char* verdictOn(const Figure& one, const Figure& most, double cacheMisses) {
+  if (one.replyGrows) {
+    return "the reply grows";
+  }
+  if (most.nanoseconds <= kMostGrowth * one.nanoseconds) {
+    return "met";
+  }
+  return most.nanoseconds - cacheMisses <= kMostGrowth * one.nanoseconds
+             ? "met but for cache misses"
+             : "MISSED";
+}
+
+void printTable(const std::string& title, const std::array<std::vector<Figure>, 3>& columns,
+                double cacheMiss) {
   fmt::print("\n{}, nanoseconds\n  {:<28}{:>12}{:>12}{:>14}{:>10}{:>10}\n", title, "", "1", "1,000",
              "100,000", "1,000/1", "100,000/1");
   for (std::size_t row = 0; row < columns[0].size(); ++row) {
-    const Figure& first = columns[0][row];
-    const double growth = columns[2][row].nanoseconds / first.nanoseconds;
-    const char* const verdict =
-        first.mayGrow ? "the reply grows" : (growth <= kMostGrowth ? "met" : "MISSED");
-    fmt::print("  {:<28}{:>12.0f}{:>12.0f}{:>14.0f}{:>10.2f}{:>10.2f}  {}\n", first.name,
-               first.nanoseconds, columns[1][row].nanoseconds, columns[2][row].nanoseconds,
-               columns[1][row].nanoseconds / first.nanoseconds, growth, verdict);
+    const Figure& one = columns[0][row];
+    const Figure& most = columns[2][row];
+    fmt::print("  {:<28}{:>12.0f}{:>12.0f}{:>14.0f}{:>10.2f}{:>10.2f}  {}\n", one.name,
+               one.nanoseconds, columns[1][row].nanoseconds, most.nanoseconds,
+               columns[1][row].nanoseconds / one.nanoseconds, most.nanoseconds / one.nanoseconds,
+               verdictOn(one, most, one.cacheMisses * cacheMiss));
   }
   std::fflush(stdout);
 }
@@ -157,15 +182,20 @@ void measureAll() {
       "cost of a command in process, median of {} batches; aim: at most {:.0f} times that of "
       "one name, or one watcher\n",
       kBatches, kMostGrowth);
+  const double cacheMiss = timeOfCacheMiss(kSizes.back()) - timeOfCacheMiss(1);
+  fmt::print(
+      "a cache miss, in the memory of {} connections: {:.0f} ns; a lookup waits for three, "
+      "\"didPortsChange\" for one\n",
+      kSizes.back(), cacheMiss);
   std::array<std::vector<Figure>, 3> columns;
   for (std::size_t i = 0; i < kSizes.size(); ++i) {
     columns[i] = measure(kSizes[i], 1);
   }
-  printTable("names, with one watcher", columns);
+  printTable("names, with one watcher", columns, cacheMiss);
   for (std::size_t i = 0; i < kSizes.size(); ++i) {
     columns[i] = measure(1, kSizes[i]);
   }
-  printTable("watchers, with one name", columns);
+  printTable("watchers, with one name", columns, cacheMiss);
 }
 
 }  // namespace

@@ -47,7 +47,8 @@ class PortTable {
   static constexpr Hash kLeastHash = 2;
   static constexpr std::size_t kNone = ~std::size_t{0};
 
-  struct Slot {
+  // A line of the cache each.
+  struct alignas(64) Slot {
     Hash hash = kEmpty;
     std::string name;
     Record record;
