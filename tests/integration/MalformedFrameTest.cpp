@@ -1,9 +1,11 @@
 // Bytes that are no requests: what the name server does with the connection on which they come, and
 // with all the others.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <ostream>
 
@@ -174,6 +176,27 @@ TEST(FloodOfMalformedFrames, WritesAFewLinesAndThenTheNumberOfThoseLeftOut) {
       "]: " + std::to_string(sent - kFirstLines - 1) + " lines like the next one were left out\n";
   EXPECT_EQ(count(server.console(), expected), 1U) << expected << server.console();
   EXPECT_EQ(count(server.console(), "connection closed, wrong mark\n"), kFirstLines + 1);
+}
+
+TEST(FloodOfMalformedFrames, DelaysNobodyWhenTheConsoleIsNotRead) {
+  int console[2];
+  ASSERT_EQ(pipe2(console, O_CLOEXEC), 0);
+  ASSERT_EQ(fcntl(console[1], F_SETFL, O_NONBLOCK), 0);
+  while (write(console[1], "x", 1) == 1) {
+  }
+  ASSERT_EQ(fcntl(console[1], F_SETFL, 0), 0);
+  Daemon server;
+  server.launch({"-noexit"}, [&] { dup2(console[1], STDERR_FILENO); });
+  ASSERT_TRUE(server.answers());
+  RawConnection client = server.rawConnection();
+  for (int i = 0; i < 100; ++i) {
+    RawConnection other = server.rawConnection();
+    ASSERT_TRUE(other.send("nonsense"));
+    ASSERT_TRUE(other.isClosedByPeer());
+    ASSERT_TRUE(client.ask(Message({{"ping", ""}})));
+  }
+  close(console[0]);
+  close(console[1]);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A start that meets an obstacle: a port in use, no place for the log, settings that are wrong,
 // files that cannot grow.
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -168,6 +169,17 @@ TEST(AccessForAll, ServesEveryAddressOfBothFamiliesAndSaysSo) {
   EXPECT_TRUE(isServedAt(server, "127.0.0.1"));
   EXPECT_TRUE(isServedAt(server, "127.0.0.2"));
   EXPECT_TRUE(isServedAt(server, "::1"));
+}
+
+TEST(HostWithoutIPv6, IsServedOverIPv4) {
+  Daemon server;
+  server.launch({"-noexit"}, [] {
+    ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libno_ipv6.so", 1);
+    ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+  });
+  ASSERT_TRUE(server.answers()) << server.console();
+  EXPECT_TRUE(isServedAt(server, "127.0.0.2"));
+  EXPECT_FALSE(isServedAt(server, "::1")) << "the host has IPv6 all the same";
 }
 
 // ---- Files that cannot grow
