@@ -1,12 +1,12 @@
 #include <errno.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <system_error>
 
+#include "platform/linux/SystemCalls.h"
 #include "platform/posix/Poller.h"
 
 namespace sorvane {
@@ -69,9 +69,8 @@ void Poller::remove(int descriptor) {
 }
 
 std::span<const Poller::Event> Poller::wait(int milliseconds) {
-  // Past the library's cancellation point, see Sockets.cpp.
-  const long answered = syscall(SYS_epoll_pwait, state_->epoll, state_->raw.data(), kEventsAtOnce,
-                                milliseconds, nullptr, 0);
+  const int answered =
+      systemcall::wait(state_->epoll, state_->raw.data(), kEventsAtOnce, milliseconds);
   const std::size_t count = answered < 0 ? 0 : static_cast<std::size_t>(answered);
   for (std::size_t i = 0; i < count; ++i) {
     const std::uint32_t bits = state_->raw[i].events;

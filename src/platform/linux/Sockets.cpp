@@ -4,8 +4,8 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+
+#include "platform/linux/SystemCalls.h"
 
 namespace sorvane {
 namespace {
@@ -24,24 +24,18 @@ bool setOption(int descriptor, int level, int option, int value) {
 
 }  // namespace
 
-// The library's functions for these calls are points at which a thread may be cancelled. Nothing is
-// ever cancelled here, and preparing for it takes 40 ns of each call in a process with several
-// threads.
-
 int acceptConnection(int listener) {
   for (;;) {
-    const long descriptor =
-        syscall(SYS_accept4, listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int descriptor = systemcall::accept(listener);
     if (descriptor >= 0 || (errno != EINTR && errno != ECONNABORTED)) {
-      return static_cast<int>(descriptor);
+      return descriptor;
     }
   }
 }
 
 ssize_t sendBytes(int descriptor, std::string_view bytes) {
   for (;;) {
-    const ssize_t sent = syscall(SYS_sendto, descriptor, bytes.data(), bytes.size(),
-                                 MSG_NOSIGNAL | MSG_DONTWAIT, nullptr, 0);
+    const ssize_t sent = systemcall::send(descriptor, bytes);
     if (sent >= 0 || errno != EINTR) {
       return sent;
     }
@@ -50,14 +44,14 @@ ssize_t sendBytes(int descriptor, std::string_view bytes) {
 
 ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes) {
   for (;;) {
-    const ssize_t received = syscall(SYS_recvfrom, descriptor, buffer, bytes, 0, nullptr, nullptr);
+    const ssize_t received = systemcall::receive(descriptor, buffer, bytes);
     if (received >= 0 || errno != EINTR) {
       return received;
     }
   }
 }
 
-void closeSocket(int descriptor) { syscall(SYS_close, descriptor); }
+void closeSocket(int descriptor) { systemcall::close(descriptor); }
 
 // Accepted sockets inherit all of these from the listener: no call is needed for each connection.
 bool setConnectionOptions(int listener) {
