@@ -49,7 +49,8 @@ int toInt(double whole) {
 template <int UnitSeconds>
 double wholeUnits(double seconds) {
   if (isExact(seconds)) {
-    return static_cast<double>(static_cast<std::int64_t>(seconds) / UnitSeconds);
+    const std::int64_t units = static_cast<std::int64_t>(seconds) / UnitSeconds;
+    return static_cast<double>(units);
   }
   return std::trunc(seconds / UnitSeconds);
 }

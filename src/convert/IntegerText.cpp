@@ -30,7 +30,7 @@ std::int64_t vn_ahextoll(const char* text) {
   }
   std::uint64_t value = 0;
   for (;; ++text) {
-    int digit = *text;
+    int digit = static_cast<unsigned char>(*text);
     if (isBetween(*text, '0', '9')) {
       digit -= '0';
     } else if (isBetween(*text, 'a', 'f') || isBetween(*text, 'A', 'F')) {

@@ -55,8 +55,8 @@ StateSummary StateSummary::current(Registry& registry) {
       appendEntry(alerts, name, *alert);
     }
   });
-  const StateSummary built = {std::make_shared<const std::string>(std::move(states)),
-                              std::make_shared<const std::string>(std::move(alerts))};
+  StateSummary built = {std::make_shared<const std::string>(std::move(states)),
+                        std::make_shared<const std::string>(std::move(alerts))};
   built.keep(registry, version);
   return built;
 }

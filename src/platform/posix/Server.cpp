@@ -55,6 +55,7 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
                         settings.partialMessageTimeout};
   std::vector<std::unique_ptr<ServingLoop>> loops;
   const int threads = threadCount(settings.threads);
+  loops.reserve(static_cast<std::size_t>(threads));
   for (int i = 0; i < threads; ++i) {
     loops.push_back(std::make_unique<ServingLoop>(context));
   }

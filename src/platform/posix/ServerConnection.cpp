@@ -277,17 +277,18 @@ bool ServerConnection::sendOutput() {
     return true;
   }
   const ssize_t sent = sendBytes(descriptor_, output.view());
-  if (sent == static_cast<ssize_t>(output.size())) {
-    output.clear();
-  } else if (sent >= 0 || errno == EAGAIN || errno == EWOULDBLOCK) {
-    backlog().output = std::move(output);  // as it is: a long reply is not copied again
-    backlog().sent = sent < 0 ? 0 : static_cast<std::size_t>(sent);
-  } else {
+  if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
     output.clear();
     return false;
   }
-  if (output.capacity() > kKeptOutput) {
-    output = ByteBuffer();
+  if (sent == static_cast<ssize_t>(output.size())) {
+    output.clear();
+    if (output.capacity() > kKeptOutput) {
+      output = ByteBuffer();
+    }
+  } else {  // as it is: a long reply is not copied again
+    backlog().output = std::exchange(output, ByteBuffer());
+    backlog().sent = sent < 0 ? 0 : static_cast<std::size_t>(sent);
   }
   return true;
 }
