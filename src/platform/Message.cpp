@@ -115,20 +115,16 @@ Message& Message::set(std::string_view key, std::string_view value, bool termina
   if (!replaced) {
     write();
   }
-  std::string body(encoded.view());
-  std::vector<MessageEntry> entries;
-  std::size_t at = 0;
-  while (at < body.size()) {
-    const std::size_t keyBytes = loadBigEndian16(body.data() + at);
-    const std::size_t valueBytes = loadBigEndian32(body.data() + at + 2);
+  owned_ = encoded.view();
+  body_ = owned_;
+  entries_.clear();
+  for (const char* at = owned_.data(); at != owned_.data() + owned_.size();) {
+    const std::size_t keyBytes = loadBigEndian16(at);
+    const std::size_t valueBytes = loadBigEndian32(at + 2);
     at += kEntryHeaderBytes;
-    entries.push_back({{body.data() + at, keyBytes}, {body.data() + at + keyBytes, valueBytes}});
+    entries_.push_back({{at, keyBytes}, {at + keyBytes, valueBytes}});
     at += keyBytes + valueBytes;
   }
-  const char* const before = body.data();
-  owned_ = std::move(body);
-  entries_ = std::move(entries);
-  viewOwned(before);
   return *this;
 }
 

@@ -12,7 +12,7 @@
 
 #include "sorvctl/Output.h"
 
-extern char** environ;
+extern char** environ;  // NOLINT(readability-redundant-declaration): POSIX leaves it to programs
 
 namespace sorvctl {
 
@@ -24,6 +24,7 @@ constexpr std::chrono::seconds kTimeToEnd{5};
 
 ChildCommand::ChildCommand(std::vector<std::string> words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) {
     arguments.push_back(word.data());
   }

@@ -14,9 +14,9 @@ namespace sorvctl {
 /// A name server at one of its addresses.
 struct NameServer {
   std::string name;
-  std::string address;     ///< dotted decimal
-  std::uint16_t port = 0;  ///< in host byte order
-  auto operator<=>(const NameServer&) const = default;
+  std::string address;                                  ///< dotted decimal
+  std::uint16_t port = 0;                               ///< in host byte order
+  auto operator<=>(const NameServer&) const = default;  // NOLINT(modernize-use-nullptr): no null
 };
 
 /// Browses on the run loop of Bonjour from the first `current` to the end of the process.

@@ -116,7 +116,9 @@ std::size_t displayWidth(std::string_view text) {
   return width;
 }
 
-Table::Table(std::vector<std::string> headings) : columns_(headings.size()) { row(headings); }
+Table::Table(const std::vector<std::string>& headings) : columns_(headings.size()) {
+  row(headings);
+}
 
 void Table::row(const std::vector<std::string>& cells) {
   auto& added = rows_.emplace_back();

@@ -22,7 +22,7 @@ namespace sorvctl {
 /// A table whose columns are as wide as their widest cell; cells are escaped.
 class Table {
  public:
-  explicit Table(std::vector<std::string> headings);
+  explicit Table(const std::vector<std::string>& headings);
   void row(const std::vector<std::string>& cells);
   /// The lines, each with its line feed and without blanks at its end.
   [[nodiscard]] std::string text() const;
