@@ -74,7 +74,7 @@ class NetConnectionDelegate {
   virtual Reply deliverCommunication(const Message& request, NetConnection& sender) = 0;
 
   /// The connection is about to close. Runs on a serving thread: hands anything that may wait to
-  /// `afterwards`.
+  /// `NetConnection::performWaiting`.
   virtual void endCommunication(NetConnection& connection) = 0;
 
   virtual void cleanupAfterMessage() {}
