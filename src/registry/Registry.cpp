@@ -42,13 +42,14 @@ std::int64_t Registry::takePortNumber(std::int64_t basePort) {
 }
 
 void Registry::setWatchToDirty() {
-  if (!setDirtyLock_.tryLock()) {
-    return;
-  }
-  const std::lock_guard<VNThreadLock> hold(setDirtyLock_, std::adopt_lock);
-  try {
-    markWatchers();
-  } catch (const NSException&) {  // NOLINT(bugprone-empty-catch): a marking that fails is forgone
+  markingIsDue_ = true;
+  while (markingIsDue_ && setDirtyLock_.tryLock()) {
+    const std::lock_guard<VNThreadLock> hold(setDirtyLock_, std::adopt_lock);
+    markingIsDue_ = false;
+    try {
+      markWatchers();
+    } catch (const NSException&) {  // NOLINT(bugprone-empty-catch): a marking that fails is forgone
+    }
   }
 }
 

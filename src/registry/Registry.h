@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -59,7 +60,8 @@ class Registry {
   [[nodiscard]] WatchList& watchingPortsList() { return watchingPortsList_; }
 
   /// What every change calls: marks all watchers, notes the time and drops the state list. Does
-  /// nothing when a marking is under way on another thread, which marks the same watchers.
+  /// nothing when a marking is under way on another thread, which marks the same watchers: once
+  /// more when the change came too late for it.
   void setWatchToDirty();
   /// The marking itself. The alert list deliberately stays.
   void markWatchers();
@@ -92,6 +94,7 @@ class Registry {
   Guarded<RegistryState> state_;
   WatchList watchingPortsList_;
   VNThreadLock setDirtyLock_;
+  std::atomic<bool> markingIsDue_ = false;  // a change was made and no marking has begun since
 };
 
 template <typename Use>

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "registry/Registry.h"
 
@@ -63,6 +65,25 @@ TEST(Registry, WalksEveryEntryOnceHoweverManyThereAre) {
     EXPECT_EQ(calls, count);
     EXPECT_EQ(static_cast<int>(seen.size()), count);
   }
+}
+
+// The state list is let go of after the watchers were marked and before the marking has ended.
+TEST(Registry, TellsOfAChangeThatComesBetweenAMarkingAndItsEnd) {
+  Registry registry;
+  PortDescriptor watcher;
+  registry.watchingPortsList().append(watcher);
+  const auto changes = [&](const std::string* list) {
+    delete list;
+    std::thread([&] {
+      EXPECT_TRUE(watcher.takeDirty()) << "the watcher was marked and has asked";
+      registry.setWatchToDirty();
+    }).join();
+  };
+  registry.with([&](RegistryState& state) {
+    state.databaseStateString = std::shared_ptr<const std::string>(new std::string, changes);
+  });
+  registry.setWatchToDirty();
+  EXPECT_TRUE(watcher.isDirty());
 }
 
 TEST(Registry, CountsPortNumbersFromAboveTheBasePort) {
