@@ -47,10 +47,13 @@ PortTable::Slot& PortTable::freeSlot(Hash hash) {
   return slots_[index];
 }
 
-// A quarter of the slots stays empty, so that searches are short; when it would not, the records
-// move to a table at most half full, without the slots that were removed.
+// A quarter of the slots stays empty, so that searches are short, and an eighth has a record, so
+// that a walk is; when they would not, the records move to a table at most half full, without the
+// slots that were removed.
 void PortTable::makeRoom() {
-  if ((size_ + removed_ + 1) * 4 <= slots_.size() * 3) {
+  const bool isRoomy = (size_ + removed_ + 1) * 4 <= slots_.size() * 3;
+  const bool isBare = (size_ + 1) * 8 < slots_.size() && slots_.size() > kLeastSlots;
+  if (isRoomy && !isBare) {
     return;
   }
   std::vector<Slot> before(std::max(kLeastSlots, std::bit_ceil((size_ + 1) * 2)));

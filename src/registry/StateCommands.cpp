@@ -10,6 +10,7 @@ namespace {
 
 // Well below a tenth of a millisecond of work.
 constexpr std::size_t kPortsBuiltWithoutWaiting = 500;
+constexpr std::size_t kSlotsWalkedWithoutWaiting = 16 * kPortsBuiltWithoutWaiting;
 
 using KeptList = std::shared_ptr<const std::string> RegistryState::*;
 using Setter = void (PortDescriptor::*)(std::optional<std::string_view>);
@@ -56,7 +57,8 @@ Outcome databaseStates(CommandContext& context) {
 }
 
 bool databaseStatesMayWait(const CommandContext& context) {
-  return StateSummary::mustBuildForMoreThan(kPortsBuiltWithoutWaiting, context.registry);
+  return StateSummary::mustBuildFromMoreThan(kPortsBuiltWithoutWaiting, kSlotsWalkedWithoutWaiting,
+                                             context.registry);
 }
 
 }  // namespace sorvane

@@ -70,9 +70,9 @@ void StateSummary::keep(Registry& registry, std::uint64_t version) const {
   });
 }
 
-bool StateSummary::mustBuildForMoreThan(std::size_t ports, Registry& registry) {
+bool StateSummary::mustBuildFromMoreThan(std::size_t ports, std::size_t slots, Registry& registry) {
   return registry.with([&](const RegistryState& state) {
-    return state.map.size() > ports &&
+    return (state.map.size() > ports || state.map.slotCount() > slots) &&
            (state.databaseStateString == nullptr || state.databaseAlertString == nullptr);
   });
 }

@@ -24,8 +24,10 @@ struct StateSummary {
   /// only the alert list is kept.
   void keep(Registry& registry, std::uint64_t version) const;
 
-  /// True when `current` would build the lists for more than `ports` entries.
-  [[nodiscard]] static bool mustBuildForMoreThan(std::size_t ports, Registry& registry);
+  /// True when `current` would build the lists from more than `ports` entries, or from a map that
+  /// so many have left that it has more than `slots`.
+  [[nodiscard]] static bool mustBuildFromMoreThan(std::size_t ports, std::size_t slots,
+                                                  Registry& registry);
 };
 
 }  // namespace sorvane

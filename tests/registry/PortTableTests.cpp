@@ -87,6 +87,22 @@ TEST(PortTable, DoesNotGrowWhileAsManyNamesGoAsCome) {
   EXPECT_LE(table.slotCount(), 512U);
 }
 
+// A walk over all names takes as long as the table is.
+TEST(PortTable, GivesBackTheRoomOfNamesThatAreGoneWhenTheNextOneComes) {
+  PortTable table;
+  for (int number = 0; number < 10000; ++number) {
+    table.enter("db" + std::to_string(number), record());
+  }
+  for (int number = 100; number < 10000; ++number) {
+    table.remove("db" + std::to_string(number));
+  }
+  table.enter("last", record());
+  EXPECT_LE(table.slotCount(), 1024U);
+  for (int number = 0; number < 100; ++number) {
+    EXPECT_NE(table.find("db" + std::to_string(number)), nullptr) << number;
+  }
+}
+
 TEST(PortTable, BehavesAsAMapWhateverIsDoneToIt) {
   std::minstd_rand random(20261121);
   PortTable table;

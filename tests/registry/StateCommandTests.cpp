@@ -150,6 +150,21 @@ TEST_F(DatabaseStates, MayWaitOnlyForALongListThatMustBeBuilt) {
   EXPECT_TRUE(server_.lastMayWait);
 }
 
+TEST_F(DatabaseStates, MayWaitWhileTheRoomOfALongListIsStillThere) {
+  for (int index = 0; index < 10000; ++index) {
+    server_.registry.enterPort("db" + std::to_string(index), std::make_shared<PortDescriptor>());
+  }
+  for (int index = 0; index < 10000; ++index) {
+    server_.registry.removePort("db" + std::to_string(index));
+  }
+  (void)tool_.action("databaseStates");
+  EXPECT_TRUE(server_.lastMayWait);
+  server_.registry.setWatchToDirty();
+  server_.registry.enterPort("last", std::make_shared<PortDescriptor>());
+  (void)tool_.action("databaseStates");
+  EXPECT_FALSE(server_.lastMayWait);
+}
+
 TEST_F(DatabaseStates, BuiltWhileAConnectionClosedAreNotKept) {
   Registry& registry = server_.registry;
   const auto droppedTimes = registry.with([](const RegistryState& s) { return s.stateVersion; });
