@@ -9,7 +9,8 @@
 //   ignoreSignalsOfFailedWrites();
 //   sorvkeyController controller;                       // opens the log: openLog, Log.h
 //   controller.runConnection(mode == StartMode::verbose);
-//   endProcess();                                       // only when serving ended
+//   endProcess();                                       // only when serving ended, or could not
+//                                                       // begin
 //
 // `runConnection` calls raiseResourceLimits before it sets up anything for serving, and
 // ignoreHangupAndInterrupt as the last step before it serves.

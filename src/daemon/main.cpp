@@ -1,8 +1,12 @@
 // The name server daemon: its first word on the command line decides how it starts.
+#include <exception>
+#include <string>
+
 #include "daemon/Arguments.h"
 #include "daemon/CommandLine.h"
 #include "daemon/ProcessSetup.h"
 #include "nameserver/sorvkeyController.h"
+#include "platform/Console.h"
 #include "platform/EndProcess.h"
 
 int main(int argc, char** argv) {
@@ -17,6 +21,12 @@ int main(int argc, char** argv) {
   }
   ignoreSignalsOfFailedWrites();
   sorvkeyController controller;
-  controller.runConnection(mode == StartMode::verbose);
+  try {
+    controller.runConnection(mode == StartMode::verbose);
+  } catch (const std::exception& failure) {
+    const std::string line = std::string("the name server cannot serve: ") + failure.what();
+    consoleLine(line);
+    sorvkeyController::logMessage(line);
+  }
   endProcess();
 }

@@ -50,6 +50,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // ---- Serving
 
   /// Takes every step of the start and serves on this thread. Comes back only if serving ends.
+  /// Raises std::system_error when the system has no descriptors or threads for it.
   void runConnection(bool verbose);
 
   /// Gives the connection a fresh port record.

@@ -105,7 +105,8 @@ class NetConnection {
   /// or -1; `errno` tells why.
   [[nodiscard]] static int createServerSocketForPort(int port);
   /// Accepts connections on the socket and serves them on this thread and further ones; does not
-  /// return.
+  /// return. Raises std::system_error when the system has no descriptors or threads for that; the
+  /// delegate must live on all the same.
   [[noreturn]] static void runServerForSocket(int socket, NetConnectionDelegate& delegate);
   /// Runs `work`, which may wait: at once, or on a thread of its own when the caller is a serving
   /// thread. Work of several calls runs in the order of the calls.

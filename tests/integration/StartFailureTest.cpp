@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <ostream>
+#include <string>
 
 #include "integration/Daemon.h"
 #include "integration/Preferences.h"
@@ -180,6 +181,42 @@ TEST(HostWithoutIPv6, IsServedOverIPv4) {
   ASSERT_TRUE(server.answers()) << server.console();
   EXPECT_TRUE(isServedAt(server, "127.0.0.2"));
   EXPECT_FALSE(isServedAt(server, "::1")) << "the host has IPv6 all the same";
+}
+
+// ---- A system that has nothing left to give
+
+// The watcher thread, the two for what may wait, and two of the three that serve.
+class FewThreads : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Left, FewThreads, testing::Range(0, 5));
+TEST_P(FewThreads, EndTheStartWithStatusZeroAndALine) {
+  Daemon server;
+  server.setting("Threads", "3");
+  server.launch({"-noexit"}, [] {
+    ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libfew_threads.so", 1);
+    ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+    ::setenv("SORVANE_TEST_THREADS", std::to_string(GetParam()).c_str(), 1);
+  });
+  EXPECT_EQ(server.waitForExit(), 0);
+  const std::string message = "the name server cannot serve: Resource temporarily unavailable\n";
+  EXPECT_EQ(server.console(), "sorvinfo[" + std::to_string(server.process()) + "]: " + message);
+  EXPECT_EQ(server.log(), message);
+}
+
+// Too few for three threads that serve. Which of the others is left without one is a matter of
+// luck: the process lock's is opened at the same time.
+class FewDescriptors : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(Limit, FewDescriptors, testing::Range(5, 11));
+TEST_P(FewDescriptors, EndTheStartWithStatusZeroAndNothingButLines) {
+  Daemon server;
+  server.setting("Threads", "3");
+  server.launch({"-noexit"}, [] {
+    const rlimit limit{static_cast<rlim_t>(GetParam()), static_cast<rlim_t>(GetParam())};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  });
+  EXPECT_EQ(server.waitForExit(), 0) << server.console();
+  EXPECT_GT(count(server.console(), "\n"), 0U);
+  EXPECT_EQ(count(server.console(), "\n"), count(server.console(), "sorvinfo["))
+      << server.console();
 }
 
 // ---- Files that cannot grow

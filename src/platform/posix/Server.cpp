@@ -49,17 +49,19 @@ WaitingThreads& orderedWork() {
 
 void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delegate) {
   const Settings& settings = Settings::current();
-  auto* const deliveries = new WaitingThreads(kWaitingThreads);  // its threads never end
+  // What the threads share is never destroyed, for they never end: not even when the system has no
+  // descriptor or thread for one of them.
+  auto& deliveries = *new WaitingThreads(kWaitingThreads);
   orderedWork();  // has its thread before the first connection, too
-  ServerContext context{delegate, *deliveries, settings.maxMessageBytes,
-                        settings.partialMessageTimeout};
-  std::vector<std::unique_ptr<ServingLoop>> loops;
+  auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
+                                     settings.partialMessageTimeout};
+  auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;
   const int threads = threadCount(settings.threads);
   loops.reserve(static_cast<std::size_t>(threads));
   for (int i = 0; i < threads; ++i) {
     loops.push_back(std::make_unique<ServingLoop>(context));
   }
-  Acceptor acceptor(socket, connectionLimit(settings.maxConnections), context, loops);
+  auto& acceptor = *new Acceptor(socket, connectionLimit(settings.maxConnections), context, loops);
   if (!loops.front()->poller().add(socket, Poller::Interest::readable, &acceptor)) {
     throw std::system_error(errno, std::generic_category(), "the server socket cannot be watched");
   }
