@@ -40,15 +40,15 @@ std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& requ
   if (request.contains("wait") || request.contains("raise")) {
     return std::nullopt;
   }
+  if (request.contains("stop")) {
+    waitAtGate();
+  }
   return answer(request, sender);
 }
 
 Reply ScriptedDelegate::deliverCommunication(const Message& request, NetConnection& sender) {
   if (request.contains("wait")) {
-    std::unique_lock<std::mutex> hold(mutex_);
-    ++atGate_;
-    changed_.notify_all();
-    changed_.wait(hold, [this] { return gateIsOpen_; });
+    waitAtGate();
   }
   return answer(request, sender);
 }
@@ -59,7 +59,7 @@ Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
     ++overlaps;
     return Reply::none();
   }
-  ++delivered;
+  const int deliveredBefore = delivered++;
   tracker->inside = 0;
   if (request.contains("raise")) {
     (void)sender.replyWriter().text("half", "written");
@@ -75,10 +75,20 @@ Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
   if (request.contains("echo") || request.contains("wait")) {
     return Reply::request();
   }
+  if (request.contains("count")) {
+    sender.replyWriter().text("result", std::to_string(deliveredBefore));
+  }
   if (const auto bytes = request.text("big")) {
     sender.replyWriter().data("data", std::string(std::stoul(std::string(*bytes)), 'x'));
   }
   return Reply::dictionary();
+}
+
+void ScriptedDelegate::waitAtGate() {
+  std::unique_lock<std::mutex> hold(mutex_);
+  ++atGate_;
+  changed_.notify_all();
+  changed_.wait(hold, [this] { return gateIsOpen_; });
 }
 
 void ScriptedDelegate::endCommunication(NetConnection& connection) {

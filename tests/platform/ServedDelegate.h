@@ -18,9 +18,10 @@ namespace sorvane::test {
 
 /// The requests that it understands, each by the presence of a key:
 ///   "echo" answers the request itself; "nil" answers nil; "big" (a number) answers {"data": so
-///   many bytes}; "wait" cannot be delivered without waiting, and waits until `openGate`; "raise"
-///   raises what a command may raise; "raiseOther" raises what it may not. Anything else is
-///   answered with an empty dictionary.
+///   many bytes}; "count" answers {"result": how many were delivered before}; "wait" cannot be
+///   delivered without waiting, and waits until `openGate`; "stop" waits for that on the serving
+///   thread, as no delegate may; "raise" raises what a command may raise; "raiseOther" raises what
+///   it may not. Anything else is answered with an empty dictionary.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void startCommunication(NetConnection& connection) override;
@@ -40,6 +41,7 @@ class ScriptedDelegate : public NetConnectionDelegate {
       0};  ///< times that two operations of one connection ran at once, or out of order
 
  private:
+  void waitAtGate();
   Reply answer(const Message& request, NetConnection& sender);
 
   std::mutex mutex_;

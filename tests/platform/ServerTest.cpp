@@ -197,6 +197,38 @@ TEST(Server, AReaderThatNeverReadsIsNotReadFromAndCostsNobodyElseAnything) {
   }
 }
 
+TEST(Server, AReaderOfLongRepliesLeavesOthersTheirTurn) {
+  constexpr std::size_t kReplies = 200;
+  constexpr std::size_t kReplyBytes = 300000;
+  Settings settings;
+  settings.threads = 1;
+  ServedDelegate server(settings);
+  RawConnection client = server.connect();
+  ASSERT_TRUE(client.ask(Message()));
+  RawConnection reader = server.connect();
+  std::string requests = frame(Message({{"stop", ""}}));
+  for (std::size_t i = 0; i < kReplies; ++i) {
+    requests += frame(Message({{"big", std::to_string(kReplyBytes)}}));
+  }
+  reader.send(requests);
+  ASSERT_TRUE(server.delegate().arriveAtGate(1));
+  client.send(frame(Message({{"count", ""}})));
+  std::thread reading([&] {
+    std::size_t left = 8 + kReplies * (8 + kEntryHeaderBytes + 4 + kReplyBytes);
+    std::string bytes(1 << 20, ' ');
+    while (left > 0) {
+      const ssize_t came = recv(reader.descriptor(), bytes.data(), bytes.size(), 0);
+      ASSERT_GT(came, 0);
+      left -= static_cast<std::size_t>(came);
+    }
+  });
+  server.delegate().openGate();
+  const auto reply = client.receiveFrame();
+  reading.join();
+  ASSERT_TRUE(reply);
+  EXPECT_LE(std::stoi(std::string(*reply->message().text("result"))), 5);
+}
+
 // ---- Bad frames
 
 struct BadFrame {

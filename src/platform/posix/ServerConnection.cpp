@@ -14,8 +14,8 @@
 namespace sorvane {
 namespace {
 
-// Replies are sent when this much is due, however many requests came at once: a few bytes of
-// request may ask for megabytes of reply.
+// Replies are sent when this much is due, and the loop's other connections have their turn, however
+// many requests came at once: a few bytes of request may ask for megabytes of reply.
 constexpr std::size_t kOutputAtOnce = 256 * 1024;
 // A lock is kept for so many requests at most: about a microsecond, in which other serving threads
 // still try for it.
@@ -123,26 +123,21 @@ void ServerConnection::drop() {
 // Handles every complete frame of `input`, which is either the loop's input buffer or this
 // connection's backlog.
 void ServerConnection::serve(std::string_view input) {
-  std::size_t used = 0;
-  Served served;
-  do {
-    served = deliverAll(input.substr(used));
-    used += served.bytes;
-    if (!sendOutput()) {
-      closeNow();
-      return;
-    }
-  } while (served.isCutShort && !hasOutput());
-  if (used > 0 || served.mustWait) {
+  const Served served = deliverAll(input);
+  if (!sendOutput()) {
+    closeNow();
+    return;
+  }
+  if (served.bytes > 0 || served.mustWait) {
     clearDeadline();  // the frame that it was set for is complete
   }
-  keepInput(input.substr(used));
+  keepInput(input.substr(served.bytes));
   if (served.fault != nullptr) {
     refuse(served.fault);
   }
-  if (hasOutput()) {
+  if (hasOutput() || served.isCutShort) {
     clearDeadline();
-    enter(Phase::sending);
+    enter(Phase::sending);  // and goes on, perhaps at once, when the others have had their turn
   } else if (refused_) {
     linger();
   } else if (served.mustWait) {
@@ -183,7 +178,7 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
     }
     served.bytes += kFrameHeaderBytes + header.bodyBytes;
     if (loop_.output().size() >= kOutputAtOnce) {
-      served.isCutShort = true;
+      served.isCutShort = served.bytes < input.size();
       break;
     }
     if (++requestsOfTurn == kRequestsOfTurn) {

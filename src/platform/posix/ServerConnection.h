@@ -48,7 +48,7 @@ class ServerConnection final : public NetConnection {
  private:
   enum class Phase : std::uint8_t {
     reading,     ///< waits for requests
-    sending,     ///< waits until the peer takes its replies
+    sending,     ///< waits until the peer takes its replies, or has room for more
     delivering,  ///< a request is with a waiting thread; not watched by the poller
     lingering,   ///< the writing side is shut; what still arrives is dropped
   };
@@ -68,7 +68,7 @@ class ServerConnection final : public NetConnection {
     std::size_t bytes = 0;        ///< taken by frames that were delivered
     const char* fault = nullptr;  ///< why what follows cannot be a frame
     bool mustWait = false;        ///< the frame that follows is for a waiting thread
-    bool isCutShort = false;      ///< more may follow once the output is sent
+    bool isCutShort = false;      ///< what follows has to wait until the output is sent
   };
   [[nodiscard]] Served deliverAll(std::string_view input);
   [[nodiscard]] bool deliver(const Message& request, Turn& turn);
