@@ -205,11 +205,14 @@ TEST_P(FewThreads, EndTheStartWithStatusZeroAndALine) {
 // Too few for three threads that serve. Which of the others is left without one is a matter of
 // luck: the process lock's is opened at the same time.
 class FewDescriptors : public testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Limit, FewDescriptors, testing::Range(5, 11));
+INSTANTIATE_TEST_SUITE_P(Limit, FewDescriptors, testing::Range(6, 11));
 TEST_P(FewDescriptors, EndTheStartWithStatusZeroAndNothingButLines) {
   Daemon server;
   server.setting("Threads", "3");
   server.launch({"-noexit"}, [] {
+    for (int inherited = STDERR_FILENO + 1; inherited < 64; ++inherited) {
+      ::close(inherited);
+    }
     const rlimit limit{static_cast<rlim_t>(GetParam()), static_cast<rlim_t>(GetParam())};
     setrlimit(RLIMIT_NOFILE, &limit);
   });
