@@ -8,33 +8,16 @@
 namespace sorvane {
 namespace {
 
-template <typename Word>
-bool isAsciiWord(const char* bytes) {
-  Word word;
-  std::memcpy(&word, bytes, sizeof word);
-  return (word & static_cast<Word>(0x8080808080808080U)) == 0;
-}
-
-/// The length of the ASCII beginning, found eight bytes at a time: almost everything that comes
-/// over the wire is ASCII, and each text of each request is checked. The last step of a text looks
-/// at some bytes a second time rather than at each one alone.
-std::size_t asciiLength(const char* bytes, std::size_t length) {
-  using Wide = std::uint64_t;
-  using Narrow = std::uint32_t;
+/// The length of the ASCII beginning, found eight bytes at a time.
+std::size_t asciiLength(std::string_view bytes) {
   std::size_t at = 0;
-  while (length - at >= sizeof(Wide) && isAsciiWord<Wide>(bytes + at)) {
-    at += sizeof(Wide);
+  for (std::uint64_t word; bytes.size() - at >= sizeof word; at += sizeof word) {
+    std::memcpy(&word, bytes.data() + at, sizeof word);
+    if ((word & 0x8080808080808080U) != 0) {
+      break;
+    }
   }
-  const char* end = bytes + length;
-  const std::size_t rest = length - at;
-  if (rest < sizeof(Wide) && at > 0 && isAsciiWord<Wide>(end - sizeof(Wide))) {
-    return length;
-  }
-  if (rest < sizeof(Wide) && rest >= sizeof(Narrow) && isAsciiWord<Narrow>(bytes + at) &&
-      isAsciiWord<Narrow>(end - sizeof(Narrow))) {
-    return length;
-  }
-  while (at < length && static_cast<unsigned char>(bytes[at]) < 0x80) {
+  while (at < bytes.size() && static_cast<unsigned char>(bytes[at]) < 0x80) {
     ++at;
   }
   return at;
@@ -102,7 +85,7 @@ std::size_t utf8CharacterLength(std::string_view bytes) {
 std::size_t wellFormedUtf8Length(std::string_view bytes) {
   std::size_t at = 0;
   for (;;) {
-    at += asciiLength(bytes.data() + at, bytes.size() - at);
+    at += asciiLength(bytes.substr(at));
     const std::size_t length = utf8CharacterLength(bytes.substr(at));
     if (length == 0) {
       return at;
@@ -111,7 +94,9 @@ std::size_t wellFormedUtf8Length(std::string_view bytes) {
   }
 }
 
-bool isUtf8(std::string_view bytes) { return wellFormedUtf8Length(bytes) == bytes.size(); }
+bool isUtf8(std::string_view bytes) {
+  return isPlainText(bytes) || wellFormedUtf8Length(bytes) == bytes.size();
+}
 
 char32_t utf8CodePoint(std::string_view bytes) {
   constexpr unsigned char kLeadBits[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
