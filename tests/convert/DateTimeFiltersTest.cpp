@@ -245,7 +245,7 @@ TEST_F(DateAndTime, CurrentFieldsAreThoseOfTheLocalTime) {
   EXPECT_EQ(VNConvertTypes::currentDay(), 15);
   EXPECT_EQ(VNConvertTypes::currentHour(), 12);
   EXPECT_EQ(VNConvertTypes::currentMin(), 34);
-  const ClockOfTest east("XXX-14", kNow);
+  const ClockOfTest east("EAST-14", kNow);
   EXPECT_EQ(VNConvertTypes::currentDay(), 16);
   EXPECT_EQ(VNConvertTypes::currentHour(), 2);
 }

@@ -81,7 +81,7 @@ TEST(DisplaySettings, AreLoadedByTheFirstConversionOfEachKind) {
       {"floatToDateTime", [](char* text) { VNConvertTypes::floatToDateTime(0, text); }},
       {"formatMoney", [](char* text) { VNConvertTypes::formatMoney(1, text); }},
       {"formatMoneyLL", [](char* text) { VNConvertTypes::formatMoneyLL(1, text); }}};
-  const ClockOfTest clock("XXX-3", 0);
+  const ClockOfTest clock("EAST-3", 0);
   const OffsetOfTest restored(0);
   DefaultsFileOfTest file("{ Date = 1; }");
   for (const auto& conversion : conversions) {
@@ -107,7 +107,7 @@ TEST(DisplaySettings, AreLoadedAnewByInitDefaults) {
 }
 
 TEST(DateTimeToFloat, AndBackUseTheZoneOfTheHost) {
-  const ClockOfTest clock("XXX-3", 0);
+  const ClockOfTest clock("EAST-3", 0);
   const OffsetOfTest restored(0);
   const DefaultsFileOfTest file("{}");
   EXPECT_EQ(VNConvertTypes::dateTimeToFloat("2001-01-01 00:00:00"), -10800);
