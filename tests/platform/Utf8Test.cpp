@@ -68,5 +68,21 @@ TEST(IsUtf8, ReadsNothingBeyondTheEnd) {
   EXPECT_TRUE(isUtf8(""));
 }
 
+TEST(PlainText, IsAsciiWithoutNulWhereverTheOtherByteStands) {
+  constexpr std::size_t kLongest = 40;  // several words and each rest
+  for (std::size_t length = 0; length <= kLongest; ++length) {
+    std::string text(length, 'a');
+    EXPECT_TRUE(isPlainText(text)) << length;
+    for (char& byte : text) {
+      for (int value = 0; value < 256; ++value) {
+        byte = static_cast<char>(value);
+        ASSERT_EQ(isPlainText(text), value > 0 && value < 0x80)
+            << value << " at " << &byte - text.data() << " of " << length;
+      }
+      byte = '\x01';  // next to it, a borrow would show
+    }
+  }
+}
+
 }  // namespace
 }  // namespace sorvane
