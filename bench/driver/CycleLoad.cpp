@@ -5,8 +5,8 @@
 #include <stdexcept>
 
 #include "driver/Load.h"
-#include "platform/Frame.h"
-#include "platform/WireInteger.h"
+#include "platform/wire/Frame.h"
+#include "platform/wire/WireInteger.h"
 
 namespace sorvane::bench {
 namespace {

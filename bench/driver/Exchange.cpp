@@ -1,8 +1,8 @@
 #include "driver/Exchange.h"
 
 #include "driver/Socket.h"
-#include "platform/Frame.h"
 #include "platform/Message.h"
+#include "platform/wire/Frame.h"
 
 namespace sorvane::bench {
 namespace {

@@ -11,8 +11,8 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/Frame.h"
-#include "platform/WireInteger.h"
+#include "platform/wire/Frame.h"
+#include "platform/wire/WireInteger.h"
 
 namespace sorvane::bench {
 namespace {

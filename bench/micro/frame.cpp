@@ -1,5 +1,5 @@
 // The frame codec: a request from the wire, a reply onto it.
-#include "platform/Frame.h"
+#include "platform/wire/Frame.h"
 
 #include <benchmark/benchmark.h>
 

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/ByteBuffer.h"
 #include "platform/NSException.h"
 #include "platform/Utf8.h"
-#include "platform/WireInteger.h"
+#include "platform/wire/ByteBuffer.h"
+#include "platform/wire/WireInteger.h"
 
 namespace sorvane {
 

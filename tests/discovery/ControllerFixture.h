@@ -9,7 +9,7 @@
 #include "discovery/ARendezvousController.h"
 #include "platform/Console.h"
 #include "platform/SocketAddress.h"
-#include "platform/fake/ScriptedServiceDiscovery.h"
+#include "platform/bonjour/scripted/ScriptedServiceDiscovery.h"
 
 namespace sorvane::test {
 

@@ -1,10 +1,10 @@
 # One source file for each header of src/ and tools/ that includes nothing else.
 file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h ${PROJECT_SOURCE_DIR}/tools/*.h)
-if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-  list(FILTER headers EXCLUDE REGEX "/platform/macos/")
+if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  list(FILTER headers EXCLUDE REGEX "Linux\\.h$")
 endif()
 if(NOT SORVANE_BONJOUR)
-  list(FILTER headers EXCLUDE REGEX "/platform/avahi/")
+  list(FILTER headers EXCLUDE REGEX "/platform/bonjour/avahi/")
 endif()
 set(header_sources)
 foreach(header ${headers})

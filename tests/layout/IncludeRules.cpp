@@ -16,6 +16,16 @@ std::vector<std::string> words(const std::string& text) {
   return {std::istream_iterator<std::string>(stream), {}};
 }
 
+/// `name` is the header, or a folder that holds it.
+bool covers(const std::string& name, const std::string& header) {
+  return name == header || (name.ends_with('/') && header.starts_with(name));
+}
+
+bool coversOneOf(const std::string& name, const std::set<std::string>& headers) {
+  return std::any_of(headers.begin(), headers.end(),
+                     [&](const std::string& header) { return covers(name, header); });
+}
+
 bool isStandard(const std::string& header) {
   static const std::set<std::string> cHeaders = {
       "assert.h", "ctype.h", "errno.h",  "float.h",  "inttypes.h", "limits.h",
@@ -66,7 +76,7 @@ std::string cycleFrom(const std::string& node, const Graph& graph, std::vector<s
 }  // namespace
 
 IncludeRules IncludeRules::read(const fs::path& file) {
-  static const std::regex rule(R"((headers|folder) ([^:]+):([^|]*)(?:\|(.*))?)");
+  static const std::regex rule(R"((headers|system|folder) ([^:]+):([^|]*)(?:\|(.*))?)");
   IncludeRules rules;
   std::ifstream stream(file);
   std::smatch match;
@@ -80,8 +90,9 @@ IncludeRules IncludeRules::read(const fs::path& file) {
     const std::string name = match[2];
     const std::vector<std::string> list = words(match[3]);
     if (match[1] == "headers") {
-      auto& headers = rules.headersOfKind[name];
-      headers.insert(headers.end(), list.begin(), list.end());
+      rules.headersOfKind[name].insert(list.begin(), list.end());
+    } else if (match[1] == "system") {
+      rules.kindsOfSystem[name].insert(list.begin(), list.end());
     } else {
       const std::vector<std::string> kinds = words(match[4]);
       rules.folders[name] = {{list.begin(), list.end()}, {kinds.begin(), kinds.end()}};
@@ -100,18 +111,28 @@ std::string IncludeRules::folderOf(const std::string& file) const {
   return "";
 }
 
-bool IncludeRules::mayIncludeHeader(const std::string& folder, const std::string& header) const {
+std::string IncludeRules::systemOf(const std::string& file) const {
+  for (const auto& [system, kinds] : kindsOfSystem) {
+    if (fs::path(file).stem().string().ends_with(system)) {
+      return system;
+    }
+  }
+  return "";
+}
+
+bool IncludeRules::mayIncludeHeader(const std::string& file, const std::string& header) const {
   if (isStandard(header)) {
     return true;
   }
-  for (const std::string& kind : folders.at(folder).kinds) {
-    for (const std::string& name : headersOfKind.at(kind)) {
-      if (name == header || (name.ends_with('/') && header.starts_with(name))) {
-        return true;
-      }
-    }
+  std::set<std::string> kinds = folders.at(folderOf(file)).kinds;
+  if (const std::string system = systemOf(file); !system.empty()) {
+    kinds.insert(kindsOfSystem.at(system).begin(), kindsOfSystem.at(system).end());
   }
-  return false;
+  return std::any_of(kinds.begin(), kinds.end(), [&](const std::string& kind) {
+    const std::set<std::string>& names = headersOfKind.at(kind);
+    return std::any_of(names.begin(), names.end(),
+                       [&](const std::string& name) { return covers(name, header); });
+  });
 }
 
 SourceTree readSourceTree(const std::vector<fs::path>& roots) {
@@ -136,16 +157,67 @@ std::vector<std::string> forbiddenIncludes(const SourceTree& tree, const Include
       continue;
     }
     for (const auto& [name, quoted] : includes) {
-      if (!quoted && !rules.mayIncludeHeader(folder, name)) {
+      if (!quoted && !rules.mayIncludeHeader(file, name)) {
         found.push_back(file + " includes <" + name + ">, which " + folder + " may not");
       } else if (quoted && !tree.contains(name)) {
         found.push_back(file + " includes \"" + name + "\", which is no file of the tree");
       } else if (quoted && !rules.folders.at(folder).folders.contains(rules.folderOf(name))) {
         found.push_back(file + " includes \"" + name + "\", which " + folder + " may not");
+      } else if (const std::string system = rules.systemOf(name);
+                 quoted && !system.empty() && system != rules.systemOf(file)) {
+        found.push_back(file + " includes \"" + name + "\", which is for " + system + " alone");
       }
     }
   }
   return found;
+}
+
+std::vector<std::string> unusedRules(const SourceTree& tree, const IncludeRules& rules) {
+  std::map<std::string, std::set<std::string>> foldersUsedBy;
+  std::map<std::string, std::set<std::string>> headersUsedBy;  // by folder and by system
+  std::set<std::string> headers;
+  for (const auto& [file, includes] : tree) {
+    const std::string folder = rules.folderOf(file);
+    for (const auto& [name, quoted] : includes) {
+      if (quoted) {
+        foldersUsedBy[folder].insert(rules.folderOf(name));
+      } else {
+        headersUsedBy[folder].insert(name);
+        headersUsedBy[rules.systemOf(file)].insert(name);
+        headers.insert(name);
+      }
+    }
+  }
+  std::vector<std::string> unused;
+  const auto checkKinds = [&](const std::string& user, const std::set<std::string>& kinds) {
+    for (const std::string& kind : kinds) {
+      const std::set<std::string>& names = rules.headersOfKind.at(kind);
+      if (std::none_of(names.begin(), names.end(), [&](const std::string& name) {
+            return coversOneOf(name, headersUsedBy[user]);
+          })) {
+        unused.push_back(user + " includes no header of the kind " + kind);
+      }
+    }
+  };
+  for (const auto& [name, folder] : rules.folders) {
+    for (const std::string& allowed : folder.folders) {
+      if (allowed != name && !foldersUsedBy[name].contains(allowed)) {
+        unused.push_back(name + " includes nothing from " + allowed);
+      }
+    }
+    checkKinds(name, folder.kinds);
+  }
+  for (const auto& [system, kinds] : rules.kindsOfSystem) {
+    checkKinds(system, kinds);
+  }
+  for (const auto& [kind, names] : rules.headersOfKind) {
+    for (const std::string& name : names) {
+      if (!coversOneOf(name, headers)) {
+        unused.push_back("no file includes " + name);
+      }
+    }
+  }
+  return unused;
 }
 
 std::string findCycle(const Graph& graph) {

@@ -32,6 +32,8 @@ TEST_F(Project, IncludesOnlyWhatTheRulesAllow) {
   EXPECT_EQ(lines(forbiddenIncludes(tree_, rules_)), "");
 }
 
+TEST_F(Project, HasNoRuleThatNothingUses) { EXPECT_EQ(lines(unusedRules(tree_, rules_)), ""); }
+
 TEST_F(Project, HasNoCycleBetweenFiles) { EXPECT_EQ(findCycle(graphOfFiles(tree_)), ""); }
 
 TEST_F(Project, HasNoCycleBetweenFolders) {
@@ -63,6 +65,8 @@ class Rules : public testing::Test {
     test::writeFile(folder_ / "rules",
                     "# a comment\n\n"
                     "headers posix: unistd.h sys/\n"
+                    "headers linux: linux/\n"
+                    "system Linux: linux\n"
                     "folder low: | posix\n"
                     "folder low/inner: low\n"
                     "folder high: low\n"
@@ -78,6 +82,10 @@ class Rules : public testing::Test {
   [[nodiscard]] SourceTree tree() const { return readSourceTree({folder_.path() / "src"}); }
   [[nodiscard]] Texts forbidden() const {
     return forbiddenIncludes(tree(), IncludeRules::read(folder_ / "rules"));
+  }
+
+  [[nodiscard]] Texts unused() const {
+    return unusedRules(tree(), IncludeRules::read(folder_ / "rules"));
   }
 
   test::TemporaryFolder folder_;
@@ -111,6 +119,32 @@ TEST_F(Rules, ForbidHeadersOfAKindThatIsNotNamed) {
   has("high/A.cpp", "#include <unistd.h>\n#include <other/thing.hpp>\n");
   EXPECT_EQ(forbidden(), (Texts{"high/A.cpp includes <unistd.h>, which high may not",
                                 "high/A.cpp includes <other/thing.hpp>, which high may not"}));
+}
+
+TEST_F(Rules, LetAFileOfOneSystemIncludeWhatIsForThatSystemAlone) {
+  has("low/ThingLinux.h", "#include <linux/thing.h>\n");
+  has("low/ThingLinux.cpp", "#include <linux/thing.h>\n#include \"low/ThingLinux.h\"\n");
+  EXPECT_EQ(forbidden(), Texts());
+  has("low/Other.cpp", "#include <linux/thing.h>\n#include \"low/ThingLinux.h\"\n");
+  EXPECT_EQ(forbidden(),
+            (Texts{"low/Other.cpp includes <linux/thing.h>, which low may not",
+                   "low/Other.cpp includes \"low/ThingLinux.h\", which is for Linux alone"}));
+}
+
+TEST_F(Rules, ThatNothingUsesAreFound) {
+  has("high/A.cpp", "#include \"low/Low.h\"\n");
+  has("low/inner/Inner.cpp", "#include \"low/Low.h\"\n");
+  has("high/main.cpp", "#include \"high/B.h\"\n");
+  has("high/B.h", "");
+  has("low/ThingLinux.cpp", "#include <linux/thing.h>\n#include <unistd.h>\n");
+  EXPECT_EQ(unused(),
+            (Texts{"high/main.cpp includes nothing from low/inner", "no file includes sys/"}));
+  has("low/ThingLinux.cpp", "");
+  EXPECT_EQ(unused(),
+            (Texts{"high/main.cpp includes nothing from low/inner",
+                   "low includes no header of the kind posix",
+                   "Linux includes no header of the kind linux", "no file includes linux/",
+                   "no file includes sys/", "no file includes unistd.h"}));
 }
 
 TEST_F(Rules, ForbidWhatIsNoFileOfTheTreeAndFoldersWithoutARule) {

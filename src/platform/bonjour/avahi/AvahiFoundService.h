@@ -1,0 +1,72 @@
+// A service that a browser has found through the Avahi daemon.
+#pragma once
+
+#include <avahi-client/lookup.h>
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/NetService.h"
+#include "platform/bonjour/avahi/AvahiLink.h"
+
+namespace sorvane {
+
+/// Where a service was found: a network interface and an address family (`AvahiProtocol`). One
+/// service is often found in several places.
+using AvahiPlace = std::pair<AvahiIfIndex, AvahiProtocol>;
+
+/// Belongs to the browser that found it, which tells it where it is found; others may hold on to it
+/// afterwards, but it resolves no more.
+class AvahiFoundService : public NetService,
+                          public std::enable_shared_from_this<AvahiFoundService> {
+ public:
+  /// Waits this long before a resolution that failed is tried again.
+  static constexpr std::chrono::seconds kRetry{5};
+
+  AvahiFoundService(AvahiLink& link, AvahiClient& client, const std::string& domain,
+                    const std::string& type, const std::string& name)
+      : NetService(domain, type, name), link_(link), client_(&client) {}
+  ~AvahiFoundService() override { lose(); }
+
+  /// Reports that the service cannot be published: it is somebody else's.
+  void publish() override;
+  void resolve() override;
+  void stop() override;
+  [[nodiscard]] std::vector<std::string> addresses() const override;
+
+  void foundAt(const AvahiPlace& place);
+  void goneFrom(const AvahiPlace& place);
+  [[nodiscard]] bool isAnywhere() const { return !places_.empty(); }
+  /// The browser has lost it: frees everything that it has in the daemon, for good.
+  void lose();
+
+ private:
+  struct Resolution {
+    AvahiFoundService* service = nullptr;
+    AvahiPlace place;
+    AvahiServiceResolver* resolver = nullptr;  // null while not resolving
+    std::string address;                       // empty until known
+  };
+
+  void start(Resolution& resolution);
+  static void end(Resolution& resolution);
+  void resolved(Resolution& resolution, const AvahiAddress& address, std::uint16_t port);
+  void retry(const AvahiPlace& place);
+  static void resolverReports(AvahiServiceResolver* resolver, AvahiIfIndex interface,
+                              AvahiProtocol protocol, AvahiResolverEvent event, const char* name,
+                              const char* type, const char* domain, const char* hostName,
+                              const AvahiAddress* address, std::uint16_t port,
+                              AvahiStringList* texts, AvahiLookupResultFlags flags,
+                              void* resolution);
+
+  AvahiLink& link_;
+  AvahiClient* client_;  // null once lost
+  bool resolving_ = false;
+  std::map<AvahiPlace, Resolution> places_;
+  CallGuard calls_;
+};
+
+}  // namespace sorvane

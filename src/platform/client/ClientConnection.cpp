@@ -1,0 +1,262 @@
+#include "platform/client/ClientConnection.h"
+
+#include <charconv>
+#include <utility>
+
+#include "platform/Settings.h"
+#include "platform/client/Diagnostics.h"
+#include "platform/wire/Frame.h"
+
+namespace sorvane {
+
+namespace {
+
+constexpr std::size_t kKeptInputBytes = std::size_t{1} << 20;
+constexpr int kLastPort = 65535;
+
+ClientSocket::Deadline afterNow(std::chrono::milliseconds limit) {
+  return std::chrono::steady_clock::now() + limit;
+}
+
+std::optional<int> portOfText(std::string_view text) {
+  int port = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return port;
+}
+
+}  // namespace
+
+// ---- The connection, in terms of deadlines
+
+bool NetConnection::Client::fail(std::string reason, bool byPeer) {
+  closedByPeer = byPeer;
+  lastError = std::move(reason);
+  socket_.close();
+  connected = false;
+  diagnosticLine(lastError);
+  return false;
+}
+
+void NetConnection::Client::forgetReplies() {
+  input_.clear();
+  taken_ = 0;
+  awaited_ = 0;
+}
+
+void NetConnection::Client::close() {
+  socket_.close();
+  connected = false;
+  forgetReplies();
+}
+
+NetConnection::Client::Deadline NetConnection::Client::connectDeadline() const {
+  return afterNow(connectLimit);
+}
+
+NetConnection::Client::Deadline NetConnection::Client::replyDeadline() const {
+  return afterNow(replyLimit);
+}
+
+bool NetConnection::Client::connect(std::string_view host, int port, Deadline deadline) {
+  close();
+  lastError.clear();
+  closedByPeer = false;
+  const std::string name(host.empty() ? std::string_view("127.0.0.1") : host);
+  peer_ = name + " port " + std::to_string(port);
+  if (port < 1 || port > kLastPort) {
+    return fail("cannot connect to " + peer_ + ": there is no such port");
+  }
+  if (const ClientSocket::Failure failure = socket_.connect(name, port, deadline)) {
+    return fail("cannot connect to " + peer_ + ": " + failure->words);
+  }
+  connected = true;
+  if (diagnosticsWanted()) {
+    diagnosticLine("connected to " + peer_ + " at " + peerAddress());
+  }
+  return true;
+}
+
+bool NetConnection::Client::connectToRegistered(std::string_view server, std::string_view host,
+                                                Deadline deadline) {
+  if (!connect(host, basePortNumber(), deadline)) {
+    return false;
+  }
+  // The name server answers with the address that it is given: the one at which it was reached is
+  // the one at which its host's servers are.
+  const std::string address = peerAddress();
+  const std::string asked = "the name server at " + peer_;
+  const std::optional<Message> found =
+      exchange({{"findPort", server},
+                {"portHost", host.empty() ? std::string_view("localhost") : host},
+                {"portHostAddress", address}},
+               deadline);
+  if (!found) {
+    return fail(lastError.empty() ? asked + " does not serve this host" : lastError);
+  }
+  if (found->contains("notFound")) {
+    return fail(asked + " knows no \"" + std::string(server) + "\"");
+  }
+  const std::optional<int> port = portOfText(found->text("portNumber").value_or(""));
+  if (!port) {
+    return fail(asked + " gave no port number for \"" + std::string(server) + "\"");
+  }
+  const std::string reached(found->text("portHostAddress").value_or(address));
+  return connect(reached, *port, deadline);
+}
+
+bool NetConnection::Client::send(const Message& request, Deadline deadline) {
+  lastError.clear();
+  if (!connected) {
+    lastError = "not connected";
+    return false;
+  }
+  output_.clear();
+  appendFrame(output_, request.body());
+  if (const ClientSocket::Failure failure = socket_.send(output_.view(), input_, deadline)) {
+    return fail("cannot send to " + peer_ + ": " + failure->words, failure->closedByPeer);
+  }
+  ++awaited_;
+  return true;
+}
+
+std::optional<Message> NetConnection::Client::receive(Deadline deadline) {
+  lastError.clear();
+  if (awaited_ == 0) {
+    lastError = connected ? "no request waits for a reply" : "not connected";
+    return std::nullopt;
+  }
+  while (true) {
+    const std::string_view arrived = std::string_view(input_).substr(taken_);
+    const FrameHeader header = readFrameHeader(arrived, kMaximumReplyBytes);
+    if (header.fault != nullptr) {
+      fail("malformed reply from " + peer_ + ": " + header.fault);
+      forgetReplies();
+      return std::nullopt;
+    }
+    if (header.complete && arrived.size() - kFrameHeaderBytes >= header.bodyBytes) {
+      Message reply;
+      if (const char* fault = reply.readBody(arrived.substr(kFrameHeaderBytes, header.bodyBytes))) {
+        fail("malformed reply from " + peer_ + ": " + fault);
+        forgetReplies();
+        return std::nullopt;
+      }
+      std::optional<Message> owned;
+      if (header.kind == FrameKind::dictionary) {
+        owned.emplace(std::as_const(reply));  // a copy, which owns its bytes
+      }
+      taken_ += kFrameHeaderBytes + header.bodyBytes;
+      --awaited_;
+      dropTakenInput();
+      return owned;
+    }
+    if (!connected) {
+      lastError = "no more replies from " + peer_ + ": the connection was lost";
+      awaited_ = 0;
+      return std::nullopt;
+    }
+    if (const ClientSocket::Failure failure = socket_.receive(input_, deadline)) {
+      fail("no reply from " + peer_ + ": " + failure->words, failure->closedByPeer);
+      forgetReplies();
+      return std::nullopt;
+    }
+  }
+}
+
+void NetConnection::Client::dropTakenInput() {
+  if (taken_ == input_.size()) {
+    taken_ = 0;
+    if (input_.capacity() > kKeptInputBytes) {
+      std::string().swap(input_);
+    } else {
+      input_.clear();
+    }
+  } else if (taken_ > kKeptInputBytes && taken_ > input_.size() / 2) {
+    input_.erase(0, taken_);
+    taken_ = 0;
+  }
+}
+
+std::optional<Message> NetConnection::Client::exchange(const Message& request, Deadline deadline) {
+  if (awaited_ > 0) {
+    lastError = "replies of earlier requests have not been taken";
+    return std::nullopt;
+  }
+  if (!send(request, deadline)) {
+    return std::nullopt;
+  }
+  return receive(deadline);
+}
+
+// ---- The public calls
+
+NetConnection::NetConnection() = default;
+NetConnection::~NetConnection() = default;
+
+NetConnection::Client& NetConnection::client() {
+  if (!client_) {
+    client_ = std::make_unique<Client>();
+  }
+  return *client_;
+}
+
+int NetConnection::basePortNumber() { return Settings::current().basePort; }
+
+bool NetConnection::connectToServer(std::string_view server, std::string_view host) {
+  const auto deadline = client().connectDeadline();
+  if (server == "VN_nameserver" || server == "VN_infoserver") {
+    return client().connect(host, basePortNumber(), deadline);
+  }
+  if (server == "sorvexec") {
+    return client().connect(host, basePortNumber() - 1, deadline);
+  }
+  return client().connectToRegistered(server, host, deadline);
+}
+
+bool NetConnection::connectToPort(std::string_view host, int port) {
+  return client().connect(host, port, client().connectDeadline());
+}
+
+std::optional<Message> NetConnection::sendDictionary(const Message& request) {
+  return client().exchange(request, client().replyDeadline());
+}
+
+std::optional<Message> NetConnection::sendData(std::string_view data, std::string_view action,
+                                               std::string_view parameter) {
+  Message request;
+  request.setData("data", data).setText("action", action).setText("parameter", parameter);
+  return sendDictionary(request);
+}
+
+bool NetConnection::sendRequest(const Message& request) {
+  return client().send(request, client().replyDeadline());
+}
+
+std::optional<Message> NetConnection::receiveReply() {
+  return client().receive(client().replyDeadline());
+}
+
+void NetConnection::invalidate() {
+  if (client_) {
+    client_->close();
+  }
+}
+
+bool NetConnection::isConnected() const { return client_ && client_->connected; }
+
+bool NetConnection::wasClosedByPeer() const { return client_ && client_->closedByPeer; }
+
+const std::string& NetConnection::lastError() const {
+  static const auto* const none = new std::string;  // no destructor runs at exit
+  return client_ ? client_->lastError : *none;
+}
+
+void NetConnection::setTimeLimits(std::chrono::milliseconds connect,
+                                  std::chrono::milliseconds reply) {
+  client().connectLimit = connect;
+  client().replyLimit = reply;
+}
+
+}  // namespace sorvane

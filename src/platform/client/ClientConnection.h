@@ -1,0 +1,53 @@
+// What a NetConnection holds once it is used as a client.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Message.h"
+#include "platform/NetConnection.h"
+#include "platform/client/ClientSocket.h"
+
+namespace sorvane {
+
+/// The replies that have arrived stay in `input_` as they came, and are read one at a time.
+/// After a failure the connection is closed: a reply that came late would be taken for that of the
+/// next request. Replies that had arrived whole can still be taken.
+struct NetConnection::Client {
+ public:
+  using Deadline = ClientSocket::Deadline;
+
+  [[nodiscard]] bool connect(std::string_view host, int port, Deadline deadline);
+  [[nodiscard]] bool connectToRegistered(std::string_view server, std::string_view host,
+                                         Deadline deadline);
+  [[nodiscard]] bool send(const Message& request, Deadline deadline);
+  [[nodiscard]] std::optional<Message> receive(Deadline deadline);
+  [[nodiscard]] std::optional<Message> exchange(const Message& request, Deadline deadline);
+  void close();
+
+  [[nodiscard]] Deadline connectDeadline() const;
+  [[nodiscard]] Deadline replyDeadline() const;
+  [[nodiscard]] std::string peerAddress() const { return socket_.peerAddress(); }
+
+  std::chrono::milliseconds connectLimit = kConnectLimit;
+  std::chrono::milliseconds replyLimit = kReplyLimit;
+  bool connected = false;
+  std::string lastError;
+  bool closedByPeer = false;
+
+ private:
+  bool fail(std::string reason, bool byPeer = false);
+  void forgetReplies();
+  void dropTakenInput();
+
+  ClientSocket socket_;
+  std::string peer_;         // as it was named, for messages
+  ByteBuffer output_;        // the frame that is being sent
+  std::string input_;        // what has arrived
+  std::size_t taken_ = 0;    // how much of it has been read as replies
+  std::size_t awaited_ = 0;  // requests whose reply has not been taken
+};
+
+}  // namespace sorvane

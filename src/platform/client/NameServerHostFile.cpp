@@ -1,0 +1,82 @@
+// The name server host file, which may name another computer as the one that serves, and what else
+// of the settings NetConnection answers.
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/Console.h"
+#include "platform/NetConnection.h"
+#include "platform/Settings.h"
+#include "platform/VNHost.h"
+#include "platform/client/ClientConnection.h"
+
+namespace sorvane {
+
+namespace {
+
+/// The first word of the first line that is neither empty nor a comment; empty when there is none.
+std::string namedHost(std::istream& file) {
+  std::string line;
+  while (std::getline(file, line)) {
+    std::istringstream words(line);
+    std::string word;
+    if (words >> word && word.front() != '#') {
+      return word;
+    }
+  }
+  return {};
+}
+
+/// The host that the file names; empty when it names none or cannot be read.
+std::string hostOfFile(const std::string& path) {
+  // Anything but a regular file could keep the reader waiting.
+  std::error_code error;
+  std::ifstream file;
+  if (std::filesystem::is_regular_file(path, error)) {
+    file.open(path);
+  }
+  if (!file.is_open()) {
+    consoleLine("name server host file " + path + " cannot be read");
+    return {};
+  }
+  return namedHost(file);
+}
+
+}  // namespace
+
+bool NetConnection::hostFileSearchForNameServer(NetConnection& connection, bool* fileFound) {
+  const std::string path = nameserverHostFilePath();
+  std::error_code error;
+  const bool found = std::filesystem::exists(path, error);
+  if (fileFound != nullptr) {
+    *fileFound = found;
+  }
+  if (!found) {
+    return false;
+  }
+  const std::string host = hostOfFile(path);
+  if (host.empty() || VNHost::currentHost().isThisHost(host)) {
+    return false;
+  }
+  Client& client = connection.client();
+  const Client::Deadline deadline = client.connectDeadline();
+  // A name of which only the resolver knows that it means this host is this host as well.
+  if (!client.connect(host, basePortNumber(), deadline) ||
+      VNHost::currentHost().isThisHost(client.peerAddress())) {
+    return false;
+  }
+  const std::optional<Message> reply = client.exchange({{"ping", "ping"}}, deadline);
+  return reply && reply->entries().empty();
+}
+
+const char* NetConnection::nameserverHostFilePath() {
+  return Settings::current().nameServerHostFile.c_str();
+}
+
+std::optional<std::string> NetConnection::aliasForAdress(std::string_view address) {
+  const auto& aliases = Settings::current().aliases;
+  const auto alias = aliases.find(address);
+  return alias == aliases.end() ? std::nullopt : std::optional(alias->second);
+}
+
+}  // namespace sorvane

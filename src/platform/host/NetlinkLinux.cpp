@@ -1,0 +1,114 @@
+#include "platform/host/NetlinkLinux.h"
+
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <vector>
+
+namespace sorvane {
+namespace {
+
+constexpr int kAttempts = 10;
+constexpr std::size_t kBufferBytes = 64 << 10;  // the kernel fills 32 KiB at most
+constexpr timeval kAnswerLimit{5, 0};
+
+enum class Answer { whole, interrupted, failed };
+
+class NetlinkSocket {
+ public:
+  NetlinkSocket() : descriptor_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)) {
+    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &kAnswerLimit, sizeof kAnswerLimit);
+  }
+  ~NetlinkSocket() {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+  }
+  NetlinkSocket(const NetlinkSocket&) = delete;
+  NetlinkSocket& operator=(const NetlinkSocket&) = delete;
+
+  [[nodiscard]] bool ask(std::uint16_t type, unsigned char family) const {
+    struct {
+      nlmsghdr header;
+      rtgenmsg body;
+    } request{};
+    request.header.nlmsg_len = NLMSG_LENGTH(sizeof request.body);
+    request.header.nlmsg_type = type;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.body.rtgen_family = family;
+    return send(descriptor_, &request, request.header.nlmsg_len, 0) >= 0;
+  }
+
+  /// Appends the next datagram; false when none came or it did not fit.
+  [[nodiscard]] bool receive(std::vector<char>& bytes) const {
+    const std::size_t before = bytes.size();
+    bytes.resize(before + kBufferBytes);
+    ssize_t length = 0;
+    do {
+      length = recv(descriptor_, bytes.data() + before, kBufferBytes, MSG_TRUNC);
+    } while (length < 0 && errno == EINTR);
+    if (length <= 0 || static_cast<std::size_t>(length) > kBufferBytes) {
+      return false;
+    }
+    bytes.resize(before + NLMSG_ALIGN(static_cast<std::size_t>(length)));
+    return true;
+  }
+
+ private:
+  int descriptor_;
+};
+
+const nlmsghdr& entryAt(const std::vector<char>& bytes, std::size_t at) {
+  return *reinterpret_cast<const nlmsghdr*>(bytes.data() + at);
+}
+
+/// Collects the offsets of the entries; `bytes` holds them.
+Answer readEntries(const NetlinkSocket& socket, std::vector<char>& bytes,
+                   std::vector<std::size_t>& entries) {
+  bool interrupted = false;
+  for (std::size_t at = 0;;) {
+    if (!socket.receive(bytes)) {
+      return Answer::failed;
+    }
+    while (bytes.size() - at >= sizeof(nlmsghdr)) {
+      const nlmsghdr& entry = entryAt(bytes, at);
+      if (entry.nlmsg_len < sizeof(nlmsghdr) || entry.nlmsg_len > bytes.size() - at ||
+          entry.nlmsg_type == NLMSG_ERROR) {
+        return Answer::failed;
+      }
+      interrupted = interrupted || (entry.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+      if (entry.nlmsg_type == NLMSG_DONE) {
+        return interrupted ? Answer::interrupted : Answer::whole;
+      }
+      entries.push_back(at);
+      at += NLMSG_ALIGN(entry.nlmsg_len);
+    }
+  }
+}
+
+}  // namespace
+
+bool visitNetlinkEntries(std::uint16_t type, unsigned char family,
+                         const std::function<void(const nlmsghdr&)>& visit) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const NetlinkSocket socket;
+    std::vector<char> bytes;
+    std::vector<std::size_t> entries;
+    const Answer answer =
+        socket.ask(type, family) ? readEntries(socket, bytes, entries) : Answer::failed;
+    if (answer == Answer::failed) {
+      return false;
+    }
+    if (answer == Answer::whole) {
+      for (const std::size_t at : entries) {
+        visit(entryAt(bytes, at));
+      }
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace sorvane

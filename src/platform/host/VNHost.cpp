@@ -1,0 +1,83 @@
+#include "platform/VNHost.h"
+
+#include <algorithm>
+#include <mutex>
+#include <string_view>
+
+#include "platform/Settings.h"
+#include "platform/host/HostNetwork.h"
+
+namespace sorvane {
+namespace {
+
+std::mutex creationMutex;
+
+bool sameName(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+std::string_view shortName(std::string_view name) { return name.substr(0, name.find('.')); }
+
+}  // namespace
+
+VNHost& VNHost::makeCurrentHost() {
+  const std::lock_guard<std::mutex> hold(creationMutex);
+  if (current_.load(std::memory_order_relaxed) == nullptr) {
+    current_.store(new VNHost, std::memory_order_release);
+  }
+  return *current_.load(std::memory_order_relaxed);
+}
+
+void VNHost::resetForTest() {
+  const std::lock_guard<std::mutex> hold(creationMutex);
+  delete current_.exchange(nullptr);
+}
+
+VNHost::VNHost() {
+  const Settings& settings = Settings::current();
+  const std::optional<HostNetwork> network = readHostNetwork();
+  const HostNetwork known = network.value_or(HostNetwork{});
+  const InterfaceAddress systemAddress = addressOfHost(known);
+  if (network) {
+    systemAddress_ = systemAddress.address;
+  }
+  systemName_ = systemHostName();
+  localAccessOnly_ = settings.localAccessOnly;
+  bonjourDisabled_ = settings.bonjourDisabled;
+  name_ = settings.hostName.value_or(systemName_);
+  address_ = localAccessOnly_ ? kLoopbackAddress : settings.address.value_or(systemAddress.address);
+  ethernetAddress_ =
+      settings.ethernetAddress ? *settings.ethernetAddress : ethernetAddressOfHost(known, address_);
+  // What the system assigned for a time says nothing about an address that it did not assign.
+  dynamic_ = settings.dynamicAddress.value_or(systemAddress.hasLifetime &&
+                                              systemAddress.address == address_);
+}
+
+bool VNHost::validateCurrentHost() {
+  const std::optional<std::string>& then = currentHost().systemAddress_;
+  const std::optional<HostNetwork> now = readHostNetwork();
+  // A system that cannot answer at the moment has not changed its address.
+  return !then || !now || addressOfHost(*now).address == *then;
+}
+
+bool VNHost::isThisHost(const std::string& nameOrAddress) const {
+  std::string_view given = nameOrAddress;
+  if (given.ends_with('.')) {
+    given.remove_suffix(1);  // the root of all domains
+  }
+  if (given.empty()) {
+    return false;
+  }
+  for (const std::string_view own : {std::string_view(name_), std::string_view(systemName_)}) {
+    if (sameName(given, own) || sameName(given, shortName(own))) {
+      return true;
+    }
+  }
+  return sameName(given, "localhost") || given == address_ || isAddressOfThisHost(nameOrAddress);
+}
+
+}  // namespace sorvane

@@ -1,0 +1,9 @@
+#include <stdlib.h>
+
+#include "platform/process/ProgramName.h"
+
+namespace sorvane {
+
+const char* programName() { return getprogname(); }
+
+}  // namespace sorvane

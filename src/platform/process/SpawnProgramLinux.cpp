@@ -1,0 +1,58 @@
+#include <signal.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <system_error>
+
+#include "platform/NSException.h"
+#include "platform/SpawnProgram.h"
+
+namespace sorvane {
+namespace {
+
+/// What the new program does not inherit.
+class CleanStart {
+ public:
+  CleanStart() {
+    posix_spawn_file_actions_init(&files_);
+    posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1);
+    posix_spawnattr_init(&attributes_);
+    sigset_t signals;
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes_, &signals);
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes_, &signals);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  }
+  ~CleanStart() {
+    posix_spawnattr_destroy(&attributes_);
+    posix_spawn_file_actions_destroy(&files_);
+  }
+  CleanStart(const CleanStart&) = delete;
+  CleanStart& operator=(const CleanStart&) = delete;
+
+  [[nodiscard]] const posix_spawn_file_actions_t* files() const { return &files_; }
+  [[nodiscard]] const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  posix_spawn_file_actions_t files_{};
+  posix_spawnattr_t attributes_{};
+};
+
+}  // namespace
+
+int spawnProgram(const std::string& path) {
+  const CleanStart start;
+  std::string name = path;
+  char* arguments[] = {name.data(), nullptr};
+  pid_t process = -1;
+  const int failure =
+      posix_spawn(&process, path.c_str(), start.files(), start.attributes(), arguments, environ);
+  if (failure != 0) {
+    throw NSException(path + " cannot be launched: " +
+                      std::error_code(failure, std::generic_category()).message());
+  }
+  return process;
+}
+
+}  // namespace sorvane

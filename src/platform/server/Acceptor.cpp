@@ -1,0 +1,83 @@
+#include "platform/server/Acceptor.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "platform/server/SocketCalls.h"
+
+namespace sorvane {
+namespace {
+
+int openSpare() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
+
+}  // namespace
+
+Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
+                   const std::vector<std::unique_ptr<ServingLoop>>& loops)
+    : listener_(listener),
+      maximumConnections_(maximumConnections),
+      context_(context),
+      loops_(loops),
+      spare_(openSpare()) {}
+
+Acceptor::~Acceptor() {
+  if (spare_ >= 0) {
+    close(spare_);
+  }
+}
+
+// One at a time: a flood of them must not keep the loop's connections waiting, and asking for a
+// second one when one came alone would be a call in vain.
+void Acceptor::acceptOne(Poller& poller) {
+  const int descriptor = acceptConnection(listener_);
+  if (descriptor < 0) {
+    if (errno != EAGAIN && errno != EWOULDBLOCK) {
+      console_.line("connections cannot be accepted for now: " + std::string(strerror(errno)));
+      pause(poller);
+    }
+    return;
+  }
+  if (context_.connections.load(std::memory_order_relaxed) >= maximumConnections_) {
+    console_.line(peerName(descriptor) + ": closed, " + std::to_string(maximumConnections_) +
+                  " connections are open already");
+    close(descriptor);
+    return;
+  }
+  leastLoaded().adopt(descriptor);
+}
+
+void Acceptor::pause(Poller& poller) {
+  if (spare_ >= 0) {
+    close(spare_);
+    spare_ = -1;
+  }
+  paused_ = true;
+  pausedUntil_ = DeadlineQueue::Clock::now() + kBackOff;
+  poller.modify(listener_, Poller::Interest::none, this);
+}
+
+void Acceptor::goOn(Poller& poller) {
+  spare_ = openSpare();
+  if (spare_ < 0) {
+    pausedUntil_ = DeadlineQueue::Clock::now() + kBackOff;
+    return;
+  }
+  paused_ = false;
+  poller.modify(listener_, Poller::Interest::readable, this);
+}
+
+ServingLoop& Acceptor::leastLoaded() const {
+  ServingLoop* least = loops_.front().get();
+  for (const auto& loop : loops_) {
+    if (loop->load() < least->load()) {
+      least = loop.get();
+    }
+  }
+  return *least;
+}
+
+}  // namespace sorvane

@@ -1,0 +1,93 @@
+#include <errno.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <system_error>
+
+#include "platform/server/Poller.h"
+#include "platform/server/SystemCalls.h"
+
+namespace sorvane {
+namespace {
+
+epoll_event eventFor(Poller::Interest interest, void* owner) {
+  epoll_event event{};
+  switch (interest) {
+    case Poller::Interest::readable:
+      event.events = EPOLLIN;
+      break;
+    case Poller::Interest::writable:
+      event.events = EPOLLOUT;
+      break;
+    case Poller::Interest::none:
+      break;
+  }
+  event.data.ptr = owner;
+  return event;
+}
+
+int checked(int result, const char* what) {
+  if (result < 0) {
+    throw std::system_error(errno, std::generic_category(), what);
+  }
+  return result;
+}
+
+}  // namespace
+
+struct Poller::State {
+  const int epoll = checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
+  const int wakeUp = checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
+  std::array<epoll_event, kEventsAtOnce> raw;
+  std::array<Event, kEventsAtOnce> events;
+};
+
+Poller::Poller() : state_(std::make_unique<State>()) {
+  epoll_event event = eventFor(Interest::readable, nullptr);
+  checked(epoll_ctl(state_->epoll, EPOLL_CTL_ADD, state_->wakeUp, &event), "epoll_ctl");
+}
+
+Poller::~Poller() {
+  close(state_->wakeUp);
+  close(state_->epoll);
+}
+
+bool Poller::add(int descriptor, Interest interest, void* owner) {
+  epoll_event event = eventFor(interest, owner);
+  return epoll_ctl(state_->epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+void Poller::modify(int descriptor, Interest interest, void* owner) {
+  epoll_event event = eventFor(interest, owner);
+  epoll_ctl(state_->epoll, EPOLL_CTL_MOD, descriptor, &event);
+}
+
+void Poller::remove(int descriptor) {
+  epoll_ctl(state_->epoll, EPOLL_CTL_DEL, descriptor, nullptr);
+}
+
+std::span<const Poller::Event> Poller::wait(int milliseconds) {
+  const int answered =
+      systemcall::wait(state_->epoll, state_->raw.data(), kEventsAtOnce, milliseconds);
+  const std::size_t count = answered < 0 ? 0 : static_cast<std::size_t>(answered);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::uint32_t bits = state_->raw[i].events;
+    void* const owner = state_->raw[i].data.ptr;
+    if (owner == nullptr) {
+      std::uint64_t times = 0;
+      [[maybe_unused]] const ssize_t taken = read(state_->wakeUp, &times, sizeof times);
+    }
+    state_->events[i] = {owner, (bits & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0,
+                         (bits & (EPOLLOUT | EPOLLHUP | EPOLLERR)) != 0};
+  }
+  return {state_->events.data(), count};
+}
+
+void Poller::wake() {
+  const std::uint64_t once = 1;
+  [[maybe_unused]] const ssize_t written = write(state_->wakeUp, &once, sizeof once);
+}
+
+}  // namespace sorvane

@@ -1,0 +1,114 @@
+// poll(2): for systems whose own readiness call has no implementation here yet.
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <vector>
+
+#include "platform/server/Poller.h"
+
+namespace sorvane {
+namespace {
+
+struct Watched {
+  Poller::Interest interest;
+  void* owner;
+};
+
+short eventsFor(Poller::Interest interest) {
+  switch (interest) {
+    case Poller::Interest::readable:
+      return POLLIN;
+    case Poller::Interest::writable:
+      return POLLOUT;
+    case Poller::Interest::none:
+      break;
+  }
+  return 0;
+}
+
+}  // namespace
+
+struct Poller::State {
+  int wakePipe[2];
+  std::mutex mutex;
+  std::map<int, Watched> watched;  // guarded by mutex
+  // Of the waiting thread alone:
+  std::vector<pollfd> polled;
+  std::vector<void*> owners;
+  std::vector<Event> events;
+};
+
+Poller::Poller() : state_(std::make_unique<State>()) {
+  if (pipe(state_->wakePipe) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe");
+  }
+  for (const int end : state_->wakePipe) {
+    fcntl(end, F_SETFD, FD_CLOEXEC);
+    fcntl(end, F_SETFL, O_NONBLOCK);
+  }
+}
+
+Poller::~Poller() {
+  close(state_->wakePipe[0]);
+  close(state_->wakePipe[1]);
+}
+
+bool Poller::add(int descriptor, Interest interest, void* owner) {
+  modify(descriptor, interest, owner);
+  return true;
+}
+
+void Poller::modify(int descriptor, Interest interest, void* owner) {
+  {
+    const std::lock_guard<std::mutex> hold(state_->mutex);
+    state_->watched[descriptor] = {interest, owner};
+  }
+  wake();
+}
+
+void Poller::remove(int descriptor) {
+  const std::lock_guard<std::mutex> hold(state_->mutex);
+  state_->watched.erase(descriptor);
+}
+
+std::span<const Poller::Event> Poller::wait(int milliseconds) {
+  state_->polled.assign(1, {state_->wakePipe[0], POLLIN, 0});
+  state_->owners.assign(1, nullptr);
+  {
+    const std::lock_guard<std::mutex> hold(state_->mutex);
+    for (const auto& [descriptor, watched] : state_->watched) {
+      state_->polled.push_back({descriptor, eventsFor(watched.interest), 0});
+      state_->owners.push_back(watched.owner);
+    }
+  }
+  state_->events.clear();
+  if (poll(state_->polled.data(), state_->polled.size(), milliseconds) <= 0) {
+    return {};
+  }
+  for (std::size_t i = 0; i < state_->polled.size(); ++i) {
+    const short bits = state_->polled[i].revents;
+    if (bits == 0 || state_->events.size() == kEventsAtOnce) {
+      continue;
+    }
+    if (state_->owners[i] == nullptr) {
+      char taken[64];
+      while (read(state_->wakePipe[0], taken, sizeof taken) > 0) {
+      }
+    }
+    state_->events.push_back({state_->owners[i], (bits & (POLLIN | POLLHUP | POLLERR)) != 0,
+                              (bits & (POLLOUT | POLLHUP | POLLERR)) != 0});
+  }
+  return state_->events;
+}
+
+void Poller::wake() {
+  const char once = 1;
+  [[maybe_unused]] const ssize_t written = write(state_->wakePipe[1], &once, 1);
+}
+
+}  // namespace sorvane

@@ -1,0 +1,109 @@
+// The server: its loops, a thread each, and what they share.
+#include <errno.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <memory>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "platform/Console.h"
+#include "platform/NetConnection.h"
+#include "platform/Settings.h"
+#include "platform/server/Acceptor.h"
+#include "platform/server/ServingLoop.h"
+#include "platform/server/WaitingThreads.h"
+
+namespace sorvane {
+namespace {
+
+// Descriptors that connections leave for everything else: files, the system's log, Bonjour.
+constexpr int kDescriptorsForOthers = 32;
+// Enough for a lock, a disk and a console to be waited for side by side.
+constexpr std::size_t kWaitingThreads = 4;
+
+int connectionLimit(int setting) {
+  if (setting > 0) {
+    return setting;
+  }
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    return 1024 - kDescriptorsForOthers;
+  }
+  const rlim_t largest = 1 << 24;
+  return std::max(1, static_cast<int>(std::min(limit.rlim_cur, largest)) - kDescriptorsForOthers);
+}
+
+int threadCount(int setting) {
+  return setting > 0 ? setting : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
+
+/// Work that must run in the order in which it came.
+WaitingThreads& orderedWork() {
+  static auto* const threads = new WaitingThreads(1);
+  return *threads;
+}
+
+}  // namespace
+
+void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delegate) {
+  const Settings& settings = Settings::current();
+  // What the threads share is never destroyed, for they never end: not even when the system has no
+  // descriptor or thread for one of them.
+  auto& deliveries = *new WaitingThreads(kWaitingThreads);
+  orderedWork();  // has its thread before the first connection, too
+  auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
+                                     settings.partialMessageTimeout};
+  auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;
+  const int threads = threadCount(settings.threads);
+  loops.reserve(static_cast<std::size_t>(threads));
+  for (int i = 0; i < threads; ++i) {
+    loops.push_back(std::make_unique<ServingLoop>(context));
+  }
+  auto& acceptor = *new Acceptor(socket, connectionLimit(settings.maxConnections), context, loops);
+  if (!loops.front()->poller().add(socket, Poller::Interest::readable, &acceptor)) {
+    throw std::system_error(errno, std::generic_category(), "the server socket cannot be watched");
+  }
+  for (int i = 1; i < threads; ++i) {
+    std::thread([&loop = *loops[static_cast<std::size_t>(i)]] { loop.run(nullptr); }).detach();
+  }
+  loops.front()->run(&acceptor);
+}
+
+void NetConnection::performWaiting(std::function<void()> work) {
+  if (ServingLoop::isServingThread()) {
+    orderedWork().run(std::move(work));
+  } else {
+    work();
+  }
+}
+
+std::optional<Reply> NetConnectionDelegate::deliverWithoutWaiting(const Message& /*request*/,
+                                                                  NetConnection& /*sender*/,
+                                                                  Turn& /*turn*/) {
+  return std::nullopt;
+}
+
+std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const Message& request,
+                                        NetConnection& sender) {
+  ByteBuffer body;
+  sender.setReplyBuffer(&body);
+  const Reply reply = delegate.deliverCommunication(request, sender);
+  sender.setReplyBuffer(nullptr);
+  switch (reply.kind()) {
+    case Reply::Kind::request:
+      return request;
+    case Reply::Kind::none:
+      return std::nullopt;
+    case Reply::Kind::dictionary:
+      break;
+  }
+  Message view;
+  if (const char* const fault = view.readBody(body.view())) {
+    throw std::logic_error(fault);
+  }
+  return Message(view);  // a copy owns its bytes
+}
+
+}  // namespace sorvane

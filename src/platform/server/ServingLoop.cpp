@@ -1,0 +1,115 @@
+#include "platform/server/ServingLoop.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/server/Acceptor.h"
+#include "platform/server/ServerConnection.h"
+
+namespace sorvane {
+namespace {
+
+thread_local bool servingThread = false;
+
+}  // namespace
+
+ServingLoop::ServingLoop(ServerContext& context)
+    : context_(context),
+      partialFrames_(context.partialMessageTimeout),
+      lingerers_(kLinger),
+      input_(std::make_unique_for_overwrite<char[]>(kInputBytes)) {}
+
+ServingLoop::~ServingLoop() = default;
+
+bool ServingLoop::isServingThread() { return servingThread; }
+
+void ServingLoop::run(Acceptor* acceptor) {
+  servingThread = true;
+  for (;;) {
+    for (const Poller::Event& event : poller_.wait(millisecondsToNextDeadline(acceptor))) {
+      if (event.owner == nullptr) {
+        resumeDelivered();
+      } else if (event.owner == acceptor) {
+        acceptor->acceptOne(poller_);
+      } else {
+        static_cast<ServerConnection*>(event.owner)->handle(event);
+      }
+    }
+    expireDeadlines();
+    if (acceptor != nullptr && acceptor->isPaused() &&
+        DeadlineQueue::Clock::now() >= acceptor->pausedUntil()) {
+      acceptor->goOn(poller_);
+    }
+  }
+}
+
+void ServingLoop::adopt(int descriptor) {
+  auto owned = std::make_unique<ServerConnection>(descriptor, *this);
+  ServerConnection& connection = *owned;
+  context_.connections.fetch_add(1, std::memory_order_relaxed);
+  load_.fetch_add(1, std::memory_order_relaxed);
+  {
+    const std::lock_guard<std::mutex> hold(mutex_);
+    const auto index = static_cast<std::size_t>(descriptor);
+    if (connections_.size() <= index) {
+      connections_.resize(index + 1);
+    }
+    connections_[index] = std::move(owned);
+  }
+  connection.start();
+}
+
+void ServingLoop::forget(ServerConnection& connection) {
+  context_.connections.fetch_sub(1, std::memory_order_relaxed);
+  load_.fetch_sub(1, std::memory_order_relaxed);
+  std::unique_ptr<ServerConnection> last;
+  const std::lock_guard<std::mutex> hold(mutex_);
+  last = std::move(connections_[static_cast<std::size_t>(connection.descriptor())]);
+}
+
+void ServingLoop::delivered(ServerConnection& connection) {
+  {
+    const std::lock_guard<std::mutex> hold(mutex_);
+    delivered_.push_back(&connection);
+  }
+  poller_.wake();
+}
+
+void ServingLoop::resumeDelivered() {
+  std::vector<ServerConnection*> ready;
+  {
+    const std::lock_guard<std::mutex> hold(mutex_);
+    ready.swap(delivered_);
+  }
+  for (ServerConnection* const connection : ready) {
+    connection->resume();
+  }
+}
+
+void ServingLoop::expireDeadlines() {
+  for (DeadlineQueue* const queue : {&partialFrames_, &lingerers_}) {
+    while (!queue->empty() && queue->next().due <= DeadlineQueue::Clock::now()) {
+      queue->next().connection->expire();
+    }
+  }
+}
+
+int ServingLoop::millisecondsToNextDeadline(const Acceptor* acceptor) const {
+  auto next = DeadlineQueue::Clock::time_point::max();
+  for (const DeadlineQueue* const queue : {&partialFrames_, &lingerers_}) {
+    if (!queue->empty()) {
+      next = std::min(next, queue->next().due);
+    }
+  }
+  if (acceptor != nullptr && acceptor->isPaused()) {
+    next = std::min(next, acceptor->pausedUntil());
+  }
+  if (next == DeadlineQueue::Clock::time_point::max()) {
+    return Poller::kForever;
+  }
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(next - DeadlineQueue::Clock::now());
+  return static_cast<int>(std::clamp<long long>(left.count(), 0, 60000));
+}
+
+}  // namespace sorvane

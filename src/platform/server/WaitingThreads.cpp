@@ -1,0 +1,45 @@
+#include "platform/server/WaitingThreads.h"
+
+#include <system_error>
+#include <thread>
+
+namespace sorvane {
+
+WaitingThreads::WaitingThreads(std::size_t maximum) : maximum_(maximum) {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  startThread();
+}
+
+void WaitingThreads::startThread() {
+  std::thread(&WaitingThreads::workForever, this).detach();
+  ++threads_;
+}
+
+void WaitingThreads::run(std::function<void()> work) {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  queue_.push_back(std::move(work));
+  if (idle_ < queue_.size() && threads_ < maximum_) {
+    try {
+      startThread();
+    } catch (const std::system_error&) {
+      // The system has no further thread to give: those that run take the work.
+    }
+  }
+  workCame_.notify_one();
+}
+
+void WaitingThreads::workForever() {
+  std::unique_lock<std::mutex> hold(mutex_);
+  for (;;) {
+    ++idle_;
+    workCame_.wait(hold, [this] { return !queue_.empty(); });
+    --idle_;
+    const std::function<void()> work = std::move(queue_.front());
+    queue_.pop_front();
+    hold.unlock();
+    work();
+    hold.lock();
+  }
+}
+
+}  // namespace sorvane

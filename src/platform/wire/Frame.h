@@ -1,0 +1,44 @@
+// The frame around a message on the wire: "SV", version, kind, length of the body.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "platform/wire/ByteBuffer.h"
+
+namespace sorvane {
+
+/// Kinds of frame.
+enum class FrameKind : std::uint8_t {
+  none = 0,  ///< no dictionary: the reply of a handler that returned nil
+  dictionary = 1,
+};
+
+inline constexpr std::size_t kFrameHeaderBytes = 8;
+/// Largest body of a reply that a client accepts, bytes.
+inline constexpr std::size_t kMaximumReplyBytes = std::size_t{64} << 20;
+
+/// What the bytes at hand are.
+struct FrameHeader {
+  const char* fault = nullptr;  ///< why this cannot be a frame (a static text), or null
+  bool complete = false;        ///< the header's eight bytes are all there
+  FrameKind kind = FrameKind::none;
+  std::size_t bodyBytes = 0;
+};
+
+/// Reads the header at the start of `bytes`, as far as it is there; a fault is told at the first
+/// byte that shows it. A body above `maximumBodyBytes` is a fault.
+[[nodiscard]] FrameHeader readFrameHeader(std::string_view bytes, std::size_t maximumBodyBytes);
+
+/// Appends the header of a dictionary whose length is not known yet; answers where the frame
+/// begins.
+[[nodiscard]] std::size_t beginFrame(ByteBuffer& buffer);
+/// Puts the length of what was appended since into the header at `begin`.
+void endFrame(ByteBuffer& buffer, std::size_t begin);
+/// Appends a whole frame with that body.
+void appendFrame(ByteBuffer& buffer, std::string_view body);
+/// Appends the frame of "no dictionary".
+void appendEmptyFrame(ByteBuffer& buffer);
+
+}  // namespace sorvane

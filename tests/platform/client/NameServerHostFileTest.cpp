@@ -1,0 +1,122 @@
+#include <optional>
+#include <string>
+
+#include "platform/NetConnection.h"
+#include "platform/Settings.h"
+#include "platform/VNHost.h"
+#include "platform/client/FakeResolver.h"
+#include "support/Program.h"
+#include "support/ScriptedPeer.h"
+#include "support/TestFiles.h"
+#include "support/WireBytes.h"
+
+namespace sorvane::test {
+namespace {
+
+/// A host file of its own, and a name server on this host that answers pings: it must never be
+/// taken for one on another computer.
+class NameServerHostFile : public testing::Test {
+ protected:
+  NameServerHostFile() {
+    Settings settings;
+    settings.basePort = nameServer_.port();
+    settings.nameServerHostFile = file().string();
+    settings.hostName = "hosta.example.test";
+    settings.aliases = {{"10.0.0.5", "outside"}};
+    Settings::replaceForTest(settings);
+    VNHost::resetForTest();
+  }
+  ~NameServerHostFile() override {
+    Settings::replaceForTest(Settings());
+    VNHost::resetForTest();
+  }
+
+  [[nodiscard]] std::filesystem::path file() const { return folder_ / "SorvNameServerHost"; }
+
+  bool search() {
+    NetConnection connection;
+    found_ = false;
+    return NetConnection::hostFileSearchForNameServer(connection, &found_);
+  }
+
+  [[nodiscard]] int connections() const { return nameServer_.connections(); }
+
+  bool found_ = false;
+
+ private:
+  TemporaryFolder folder_;
+  ScriptedPeer nameServer_{[](PeerConnection& client) {
+    while (client.receiveRequest()) {
+      client.send(frameOfBody(""));
+    }
+  }};
+};
+
+TEST_F(NameServerHostFile, PathIsThatOfTheSettings) {
+  EXPECT_EQ(NetConnection::nameserverHostFilePath(), file().string());
+}
+
+TEST_F(NameServerHostFile, ThatIsMissingNamesNobody) {
+  EXPECT_FALSE(search());
+  EXPECT_FALSE(found_);
+}
+
+TEST_F(NameServerHostFile, WithoutAHostNamesNobody) {
+  for (const char* text : {"", "\n\n", "# hostb\n", "  \t\n   # hostb\n#\n", "\r\n"}) {
+    writeFile(file(), text);
+    EXPECT_FALSE(search()) << text;
+    EXPECT_TRUE(found_) << text;
+  }
+  EXPECT_EQ(connections(), 0);
+}
+
+TEST_F(NameServerHostFile, ThatNamesThisHostIsNotAsked) {
+  for (const char* text :
+       {"hosta.example.test", "hosta", "localhost", "127.0.0.1", "127.0.0.2", "::1",
+        "# the server\n\n  127.0.0.1   # this one\nhostb\n", "127.0.0.1\r\n"}) {
+    writeFile(file(), text);
+    EXPECT_FALSE(search()) << text;
+    EXPECT_TRUE(found_) << text;
+  }
+  EXPECT_EQ(connections(), 0);
+}
+
+TEST_F(NameServerHostFile, ThatNamesThisHostUnderANameOfTheResolversAloneNamesThisHost) {
+  resolveAs("alias.test", {"127.0.0.1"});
+  writeFile(file(), "alias.test\n");
+  EXPECT_FALSE(search());
+}
+
+TEST_F(NameServerHostFile, UsesTheFirstWordOfTheFirstLineThatHasOne) {
+  resolveAs("first.test", {"127.0.0.1"});
+  writeFile(file(), "# comment\n\n \tfirst.test second.test\nthird.test\n");
+  EXPECT_FALSE(search());
+  EXPECT_TRUE(waitUntil([this] { return connections() == 1; })) << "first.test was not tried";
+}
+
+TEST_F(NameServerHostFile, ThatNamesAnUnknownHostNamesNobody) {
+  resolveAs("nowhere.test", {});
+  writeFile(file(), "nowhere.test\n");
+  EXPECT_FALSE(search());
+  EXPECT_TRUE(found_);
+}
+
+TEST_F(NameServerHostFile, ThatIsNoFileNamesNobody) {
+  std::filesystem::create_directory(file());
+  EXPECT_FALSE(search());
+  EXPECT_TRUE(found_);
+}
+
+TEST_F(NameServerHostFile, MayBeSearchedWithoutAskingWhetherItIsThere) {
+  NetConnection connection;
+  EXPECT_FALSE(NetConnection::hostFileSearchForNameServer(connection, nullptr));
+}
+
+TEST_F(NameServerHostFile, AliasesAreThoseOfTheSettings) {
+  EXPECT_EQ(NetConnection::aliasForAdress("10.0.0.5"), "outside");
+  EXPECT_EQ(NetConnection::aliasForAdress("10.0.0.50"), std::nullopt);
+  EXPECT_EQ(NetConnection::aliasForAdress(""), std::nullopt);
+}
+
+}  // namespace
+}  // namespace sorvane::test

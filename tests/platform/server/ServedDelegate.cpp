@@ -1,0 +1,151 @@
+#include "platform/server/ServedDelegate.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/Console.h"
+#include "platform/NSException.h"
+#include "platform/VNHost.h"
+
+namespace sorvane::test {
+namespace {
+
+/// What a connection is doing: one operation at a time, in the order start, deliveries, end.
+struct Tracker {
+  std::atomic<int> inside{0};
+  bool ended = false;
+};
+
+std::mutex linesMutex;
+std::vector<std::string> lines;  // guarded by linesMutex
+
+}  // namespace
+
+void ScriptedDelegate::startCommunication(NetConnection& connection) {
+  if (connection.context<Tracker>() != nullptr) {
+    ++overlaps;
+  }
+  connection.setContextObject(std::make_shared<Tracker>());
+  ++started;
+}
+
+std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& request,
+                                                             NetConnection& sender,
+                                                             Turn& /*turn*/) {
+  if (request.contains("wait") || request.contains("raise")) {
+    return std::nullopt;
+  }
+  if (request.contains("stop")) {
+    waitAtGate();
+  }
+  return answer(request, sender);
+}
+
+Reply ScriptedDelegate::deliverCommunication(const Message& request, NetConnection& sender) {
+  if (request.contains("wait")) {
+    waitAtGate();
+  }
+  return answer(request, sender);
+}
+
+Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
+  auto* const tracker = sender.context<Tracker>();
+  if (tracker == nullptr || tracker->ended || tracker->inside.exchange(1) != 0) {
+    ++overlaps;
+    return Reply::none();
+  }
+  const int deliveredBefore = delivered++;
+  tracker->inside = 0;
+  if (request.contains("raise")) {
+    (void)sender.replyWriter().text("half", "written");
+    throw NSException("raised");
+  }
+  if (request.contains("raiseOther")) {
+    throw std::runtime_error("what no command may raise");
+  }
+  if (request.contains("nil")) {
+    sender.replyWriter().text("half", "written");
+    return Reply::none();
+  }
+  if (request.contains("echo") || request.contains("wait")) {
+    return Reply::request();
+  }
+  if (request.contains("count")) {
+    sender.replyWriter().text("result", std::to_string(deliveredBefore));
+  }
+  if (const auto bytes = request.text("big")) {
+    sender.replyWriter().data("data", std::string(std::stoul(std::string(*bytes)), 'x'));
+  }
+  return Reply::dictionary();
+}
+
+void ScriptedDelegate::waitAtGate() {
+  std::unique_lock<std::mutex> hold(mutex_);
+  ++atGate_;
+  changed_.notify_all();
+  changed_.wait(hold, [this] { return gateIsOpen_; });
+}
+
+void ScriptedDelegate::endCommunication(NetConnection& connection) {
+  auto* const tracker = connection.context<Tracker>();
+  if (tracker == nullptr || tracker->inside != 0 || std::exchange(tracker->ended, true)) {
+    ++overlaps;
+  }
+  ++ended;
+}
+
+void ScriptedDelegate::openGate() {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  gateIsOpen_ = true;
+  changed_.notify_all();
+}
+
+bool ScriptedDelegate::arriveAtGate(int requests) {
+  std::unique_lock<std::mutex> hold(mutex_);
+  return changed_.wait_for(hold, kPatience, [&] { return atGate_ >= requests; });
+}
+
+ServedDelegate::ServedDelegate(Settings settings) : delegate_(new ScriptedDelegate) {
+  settings.localAccessOnly = true;
+  Settings::replaceForTest(settings);
+  VNHost::resetForTest();
+  int socket = -1;
+  for (port_ = 20000 + getpid() % 20000; socket < 0; ++port_) {
+    socket = NetConnection::createServerSocketForPort(port_);
+  }
+  --port_;
+  std::thread([socket, delegate = delegate_] {
+    NetConnection::runServerForSocket(socket, *delegate);
+  }).detach();
+}
+
+ConsoleLines::ConsoleLines() {
+  setConsoleSink([](std::string_view line) {
+    const std::lock_guard<std::mutex> hold(linesMutex);
+    lines.emplace_back(line);
+  });
+}
+
+ConsoleLines::~ConsoleLines() {
+  setConsoleSink(nullptr);
+  const std::lock_guard<std::mutex> hold(linesMutex);
+  lines.clear();
+}
+
+int ConsoleLines::count(const std::string& text) const {
+  const std::lock_guard<std::mutex> hold(linesMutex);
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.find(text) != std::string::npos;
+  }));
+}
+
+bool ConsoleLines::hold(const std::string& text) const {
+  return waitUntil([&] { return count(text) > 0; });
+}
+
+}  // namespace sorvane::test
