@@ -42,7 +42,7 @@ Reply InfoserverController::deliverCommunication(const Message& request, NetConn
     if (verboseMode_) {
       consoleLine("An exception was detected.\n");
     }
-    return Reply::dictionary();
+    return Reply::written();
   }
 }
 
@@ -51,7 +51,9 @@ Reply InfoserverController::deliverLockedCommunication(const Message& request,
   if (PortDescriptor* record = sender.context<PortDescriptor>()) {
     record->createInfo();
   }
-  return handlePreferenceRequest({*userPreferences_, request, sender, verboseMode_});
+  PreferenceRequest preferenceRequest{*userPreferences_, request, sender.replyWriter(),
+                                      verboseMode_};
+  return handlePreferenceRequest(preferenceRequest);
 }
 
 void InfoserverController::endCommunication(NetConnection& connection) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/Ascii.h"
 #include "platform/Console.h"
 
 namespace sorvane {
@@ -19,13 +20,13 @@ constexpr std::string_view kKey = "key";
 constexpr std::array<std::string_view, 4> kSettings = {"changePreferences", "startDatabases",
                                                        "loginDisplay", "databases"};
 
-Reply result(const PreferenceRequest& request, std::string_view word) {
-  request.sender.replyWriter().text("result", word);
-  return Reply::dictionary();
+Reply result(PreferenceRequest& request, std::string_view word) {
+  request.reply.text("result", word);
+  return Reply::written();
 }
 
 /// Stores an entry. A file that cannot be written changes nothing for the client.
-Reply store(const PreferenceRequest& request, std::string_view key, PropertyList entry) {
+Reply store(PreferenceRequest& request, std::string_view key, PropertyList entry) {
   const std::error_code error = request.preferences.set(key, std::move(entry));
   if (error && request.verbose) {
     consoleLine("The preferences could not be written: " + error.message());
@@ -36,7 +37,7 @@ Reply store(const PreferenceRequest& request, std::string_view key, PropertyList
 /// Kept on purpose: the setting is asked for its bytes, and the string that
 /// "set_userpreferences_key" stores has none to give, so that this raises once something is stored.
 /// Only data, which nobody but an editor of the file can have put there, is answered.
-Reply getPreferencesKey(const PreferenceRequest& request) {
+Reply getPreferencesKey(PreferenceRequest& request) {
   if (!request.message.contains(kKey)) {
     return Reply::none();
   }
@@ -54,14 +55,14 @@ Reply getPreferencesKey(const PreferenceRequest& request) {
   return result(request, *text);
 }
 
-Reply setPreferencesKey(const PreferenceRequest& request) {
+Reply setPreferencesKey(PreferenceRequest& request) {
   if (!request.message.contains(kKey)) {
     return Reply::none();
   }
   return store(request, kKey, std::string(request.message.requiredText(kKey)));
 }
 
-Reply setPreferences(const PreferenceRequest& request) {
+Reply setPreferences(PreferenceRequest& request) {
   if (!request.message.contains(kKey)) {
     return Reply::none();
   }
@@ -75,7 +76,7 @@ Reply setPreferences(const PreferenceRequest& request) {
   return store(request, key, std::move(entry));
 }
 
-Reply getPreferences(const PreferenceRequest& request) {
+Reply getPreferences(PreferenceRequest& request) {
   if (!request.message.contains(kKey)) {
     return Reply::none();
   }
@@ -100,13 +101,12 @@ Reply getPreferences(const PreferenceRequest& request) {
       throw NSException("a setting of the preference entry is no string");
     }
   }
-  MessageWriter reply = request.sender.replyWriter();
   for (std::size_t i = 0; i < kSettings.size(); ++i) {
     if (values[i] != nullptr) {
-      reply.text(kSettings[i], *values[i]);
+      request.reply.text(kSettings[i], *values[i]);
     }
   }
-  return Reply::dictionary();
+  return Reply::written();
 }
 
 constexpr std::array<PreferenceCommand, 4> kCommands = {{
@@ -116,20 +116,11 @@ constexpr std::array<PreferenceCommand, 4> kCommands = {{
     {"get_userpreferences", getPreferences},
 }};
 
-constexpr char lowerCase(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-bool equalIgnoringCase(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char a, char b) { return lowerCase(a) == lowerCase(b); });
-}
-
 }  // namespace
 
 std::span<const PreferenceCommand> preferenceCommands() { return kCommands; }
 
-Reply handlePreferenceRequest(const PreferenceRequest& request) {
+Reply handlePreferenceRequest(PreferenceRequest& request) {
   if (const std::optional<std::string_view> action = request.message.text("action")) {
     for (const PreferenceCommand& command : kCommands) {
       if (equalIgnoringCase(*action, command.word)) {
@@ -137,7 +128,7 @@ Reply handlePreferenceRequest(const PreferenceRequest& request) {
       }
     }
   }
-  return Reply::dictionary();
+  return Reply::written();
 }
 
 }  // namespace sorvane

@@ -6,7 +6,7 @@
 
 #include "infoserver/PreferenceStore.h"
 #include "platform/Message.h"
-#include "platform/NetConnection.h"
+#include "platform/Reply.h"
 
 namespace sorvane {
 
@@ -14,8 +14,8 @@ namespace sorvane {
 struct PreferenceRequest {
   PreferenceStore& preferences;
   const Message& message;
-  NetConnection& sender;  ///< the reply is written with its `replyWriter`
-  bool verbose;           ///< failed writes of the file are told to the console
+  MessageWriter reply;
+  bool verbose;  ///< write failures of the file to the console
 };
 
 /// A command: its word in "action", compared ignoring the case of ASCII letters, and what it does.
@@ -23,7 +23,7 @@ struct PreferenceRequest {
 /// changed and nothing written to the reply.
 struct PreferenceCommand {
   std::string_view word;
-  Reply (*handle)(const PreferenceRequest& request);
+  Reply (*handle)(PreferenceRequest& request);
 };
 
 /// All commands, in the order in which their words are tested.
@@ -31,6 +31,6 @@ struct PreferenceCommand {
 
 /// Handles the request with the command that its "action" names. Any other word, and a request
 /// without one, is answered with an empty dictionary. The info server's lock must be held.
-Reply handlePreferenceRequest(const PreferenceRequest& request);
+Reply handlePreferenceRequest(PreferenceRequest& request);
 
 }  // namespace sorvane

@@ -5,15 +5,18 @@
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
+#include "registry/ConnectionEnd.h"
 #include "registry/Dispatch.h"
 
 namespace sorvane {
 namespace {
 
+constexpr std::string_view kPing = "ping";
+
 // About two microseconds: a command of the common kind is over by then.
 constexpr int kTriesWithoutWaiting = 100;
 
-bool lockSoon(VNThreadLock& lock, Turn& turn) {
+bool tryLockBriefly(VNThreadLock& lock, Turn& turn) {
   if (turn.holds(lock)) {
     return true;
   }
@@ -36,8 +39,8 @@ constexpr ServerServices kServices{
 
 }  // namespace
 
-CommandContext sorvkeyController::context(const RequestKeys& keys, NetConnection& sender) {
-  return {registry_, keys, sender, kServices, sorvkey_verbose != 0};
+CommandContext sorvkeyController::context(const Message& request, NetConnection& sender) {
+  return {registry_, request, sender, sender.replyWriter(), host_, kServices, sorvkey_verbose != 0};
 }
 
 void sorvkeyController::startCommunication(NetConnection& connection) {
@@ -46,20 +49,19 @@ void sorvkeyController::startCommunication(NetConnection& connection) {
 
 std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& request,
                                                               NetConnection& sender, Turn& turn) {
-  const RequestKeys keys(request);
-  if (keys.holds(Key::ping)) {
-    return Reply::dictionary();
+  if (request.contains(kPing)) {
+    return Reply::written();
   }
-  CommandContext command = context(keys, sender);
-  const DispatchRule& rule = ruleFor(keys);
-  if (rule.mayWait(command) || !lockSoon(serverLock_, turn)) {
+  CommandContext command = context(request, sender);
+  const DispatchRule& rule = ruleFor(request);
+  if (rule.mayWait(command) || !tryLockBriefly(serverLock_, turn)) {
     return std::nullopt;
   }
   try {
     return rule.carryOut(command).reply();
   } catch (const NSException&) {
-    // A command raises before it changes anything, so it can be delivered a second time; reporting
-    // it may wait for a console and a disk.
+    // A command that raises has changed nothing, so it can be delivered a second time. Reporting it
+    // may wait for a console and a disk.
     return std::nullopt;
   }
 }
@@ -67,8 +69,8 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
 // The lock is released by hand: an exception of a foreign class passes on with the lock held, on
 // purpose, and the framework ends the process.
 Reply sorvkeyController::deliverCommunication(const Message& request, NetConnection& sender) {
-  if (request.contains("ping")) {
-    return Reply::dictionary();
+  if (request.contains(kPing)) {
+    return Reply::written();
   }
   Reply reply = Reply::none();
   serverLock_.lock();
@@ -86,9 +88,8 @@ Reply sorvkeyController::deliverCommunication(const Message& request, NetConnect
 }
 
 Reply sorvkeyController::deliverCommunicationLocked(const Message& request, NetConnection& sender) {
-  const RequestKeys keys(request);
-  CommandContext command = context(keys, sender);
-  const Outcome outcome = ruleFor(keys).carryOut(command);
+  CommandContext command = context(request, sender);
+  const Outcome outcome = ruleFor(request).carryOut(command);
   switch (outcome.kind()) {
     case Outcome::Kind::reply:
       break;
@@ -103,36 +104,12 @@ Reply sorvkeyController::deliverCommunicationLocked(const Message& request, NetC
 
 void sorvkeyController::endCommunication(NetConnection& connection) {
   const auto record = connection.contextObject<PortDescriptor>();
-  if (record != nullptr) {
-    registry_.watchingPortsList().remove(*record);
+  if (const auto removedHost = endConnection(registry_, record.get())) {
+    NetConnection::performWaiting(
+        [line = "REMOVE HOST " + *removedHost + " \n"] { sorvkeyController::logMessage(line); });
   }
-  registry_.stampTime();
-  if (record != nullptr) {
-    forgetPort(*record);
-    forgetLauncher(*record);
-  }
-  registry_.setWatchToDirty();
   if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
     infoserver_->endCommunication(connection);
-  }
-}
-
-// By name alone, on purpose: an entry that another connection has put there since goes, too.
-void sorvkeyController::forgetPort(const PortDescriptor& record) {
-  if (record.portKey() && record.portName()) {
-    registry_.removePort(*record.portName());
-  }
-}
-
-void sorvkeyController::forgetLauncher(const PortDescriptor& record) {
-  if (record.portName() != "sorvexec") {
-    return;
-  }
-  std::string key =
-      joinedKey(record.portHost().value_or(""), record.portHostAddress().value_or(""));
-  if (registry_.with([&](RegistryState& state) { return state.hosts.remove(key); })) {
-    NetConnection::performWaiting(
-        [line = "REMOVE HOST " + key + " \n"] { sorvkeyController::logMessage(line); });
   }
 }
 

@@ -3,17 +3,27 @@
 #include <atomic>
 
 #include "daemon/Log.h"
+#include "platform/VNHost.h"
 
 namespace sorvane {
 namespace {
 
 std::atomic<sorvkeyController*> instance = nullptr;
 
+HostFacts factsOf(const VNHost& host) {
+  return {.name = host.name(),
+          .address = host.address(),
+          .ethernetAddress = host.ethernetAddress(),
+          .hasOnlyLoopbackAddress = host.address() == "127.0.0.1" && !host.isDynamic(),
+          .basePort = NetConnection::basePortNumber(),
+          .aliasOf = NetConnection::aliasForAdress};
+}
+
 }  // namespace
 
 int sorvkey_verbose = 0;
 
-sorvkeyController::sorvkeyController() {
+sorvkeyController::sorvkeyController() : host_(factsOf(VNHost::currentHost())) {
   instance = this;
   openLog();
 }

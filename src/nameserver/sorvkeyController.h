@@ -127,10 +127,10 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   [[nodiscard]] int openServerSocket();
 
  private:
-  [[nodiscard]] CommandContext context(const RequestKeys& keys, NetConnection& sender);
-  void forgetPort(const PortDescriptor& record);
-  void forgetLauncher(const PortDescriptor& record);
+  [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender);
 
+  // Constant after construction.
+  const HostFacts host_;
   // Protecting themselves.
   Registry registry_;
   VNThreadLock serverLock_;

@@ -168,15 +168,6 @@ const char* Message::readBody(std::string_view body) {
   return nullptr;
 }
 
-const MessageEntry* Message::find(std::string_view key) const {
-  for (const MessageEntry& entry : entries_) {
-    if (entry.key == key) {
-      return &entry;
-    }
-  }
-  return nullptr;
-}
-
 std::optional<std::string_view> Message::data(std::string_view key) const {
   const MessageEntry* const entry = find(key);
   return entry == nullptr ? std::nullopt : std::optional(entry->value);
@@ -187,15 +178,8 @@ std::optional<std::string_view> Message::text(std::string_view key) const {
   return entry == nullptr ? std::nullopt : textOfValue(entry->value);
 }
 
-std::string_view Message::requiredText(std::string_view key) const {
-  const MessageEntry* const entry = find(key);
-  if (entry == nullptr) {
-    throw NSException("\"" + std::string(key) + "\" is missing");
-  }
-  if (const auto text = textOfValue(entry->value)) {
-    return *text;
-  }
-  throw NSException("\"" + std::string(key) + "\" holds no text");
+void Message::raiseNoText(std::string_view key, bool isMissing) {
+  throw NSException("\"" + std::string(key) + (isMissing ? "\" is missing" : "\" holds no text"));
 }
 
 std::string Message::description() const {

@@ -101,12 +101,24 @@ class Message {
   [[nodiscard]] std::optional<std::string_view> text(std::string_view key) const;
   /// The text under a key that a command needs. Raises NSException when it is missing or no text.
   [[nodiscard]] std::string_view requiredText(std::string_view key) const;
+  /// The text under a key that may be left out: nothing when the key is missing. Raises NSException
+  /// when its value is no text.
+  [[nodiscard]] std::optional<std::string_view> optionalText(std::string_view key) const;
 
   /// The message as text, a property list of its values: texts as strings, other bytes as data.
   [[nodiscard]] std::string description() const;
 
  private:
-  [[nodiscard]] const MessageEntry* find(std::string_view key) const;
+  // Inline, so that a search for a constant key compares without a call.
+  [[nodiscard]] const MessageEntry* find(std::string_view key) const {
+    for (const MessageEntry& entry : entries_) {
+      if (entry.key == key) {
+        return &entry;
+      }
+    }
+    return nullptr;
+  }
+  [[noreturn]] static void raiseNoText(std::string_view key, bool isMissing);
   Message& set(std::string_view key, std::string_view value, bool terminated);
   /// Makes the entries, which point into bytes at `before`, point at the same places of `owned_`.
   void viewOwned(const char* before);
@@ -129,6 +141,20 @@ class Message {
     }
   }
   return textOfUnusualValue(bytes);
+}
+
+inline std::string_view Message::requiredText(std::string_view key) const {
+  const MessageEntry* const entry = find(key);
+  if (entry != nullptr) {
+    if (const auto text = textOfValue(entry->value)) {
+      return *text;
+    }
+  }
+  raiseNoText(key, entry == nullptr);
+}
+
+inline std::optional<std::string_view> Message::optionalText(std::string_view key) const {
+  return contains(key) ? std::optional(requiredText(key)) : std::nullopt;
 }
 
 }  // namespace sorvane

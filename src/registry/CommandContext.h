@@ -1,53 +1,60 @@
-// What a command has at hand.
+// What a command works with.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "platform/NSException.h"
 #include "platform/NetConnection.h"
+#include "registry/HostFacts.h"
 #include "registry/Outcome.h"
 #include "registry/Registry.h"
-#include "registry/RequestKeys.h"
 
 namespace sorvane {
 
 /// What the commands need of the program around them. Made once.
 struct ServerServices {
-  void (*log)(std::string_view line);      ///< one line of the log; may wait for the disk
+  void (*log)(std::string_view line);      ///< writes one line to the log; may wait for the disk
   const std::string& (*sorvaneVersion)();  ///< the product's version text
   const std::string& (*platformName)();    ///< the operating system's version text
 };
 
-/// One request being carried out, with `serverLock` held.
+/// One request that is being carried out, with `serverLock` held.
 struct CommandContext {
   Registry& registry;
-  const RequestKeys& request;
-  NetConnection& sender;
+  const Message& request;
+  const NetConnection& sender;
+  MessageWriter reply;  ///< writes the reply; a command that raises has written nothing
+  const HostFacts& host;
   const ServerServices& services;
   const bool verbose;  ///< some commands then log what they do
 
-  /// The sender's record. Raises NSException when its connection was never opened.
+  /// Returns the sender's record. Raises NSException when its connection was never opened.
   [[nodiscard]] PortDescriptor& record() const {
     if (auto* const record = sender.context<PortDescriptor>()) {
       return *record;
     }
     throw NSException("the sender has no port record");
   }
+  /// Returns the sender's record with a share in it.
+  [[nodiscard]] std::shared_ptr<PortDescriptor> sharedRecord() const {
+    return sender.contextObject<PortDescriptor>();
+  }
 
-  /// The reply {"result": text}.
-  [[nodiscard]] Outcome result(std::string_view text) const {
-    sender.replyWriter().text("result", text);
-    return Outcome::dictionary();
+  /// Writes the reply {"result": text}.
+  Reply result(std::string_view text) {
+    reply.text("result", text);
+    return Reply::written();
   }
 };
 
-/// A command: reads its values first (which may raise NSException), then changes the registry, then
-/// writes its reply.
+/// A command reads its values first, which may raise NSException, then changes the registry, then
+/// writes its reply. A command that raises has changed nothing, so it can be delivered twice.
 using Command = Outcome (*)(CommandContext& context);
 
-/// True when carrying the request out may have to wait for a disk, a console or much work. Takes no
-/// `serverLock`.
+/// Returns true when the command may have to wait for a disk or a console, or has much work to do.
+/// Called without `serverLock`.
 using MayWait = bool (*)(const CommandContext& context);
 
 }  // namespace sorvane

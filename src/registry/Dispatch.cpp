@@ -1,7 +1,11 @@
 #include "registry/Dispatch.h"
 
+#include <algorithm>
+
+#include "platform/Ascii.h"
 #include "registry/HostCommands.h"
 #include "registry/PortCommands.h"
+#include "registry/RequestKeys.h"
 #include "registry/StateCommands.h"
 #include "registry/WatchCommands.h"
 
@@ -12,41 +16,53 @@ bool never(const CommandContext& /*context*/) { return false; }
 bool always(const CommandContext& /*context*/) { return true; }
 Outcome infoServer(CommandContext& /*context*/) { return Outcome::notRecognised(); }
 
-constexpr KeySet kAny = 0;
-constexpr Word kNoWord = Word::none;
-constexpr KeySet kNewPortKeys = keySet(Key::newPort, Key::portHost, Key::portName, Key::portType);
+using Keys = std::array<std::string_view, 4>;
+constexpr Keys kNewPortKeys = {key::newPort, key::portHost, key::portName, key::portType};
 
-// The order is part of the protocol: a request that fits several rules belongs to the first.
+// The order is part of the protocol: the first row that matches a request applies to it.
 // clang-format off
 constexpr DispatchRule kRules[] = {
-    // keys present                 action                     command              may wait
-    {keySet(Key::reconnectPort),    kNoWord,                   reconnectPort,       never},
-    {keySet(Key::findPort),         kNoWord,                   findPort,            findPortMayWait},
-    {keySet(Key::acceptPort),       kNoWord,                   acceptPort,          never},
-    {keySet(Key::terminate),        kNoWord,                   terminate,           always},
-    {kAny,                          Word::restart,             restart,             always},
-    {kNewPortKeys,                  kNoWord,                   newPort,             never},
-    {kAny,                          Word::needsRefresh,        needsRefresh,        never},
-    {kAny,                          Word::setAlertState,       setAlertState,       never},
-    {kAny,                          Word::setDatabaseState,    setDatabaseState,    never},
-    {kAny,                          Word::databaseStates,      databaseStates,      databaseStatesMayWait},
-    {kAny,                          Word::watchPortChanges,    watchPortChanges,    never},
-    {kAny,                          Word::didPortsChange,      didPortsChange,      never},
-    {kAny,                          Word::changeTimestamp,     changeTimestamp,     never},
-    {kAny,                          Word::sorvexecConnectHost, sorvexecConnectHost, always},
-    {kAny,                          Word::hostInfo,            hostInfo,            always},
-    {kAny,                          Word::hostList,            hostList,            never},
-    {kAny,                          kNoWord,                   infoServer,          always},
+    // keys                action                 command              may wait
+    {{key::reconnectPort}, "",                    reconnectPort,       never},
+    {{key::findPort},      "",                    findPort,            findPortMayWait},
+    {{key::acceptPort},    "",                    acceptPort,          never},
+    {{key::terminate},     "",                    terminate,           always},
+    {{},                   "restart",             restart,             always},
+    {kNewPortKeys,         "",                    newPort,             never},
+    {{},                   "needsRefresh",        needsRefresh,        never},
+    {{},                   "setAlertState",       setAlertState,       never},
+    {{},                   "setDatabaseState",    setDatabaseState,    never},
+    {{},                   "databaseStates",      databaseStates,      databaseStatesMayWait},
+    {{},                   "watchPortChanges",    watchPortChanges,    never},
+    {{},                   "didPortsChange",      didPortsChange,      never},
+    {{},                   "changeTimestamp",     changeTimestamp,     never},
+    {{},                   "sorvexecConnectHost", sorvexecConnectHost, always},
+    {{},                   "hostInfo",            hostInfo,            always},
+    {{},                   "hostList",            hostList,            never},
+    {{},                   "",                    infoServer,          always},
 };
 // clang-format on
+
+bool hasAll(const Message& request, const Keys& keys) {
+  return std::all_of(keys.begin(), keys.end(),
+                     [&](std::string_view key) { return key.empty() || request.contains(key); });
+}
+
+// An action is ASCII, so a value that is no text equals none of them.
+std::string_view actionOf(const Message& request) {
+  const std::string_view value = request.data("action").value_or("");
+  return value.substr(0, value.find('\0'));
+}
 
 }  // namespace
 
 std::span<const DispatchRule> dispatchRules() { return kRules; }
 
-const DispatchRule& ruleFor(const RequestKeys& request) {
+const DispatchRule& ruleFor(const Message& request) {
+  const std::string_view action = actionOf(request);
   const DispatchRule* rule = kRules;
-  while (!rule->matches(request)) {
+  while (!hasAll(request, rule->keys) ||
+         (!rule->action.empty() && !equalIgnoringCase(rule->action, action))) {
     ++rule;
   }
   return *rule;

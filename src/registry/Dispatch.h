@@ -1,28 +1,29 @@
 // The order in which requests are recognised.
 #pragma once
 
+#include <array>
 #include <span>
+#include <string_view>
 
 #include "registry/CommandContext.h"
 
 namespace sorvane {
 
-/// One rule: which requests it takes, and what they cause.
+/// One row of the dispatch table: which requests it matches, and the command that carries them out.
 struct DispatchRule {
-  KeySet keys;  ///< all of these must be present, whatever their values
-  Word action;  ///< the command word, or `Word::none` for any request
+  /// A request must have all of them, whatever their values. Unused places are empty.
+  std::array<std::string_view, 4> keys;
+  /// The text of "action" must be this, in any letter case. Empty for a row that does not ask.
+  std::string_view action;
   Command carryOut;
   MayWait mayWait;
-
-  [[nodiscard]] bool matches(const RequestKeys& request) const {
-    return request.holds(keys) && (action == Word::none || action == request.action());
-  }
 };
 
-/// All rules; the first that matches a request is its own. The last one matches any.
+/// Returns all rules in their order. The first rule that matches a request applies to it; the last
+/// rule matches every request.
 [[nodiscard]] std::span<const DispatchRule> dispatchRules();
 
-/// The rule of a request.
-[[nodiscard]] const DispatchRule& ruleFor(const RequestKeys& request);
+/// Returns the rule that applies to a request.
+[[nodiscard]] const DispatchRule& ruleFor(const Message& request);
 
 }  // namespace sorvane

@@ -3,10 +3,20 @@
 #include <string>
 
 #include "platform/Console.h"
-#include "platform/VNHost.h"
-#include "registry/LocalOnly.h"
+#include "registry/RequestKeys.h"
 
 namespace sorvane {
+namespace {
+
+constexpr std::string_view kHostName = "hostName";
+constexpr std::string_view kEthernetAddress = "ethernetAddress";
+
+// The requester's own address; the empty text when the request does not carry it.
+std::string_view hostAddress(const Message& request) {
+  return request.optionalText("hostAddress").value_or("");
+}
+
+}  // namespace
 
 Outcome terminate(CommandContext& /*context*/) {
   return Outcome::endProcess("sorvinfo was asked to terminate.");
@@ -17,18 +27,18 @@ Outcome restart(CommandContext& /*context*/) {
 }
 
 Outcome sorvexecConnectHost(CommandContext& context) {
-  const RequestKeys& request = context.request;
-  if (!request.holds(keySet(Key::hostName, Key::portHostAddress))) {
-    return Outcome::noReply();
+  const Message& request = context.request;
+  if (!request.contains(kHostName) || !request.contains(key::portHostAddress)) {
+    return Reply::none();
   }
-  if (!request.holds(Key::ethernetAddress)) {
+  if (!request.contains(kEthernetAddress)) {
     consoleLine("ethernetAddress missing from sorvexec communication");
     return context.result("failed");
   }
-  (void)request.requiredText(Key::hostName);
-  (void)request.requiredText(Key::portHostAddress);
-  const std::string_view theirs = request.requiredText(Key::ethernetAddress);
-  const std::string& ours = VNHost::currentHost().ethernetAddress();
+  (void)request.requiredText(kHostName);
+  (void)request.requiredText(key::portHostAddress);
+  const std::string_view theirs = request.requiredText(kEthernetAddress);
+  const std::string& ours = context.host.ethernetAddress;
   if (theirs == ours) {
     // Deliberately the loopback names: what the launcher says about itself is read and dropped.
     context.registry.with(
@@ -43,22 +53,21 @@ Outcome sorvexecConnectHost(CommandContext& context) {
 }
 
 Outcome hostInfo(CommandContext& context) {
-  const std::string_view address = context.request.optionalText(Key::hostAddress).value_or("");
+  const std::string_view address = hostAddress(context.request);
   context.registry.with([](RegistryState& state) { state.hosts.createHostList(); });
-  const VNHost& host = VNHost::currentHost();
-  if (isLocalOnlyHost(host) && !isLoopbackName(address)) {
+  const HostFacts& host = context.host;
+  if (host.hasOnlyLoopbackAddress && !isLoopbackName(address)) {
     return context.result("local only");
   }
-  return context.result(host.name() + "|" + host.ethernetAddress() + "|" + host.address() + "|" +
+  return context.result(host.name + "|" + host.ethernetAddress + "|" + host.address + "|" +
                         context.services.sorvaneVersion() + "|" + context.services.platformName());
 }
 
 Outcome hostList(CommandContext& context) {
-  const std::string_view address = context.request.optionalText(Key::hostAddress).value_or("");
-  const bool alternate = NetConnection::aliasForAdress(address).has_value();
+  const bool hasAlias = context.host.aliasOf(hostAddress(context.request)).has_value();
   return context.result(context.registry.with([&](RegistryState& state) {
     state.hosts.createBoth();
-    return state.hosts.joined(alternate);
+    return state.hosts.joined(hasAlias);
   }));
 }
 

@@ -1,34 +1,31 @@
-// What a command decided. Acting on it is the controller's part.
+// What a command decided. The controller acts on it.
 #pragma once
 
 #include <cstdint>
 #include <string_view>
 
-#include "platform/NetConnection.h"
+#include "platform/Reply.h"
 
 namespace sorvane {
 
 class [[nodiscard]] Outcome {
  public:
   enum class Kind : std::uint8_t {
-    reply,          ///< `reply()` is the answer, which may be nil
+    reply,          ///< `reply()` goes to the sender
     notRecognised,  ///< no name server command: the info server's turn
-    endProcess,     ///< log `logLine()` and end the process; no answer
+    endProcess,     ///< log `logLine()` and end the process; nothing goes to the sender
   };
 
-  /// The dictionary that was written with the sender's `replyWriter`.
-  static Outcome dictionary() { return Outcome(Kind::reply, Reply::dictionary(), {}); }
-  /// The request itself, byte for byte.
-  static Outcome request() { return Outcome(Kind::reply, Reply::request(), {}); }
-  /// No dictionary at all.
-  static Outcome noReply() { return Outcome(Kind::reply, Reply::none(), {}); }
-  static Outcome notRecognised() { return Outcome(Kind::notRecognised, Reply::none(), {}); }
+  /// A reply; not explicit, so that a command returns `Reply::written()`.
+  Outcome(Reply reply) : Outcome(Kind::reply, reply, {}) {}
+  static Outcome notRecognised() { return {Kind::notRecognised, Reply::none(), {}}; }
   /// `logLine` is a constant.
   static Outcome endProcess(std::string_view logLine) {
-    return Outcome(Kind::endProcess, Reply::none(), logLine);
+    return {Kind::endProcess, Reply::none(), logLine};
   }
 
   [[nodiscard]] Kind kind() const { return kind_; }
+  /// Nil unless the kind is `reply`.
   [[nodiscard]] Reply reply() const { return reply_; }
   [[nodiscard]] std::string_view logLine() const { return logLine_; }
 

@@ -5,36 +5,35 @@
 #include <optional>
 #include <string>
 
+#include "platform/Ascii.h"
 #include "platform/Console.h"
-#include "platform/VNHost.h"
-#include "registry/LocalOnly.h"
+#include "registry/RequestKeys.h"
 
 namespace sorvane {
 namespace {
 
-// The longest number of 64 bits has 20 characters.
 struct DecimalText {
   explicit DecimalText(std::int64_t value)
       : text(digits, std::to_chars(digits, digits + sizeof digits, value).ptr - digits) {}
   DecimalText(const DecimalText&) = delete;
   DecimalText& operator=(const DecimalText&) = delete;
 
-  char digits[24];
+  char digits[24];  // the longest number of 64 bits has 20 characters
   const std::string_view text;
 };
 
 void enter(CommandContext& context, std::string_view name) {
-  context.registry.enterPort(name, context.sender.contextObject<PortDescriptor>());
+  context.registry.enterPort(name, context.sharedRecord());
   context.registry.setWatchToDirty();
 }
 
-// What both registering commands put on the record. An address that the request does not carry
+// What both registering commands set on the record. An address that the request does not carry
 // stays as it was.
-void fill(PortDescriptor& record, const RequestKeys& request, std::string_view name,
+void fill(PortDescriptor& record, const Message& request, std::string_view name,
           std::string_view host, std::string_view number, std::string_view type) {
-  const auto address = request.optionalText(Key::portHostAddress);
-  const std::string key = joinedKey(name, host);
-  record.setRegistration({.portKey = key,
+  const auto address = request.optionalText(key::portHostAddress);
+  const std::string portKey = joinedKey(name, host);
+  record.setRegistration({.portKey = portKey,
                           .portName = name,
                           .portHostAddress = address ? address : record.portHostAddress(),
                           .portHost = host,
@@ -42,26 +41,17 @@ void fill(PortDescriptor& record, const RequestKeys& request, std::string_view n
                           .portType = type});
 }
 
-// The address that "findPort" tests and gives back: the requester's own.
-std::string_view requesterAddress(const RequestKeys& request, std::string_view host) {
-  return request.optionalText(Key::portHostAddress).value_or(host);
-}
-
-bool isRefused(std::string_view address) {
-  return isLocalOnlyHost(VNHost::currentHost()) && !isLoopbackName(address);
-}
-
 }  // namespace
 
 Outcome newPort(CommandContext& context) {
-  const RequestKeys& request = context.request;
+  const Message& request = context.request;
   PortDescriptor& record = context.record();
-  const std::string_view host = request.requiredText(Key::portHost);
-  const std::string_view name = request.requiredText(Key::portName);
-  const std::string_view type = request.requiredText(Key::portType);
-  (void)request.optionalText(Key::portHostAddress);  // raises before a number is spent
+  const std::string_view host = request.requiredText(key::portHost);
+  const std::string_view name = request.requiredText(key::portName);
+  const std::string_view type = request.requiredText(key::portType);
+  (void)request.optionalText(key::portHostAddress);  // raises before a number is spent
 
-  const std::int64_t basePort = NetConnection::basePortNumber();
+  const std::int64_t basePort = context.host.basePort;
   const DecimalText number(equalIgnoringCase(name, "sorvexec")
                                ? basePort - 1
                                : context.registry.takePortNumber(basePort));
@@ -69,8 +59,8 @@ Outcome newPort(CommandContext& context) {
     context.registry.removePort(*record.portName());
   }
   fill(record, request, name, host, number.text, type);
-  context.sender.replyWriter().text("portNumber", number.text);
-  return Outcome::dictionary();
+  context.reply.text(key::portNumber, number.text);
+  return Reply::written();
 }
 
 Outcome acceptPort(CommandContext& context) {
@@ -79,53 +69,54 @@ Outcome acceptPort(CommandContext& context) {
     throw NSException("a record without a name cannot be entered");
   }
   enter(context, *name);
-  return Outcome::request();
+  return Reply::request();
 }
 
 Outcome reconnectPort(CommandContext& context) {
-  const RequestKeys& request = context.request;
-  const std::string_view name = request.requiredText(Key::reconnectPort);
-  fill(context.record(), request, name, request.requiredText(Key::portHost),
-       request.requiredText(Key::portNumber), request.requiredText(Key::portType));
+  const Message& request = context.request;
+  const std::string_view name = request.requiredText(key::reconnectPort);
+  fill(context.record(), request, name, request.requiredText(key::portHost),
+       request.requiredText(key::portNumber), request.requiredText(key::portType));
   enter(context, name);
-  return Outcome::request();
+  return Reply::request();
 }
 
 Outcome findPort(CommandContext& context) {
-  const RequestKeys& request = context.request;
+  const Message& request = context.request;
   if (context.verbose) {
-    context.services.log("FIND PORT = " + request.request().description());
+    context.services.log("FIND PORT = " + request.description());
   }
-  const std::string_view name = request.requiredText(Key::findPort);
-  const std::string_view host = request.requiredText(Key::portHost);
-  const std::string_view address = requesterAddress(request, host);
-  if (isRefused(address)) {
+  const std::string_view name = request.requiredText(key::findPort);
+  const std::string_view host = request.requiredText(key::portHost);
+  const std::string_view address = request.optionalText(key::portHostAddress).value_or(host);
+  if (context.host.hasOnlyLoopbackAddress && !isLoopbackName(address)) {
     consoleLine("Remote user failed because server is configured for non-network access");
-    return Outcome::noReply();
+    return Reply::none();
   }
-  MessageWriter reply = context.sender.replyWriter();
+  MessageWriter& reply = context.reply;
   const bool found = context.registry.withPort(name, [&](const PortDescriptor& record) {
     reply.entries(record.numberAndNameEntries());
     // Deliberately what the requester sent, not the address that the port registered.
-    reply.text("portHostAddress", address);
+    reply.text(key::portHostAddress, address);
     reply.entries(record.hostAndTypeEntries());
   });
   if (!found) {
     reply.text("notFound", "notFound");
   }
-  return Outcome::dictionary();
+  return Reply::written();
 }
 
 bool findPortMayWait(const CommandContext& context) {
   if (context.verbose) {
     return true;
   }
-  if (!isLocalOnlyHost(VNHost::currentHost())) {
+  if (!context.host.hasOnlyLoopbackAddress) {
     return false;
   }
-  const RequestKeys& request = context.request;
-  const Key key = request.holds(Key::portHostAddress) ? Key::portHostAddress : Key::portHost;
-  return !request.holds(key) || !isLoopbackName(textOfValue(request.bytes(key)).value_or(""));
+  const Message& request = context.request;
+  const std::string_view address =
+      request.contains(key::portHostAddress) ? key::portHostAddress : key::portHost;
+  return !isLoopbackName(request.text(address).value_or(""));
 }
 
 }  // namespace sorvane

@@ -12,30 +12,33 @@ namespace {
 constexpr std::size_t kPortsBuiltWithoutWaiting = 500;
 constexpr std::size_t kSlotsWalkedWithoutWaiting = 16 * kPortsBuiltWithoutWaiting;
 
-using KeptList = std::shared_ptr<const std::string> RegistryState::*;
+constexpr std::string_view kState = "state";
+constexpr std::string_view kDatabaseName = "databaseName";
+
+using CachedList = std::shared_ptr<const std::string> RegistryState::*;
 using Setter = void (PortDescriptor::*)(std::optional<std::string_view>);
 
-// A request that lacks a key drops the kept list, too; one that raises leaves everything as it was.
-Outcome setText(CommandContext& context, KeptList keptList, Setter set) {
-  const RequestKeys& request = context.request;
-  const bool complete = request.holds(keySet(Key::state, Key::databaseName));
+// A request that lacks a key drops the cached list, too. A request that raises changes nothing.
+Outcome setText(CommandContext& context, CachedList cachedList, Setter set) {
+  const Message& request = context.request;
+  const bool complete = request.contains(kState) && request.contains(kDatabaseName);
   std::string_view text;
   std::string_view name;
   if (complete) {
-    text = request.requiredText(Key::state);
-    name = request.requiredText(Key::databaseName);
+    text = request.requiredText(kState);
+    name = request.requiredText(kDatabaseName);
   }
   std::shared_ptr<const std::string> dropped;
-  context.registry.with([&](RegistryState& state) { dropped.swap(state.*keptList); });
+  context.registry.with([&](RegistryState& state) { dropped.swap(state.*cachedList); });
   if (!complete) {
     return context.result("failed");
   }
   if (const auto record = context.registry.port(name)) {
     (*record.*set)(text);
   }
-  Outcome outcome = context.result("success");
+  const Reply reply = context.result("success");
   context.registry.setWatchToDirty();
-  return outcome;
+  return reply;
 }
 
 }  // namespace
@@ -50,10 +53,9 @@ Outcome setAlertState(CommandContext& context) {
 
 Outcome databaseStates(CommandContext& context) {
   const StateSummary summary = StateSummary::current(context.registry);
-  MessageWriter reply = context.sender.replyWriter();
-  reply.text("result", *summary.states);
-  reply.text("alerts", *summary.alerts);
-  return Outcome::dictionary();
+  const Reply reply = context.result(*summary.states);
+  context.reply.text("alerts", *summary.alerts);
+  return reply;
 }
 
 bool databaseStatesMayWait(const CommandContext& context) {

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <string>
 
+#include "platform/Ascii.h"
+
 namespace sorvane {
 
 Outcome watchPortChanges(CommandContext& context) {
@@ -19,25 +21,23 @@ Outcome didPortsChange(CommandContext& context) {
 }
 
 Outcome needsRefresh(CommandContext& context) {
-  const RequestKeys& request = context.request;
-  if (request.holds(Key::force) &&
-      equalIgnoringCase(textOfValue(request.bytes(Key::force)).value_or(""), "YES")) {
+  if (equalIgnoringCase(context.request.text("force").value_or(""), "YES")) {
     context.registry.setForceRefreshToDirty();
   }
-  Outcome outcome = context.result("success");
+  const Reply reply = context.result("success");
   context.registry.setWatchToDirty();
-  return outcome;
+  return reply;
 }
 
 Outcome changeTimestamp(CommandContext& context) {
   const Registry::ChangeStamp stamp = context.registry.changeStamp();
   char time[400];  // the longest number of "%f" has 317 characters
   const int length = std::snprintf(time, sizeof time, "%f", stamp.timestampFlag);
-  Outcome outcome = context.result({time, static_cast<std::size_t>(length)});
+  const Reply reply = context.result({time, static_cast<std::size_t>(length)});
   if (stamp.forceRefreshNumber >= 1) {
-    context.sender.replyWriter().text("force_refresh", std::to_string(stamp.forceRefreshNumber));
+    context.reply.text("force_refresh", std::to_string(stamp.forceRefreshNumber));
   }
-  return outcome;
+  return reply;
 }
 
 }  // namespace sorvane

@@ -110,7 +110,7 @@ Reply Launcher::keepDefaults(const Message& request, NetConnection& sender) cons
   } else {
     reply.text("result", "failed");
   }
-  return Reply::dictionary();
+  return Reply::written();
 }
 
 }  // namespace sorvane::test

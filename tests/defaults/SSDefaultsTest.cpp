@@ -169,15 +169,15 @@ TEST_F(RemoteDefaults, OfAReachableHostAreAlwaysADictionary) {
 TEST_F(RemoteDefaults, AreEmptyWhereTheReplyHasNoData) {
   const Launcher::Answer answers[] = {
       [](const Message&, NetConnection&) { return Reply::none(); },
-      [](const Message&, NetConnection&) { return Reply::dictionary(); },
+      [](const Message&, NetConnection&) { return Reply::written(); },
       [](const Message&, NetConnection&) { return Reply::request(); },
       [](const Message&, NetConnection& sender) {
         sender.replyWriter().data("data", "");
-        return Reply::dictionary();
+        return Reply::written();
       },
       [](const Message&, NetConnection& sender) {
         sender.replyWriter().data("data", "{ Date = \"\xff\"; }");
-        return Reply::dictionary();
+        return Reply::written();
       }};
   for (const Launcher::Answer& answer : answers) {
     const Launcher launcher(answer);
@@ -190,7 +190,7 @@ TEST_F(RemoteDefaults, AreReadUpToTheTerminatorOrTheEndOfTheData) {
        {std::string_view("{ Date = 7; }\0 garbage", 22), std::string_view("{ Date = 7; }")}) {
     const Launcher launcher([data](const Message&, NetConnection& sender) {
       sender.replyWriter().data("data", data);
-      return Reply::dictionary();
+      return Reply::written();
     });
     EXPECT_STREQ(SSDefaults::newForHost(kHost)->getDefault("Date"), "7");
   }
@@ -244,7 +244,7 @@ TEST_F(RemoteDefaults, CountAResultInAnyLetterCase) {
   for (const auto& row : table) {
     const Launcher launcher([result = row.result](const Message&, NetConnection& sender) {
       sender.replyWriter().text("result", result);
-      return Reply::dictionary();
+      return Reply::written();
     });
     const auto defaults = SSDefaults::newForHost(kHost);
     const SSDefaults::Dictionary dictionary;

@@ -13,6 +13,7 @@
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "platform/PropertyList.h"
+#include "support/InProcess.h"
 #include "support/TestFiles.h"
 #include "support/Texts.h"
 
@@ -68,7 +69,7 @@ class InfoServerTest : public ::testing::Test {
   TemporaryFolder folder_;
   const std::filesystem::path file_ = folder_ / "Users" / "SorvPreferences";
   std::unique_ptr<InfoserverController> server_;
-  NetConnection client_;
+  InProcessConnection client_;
 };
 
 }  // namespace sorvane::test

@@ -167,11 +167,11 @@ TEST_F(InfoServer, NeverAsksToReconnect) {
 TEST_F(InfoServer, HandlesRequestsAndEndsOfConnectionsOneAtATime) {
   std::unique_lock hold(server_->commLock());
   WatchedThread delivering([&] {
-    NetConnection other;
+    InProcessConnection other;
     (void)deliverInProcess(*server_, Message{}, other);
   });
   WatchedThread ending([&] {
-    NetConnection other;
+    InProcessConnection other;
     server_->endCommunication(other);
   });
   EXPECT_TRUE(delivering.comesToAWait());
@@ -185,7 +185,7 @@ TEST_F(InfoServer, LosesNothingOfWhatManyConnectionsStoreAtTheSameTime) {
   std::vector<std::thread> clients;
   for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([&, i] {
-      NetConnection connection;
+      InProcessConnection connection;
       connection.setContextObject(std::make_shared<PortDescriptor>());
       for (int round = 0; round < kRounds; ++round) {
         const std::string entry = std::to_string(i) + "-" + std::to_string(round);

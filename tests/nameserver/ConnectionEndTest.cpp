@@ -156,7 +156,7 @@ TEST_F(ConnectionEnd, DropsTheStateList) {
 }
 
 TEST_F(ConnectionEnd, ReleasesTheRecord) {
-  auto connection = std::make_unique<NetConnection>();
+  auto connection = std::make_unique<InProcessConnection>();
   server_.startCommunication(*connection);
   const std::weak_ptr<PortDescriptor> record = connection->contextObject<PortDescriptor>();
   (void)deliverInProcess(

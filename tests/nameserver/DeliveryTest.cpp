@@ -24,13 +24,10 @@ class Delivery : public ServerTest {
     return true;
   }
 
-  class Connection : public NetConnection {
-   public:
-    explicit Connection(ByteBuffer* output) { setReplyBuffer(output); }
-  };
+  Delivery() { connection_.setReplyBuffer(&output_); }
 
   ByteBuffer output_;
-  Connection connection_{&output_};
+  InProcessConnection connection_;
   Peer peer_{server_};
 };
 
@@ -43,7 +40,7 @@ TEST_F(Delivery, OfAPingAnswersAnEmptyDictionaryWhileTheServerLockIsHeld) {
   server_.serverLock().unlock();
   ASSERT_TRUE(reply.has_value());
   EXPECT_TRUE(reply->entries().empty());
-  EXPECT_EQ(atOnce, Reply::dictionary());
+  EXPECT_EQ(atOnce, Reply::written());
   EXPECT_TRUE(output_.empty());
 }
 
@@ -122,13 +119,13 @@ TEST_F(Delivery, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
 TEST_F(Delivery, WithoutWaitingKeepsTheServerLockUntilTheTurnEnds) {
   {
     Turn turn;
-    EXPECT_EQ(withoutWaiting({{"ping", ""}}, turn), Reply::dictionary());
+    EXPECT_EQ(withoutWaiting({{"ping", ""}}, turn), Reply::written());
     EXPECT_TRUE(serverLockIsFree());
     EXPECT_EQ(withoutWaiting({{"findPort", "x"}, {"portHost", "h"}, {"portHostAddress", ""}}, turn),
-              Reply::dictionary());
+              Reply::written());
     EXPECT_FALSE(serverLockIsFree());
     EXPECT_EQ(withoutWaiting({{"findPort", "y"}, {"portHost", "h"}, {"portHostAddress", ""}}, turn),
-              Reply::dictionary());
+              Reply::written());
     EXPECT_FALSE(serverLockIsFree());
   }
   EXPECT_TRUE(serverLockIsFree());
@@ -148,11 +145,11 @@ TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
 TEST_F(Delivery, WithoutWaitingCarriesCommandsOut) {
   server_.startCommunication(connection_);
   peer_.registers("db1");
-  EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), Reply::dictionary());
+  EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), Reply::written());
   Message reply;
   EXPECT_EQ(reply.readBody(output_.view()), nullptr);
   EXPECT_EQ(reply.text("portNumber"), "5001");
-  EXPECT_EQ(withoutWaiting({{"action", "didPortsChange"}}), Reply::dictionary());
+  EXPECT_EQ(withoutWaiting({{"action", "didPortsChange"}}), Reply::written());
   const Message reconnect(
       {{"reconnectPort", "db2"}, {"portNumber", "1"}, {"portHost", "h"}, {"portType", "t"}});
   EXPECT_EQ(withoutWaiting(reconnect), Reply::request());

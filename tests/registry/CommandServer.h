@@ -7,9 +7,7 @@
 #include <vector>
 
 #include "platform/Console.h"
-#include "platform/Settings.h"
 #include "platform/TimeSource.h"
-#include "platform/VNHost.h"
 #include "registry/Dispatch.h"
 #include "registry/Peer.h"
 #include "registry/Registry.h"
@@ -34,9 +32,9 @@ class CommandServer : public NetConnectionDelegate {
         .sorvaneVersion = []() -> const std::string& { return version; },
         .platformName = []() -> const std::string& { return system; },
     };
-    const RequestKeys keys(request);
-    CommandContext context{registry, keys, sender, services, verbose};
-    const DispatchRule& rule = ruleFor(keys);
+    CommandContext context{registry, request,  sender, sender.replyWriter(),
+                           host,     services, verbose};
+    const DispatchRule& rule = ruleFor(request);
     lastMayWait = rule.mayWait(context);
     const Outcome outcome = rule.carryOut(context);
     lastKind = outcome.kind();
@@ -48,6 +46,7 @@ class CommandServer : public NetConnectionDelegate {
   }
 
   Registry registry;
+  HostFacts host;
   bool verbose = false;
   bool lastMayWait = false;
   Outcome::Kind lastKind = Outcome::Kind::reply;
@@ -75,22 +74,18 @@ class CommandTest : public testing::Test {
     setConsoleSink([](std::string_view line) { consoleLines.emplace_back(line); });
     hostIs("10.1.2.3", false);
   }
-  ~CommandTest() override {
-    setConsoleSink(nullptr);
-    Settings::replaceForTest({});
-    VNHost::resetForTest();
-  }
+  ~CommandTest() override { setConsoleSink(nullptr); }
 
-  static void hostIs(std::string_view address, bool dynamic) {
-    Settings settings;
-    settings.basePort = 5000;
-    settings.hostName = "testhost";
-    settings.address = address;
-    settings.ethernetAddress = "00:11:22:33:44:55";
-    settings.dynamicAddress = dynamic;
-    settings.aliases["10.9.9.9"] = "outside";
-    Settings::replaceForTest(settings);
-    VNHost::resetForTest();
+  void hostIs(std::string_view address, bool dynamic) {
+    server_.host = {.name = "testhost",
+                    .address = std::string(address),
+                    .ethernetAddress = "00:11:22:33:44:55",
+                    .hasOnlyLoopbackAddress = address == "127.0.0.1" && !dynamic,
+                    .basePort = 5000,
+                    .aliasOf = [](std::string_view asker) {
+                      return asker == "10.9.9.9" ? std::optional<std::string>("outside")
+                                                 : std::nullopt;
+                    }};
   }
 
   MovedClock clock_;  // before the server, which asks it when it is made

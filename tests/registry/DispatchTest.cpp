@@ -49,8 +49,7 @@ std::optional<Message> requestOf(const Selector& first, const Selector& second) 
 }
 
 std::size_t indexOfRule(const Message& request) {
-  const RequestKeys keys(request);
-  return static_cast<std::size_t>(&ruleFor(keys) - dispatchRules().data());
+  return static_cast<std::size_t>(&ruleFor(request) - dispatchRules().data());
 }
 
 TEST(Dispatch, EachSelectorAloneReachesItsRule) {
@@ -131,7 +130,7 @@ TEST_F(DispatchCommand, WhatNoRuleTakesIsNotRecognised) {
 }
 
 TEST_F(DispatchCommand, ASenderWithoutARecordRaises) {
-  NetConnection stranger;
+  InProcessConnection stranger;
   for (const char* action : {"watchPortChanges", "didPortsChange"}) {
     EXPECT_THROW((void)deliverInProcess(server_, Message({{"action", action}}), stranger),
                  NSException);

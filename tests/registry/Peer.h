@@ -7,6 +7,7 @@
 
 #include "platform/NetConnection.h"
 #include "registry/PortDescriptor.h"
+#include "support/InProcess.h"
 
 namespace sorvane::test {
 
@@ -74,7 +75,7 @@ class Peer {
 
  private:
   NetConnectionDelegate& server_;
-  NetConnection connection_;
+  InProcessConnection connection_;
   bool connected_ = true;
 };
 

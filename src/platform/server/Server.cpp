@@ -79,31 +79,4 @@ void NetConnection::performWaiting(std::function<void()> work) {
   }
 }
 
-std::optional<Reply> NetConnectionDelegate::deliverWithoutWaiting(const Message& /*request*/,
-                                                                  NetConnection& /*sender*/,
-                                                                  Turn& /*turn*/) {
-  return std::nullopt;
-}
-
-std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const Message& request,
-                                        NetConnection& sender) {
-  ByteBuffer body;
-  sender.setReplyBuffer(&body);
-  const Reply reply = delegate.deliverCommunication(request, sender);
-  sender.setReplyBuffer(nullptr);
-  switch (reply.kind()) {
-    case Reply::Kind::request:
-      return request;
-    case Reply::Kind::none:
-      return std::nullopt;
-    case Reply::Kind::dictionary:
-      break;
-  }
-  Message view;
-  if (const char* const fault = view.readBody(body.view())) {
-    throw std::logic_error(fault);
-  }
-  return Message(view);  // a copy owns its bytes
-}
-
 }  // namespace sorvane

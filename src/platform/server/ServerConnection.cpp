@@ -46,7 +46,7 @@ Result guarded(Result otherwise, Operation&& operation) noexcept {
 
 void encodeReply(Reply reply, const Message& request, ByteBuffer& output, std::size_t begin) {
   switch (reply.kind()) {
-    case Reply::Kind::dictionary:
+    case Reply::Kind::written:
       endFrame(output, begin);
       return;
     case Reply::Kind::request:

@@ -81,7 +81,7 @@ Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
   if (const auto bytes = request.text("big")) {
     sender.replyWriter().data("data", std::string(std::stoul(std::string(*bytes)), 'x'));
   }
-  return Reply::dictionary();
+  return Reply::written();
 }
 
 void ScriptedDelegate::waitAtGate() {

@@ -1,0 +1,46 @@
+// What a server calls for its connections.
+#pragma once
+
+#include <optional>
+
+#include "platform/Message.h"
+#include "platform/Reply.h"
+#include "platform/Turn.h"
+
+namespace sorvane {
+
+class NetConnection;
+
+/// For each connection the server calls `startCommunication`, then delivers each message in order,
+/// then calls `endCommunication` exactly once. It never makes two of these calls at the same time
+/// for one connection. Different connections are served at the same time. An exception that leaves
+/// one of these functions ends the process; NSException from a delivery is the exception: the reply
+/// is then nil.
+class NetConnectionDelegate {
+ public:
+  virtual ~NetConnectionDelegate() = default;
+
+  virtual void startCommunication(NetConnection& connection) = 0;
+
+  /// Delivers a request on a serving thread, which must not wait for a lock, a disk or a console.
+  /// Returns nothing when it would have had to wait. The server then delivers the same request with
+  /// `deliverCommunication` on a thread that may wait.
+  virtual std::optional<Reply> deliverWithoutWaiting(const Message& /*request*/,
+                                                     NetConnection& /*sender*/, Turn& /*turn*/) {
+    return std::nullopt;
+  }
+
+  /// Delivers a request; may wait. The request, and what `replyWriter` wrote, stay valid until the
+  /// next delivery.
+  virtual Reply deliverCommunication(const Message& request, NetConnection& sender) = 0;
+
+  /// Called before the connection closes, on a serving thread. Hands work that may wait to
+  /// `NetConnection::performWaiting`.
+  virtual void endCommunication(NetConnection& connection) = 0;
+
+  virtual void cleanupAfterMessage() {}
+  [[nodiscard]] virtual bool reconnect() { return false; }
+  [[nodiscard]] virtual bool lazyreconnect() { return false; }
+};
+
+}  // namespace sorvane

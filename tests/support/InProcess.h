@@ -1,0 +1,22 @@
+// Requests delivered without a socket.
+#pragma once
+
+#include <optional>
+
+#include "platform/NetConnection.h"
+
+namespace sorvane::test {
+
+/// A connection of a server in this process.
+class InProcessConnection : public NetConnection {
+ public:
+  using NetConnection::setReplyBuffer;
+};
+
+/// Calls `deliverCommunication` and returns the reply dictionary, or nothing for nil. Passes on
+/// what the delegate raises.
+[[nodiscard]] std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate,
+                                                      const Message& request,
+                                                      InProcessConnection& sender);
+
+}  // namespace sorvane::test
