@@ -1,4 +1,4 @@
-// The info server: the second message handler, which keeps the preferences of users and groups.
+// The info server: the second message handler. It keeps the preferences of users and groups.
 #pragma once
 
 #include <atomic>
@@ -11,10 +11,10 @@
 
 namespace sorvane {
 
-/// Answers the requests that the name server does not recognise. One instance, made when the name
-/// server starts to serve, living as long as the process.
+/// Handles the requests that are no name server commands. The name server makes one instance when
+/// it starts to serve; it lives as long as the process.
 ///
-/// Commands (the word in "action"; "key" is required, without it the reply is nil):
+/// Commands, by the text of "action" ("key" is required; without it the reply is nil):
 ///   get_userpreferences_key   "result": "group:application", or an empty dictionary once a key
 ///                             setting is stored
 ///   set_userpreferences_key   stores "key" as the key setting; "result": "succeed"
@@ -23,10 +23,10 @@ namespace sorvane {
 ///                             "result": "succeed"
 ///   get_userpreferences       those of the entry "key", or else of the entry "*"; "result": "none"
 ///                             when neither is there
-/// Any other request is answered with an empty dictionary.
+/// The reply to any other request is an empty dictionary.
 ///
-/// All operations may be called from any thread. One request is handled at a time, and its change
-/// is on the disk before it is answered: deliveries and ends of connections may wait.
+/// Any thread may call anything. One request is handled at a time, and its change is on the disk
+/// before the reply: deliveries and ends of connections may wait.
 class InfoserverController : public NetConnectionDelegate {
  public:
   /// The instance, or null before there is one.
@@ -34,7 +34,7 @@ class InfoserverController : public NetConnectionDelegate {
 
   /// Becomes the instance, then loads the preferences from `VNGlobalPath::sorvaneUserFilePath()`.
   InfoserverController();
-  /// The same with another file.
+  /// Does the same with another file.
   explicit InfoserverController(std::string preferenceFile);
   ~InfoserverController() override;
   InfoserverController(const InfoserverController&) = delete;
@@ -43,20 +43,20 @@ class InfoserverController : public NetConnectionDelegate {
   /// Sets whether failures are written to the console; may be called again at any time.
   void runConnection(bool verbose);
 
-  /// Takes the lock and handles the request. A command that raises NSException is answered with an
-  /// empty dictionary, and with a console line when verbose; other exceptions pass.
+  /// Takes the lock and handles the request. When the command raises NSException, the reply is an
+  /// empty dictionary, and the console gets a line when verbose. Other exceptions pass.
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
 
-  /// Handles the request; `commLock` must be held by the caller. Raises NSException when a value
-  /// that the command needs is missing or of another kind: nothing is then changed and nothing
-  /// written to the reply. Gives the sender's port record, if it has one, its info dictionary.
+  /// Handles the request; the caller must hold `commLock`. Raises NSException when a value that the
+  /// command needs is missing or of the wrong kind; it has then changed nothing and written nothing
+  /// to the reply. Makes the info dictionary of the sender's port record, if there is a record.
   Reply deliverLockedCommunication(const Message& request, NetConnection& sender);
 
-  /// Waits for the request that is being handled; changes no preference. Called on a serving
-  /// thread, it leaves the waiting to another thread, and keeps the connection's record until then.
+  /// Waits for the request that is being handled; changes no preference. On a serving thread it
+  /// leaves the waiting to another thread, which keeps the connection's record until then.
   void endCommunication(NetConnection& connection) override;
 
-  // Nothing to do, and nothing to reconnect to.
+  // Nothing to do.
   void startCommunication(NetConnection&) override {}
   void cleanupAfterMessage() override {}
   void ping() {}

@@ -1,4 +1,4 @@
-// The commands of the info server: what each reads, does to the preferences, and answers.
+// The commands of the info server: what each reads, what it does to the preferences, and its reply.
 #pragma once
 
 #include <span>
@@ -18,19 +18,19 @@ struct PreferenceRequest {
   bool verbose;  ///< write failures of the file to the console
 };
 
-/// A command: its word in "action", compared ignoring the case of ASCII letters, and what it does.
-/// It raises NSException when a value that it needs is missing or of another kind; nothing is then
-/// changed and nothing written to the reply.
+/// A command: the text of "action" that selects it, compared ignoring the case of ASCII letters,
+/// and what it does. It raises NSException when a value that it needs is missing or of the wrong
+/// kind; it has then changed nothing and written nothing to the reply.
 struct PreferenceCommand {
   std::string_view word;
   Reply (*handle)(PreferenceRequest& request);
 };
 
-/// All commands, in the order in which their words are tested.
+/// Returns all commands, in the order in which their words are compared.
 [[nodiscard]] std::span<const PreferenceCommand> preferenceCommands();
 
-/// Handles the request with the command that its "action" names. Any other word, and a request
-/// without one, is answered with an empty dictionary. The info server's lock must be held.
+/// Handles the request with the command that its "action" names. The reply is an empty dictionary
+/// when no command has that word or there is no "action". The info server's lock must be held.
 Reply handlePreferenceRequest(PreferenceRequest& request);
 
 }  // namespace sorvane

@@ -9,9 +9,9 @@
 
 namespace sorvane {
 
-/// The file is read once, at construction; from then on it is only written, and a change that
-/// somebody else makes to it is overwritten by the next `set`. It holds the dictionary's
-/// description, a text property list in UTF-8.
+/// The file is read once, at construction, and only written from then on. A change that somebody
+/// else makes to it is overwritten by the next `set`. It holds the dictionary's description, a text
+/// property list in UTF-8.
 ///
 /// Not safe for several threads at a time: the info server's lock guards it.
 class PreferenceStore {
@@ -19,21 +19,20 @@ class PreferenceStore {
   /// Longest file that is written: the longest that can be read again, bytes.
   static constexpr std::size_t kMaximumFileBytes = PropertyList::kMaximumBytes;
 
-  /// Reads the file. One that is missing, cannot be read or does not hold a dictionary is replaced
-  /// by the text of an empty one: damaged preferences never keep the name server from starting.
-  /// Never raises; whether that replacing worked is deliberately not asked.
+  /// Reads the file. A file that is missing, cannot be read or does not hold a dictionary is
+  /// replaced by the text of an empty dictionary: damaged preferences never keep the name server
+  /// from starting. Never raises. A failure to replace the file is deliberately ignored.
   explicit PreferenceStore(std::string file);
 
-  /// The top-level entry of that key, or null. Valid until the next `set`.
+  /// Returns the top-level entry of that key, or null. Valid until the next `set`.
   [[nodiscard]] const PropertyList* find(std::string_view key) const;
 
-  /// Stores the entry, replacing an earlier one whole, and writes the whole file before it returns,
-  /// even when nothing changed. Answers why the file could not be written, or no error; the entry
-  /// is stored in memory in any case, and the next `set` writes it, too. A failed write leaves the
-  /// file as it was.
+  /// Stores the entry in place of an earlier one, then writes the whole file, even when nothing
+  /// changed. Returns why the file could not be written, or no error. A failed write leaves the
+  /// file as it was; the entry is in memory all the same, and the next `set` writes it, too.
   std::error_code set(std::string_view key, PropertyList value);
 
-  /// Everything, as it is in memory.
+  /// Returns all preferences as they are in memory.
   [[nodiscard]] const PropertyList& all() const { return preferences_; }
 
  private:

@@ -1,4 +1,4 @@
-// What the framework calls for each connection.
+// What the server calls for each connection.
 #include <memory>
 #include <string>
 
@@ -66,8 +66,8 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
   }
 }
 
-// The lock is released by hand: an exception of a foreign class passes on with the lock held, on
-// purpose, and the framework ends the process.
+// The lock is released by hand: an exception of another class deliberately passes on with the lock
+// held, and the server then ends the process.
 Reply sorvkeyController::deliverCommunication(const Message& request, NetConnection& sender) {
   if (request.contains(kPing)) {
     return Reply::written();

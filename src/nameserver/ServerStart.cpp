@@ -61,7 +61,7 @@ void sorvkeyController::publish() {
   if (host.isLocalAccessOnly() || host.isBonjourDisabled()) {
     return;
   }
-  // The publisher lives on the thread of its run loop, as long as the process; nobody keeps it.
+  // The publisher lives on the thread of its run loop until the process ends; nobody keeps it.
   ServiceDiscovery::current().runLoop().perform([this] {
     auto* const publisher = new ARendezvousController("", kServiceType, kServicePort);
     publisher->setDelegate(this);
@@ -69,7 +69,7 @@ void sorvkeyController::publish() {
   });
 }
 
-// The info server is reached through the name server's socket, hence the one number.
+// Both have the same number: the info server is reached through the name server's socket.
 void sorvkeyController::registerOwnPorts() {
   const VNHost& host = VNHost::currentHost();
   const std::string number = std::to_string(NetConnection::basePortNumber());

@@ -6,8 +6,8 @@
 
 namespace sorvane {
 
-/// `text` as one word of a command of the system's shell: as it stands where every character of it
-/// is harmless there, else in single quotes.
+/// Returns `text` as one word of a shell command: unchanged when the shell treats none of its
+/// characters specially, else in single quotes.
 [[nodiscard]] std::string shellWord(std::string_view text);
 
 }  // namespace sorvane

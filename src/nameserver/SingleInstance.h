@@ -1,4 +1,4 @@
-// One name server for each host: the parts that depend on nothing.
+// One name server for each host: the functions that need no controller.
 #pragma once
 
 #include <functional>
@@ -9,13 +9,13 @@ namespace sorvane {
 /// Seconds between two checks of a dynamic address.
 inline constexpr int kAddressCheckSeconds = 30;
 
-/// Comes back when `isStillValid` answers no; calls `sleep` with `kAddressCheckSeconds` after each
-/// yes.
+/// Calls `isStillValid` until it returns false. Calls `sleep` with `kAddressCheckSeconds` after
+/// each true.
 void watchAddress(const std::function<bool()>& isStillValid,
                   const std::function<void(int seconds)>& sleep);
 
-/// The host in the text that names another name server: what comes before its last underscore, or
-/// all of it. A view into `text`.
+/// Returns the host in the name of another host's name server: what stands before the last
+/// underscore, or all of `text` when it has none. A view into `text`.
 [[nodiscard]] std::string_view hostOfNameserver(std::string_view text);
 
 }  // namespace sorvane

@@ -1,7 +1,5 @@
 #include "registry/Dispatch.h"
 
-#include <algorithm>
-
 #include "platform/Ascii.h"
 #include "registry/HostCommands.h"
 #include "registry/PortCommands.h"
@@ -43,9 +41,19 @@ constexpr DispatchRule kRules[] = {
 };
 // clang-format on
 
-bool hasAll(const Message& request, const Keys& keys) {
-  return std::all_of(keys.begin(), keys.end(),
-                     [&](std::string_view key) { return key.empty() || request.contains(key); });
+bool matches(const DispatchRule& rule, const Message& request, std::string_view action) {
+  if (!rule.action.empty() && !equalIgnoringCase(rule.action, action)) {
+    return false;
+  }
+  for (const std::string_view key : rule.keys) {
+    if (key.empty()) {
+      return true;
+    }
+    if (!request.contains(key)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // An action is ASCII, so a value that is no text equals none of them.
@@ -61,8 +69,7 @@ std::span<const DispatchRule> dispatchRules() { return kRules; }
 const DispatchRule& ruleFor(const Message& request) {
   const std::string_view action = actionOf(request);
   const DispatchRule* rule = kRules;
-  while (!hasAll(request, rule->keys) ||
-         (!rule->action.empty() && !equalIgnoringCase(rule->action, action))) {
+  while (!matches(*rule, request, action)) {
     ++rule;
   }
   return *rule;

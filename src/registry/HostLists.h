@@ -1,4 +1,4 @@
-// The launcher hosts that are connected, as the commands keep them.
+// The launcher hosts that are connected.
 #pragma once
 
 #include <optional>
@@ -8,30 +8,30 @@
 
 namespace sorvane {
 
-/// The key of a host: NAME@ADDRESS, and of a port: NAME@HOST.
+/// Returns NAME@PLACE: the key of a host (NAME@ADDRESS) or of a port (NAME@HOST).
 [[nodiscard]] std::string joinedKey(std::string_view name, std::string_view place);
 
-/// Two lists of host keys, neither of which exists until a command first needs it. Not
-/// synchronised: the registry's inner lock guards them.
+/// Two lists of host keys. Neither exists until a command first needs it. Not synchronised: the
+/// registry's inner lock guards them.
 class HostLists {
  public:
   using List = std::vector<std::string>;
 
   /// Makes both lists, empty, unless the first exists.
   void createBoth();
-  /// Makes the first list alone, empty, unless it exists.
+  /// Makes the first list, empty, unless it exists.
   void createHostList();
 
-  /// Keeps the host's name, and appends the key of name and address to the first list when it is
-  /// listed there already: deliberately only then, so a list that is empty stays empty.
+  /// Notes the host's name. Appends the key of name and address to the first list, deliberately
+  /// only when the key is on it already: a list that is empty stays empty.
   void connect(std::string_view hostName, std::string_view address);
 
-  /// Removes the first occurrence of the key from the first list, and what stands at the same
-  /// position of the second, if that reaches so far. Answers whether it was there.
+  /// Removes the first occurrence of the key from the first list, and the element at the same
+  /// position from the second list if there is one. Returns whether the key was there.
   bool remove(std::string_view key);
 
-  /// The keys of the first list, or of the second for requesters with an alias, joined by "|"; the
-  /// empty text for a list that is empty or does not exist.
+  /// Returns the keys of the first list, or of the second when `alternate`, joined by "|". A list
+  /// that is empty or does not exist gives the empty text.
   [[nodiscard]] std::string joined(bool alternate) const;
 
   std::optional<List> hostList;

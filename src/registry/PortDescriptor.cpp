@@ -34,30 +34,30 @@ void PortDescriptor::createInfo() {
 }
 
 bool PortDescriptor::isDirty() const {
-  return dirty_ ||
-         (markings_ != nullptr && markings_->load(std::memory_order_acquire) != clearedAtMarking_);
+  return dirty_ || (timesSetDirty_ != nullptr &&
+                    timesSetDirty_->load(std::memory_order_acquire) != clearedAt_);
 }
 
 void PortDescriptor::setDirty(bool dirty) {
   dirty_ = dirty;
-  if (markings_ != nullptr) {
-    clearedAtMarking_ = markings_->load(std::memory_order_acquire);
+  if (timesSetDirty_ != nullptr) {
+    clearedAt_ = timesSetDirty_->load(std::memory_order_acquire);
   }
 }
 
 bool PortDescriptor::takeDirty() {
-  const std::uint64_t markings =
-      markings_ == nullptr ? clearedAtMarking_ : markings_->load(std::memory_order_acquire);
-  const bool wasDirty = dirty_ || markings != clearedAtMarking_;
+  const std::uint64_t times =
+      timesSetDirty_ == nullptr ? clearedAt_ : timesSetDirty_->load(std::memory_order_acquire);
+  const bool wasDirty = dirty_ || times != clearedAt_;
   dirty_ = false;
-  clearedAtMarking_ = markings;
+  clearedAt_ = times;
   return wasDirty;
 }
 
-void PortDescriptor::joinWatchList(const std::atomic<std::uint64_t>& markings) {
-  if (markings_ == nullptr) {
-    markings_ = &markings;
-    clearedAtMarking_ = markings.load(std::memory_order_acquire);
+void PortDescriptor::joinWatchList(const std::atomic<std::uint64_t>& timesSetDirty) {
+  if (timesSetDirty_ == nullptr) {
+    timesSetDirty_ = &timesSetDirty;
+    clearedAt_ = timesSetDirty.load(std::memory_order_acquire);
   }
   ++timesOnWatchList_;
 }
@@ -65,7 +65,7 @@ void PortDescriptor::joinWatchList(const std::atomic<std::uint64_t>& markings) {
 std::uint32_t PortDescriptor::leaveWatchList() {
   const std::uint32_t times = timesOnWatchList_;
   dirty_ = isDirty();
-  markings_ = nullptr;
+  timesSetDirty_ = nullptr;
   timesOnWatchList_ = 0;
   return times;
 }

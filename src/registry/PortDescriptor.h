@@ -14,22 +14,22 @@
 
 namespace sorvane {
 
-/// One for each live connection, as its context object; registered while the port map holds it.
-/// Connection and map share it, so make it with `std::make_shared`.
+/// Each live connection has one as its context object. The record is registered while the port map
+/// holds it. Connection and map share it, so make it with `std::make_shared`.
 ///
-/// A text getter answers nothing for nil. Its view is valid until a setter of the same group (the
-/// registration; state and alert) is called; a setter may be given such a view.
+/// A text getter returns nothing for nil. Its view is valid until a setter of the same group (the
+/// registration; state and alert) is called. A setter may be given such a view.
 ///
-/// Threads. The registration, the info dictionary and the watch mark are changed by commands of the
-/// record's own connection alone, with `serverLock` held, so that the end of that connection reads
-/// them without a lock. State and alert are read and changed by commands of any connection, with
-/// `serverLock` held, and never by the end of a connection: the two groups share no memory.
+/// Threads: only commands of the record's own connection change the registration, the info
+/// dictionary and the dirty flag, with `serverLock` held. The end of that connection can therefore
+/// read them without a lock. Commands of any connection read and change state and alert, with
+/// `serverLock` held. The end of a connection never does, so the two groups share no memory.
 class PortDescriptor {
  public:
-  /// Seconds for which an alert lives after it was last set.
+  /// How long an alert lives after it was last set, seconds.
   static constexpr double kAlertLifetime = 3600.0;
 
-  /// What a peer registers, all at once. Nothing stands for nil.
+  /// All that a peer registers. An empty optional is nil.
   struct Registration {
     std::optional<std::string_view> portKey;  ///< NAME@HOST
     std::optional<std::string_view> portName;
@@ -41,7 +41,7 @@ class PortDescriptor {
 
   using Info = std::map<std::string, std::string, std::less<>>;
 
-  /// All texts nil, no info dictionary, the time stamp 0, and dirty.
+  /// All texts are nil, there is no info dictionary, the time stamp is 0, and the record is dirty.
   PortDescriptor() = default;
   PortDescriptor(const PortDescriptor&) = delete;
   PortDescriptor& operator=(const PortDescriptor&) = delete;
@@ -58,16 +58,16 @@ class PortDescriptor {
   [[nodiscard]] std::optional<std::string_view> portType() const { return port_.text(kType); }
   [[nodiscard]] Registration registration() const;
 
-  /// The registration, but for the address, as the entries of a reply, which it is kept as: number
-  /// and name, those that are not nil.
+  /// portNumber and portName in wire form, ready to copy into a reply; fields that are nil are left
+  /// out.
   [[nodiscard]] std::string_view numberAndNameEntries() const {
     return port_.entries(kNumber, kName);
   }
-  /// Host and type, likewise.
+  /// portHost and portType, likewise.
   [[nodiscard]] std::string_view hostAndTypeEntries() const { return port_.entries(kHost, kType); }
 
-  /// Replaces the whole registration with one allocation. All setters of texts raise NSException,
-  /// and change nothing, when the texts are longer than 2 GiB together.
+  /// Replaces the whole registration with one allocation. Every setter of a text raises NSException
+  /// and changes nothing when the texts of its group are longer than 2 GiB together.
   void setRegistration(const Registration& registration);
   void setPortKey(std::optional<std::string_view> text) { port_.set(kKey, text); }
   void setPortName(std::optional<std::string_view> text) { port_.set(kName, text); }
@@ -82,39 +82,39 @@ class PortDescriptor {
   [[nodiscard]] std::optional<std::string_view> portStatus() const { return state_.text(kStatus); }
   void setPortStatus(std::optional<std::string_view> text) { state_.set(kStatus, text); }
 
-  /// The alert while it is fresh. The first read later than an hour after it was set drops it:
-  /// reading changes the record.
+  /// Returns the alert while it is fresh. Reading changes the record: the first read later than an
+  /// hour after the alert was set drops it.
   [[nodiscard]] std::optional<std::string_view> alertStatus();
-  /// Sets the alert and begins its hour anew, also when the text is the same.
+  /// Sets the alert and starts its hour again, even when the text is the same.
   void setAlertStatus(std::optional<std::string_view> text);
   /// When the alert was last set, seconds since the reference date; 0 before.
   [[nodiscard]] double alertStatusTimestamp() const { return alertStatusTimestamp_; }
 
-  // ---- Info dictionary, a scratch of the info server for this connection
+  // ---- Info dictionary: the info server's notes about this connection
 
-  /// Makes the dictionary, empty, unless it is there.
+  /// Makes an empty dictionary unless there is one.
   void createInfo();
-  /// The dictionary, which lives as long as the record; null before `createInfo`.
+  /// Returns the dictionary, which lives as long as the record; null before `createInfo`.
   [[nodiscard]] Info* info() const { return info_.get(); }
 
-  // ---- Watch mark: whether ports changed since this peer last asked
+  // ---- Dirty flag: whether ports changed since this peer last asked
 
-  /// True for a fresh record, after `setDirty(true)`, and when the watch list that the record is on
-  /// was marked since the record was last cleared.
+  /// True for a new record, after `setDirty(true)`, and when the watch list that the record is on
+  /// was set dirty since this flag was last cleared.
   [[nodiscard]] bool isDirty() const;
   void setDirty(bool dirty);
-  /// Reads the mark and clears it as one step, so that a marking at the same time is told by this
-  /// call or by the next one.
+  /// Returns the flag and clears it in one step: a change at the same time is told by this call or
+  /// by the next one.
   [[nodiscard]] bool takeDirty();
 
-  /// Puts the record on a watch list once more. `markings` counts how often that list was marked,
-  /// and outlives the record's stay on it; a record is on one list at most.
-  void joinWatchList(const std::atomic<std::uint64_t>& markings);
-  /// Takes the record off; answers how often it was on the list. The mark stays as it is.
+  /// Puts the record on a watch list once more. `timesSetDirty` counts how often that list was set
+  /// dirty; it must live for as long as the record is on the list. A record is on one list at most.
+  void joinWatchList(const std::atomic<std::uint64_t>& timesSetDirty);
+  /// Takes the record off its list. Returns how often it was on it. The flag stays as it is.
   std::uint32_t leaveWatchList();
   [[nodiscard]] std::uint32_t timesOnWatchList() const { return timesOnWatchList_; }
 
-  /// Tells the processor that the texts are about to be read.
+  /// Has the processor fetch the texts, which are about to be read.
   void prefetchTexts() const {
     port_.prefetch();
     state_.prefetch();
@@ -134,10 +134,10 @@ class PortDescriptor {
   TextBlock<kStateTexts> state_;
   double alertStatusTimestamp_ = 0.0;
   std::unique_ptr<Info> info_;
-  // Marking all records of a list costs one addition: the list counts its markings, and a record
-  // remembers the count at which it was last cleared.
-  const std::atomic<std::uint64_t>* markings_ = nullptr;  // null while on no list
-  std::uint64_t clearedAtMarking_ = 0;
+  // Setting all records of a list dirty costs one addition: the list counts how often that was
+  // done, and a record remembers the count at which its flag was last cleared.
+  const std::atomic<std::uint64_t>* timesSetDirty_ = nullptr;  // null while on no list
+  std::uint64_t clearedAt_ = 0;
   std::uint32_t timesOnWatchList_ = 0;
   bool dirty_ = true;
 };

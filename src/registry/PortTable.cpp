@@ -47,9 +47,9 @@ PortTable::Slot& PortTable::freeSlot(Hash hash) {
   return slots_[index];
 }
 
-// A quarter of the slots stays empty, so that searches are short, and an eighth has a record, so
-// that a walk is; when they would not, the records move to a table at most half full, without the
-// slots that were removed.
+// At least a quarter of the slots stays empty, so that searches are short. At least an eighth has a
+// record, so that a walk over all slots is short. Otherwise the records move to another table that
+// is at most half full and has no removed slots.
 void PortTable::makeRoom() {
   const bool isRoomy = (size_ + removed_ + 1) * 4 <= slots_.size() * 3;
   const bool isBare = (size_ + 1) * 8 < slots_.size() && slots_.size() > kLeastSlots;

@@ -1,4 +1,20 @@
 // The port map: records by name.
+//
+// An open hash table. A name's search begins at the slot that its hash tells, and goes on slot by
+// slot (the last is followed by the first) until it finds the name or an empty slot:
+//
+//   slot      0        1        2        3        4        5        6        7
+//          +--------+--------+--------+--------+--------+--------+--------+--------+
+//   hash   | empty  | 9b..1  | 41..1  |removed | 07..1  | empty  | c2..6  | empty  |
+//   name   |        | db1    | db7    |        | db3    |        | web    |        |
+//   record |        |   *    |   *    |        |   *    |        |   *    |        |
+//          +--------+--------+--------+--------+--------+--------+--------+--------+
+//                       |  db1, db7 and db3 hash to slot 1. A search for db3 compares hashes in
+//                       +-> slots 1 to 4 and texts in slot 4 alone. A removed slot does not end a
+//                           search; an entry may use it again.
+//
+// Each slot is one cache line and holds a name of up to 15 bytes itself, so finding a short name
+// costs one or two cache misses however many names there are.
 #pragma once
 
 #include <cstddef>
@@ -13,41 +29,42 @@
 
 namespace sorvane {
 
-/// An open hash table, so that finding a name among many costs few cache misses: a name of up to 15
-/// bytes lies in its slot. Names are compared byte by byte; a record may be there under several. A
-/// slot keeps its place until the next `enter`, whatever is removed meanwhile. Not synchronised.
+/// Names are compared byte by byte. A record may be entered under several names. A slot keeps its
+/// place until the next `enter`, whatever is removed meanwhile. Not synchronised.
 class PortTable {
  public:
   using Record = std::shared_ptr<PortDescriptor>;
 
   [[nodiscard]] std::size_t size() const { return size_; }
 
-  /// The record under the name, null when there is none. Valid until the table is changed.
+  /// Returns the record under the name, or null. Valid until the table is changed.
   [[nodiscard]] const Record* find(std::string_view name) const {
     const std::size_t index = indexOf(name, hashOf(name));
     return index == kNone ? nullptr : &slots_[index].record;
   }
 
-  /// Enters a record, which is not null, under the name; answers the one that it replaces, or null.
+  /// Enters a record, which must not be null, under the name. Returns the record that it replaces,
+  /// or null.
   Record enter(std::string_view name, Record record);
 
-  /// Removes what is under the name; answers it, or null.
+  /// Removes the record under the name and returns it, or null.
   Record remove(std::string_view name);
 
-  /// Number of slots; each holds a record or none.
+  /// The number of slots, with a record or without.
   [[nodiscard]] std::size_t slotCount() const { return slots_.size(); }
   /// The record in a slot, or null.
   [[nodiscard]] const Record& inSlot(std::size_t index) const { return slots_[index].record; }
 
  private:
   using Hash = std::size_t;
-  // Hashes of slots without a record; that of a name is never below `kLeastHash`.
+  // What a slot without a record holds in place of a hash. The hash of a name is never below
+  // `kLeastHash`.
   static constexpr Hash kEmpty = 0;
   static constexpr Hash kRemoved = 1;
   static constexpr Hash kLeastHash = 2;
   static constexpr std::size_t kNone = ~std::size_t{0};
 
-  // A line of the cache each.
+  // Each is one cache line.
   struct alignas(64) Slot {
     Hash hash = kEmpty;
     std::string name;
@@ -58,7 +75,7 @@ class PortTable {
     const Hash hash = std::hash<std::string_view>{}(name);
     return hash < kLeastHash ? hash + kLeastHash : hash;
   }
-  /// The slot of a name, or `kNone`.
+  // Returns the slot of a name, or kNone.
   [[nodiscard]] std::size_t indexOf(std::string_view name, Hash hash) const {
     if (size_ == 0) {
       return kNone;
@@ -75,9 +92,9 @@ class PortTable {
   [[nodiscard]] Slot& freeSlot(Hash hash);
   void makeRoom();
 
-  std::vector<Slot> slots_;  // a power of two of them, or none; one at least is empty
-  std::size_t size_ = 0;     // with a record
-  std::size_t removed_ = 0;  // without one, but passed over by a search
+  std::vector<Slot> slots_;  // a power of two of them, or none; at least one is empty
+  std::size_t size_ = 0;     // slots with a record
+  std::size_t removed_ = 0;  // slots that hold kRemoved
 };
 
 }  // namespace sorvane

@@ -11,7 +11,7 @@ namespace sorvane {
 Registry::Registry() { stampTime(); }
 
 void Registry::enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record) {
-  // What is replaced is released outside the lock.
+  // The replaced record is released outside the lock.
   const PortTable::Record replaced =
       state_.with([&](RegistryState& state) { return state.map.enter(name, std::move(record)); });
 }
@@ -42,24 +42,24 @@ std::int64_t Registry::takePortNumber(std::int64_t basePort) {
 }
 
 void Registry::setWatchToDirty() {
-  markingIsDue_ = true;
-  while (markingIsDue_ && setDirtyLock_.tryLock()) {
+  dirtyIsDue_ = true;
+  while (dirtyIsDue_ && setDirtyLock_.tryLock()) {
     const std::lock_guard<VNThreadLock> hold(setDirtyLock_, std::adopt_lock);
-    markingIsDue_ = false;
+    dirtyIsDue_ = false;
     try {
-      markWatchers();
-    } catch (const NSException&) {  // NOLINT(bugprone-empty-catch): a marking that fails is forgone
+      setWatchersDirty();
+    } catch (const NSException&) {  // NOLINT(bugprone-empty-catch): goes on as if it had worked
     }
   }
 }
 
-void Registry::markWatchers() {
+void Registry::setWatchersDirty() {
   std::shared_ptr<const std::string> dropped;
   const double now = timeIntervalSinceReferenceDate();
   state_.with([&](RegistryState& state) {
     dropped.swap(state.databaseStateString);
     ++state.stateVersion;
-    watchingPortsList_.markAll();
+    watchingPortsList_.setAllDirty();
     state.timestampFlag = now;
   });
 }

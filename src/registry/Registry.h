@@ -17,23 +17,23 @@
 
 namespace sorvane {
 
-/// Protects itself, because the end of a connection changes it without `serverLock`: each operation
-/// takes the inner lock for its own length, does memory work only, and calls nobody outside. Order
-/// of locks: `serverLock`, then `setDirtyLock` (only ever tried), then the inner lock.
+/// The registry protects itself, because the end of a connection changes it without `serverLock`.
+/// Each operation takes the inner lock, does memory work only, and calls nothing outside. Order of
+/// locks: `serverLock`, then `setDirtyLock` (only ever tried), then the inner lock.
 class Registry {
  public:
   Registry();
 
   // ---- Ports
 
-  /// Enters the record under the name, in place of any earlier record of that name.
+  /// Enters the record under the name; an earlier record of that name is replaced.
   void enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record);
-  /// Removes what is entered under the name, whichever record that is.
+  /// Removes the record under the name, whichever record that is.
   void removePort(std::string_view name);
-  /// The record under the name, or null.
+  /// Returns the record under the name, or null.
   [[nodiscard]] std::shared_ptr<PortDescriptor> port(std::string_view name) const;
-  /// Calls `use(const PortDescriptor&)` with the record under the name, inside the inner lock, and
-  /// takes no share in it. Answers whether there is one.
+  /// Calls `use(const PortDescriptor&)` with the record under the name, inside the inner lock.
+  /// Returns whether there is one.
   template <typename Use>
   [[nodiscard]] bool withPort(std::string_view name, Use&& use) const {
     return state_.with([&](const RegistryState& state) {
@@ -45,26 +45,27 @@ class Registry {
       return true;
     });
   }
-  /// Calls `use(PortDescriptor&)` with the record of each entry, a slice of the map at a time, so
-  /// that a long map keeps no closing connection waiting. Needs `serverLock`: nothing is entered
-  /// meanwhile, though entries may go.
+  /// Calls `use(PortDescriptor&)` with the record of each entry. The inner lock is taken for a
+  /// slice of the map at a time, so that a long map delays no closing connection. `serverLock` must
+  /// be held: nothing is entered meanwhile, but entries may be removed.
   template <typename Use>
   void forEachPort(Use&& use);
   [[nodiscard]] std::size_t portCount() const;
 
-  /// The next port number of the counter, which begins above the base port.
+  /// Takes the next number of the port counter, which begins above the base port.
   [[nodiscard]] std::int64_t takePortNumber(std::int64_t basePort);
 
   // ---- Watchers
 
   [[nodiscard]] WatchList& watchingPortsList() { return watchingPortsList_; }
 
-  /// What every change calls: marks all watchers, notes the time and drops the state list. Does
-  /// nothing when a marking is under way on another thread, which marks the same watchers: once
-  /// more when the change came too late for it.
+  /// Every change calls this: it sets all watchers dirty, notes the time and drops the state list.
+  /// While another thread does that, this call does nothing: the other thread sets the same
+  /// watchers dirty, and repeats it when this change came too late for the first time.
   void setWatchToDirty();
-  /// The marking itself. The alert list deliberately stays.
-  void markWatchers();
+  /// Sets all watchers dirty without taking `setDirtyLock`, notes the time and drops the state
+  /// list. The alert list deliberately stays.
+  void setWatchersDirty();
   /// Advances the forced-refresh number: 1 to 10000, then 1 again.
   void setForceRefreshToDirty();
   /// Notes the time of a change.
@@ -76,12 +77,12 @@ class Registry {
   };
   [[nodiscard]] ChangeStamp changeStamp() const;
 
-  /// Guards the marking of watchers; only ever tried.
+  /// Held while watchers are set dirty; only ever tried.
   [[nodiscard]] VNThreadLock& setDirtyLock() { return setDirtyLock_; }
 
-  // ---- The rest, an operation at a time: host lists and the two kept lists
+  // ---- Host lists and the two cached lists
 
-  /// Calls `operation(RegistryState&)` inside the inner lock.
+  /// Calls `operation(RegistryState&)` inside the inner lock and returns its result.
   template <typename Operation>
   decltype(auto) with(Operation&& operation) {
     return state_.with(std::forward<Operation>(operation));
@@ -90,11 +91,12 @@ class Registry {
  private:
   static constexpr std::size_t kSlice = 256;  // slots
 
-  // Protecting themselves.
+  // Protect themselves.
   Guarded<RegistryState> state_;
   WatchList watchingPortsList_;
   VNThreadLock setDirtyLock_;
-  std::atomic<bool> markingIsDue_ = false;  // a change was made and no marking has begun since
+  // A change was made, and nobody has begun to set the watchers dirty since.
+  std::atomic<bool> dirtyIsDue_ = false;
 };
 
 template <typename Use>
@@ -112,8 +114,8 @@ void Registry::forEachPort(Use&& use) {
           records[count++] = record;
         }
       }
-      // A long map's records lie all over the memory: fetching those of a slice beside each other
-      // takes a fraction of waiting for one after the other.
+      // The records of a long map are scattered over the memory. Fetching those of a slice at the
+      // same time takes a fraction of fetching one after the other.
       for (std::size_t each = 0; each < count; ++each) {
         records[each]->prefetchTexts();
       }

@@ -10,7 +10,7 @@
 
 namespace sorvane {
 
-/// Plain data; `Registry` holds it together with the lock that guards it.
+/// Plain data. `Registry` holds it together with the lock that guards it.
 struct RegistryState {
   PortTable map;
   HostLists hosts;
@@ -18,8 +18,8 @@ struct RegistryState {
   double timestampFlag = 0.0;           ///< last change, seconds since the reference date
   std::int32_t forceRefreshNumber = 0;  ///< 0, then 1 to 10000 and round again
   std::uint64_t stateVersion = 0;       ///< counts how often the state list was dropped
-  std::shared_ptr<const std::string> databaseStateString;  ///< the state list; null: rebuild
-  std::shared_ptr<const std::string> databaseAlertString;  ///< the alert list; null: rebuild
+  std::shared_ptr<const std::string> databaseStateString;  ///< cached state list; null: rebuild it
+  std::shared_ptr<const std::string> databaseAlertString;  ///< cached alert list; null: rebuild it
 };
 
 }  // namespace sorvane

@@ -23,12 +23,12 @@ void appendEntry(std::string& list, std::string_view name, std::string_view text
 }  // namespace
 
 StateSummary StateSummary::current(Registry& registry) {
-  StateSummary kept;
+  StateSummary cached;
   std::uint64_t version = 0;
   std::size_t ports = 0;
-  const bool bothStand = registry.with([&](RegistryState& state) {
-    kept = {state.databaseStateString, state.databaseAlertString};
-    if (kept.states != nullptr && kept.alerts != nullptr) {
+  const bool bothCached = registry.with([&](RegistryState& state) {
+    cached = {state.databaseStateString, state.databaseAlertString};
+    if (cached.states != nullptr && cached.alerts != nullptr) {
       return true;
     }
     state.databaseStateString = nullptr;
@@ -37,8 +37,8 @@ StateSummary StateSummary::current(Registry& registry) {
     ports = state.map.size();
     return false;
   });
-  if (bothStand) {
-    return kept;
+  if (bothCached) {
+    return cached;
   }
 
   std::string states;
@@ -57,11 +57,11 @@ StateSummary StateSummary::current(Registry& registry) {
   });
   StateSummary built = {std::make_shared<const std::string>(std::move(states)),
                         std::make_shared<const std::string>(std::move(alerts))};
-  built.keep(registry, version);
+  built.cache(registry, version);
   return built;
 }
 
-void StateSummary::keep(Registry& registry, std::uint64_t version) const {
+void StateSummary::cache(Registry& registry, std::uint64_t version) const {
   registry.with([&](RegistryState& state) {
     if (state.stateVersion == version) {
       state.databaseStateString = states;

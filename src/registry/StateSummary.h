@@ -15,17 +15,16 @@ struct StateSummary {
   std::shared_ptr<const std::string> states;  ///< every database; "running" where none was set
   std::shared_ptr<const std::string> alerts;  ///< the databases whose alert is fresh
 
-  /// The kept lists when both stand, else both built anew and kept. A fresh alert is therefore
-  /// reported past its hour while both stand. Needs `serverLock`.
+  /// Returns the cached lists when both are there; otherwise builds and caches both. An alert is
+  /// therefore still reported after its hour while both are cached. `serverLock` must be held.
   [[nodiscard]] static StateSummary current(Registry& registry);
 
-  /// Keeps both lists, which were begun when the state list had been dropped `version` times. A
-  /// connection that closed since has dropped it once more: what was built may hold its port, and
-  /// only the alert list is kept.
-  void keep(Registry& registry, std::uint64_t version) const;
+  /// Caches both lists. If the registry has changed since `version`, only the alert list is cached:
+  /// the state list may hold a port whose connection has closed meanwhile.
+  void cache(Registry& registry, std::uint64_t version) const;
 
-  /// True when `current` would build the lists from more than `ports` entries, or from a map that
-  /// so many have left that it has more than `slots`.
+  /// True when `current` would have to build the lists, and the map has more than `ports` entries
+  /// or more than `slots` slots.
   [[nodiscard]] static bool mustBuildFromMoreThan(std::size_t ports, std::size_t slots,
                                                   Registry& registry);
 };

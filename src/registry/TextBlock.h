@@ -1,5 +1,14 @@
-// A few texts, each of which may be nil, in one heap block: what a record costs is what its texts
-// are long.
+// A few texts, each of which may be nil, in one heap block.
+//
+// The block begins with a 32-bit word for each text: the offset at which the text ends, counted
+// from the first text, and in the top bit whether the text is nil (it then ends where it begins).
+// The texts follow back to back. A text that has a key is the entry of a message, ready to copy
+// into a reply; one without a key is its bytes alone:
+//
+//   | end[0] | ... | end[n-1] | 10 | 5 | portNumber | 5001\0 | ... | db1@hostA | ...
+//   |<--- a word a text ----->|<- text 0, an entry: lengths, |     |<- a text
+//                             |   key, value --------------->|     |   without a key
+//                             ^ offset 0                     ^ end[0]
 #pragma once
 
 #include <algorithm>
@@ -16,15 +25,15 @@
 
 namespace sorvane {
 
-/// As many texts as `keys` has elements. A text whose key is not empty lies in the block as the
-/// entry of a message under that key, so that it can be put into a reply as it is. Takes one
-/// pointer, and nothing else while all texts are nil. A view that `text` or `entries` answers is
-/// valid until the block is changed. Not synchronised.
+/// Holds as many texts as `keys` has elements. A text whose key is not empty lies in the block as
+/// the entry of a message under that key. The object is one pointer, which is null while all texts
+/// are nil. A view that `text` or `entries` returns is valid until the block is changed. Not
+/// synchronised.
 template <const auto& keys>
 class TextBlock {
  public:
   static constexpr std::size_t kCount = std::size(keys);
-  /// Nothing stands for nil, which is not the empty text.
+  /// An empty optional is nil, which differs from the empty text.
   using Texts = std::array<std::optional<std::string_view>, kCount>;
 
   [[nodiscard]] std::optional<std::string_view> text(std::size_t index) const {
@@ -35,8 +44,8 @@ class TextBlock {
     return std::string_view(contents() + begin, endOf(index) - bytesAfter(index) - begin);
   }
 
-  /// The texts from `first` to `last`, those that are not nil, as the entries of a message. All of
-  /// them have keys.
+  /// Returns the texts from `first` to `last` as the entries of a message, without those that are
+  /// nil. All of them must have keys.
   [[nodiscard]] std::string_view entries(std::size_t first, std::size_t last) const {
     if (block_ == nullptr) {
       return {};
@@ -45,11 +54,11 @@ class TextBlock {
     return {contents() + begin, endOf(last) - begin};
   }
 
-  /// Tells the processor that the texts are about to be read.
+  /// Has the processor fetch the block, which is about to be read.
   void prefetch() const { __builtin_prefetch(block_.get()); }
 
-  /// Replaces all texts; they may be views into this block. Raises NSException when they are longer
-  /// than 2 GiB together; the block is then as it was.
+  /// Replaces all texts. They may be views into this block. Raises NSException and changes nothing
+  /// when they are longer than 2 GiB together.
   void setAll(const Texts& texts) {
     std::size_t bytes = 0;
     bool allNil = true;
@@ -76,31 +85,29 @@ class TextBlock {
   }
 
  private:
-  // The block begins with a mark for each text: where it ends, counted from the first text, and
-  // whether it is nil (then it ends where it begins).
   static constexpr std::uint32_t kNil = 0x80000000U;
-  static constexpr std::size_t kMarksBytes = kCount * sizeof(std::uint32_t);
+  static constexpr std::size_t kEndsBytes = kCount * sizeof(std::uint32_t);
 
   static constexpr std::size_t bytesBefore(std::size_t index) {
     return keys[index].empty() ? 0 : kEntryHeaderBytes + keys[index].size();
   }
   static constexpr std::size_t bytesAfter(std::size_t index) { return keys[index].empty() ? 0 : 1; }
 
-  [[nodiscard]] const char* contents() const { return block_.get() + kMarksBytes; }
-  [[nodiscard]] std::uint32_t mark(std::size_t index) const {
+  [[nodiscard]] const char* contents() const { return block_.get() + kEndsBytes; }
+  [[nodiscard]] std::uint32_t endWord(std::size_t index) const {
     std::uint32_t value = 0;
     std::memcpy(&value, block_.get() + index * sizeof value, sizeof value);
     return value;
   }
-  [[nodiscard]] bool isNil(std::size_t index) const { return (mark(index) & kNil) != 0; }
-  [[nodiscard]] std::size_t endOf(std::size_t index) const { return mark(index) & ~kNil; }
+  [[nodiscard]] bool isNil(std::size_t index) const { return (endWord(index) & kNil) != 0; }
+  [[nodiscard]] std::size_t endOf(std::size_t index) const { return endWord(index) & ~kNil; }
   [[nodiscard]] std::size_t beginOf(std::size_t index) const {
     return index == 0 ? 0 : endOf(index - 1);
   }
 
   [[nodiscard]] static std::unique_ptr<char[]> built(const Texts& texts, std::size_t bytes) {
-    std::unique_ptr<char[]> block(new char[kMarksBytes + bytes]);
-    char* const contents = block.get() + kMarksBytes;
+    std::unique_ptr<char[]> block(new char[kEndsBytes + bytes]);
+    char* const contents = block.get() + kEndsBytes;
     char* out = contents;
     for (std::size_t index = 0; index < kCount; ++index) {
       const auto& text = texts[index];

@@ -5,20 +5,20 @@
 
 namespace sorvane {
 
-/// "watchPortChanges": puts the sender's record on the watch list, once more if it is there, and
-/// sets its flag. Reply {"result": "succeed"}.
+/// "watchPortChanges": puts the sender's record on the watch list, even when it is on it already,
+/// and sets it dirty. Reply {"result": "succeed"}.
 Outcome watchPortChanges(CommandContext& context);
 
-/// "didPortsChange": puts the sender's record on the watch list unless it is there; then tells and
-/// clears its flag. Reply {"result": "YES" or "NO"}.
+/// "didPortsChange": puts the sender's record on the watch list unless it is on it. Then returns
+/// and clears its dirty flag. Reply {"result": "YES" or "NO"}.
 Outcome didPortsChange(CommandContext& context);
 
-/// "needsRefresh": marks all watchers; with "force" YES it advances the forced-refresh number, too.
-/// Reply {"result": "success"}.
+/// "needsRefresh": sets all watchers dirty. With "force" YES it also advances the forced-refresh
+/// number. Reply {"result": "success"}.
 Outcome needsRefresh(CommandContext& context);
 
-/// "changeTimestamp": reply {"result": time of the last change}, and "force_refresh" once there was
-/// a forced refresh.
+/// "changeTimestamp": reply {"result": time of the last change}, and "force_refresh" after the
+/// first forced refresh.
 Outcome changeTimestamp(CommandContext& context);
 
 }  // namespace sorvane

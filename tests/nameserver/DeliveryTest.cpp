@@ -209,6 +209,42 @@ TEST_F(Delivery, OfHostInfoCarriesTheVersionTexts) {
                                           sorvkeyController::platformName());
 }
 
+struct HostCase {
+  const char* address;
+  bool dynamic;
+  bool remoteUsersAreServed;
+};
+
+class DeliveryOfAHost : public NameServerTest, public testing::WithParamInterface<HostCase> {};
+
+TEST_P(DeliveryOfAHost, ServesRemoteUsersUnlessItsOnlyAddressIsTheLoopbackOne) {
+  settings_.address = GetParam().address;
+  settings_.dynamicAddress = GetParam().dynamic;
+  settingsChanged();
+  NameServer server;
+  Peer remote(server);
+  const Message request({{"findPort", "db1"}, {"portHost", "h"}, {"portHostAddress", "10.0.0.5"}});
+  EXPECT_EQ(remote.answer(request, "notFound"),
+            GetParam().remoteUsersAreServed ? "notFound" : "(nil)");
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, DeliveryOfAHost,
+                         testing::Values(HostCase{"127.0.0.1", false, false},
+                                         HostCase{"127.0.0.1", true, true},
+                                         HostCase{"10.1.2.3", false, true},
+                                         HostCase{"10.1.2.3", true, true}));
+
+TEST_F(Delivery, OfHostListUsesTheAliasesOfTheSettings) {
+  settings_.aliases["10.9.9.9"] = "outside";
+  settingsChanged();
+  server_.registry().with([](RegistryState& state) {
+    state.hosts.hostList = HostLists::List{"a@1"};
+    state.hosts.alternateHostList = HostLists::List{"x@8"};
+  });
+  EXPECT_EQ(peer_.answer({{"action", "hostList"}, {"hostAddress", "10.9.9.9"}}), "x@8");
+  EXPECT_EQ(peer_.answer({{"action", "hostList"}, {"hostAddress", "10.0.0.5"}}), "a@1");
+}
+
 using EndOfProcess = Delivery;
 
 TEST_F(EndOfProcess, OnTerminateHasStatusZeroAndItsLogLine) {

@@ -155,13 +155,13 @@ TEST_F(PortDescriptorTest, MarkingReachesOnlyRecordsThatAreOnTheList) {
   outside.setDirty(false);
   list_.append(record_);
   record_.setDirty(false);
-  list_.markAll();
+  list_.setAllDirty();
   EXPECT_TRUE(record_.isDirty());
   EXPECT_FALSE(outside.isDirty());
 }
 
 TEST_F(PortDescriptorTest, AMarkingBeforeARecordCameDoesNotReachIt) {
-  list_.markAll();
+  list_.setAllDirty();
   list_.append(record_);
   record_.setDirty(false);
   EXPECT_FALSE(record_.isDirty());
@@ -170,19 +170,19 @@ TEST_F(PortDescriptorTest, AMarkingBeforeARecordCameDoesNotReachIt) {
 TEST_F(PortDescriptorTest, ARecordKeepsItsFlagWhenItLeavesTheList) {
   list_.append(record_);
   record_.setDirty(false);
-  list_.markAll();
+  list_.setAllDirty();
   list_.remove(record_);
   EXPECT_TRUE(record_.isDirty());
   record_.setDirty(false);
-  list_.markAll();
+  list_.setAllDirty();
   EXPECT_FALSE(record_.isDirty());
 }
 
 TEST_F(PortDescriptorTest, SeveralMarkingsAreToldOnce) {
   list_.append(record_);
   EXPECT_TRUE(record_.takeDirty());
-  list_.markAll();
-  list_.markAll();
+  list_.setAllDirty();
+  list_.setAllDirty();
   EXPECT_TRUE(record_.takeDirty());
   EXPECT_FALSE(record_.takeDirty());
 }

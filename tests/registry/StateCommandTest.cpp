@@ -119,7 +119,7 @@ TEST_F(DatabaseStates, RebuildBothListsWhenTheStateListIsDropped) {
 
 TEST_F(DatabaseStates, AMarkingDropsTheStateListAlone) {
   (void)states();
-  server_.registry.markWatchers();
+  server_.registry.setWatchersDirty();
   server_.registry.with([](const RegistryState& state) {
     EXPECT_EQ(state.databaseStateString, nullptr);
     EXPECT_NE(state.databaseAlertString, nullptr);
@@ -170,13 +170,13 @@ TEST_F(DatabaseStates, BuiltWhileAConnectionClosedAreNotKept) {
   const auto droppedTimes = registry.with([](const RegistryState& s) { return s.stateVersion; });
   const StateSummary built = {std::make_shared<const std::string>("db1:running"),
                               std::make_shared<const std::string>("db1:x")};
-  registry.markWatchers();
-  built.keep(registry, droppedTimes);
+  registry.setWatchersDirty();
+  built.cache(registry, droppedTimes);
   registry.with([&](const RegistryState& state) {
     EXPECT_EQ(state.databaseStateString, nullptr);
     EXPECT_EQ(state.databaseAlertString, built.alerts);
   });
-  built.keep(registry, droppedTimes + 1);
+  built.cache(registry, droppedTimes + 1);
   registry.with(
       [&](const RegistryState& state) { EXPECT_EQ(state.databaseStateString, built.states); });
 }

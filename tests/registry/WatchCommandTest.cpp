@@ -180,7 +180,7 @@ TEST_F(SetWatchToDirty, TheMarkingItselfTakesNoSetDirtyLock) {
   Peer watcher(server_);
   (void)watcher.action("didPortsChange");
   server_.registry.setDirtyLock().lock();
-  server_.registry.markWatchers();
+  server_.registry.setWatchersDirty();
   server_.registry.setDirtyLock().unlock();
   EXPECT_EQ(watcher.action("didPortsChange"), "YES");
 }

@@ -1,0 +1,176 @@
+// A command that raises has changed nothing: that is what lets the server deliver a request twice.
+#include <algorithm>
+#include <set>
+
+#include "registry/CommandServer.h"
+#include "registry/StateSnapshot.h"
+
+namespace sorvane::test {
+namespace {
+
+/// A request with every key that its command reads, and which of those values it cannot do without.
+struct Example {
+  const char* name;
+  std::vector<std::pair<std::string, std::string>> texts;
+  std::set<std::string> raisesWithout;     ///< raises when the key is missing
+  std::set<std::string> raisesWhenNoText;  ///< raises when the value is empty or not UTF-8
+};
+
+const std::vector<Example>& examples() {
+  static const std::vector<Example> all = {
+      {"reconnectPort",
+       {{"reconnectPort", "db2"},
+        {"portHost", "h"},
+        {"portNumber", "7"},
+        {"portType", "t"},
+        {"portHostAddress", "10.0.0.5"}},
+       {"portHost", "portNumber", "portType"},
+       {"reconnectPort", "portHost", "portNumber", "portType", "portHostAddress"}},
+      {"findPort",
+       {{"findPort", "db1"}, {"portHost", "h"}, {"portHostAddress", "10.0.0.5"}},
+       {"portHost"},
+       {"findPort", "portHost", "portHostAddress"}},
+      {"acceptPort", {{"acceptPort", ""}}, {}, {}},
+      {"terminate", {{"terminate", ""}}, {}, {}},
+      {"restart", {{"action", "restart"}}, {}, {}},
+      {"newPort",
+       {{"newPort", ""},
+        {"portHost", "h"},
+        {"portName", "db2"},
+        {"portType", "t"},
+        {"portHostAddress", "10.0.0.5"}},
+       {},
+       {"portHost", "portName", "portType", "portHostAddress"}},
+      {"needsRefresh", {{"action", "needsRefresh"}, {"force", "YES"}}, {}, {}},
+      {"setAlertState",
+       {{"action", "setAlertState"}, {"state", "full"}, {"databaseName", "db1"}},
+       {},
+       {"state", "databaseName"}},
+      {"setDatabaseState",
+       {{"action", "setDatabaseState"}, {"state", "stopping"}, {"databaseName", "db1"}},
+       {},
+       {"state", "databaseName"}},
+      {"databaseStates", {{"action", "databaseStates"}}, {}, {}},
+      {"watchPortChanges", {{"action", "watchPortChanges"}}, {}, {}},
+      {"didPortsChange", {{"action", "didPortsChange"}}, {}, {}},
+      {"changeTimestamp", {{"action", "changeTimestamp"}}, {}, {}},
+      {"sorvexecConnectHost",
+       {{"action", "sorvexecConnectHost"},
+        {"hostName", "h"},
+        {"portHostAddress", "10.0.0.5"},
+        {"ethernetAddress", "00:11:22:33:44:55"}},
+       {},
+       {"hostName", "portHostAddress", "ethernetAddress"}},
+      {"hostInfo", {{"action", "hostInfo"}, {"hostAddress", "10.0.0.5"}}, {}, {"hostAddress"}},
+      {"hostList", {{"action", "hostList"}, {"hostAddress", "10.0.0.5"}}, {}, {"hostAddress"}},
+      {"infoServer", {{"action", "unknown"}}, {}, {}},
+  };
+  return all;
+}
+
+const DispatchRule* ruleOf(const Example& example) {
+  Message request;
+  for (const auto& [key, text] : example.texts) {
+    request.setText(key, text);
+  }
+  return &ruleFor(request);
+}
+
+enum class Damage { missing, empty, notUtf8 };
+
+Message damaged(const Example& example, const std::string& damagedKey, Damage damage) {
+  Message request;
+  for (const auto& [key, text] : example.texts) {
+    if (key != damagedKey) {
+      request.setText(key, text);
+    } else if (damage != Damage::missing) {
+      request.setData(key, damage == Damage::empty ? "" : std::string_view("\xff\0", 2));
+    }
+  }
+  return request;
+}
+
+class RaisingCommand : public CommandTest {
+ protected:
+  RaisingCommand() {
+    sender_.registers("held");
+    other_.registers("db1");
+    (void)sender_.action("watchPortChanges");
+    (void)other_.answer({{"action", "setDatabaseState"}, {"databaseName", "db1"}, {"state", "s"}});
+    (void)other_.answer({{"action", "setAlertState"}, {"databaseName", "db1"}, {"state", "a"}});
+    (void)sender_.action("needsRefresh");
+    (void)sender_.action("databaseStates");
+    movedTime += 10;
+  }
+
+  std::string state() {
+    return snapshot(server_.registry, {"held", "db1", "db2", ""},
+                    {&sender_.record(), &other_.record()});
+  }
+  /// Whether the request raises; when it does, nothing may have changed.
+  bool raises(Peer& peer, const Message& request) {
+    const std::string before = state();
+    try {
+      (void)peer.sends(request);
+      return false;
+    } catch (const NSException&) {
+      EXPECT_EQ(state(), before) << request.description();
+      return true;
+    }
+  }
+
+  Peer sender_{server_};
+  Peer other_{server_};
+};
+
+TEST_F(RaisingCommand, HasAnExampleForEachRowOfTheTable) {
+  std::set<const DispatchRule*> shown;
+  for (const Example& example : examples()) {
+    shown.insert(ruleOf(example));
+  }
+  for (const DispatchRule& rule : dispatchRules()) {
+    EXPECT_TRUE(shown.contains(&rule)) << rule.keys[0] << rule.action;
+  }
+}
+
+TEST_F(RaisingCommand, HasChangedNothingWhicheverValueWasMissingEmptyOrBroken) {
+  for (const Example& example : examples()) {
+    for (const auto& [key, text] : example.texts) {
+      for (const Damage damage : {Damage::missing, Damage::empty, Damage::notUtf8}) {
+        const bool expected = damage == Damage::missing ? example.raisesWithout.contains(key)
+                                                        : example.raisesWhenNoText.contains(key);
+        EXPECT_EQ(raises(sender_, damaged(example, key, damage)), expected)
+            << example.name << " " << key << " " << static_cast<int>(damage);
+      }
+    }
+  }
+}
+
+TEST_F(RaisingCommand, HasChangedNothingWithTwoBrokenValues) {
+  for (const Example& example : examples()) {
+    for (const std::string& first : example.raisesWhenNoText) {
+      for (const std::string& second : example.raisesWhenNoText) {
+        Message request = damaged(example, first, Damage::notUtf8);
+        request.setData(second, "");
+        EXPECT_TRUE(raises(sender_, request)) << example.name << " " << first << " " << second;
+      }
+    }
+  }
+}
+
+TEST_F(RaisingCommand, HasChangedNothingWithoutANameToAccept) {
+  Peer nameless(server_);
+  EXPECT_TRUE(raises(nameless, {{"acceptPort", ""}}));
+  EXPECT_EQ(shown(nameless.record()), shown(PortDescriptor()));
+}
+
+TEST_F(RaisingCommand, DeliveredOnceMoreRaisesAgainAndHasChangedNothing) {
+  const Message request({{"reconnectPort", "db2"}, {"portHost", "h"}});
+  EXPECT_TRUE(raises(sender_, request));
+  EXPECT_TRUE(raises(sender_, request));
+  EXPECT_EQ(sender_.finds("held"), "5001");
+  EXPECT_EQ(sender_.finds("db2"), "(none)");
+}
+
+}  // namespace
+}  // namespace sorvane::test
