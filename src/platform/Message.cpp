@@ -19,17 +19,11 @@ bool isKey(std::string_view key) {
   return isPlainText(key) || (isUtf8(key) && key.find('\0') == std::string_view::npos);
 }
 
-// Keys of one length often differ in their first byte; comparing that here saves the call.
-bool areEqual(std::string_view left, std::string_view right) {
-  return left.size() == right.size() &&
-         (left.empty() || (left.front() == right.front() && left == right));
-}
-
 bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {
   if (entries.size() <= kPairwiseEntries) {
     for (std::size_t i = 1; i < entries.size(); ++i) {
       for (std::size_t j = 0; j < i; ++j) {
-        if (areEqual(entries[i].key, entries[j].key)) {
+        if (areEqualKeys(entries[i].key, entries[j].key)) {
           return true;
         }
       }

@@ -41,8 +41,13 @@ constexpr DispatchRule kRules[] = {
 };
 // clang-format on
 
+// Nearly every client writes an action as it stands in the table, so that is compared first.
+bool isAction(std::string_view action, std::string_view word) {
+  return action.size() == word.size() && (action == word || equalIgnoringCase(action, word));
+}
+
 bool matches(const DispatchRule& rule, const Message& request, std::string_view action) {
-  if (!rule.action.empty() && !equalIgnoringCase(rule.action, action)) {
+  if (!rule.action.empty() && !isAction(action, rule.action)) {
     return false;
   }
   for (const std::string_view key : rule.keys) {
