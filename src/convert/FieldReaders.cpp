@@ -4,17 +4,12 @@
 
 #include "convert/LeadingInteger.h"
 #include "convert/VNConvertTypes.h"
+#include "platform/Ascii.h"
 
 namespace sorvane {
 namespace {
 
 constexpr int kAbsent = -1;
-
-bool isDigit(char character) { return character >= '0' && character <= '9'; }
-
-bool isLetter(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
-}
 
 bool isMonth(int number) { return number >= 1 && number <= 12; }
 
@@ -75,7 +70,7 @@ int monthByName(char* name) {
 
 bool VNConvertTypes::isDateNumber(const char* text) {
   for (const char* place = text; *place != '\0'; ++place) {
-    if (!isDigit(*place) && *place != '.' && !(*place == '-' && place == text)) {
+    if (!isAsciiDigit(*place) && *place != '.' && !(*place == '-' && place == text)) {
       return false;
     }
   }
@@ -106,7 +101,7 @@ int VNConvertTypes::getMonth(char* text) {
     }
   }
   for (; *text != '\0'; ++text) {
-    if (isLetter(*text)) {
+    if (isAsciiLetter(*text)) {
       return monthByName(text);
     }
   }
@@ -123,7 +118,7 @@ int VNConvertTypes::getDay(const char* text) {
     return leadingInteger<int>(text);
   }
   for (; *text != '\0'; ++text) {
-    if (isDigit(*text)) {
+    if (isAsciiDigit(*text)) {
       return leadingInteger<int>(text);
     }
     if (*text == ',') {

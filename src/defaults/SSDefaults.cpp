@@ -1,11 +1,11 @@
 #include "defaults/SSDefaults.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "platform/Ascii.h"
 #include "platform/NetConnection.h"
 #include "platform/VNGlobalPath.h"
 
@@ -42,15 +42,6 @@ std::string fileText(const std::filesystem::path& path) {
     text.append(block, static_cast<std::size_t>(file.gcount()));
   }
   return text;
-}
-
-bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
-  const auto lower = [](char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                                : character;
-  };
-  return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(),
-                    [&](char left, char right) { return lower(left) == right; });
 }
 
 }  // namespace
@@ -131,7 +122,7 @@ int SSDefaults::writeDefaultDictionary(const Dictionary* dictionary, std::string
   }
   std::printf("writeDefaultDictionary RETURN = %s\n",
               reply ? reply->description().c_str() : "(null)");
-  return reply && equalsIgnoringCase(reply->text("result").value_or(""), "succeed") ? 1 : 0;
+  return reply && equalIgnoringCase(reply->text("result").value_or(""), "succeed") ? 1 : 0;
 }
 
 void SSDefaults::freeDefaults() { defaultDictionary_.reset(); }

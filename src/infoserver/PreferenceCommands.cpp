@@ -1,6 +1,5 @@
 #include "infoserver/PreferenceCommands.h"
 
-#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>

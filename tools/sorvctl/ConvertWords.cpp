@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cstdlib>
 #include <memory>
@@ -10,6 +9,7 @@
 
 #include "convert/IntegerText.h"
 #include "convert/VNConvertTypes.h"
+#include "platform/Ascii.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
@@ -90,9 +90,7 @@ std::string groupedInteger(const std::string& text) {
 }
 
 std::string integerOfHex(const std::string& text) {
-  std::string digits = text;
-  std::transform(digits.begin(), digits.end(), digits.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  std::string digits = sorvane::lowerCase(text);
   if (const std::size_t mark = digits.find("0x"); mark == 0 || (mark == 1 && digits[0] == '-')) {
     digits.erase(mark, 2);
   }

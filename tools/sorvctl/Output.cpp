@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "platform/Ascii.h"
 #include "platform/PropertyList.h"
 #include "sorvctl/Failure.h"
 
@@ -82,7 +83,7 @@ void appendEscaped(std::string& text, std::string_view character) {
 std::string hexOf(std::string_view bytes) {
   std::string text;
   for (const char byte : bytes) {
-    text += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+    sorvane::appendHex(text, static_cast<unsigned char>(byte));
   }
   return text;
 }

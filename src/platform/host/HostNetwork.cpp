@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/Ascii.h"
+
 namespace sorvane {
 namespace {
 
@@ -60,7 +62,6 @@ std::string ethernetAddressOfHost(const HostNetwork& network, const std::string&
 
 std::string formatEthernetAddress(const unsigned char* bytes, std::size_t length) {
   constexpr std::size_t kBytes = 6;
-  constexpr char kDigits[] = "0123456789abcdef";
   if (length != kBytes ||
       std::all_of(bytes, bytes + length, [](unsigned char byte) { return byte == 0; })) {
     return "";
@@ -70,8 +71,7 @@ std::string formatEthernetAddress(const unsigned char* bytes, std::size_t length
     if (i > 0) {
       result += ':';
     }
-    result += kDigits[bytes[i] >> 4];
-    result += kDigits[bytes[i] & 0xf];
+    appendHex(result, bytes[i]);
   }
   return result;
 }

@@ -1,9 +1,9 @@
 #include "platform/VNHost.h"
 
-#include <algorithm>
 #include <mutex>
 #include <string_view>
 
+#include "platform/Ascii.h"
 #include "platform/Settings.h"
 #include "platform/host/HostNetwork.h"
 
@@ -11,14 +11,6 @@ namespace sorvane {
 namespace {
 
 std::mutex creationMutex;
-
-bool sameName(std::string_view a, std::string_view b) {
-  const auto lower = [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [&](char x, char y) { return lower(x) == lower(y); });
-}
 
 std::string_view shortName(std::string_view name) { return name.substr(0, name.find('.')); }
 
@@ -73,11 +65,12 @@ bool VNHost::isThisHost(const std::string& nameOrAddress) const {
     return false;
   }
   for (const std::string_view own : {std::string_view(name_), std::string_view(systemName_)}) {
-    if (sameName(given, own) || sameName(given, shortName(own))) {
+    if (equalIgnoringCase(given, own) || equalIgnoringCase(given, shortName(own))) {
       return true;
     }
   }
-  return sameName(given, "localhost") || given == address_ || isAddressOfThisHost(nameOrAddress);
+  return equalIgnoringCase(given, "localhost") || given == address_ ||
+         isAddressOfThisHost(nameOrAddress);
 }
 
 }  // namespace sorvane

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/Ascii.h"
 #include "platform/Utf8.h"
 
 namespace sorvane {

@@ -1,4 +1,4 @@
-// The reader behind `PropertyList::parse`, and the characters that reader and writer agree on.
+// The reader behind `PropertyList::parse`.
 #pragma once
 
 #include <cstddef>
@@ -9,21 +9,6 @@
 #include "platform/PropertyList.h"
 
 namespace sorvane {
-
-[[nodiscard]] constexpr bool isAsciiLetterOrDigit(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-
-/// The value of a hexadecimal digit of either case, or -1.
-[[nodiscard]] constexpr int hexValue(char c) {
-  if (c >= '0' && c <= '9') {
-    return c - '0';
-  }
-  if (c >= 'a' && c <= 'f') {
-    return c - 'a' + 10;
-  }
-  return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
 
 /// Reads one text, once, from its beginning to its end; never goes back.
 class PropertyListReader {

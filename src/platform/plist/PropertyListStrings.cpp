@@ -1,4 +1,5 @@
 // The reader's strings: words, quoted texts and their escapes.
+#include "platform/Ascii.h"
 #include "platform/Utf8.h"
 #include "platform/plist/PropertyListReader.h"
 

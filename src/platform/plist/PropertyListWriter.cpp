@@ -1,13 +1,12 @@
 #include <algorithm>
 
+#include "platform/Ascii.h"
 #include "platform/PropertyList.h"
 #include "platform/Utf8.h"
-#include "platform/plist/PropertyListReader.h"
 
 namespace sorvane {
 namespace {
 
-constexpr char kHexDigits[] = "0123456789abcdef";
 constexpr std::size_t kBlanksPerLevel = 4;
 constexpr std::size_t kDataGroup = 4;
 
@@ -19,7 +18,7 @@ bool needsNoQuotes(std::string_view text) {
 void appendUnicodeEscape(std::string& result, char32_t unit) {
   result += "\\U";
   for (int shift = 12; shift >= 0; shift -= 4) {
-    result += kHexDigits[(unit >> shift) & 0xf];
+    result += hexDigit((unit >> shift) & 0xf);
   }
 }
 
@@ -78,9 +77,7 @@ void appendData(std::string& result, std::string_view bytes) {
     if (i > 0 && i % kDataGroup == 0) {
       result += ' ';
     }
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    result += kHexDigits[byte >> 4];
-    result += kHexDigits[byte & 0xf];
+    appendHex(result, static_cast<unsigned char>(bytes[i]));
   }
   result += '>';
 }

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/plist/PropertyListReader.h"
+#include "platform/Ascii.h"
 #include "platform/settings/SettingsFile.h"
 
 namespace sorvane {
@@ -47,13 +47,6 @@ std::chrono::milliseconds seconds(const PropertyList& value) {
     failNeeding("a number of seconds from 0.001 to 86400");
   }
   return std::chrono::milliseconds(std::lround(number * 1000));
-}
-
-std::string lowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return text;
 }
 
 /// Nothing when the word is none of the six.
