@@ -1,9 +1,10 @@
 #include "system/LaunchedTask.h"
 
-#include <errno.h>
 #include <sys/wait.h>
 
 #include <thread>
+
+#include "platform/WithoutInterruption.h"
 
 namespace sorvane {
 
@@ -25,8 +26,7 @@ void LaunchedTask::waitUntilExit() const {
 
 void LaunchedTask::reap() {
   // Where ended children are reaped by the system, this waits as long and then finds no child.
-  while (waitpid(processIdentifier_, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  withoutInterruption([this] { return waitpid(processIdentifier_, nullptr, 0); });
   const std::lock_guard lock(mutex_);
   running_ = false;
   ended_.notify_all();

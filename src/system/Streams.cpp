@@ -1,9 +1,10 @@
 #include "system/Streams.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
+
+#include "platform/WithoutInterruption.h"
 
 namespace sorvane {
 namespace {
@@ -14,16 +15,6 @@ void endTextAtFirst(char* text, char mark) {
   if (char* found = strchr(text, mark); found != nullptr) {
     *found = '\0';
   }
-}
-
-/// Repeats a system call that a signal interrupted before it did anything.
-template <typename Call>
-auto uninterrupted(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
 }
 
 }  // namespace
@@ -70,7 +61,7 @@ int VN_read(FILE* stream, void* buffer, int count) {
 
 int VN_ropen(const char* path) {
   SystemLock lock;
-  return uninterrupted(
+  return withoutInterruption(
       [path] { return open(path, O_RDWR | O_CREAT | O_CLOEXEC, kDataFilePermissions); });
 }
 
@@ -81,11 +72,11 @@ int VN_rclose(int descriptor) {
 }
 
 int VN_rread(int descriptor, void* buffer, std::uint32_t length) {
-  return uninterrupted([=] { return read(descriptor, buffer, length); }) < 0 ? 0 : 1;
+  return withoutInterruption([=] { return read(descriptor, buffer, length); }) < 0 ? 0 : 1;
 }
 
 int VN_rwrite(int descriptor, const void* buffer, std::uint32_t length) {
-  const ssize_t written = uninterrupted([=] { return write(descriptor, buffer, length); });
+  const ssize_t written = withoutInterruption([=] { return write(descriptor, buffer, length); });
   return written == static_cast<ssize_t>(length) ? 1 : 0;
 }
 

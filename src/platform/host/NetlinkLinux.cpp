@@ -1,11 +1,12 @@
 #include "platform/host/NetlinkLinux.h"
 
-#include <errno.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <vector>
+
+#include "platform/WithoutInterruption.h"
 
 namespace sorvane {
 namespace {
@@ -45,10 +46,8 @@ class NetlinkSocket {
   [[nodiscard]] bool receive(std::vector<char>& bytes) const {
     const std::size_t before = bytes.size();
     bytes.resize(before + kBufferBytes);
-    ssize_t length = 0;
-    do {
-      length = recv(descriptor_, bytes.data() + before, kBufferBytes, MSG_TRUNC);
-    } while (length < 0 && errno == EINTR);
+    const ssize_t length = withoutInterruption(
+        [&] { return recv(descriptor_, bytes.data() + before, kBufferBytes, MSG_TRUNC); });
     if (length <= 0 || static_cast<std::size_t>(length) > kBufferBytes) {
       return false;
     }

@@ -10,6 +10,7 @@
 
 #include "platform/Console.h"
 #include "platform/Settings.h"
+#include "platform/WithoutInterruption.h"
 
 namespace sorvane {
 namespace {
@@ -104,10 +105,8 @@ Attempt lockFile(int descriptor, const std::string& path) {
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return Attempt::failed;
   }
-  while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EINTR) {
-      return errno == EWOULDBLOCK ? Attempt::heldElsewhere : Attempt::failed;
-    }
+  if (withoutInterruption([=] { return flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
+    return errno == EWOULDBLOCK ? Attempt::heldElsewhere : Attempt::failed;
   }
   if (!isFileAt(path, status)) {
     return Attempt::again;

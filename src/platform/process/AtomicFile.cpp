@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "platform/WithoutInterruption.h"
+
 namespace sorvane {
 namespace {
 
@@ -19,20 +21,11 @@ namespace fs = std::filesystem;
 
 std::error_code lastError() { return {errno, std::generic_category()}; }
 
-/// Repeats a system call that a signal interrupted.
-template <typename Call>
-auto uninterrupted(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
-
 class Descriptor {
  public:
   Descriptor(const fs::path& path, int flags, mode_t mode = 0)
-      : number_(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); })) {}
+      : number_(
+            withoutInterruption([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); })) {}
   ~Descriptor() {
     if (isOpen()) {
       ::close(number_);
@@ -71,7 +64,8 @@ fs::path folderOf(const fs::path& path) {
 }
 
 std::error_code flush(int descriptor) {
-  return uninterrupted([&] { return ::fsync(descriptor); }) == -1 ? lastError() : std::error_code();
+  return withoutInterruption([&] { return ::fsync(descriptor); }) == -1 ? lastError()
+                                                                        : std::error_code();
 }
 
 std::error_code flushFolder(const fs::path& folder) {
@@ -115,7 +109,7 @@ fs::path nextTemporary(const fs::path& file) {
 std::error_code writeAll(int descriptor, std::string_view content) {
   while (!content.empty()) {
     const ssize_t written =
-        uninterrupted([&] { return ::write(descriptor, content.data(), content.size()); });
+        withoutInterruption([&] { return ::write(descriptor, content.data(), content.size()); });
     if (written == -1) {
       return lastError();
     }
@@ -152,7 +146,7 @@ std::optional<std::error_code> replaceBy(const fs::path& temporary, const fs::pa
   }
   // Held, the lock tells that this file is not abandoned; whoever cleaned up between the two calls
   // has removed it already. A file system without locks does not keep anybody from writing.
-  (void)uninterrupted([&] { return ::flock(descriptor.number(), LOCK_EX); });
+  (void)withoutInterruption([&] { return ::flock(descriptor.number(), LOCK_EX); });
   struct stat created {};
   if (::fstat(descriptor.number(), &created) == 0 && created.st_nlink == 0) {
     return std::nullopt;
@@ -223,7 +217,7 @@ void removeAbandonedTemporaries(const std::string& path) {
     struct stat status {};
     if (descriptor.isOpen() && ::fstat(descriptor.number(), &status) == 0 &&
         S_ISREG(status.st_mode) &&
-        uninterrupted([&] { return ::flock(descriptor.number(), LOCK_SH | LOCK_NB); }) == 0) {
+        withoutInterruption([&] { return ::flock(descriptor.number(), LOCK_SH | LOCK_NB); }) == 0) {
       ::unlink(entry->path().c_str());
     }
   }

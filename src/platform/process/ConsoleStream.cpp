@@ -1,6 +1,5 @@
 #include "platform/process/ConsoleStream.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
@@ -8,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include "platform/WithoutInterruption.h"
 
 namespace sorvane {
 namespace {
@@ -46,27 +45,26 @@ StandardErrorStream::~StandardErrorStream() {
 std::size_t StandardErrorStream::write(std::string_view bytes) const {
   std::size_t done = 0;
   while (done < bytes.size()) {
-    const char* next = bytes.data() + done;
-    std::size_t length = bytes.size() - done;
-    ssize_t taken = 0;
-    if (kind_ == Kind::socket) {
-      taken = send(descriptor_, next, length, MSG_DONTWAIT | MSG_NOSIGNAL);
-    } else {
-      if (kind_ == Kind::waiting) {
-        if (!takesBytesNow(descriptor_)) {
-          return done;
-        }
-        length = std::min<std::size_t>(length, PIPE_BUF);
-      }
-      taken = ::write(descriptor_, next, length);
-    }
-    if (taken > 0) {
-      done += static_cast<std::size_t>(taken);
-    } else if (taken == 0 || errno != EINTR) {
+    const ssize_t taken = withoutInterruption([&] { return writeSome(bytes.substr(done)); });
+    if (taken <= 0) {
       return done;
     }
+    done += static_cast<std::size_t>(taken);
   }
   return done;
+}
+
+ssize_t StandardErrorStream::writeSome(std::string_view bytes) const {
+  if (kind_ == Kind::socket) {
+    return send(descriptor_, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  }
+  if (kind_ == Kind::waiting) {
+    if (!takesBytesNow(descriptor_)) {
+      return 0;
+    }
+    bytes = bytes.substr(0, PIPE_BUF);
+  }
+  return ::write(descriptor_, bytes.data(), bytes.size());
 }
 
 }  // namespace sorvane

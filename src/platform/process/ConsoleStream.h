@@ -1,6 +1,8 @@
 // The places to which console lines go, written to without ever waiting for a reader.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string_view>
 
@@ -20,6 +22,10 @@ class StandardErrorStream {
   [[nodiscard]] std::size_t write(std::string_view bytes) const;
 
  private:
+  /// One attempt: how many bytes were written; 0 when it would have to wait, -1 and `errno` when it
+  /// fails.
+  [[nodiscard]] ssize_t writeSome(std::string_view bytes) const;
+
   enum class Kind { file, socket, waiting };  // `waiting`: pipes, terminals
   Kind kind_ = Kind::file;
   int descriptor_;  // standard error, or a description of its own for the same pipe or terminal

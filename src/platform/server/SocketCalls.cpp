@@ -2,23 +2,10 @@
 
 #include <errno.h>
 
+#include "platform/WithoutInterruption.h"
 #include "platform/server/SystemCalls.h"
 
 namespace sorvane {
-namespace {
-
-/// Repeats `call` while it fails with EINTR.
-template <typename Call>
-auto withoutInterruption(Call&& call) {
-  for (;;) {
-    const auto result = call();
-    if (result >= 0 || errno != EINTR) {
-      return result;
-    }
-  }
-}
-
-}  // namespace
 
 int acceptConnection(int listener) {
   for (;;) {
