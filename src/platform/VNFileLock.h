@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/Descriptor.h"
+
 namespace sorvane {
 
 /// The lock goes with the object, and with the process, however that ends. It works for any user,
@@ -16,7 +18,6 @@ class VNFileLock {
   [[nodiscard]] static std::shared_ptr<VNFileLock> fileLockWithSorvaneProcessName(
       const std::string& name);
 
-  ~VNFileLock();
   VNFileLock(const VNFileLock&) = delete;
   VNFileLock& operator=(const VNFileLock&) = delete;
 
@@ -30,7 +31,7 @@ class VNFileLock {
   explicit VNFileLock(std::string path);
 
   const std::string path_;
-  int descriptor_ = -1;
+  Descriptor held_;  // open while this object holds the lock
 };
 
 }  // namespace sorvane

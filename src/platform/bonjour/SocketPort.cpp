@@ -1,8 +1,10 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <utility>
+
+#include "platform/Descriptor.h"
 #include "platform/NetService.h"
 
 namespace sorvane {
@@ -10,11 +12,10 @@ namespace {
 
 class PosixSocketPort : public SocketPort {
  public:
-  explicit PosixSocketPort(int descriptor) : descriptor_(descriptor) {}
-  ~PosixSocketPort() override { close(descriptor_); }
+  explicit PosixSocketPort(Descriptor socket) : socket_(std::move(socket)) {}
 
  private:
-  const int descriptor_;
+  const Descriptor socket_;
 };
 
 bool listenOn(int descriptor, std::uint16_t port) {
@@ -30,13 +31,15 @@ bool listenOn(int descriptor, std::uint16_t port) {
 }  // namespace
 
 std::unique_ptr<SocketPort> SocketPort::listeningOnTcpPort(std::uint16_t port) {
-  const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-  if (descriptor < 0) {
+  Descriptor listener(socket(AF_INET, SOCK_STREAM, 0));
+  if (!listener.isOpen()) {
     return nullptr;
   }
-  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  auto socketPort = std::make_unique<PosixSocketPort>(descriptor);
-  return listenOn(descriptor, port) ? std::move(socketPort) : nullptr;
+  fcntl(listener.number(), F_SETFD, FD_CLOEXEC);
+  if (!listenOn(listener.number(), port)) {
+    return nullptr;
+  }
+  return std::make_unique<PosixSocketPort>(std::move(listener));
 }
 
 }  // namespace sorvane

@@ -3,11 +3,11 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
 
+#include "platform/Descriptor.h"
 #include "platform/host/HostNetwork.h"
 #include "platform/host/LinkAddress.h"
 
@@ -29,14 +29,12 @@ std::string addressTowardsOutside() {
   inet_pton(AF_INET, "192.0.2.1", &outside.sin_addr);  // RFC 5737: no host has it
   sockaddr_in own{};
   socklen_t length = sizeof own;
-  const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
+  const Descriptor datagrams(socket(AF_INET, SOCK_DGRAM, 0));
   const bool known =
-      descriptor >= 0 &&
-      connect(descriptor, reinterpret_cast<const sockaddr*>(&outside), sizeof outside) == 0 &&
-      getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &length) == 0;
-  if (descriptor >= 0) {
-    close(descriptor);
-  }
+      datagrams.isOpen() &&
+      connect(datagrams.number(), reinterpret_cast<const sockaddr*>(&outside), sizeof outside) ==
+          0 &&
+      getsockname(datagrams.number(), reinterpret_cast<sockaddr*>(&own), &length) == 0;
   return known ? dotted(reinterpret_cast<const sockaddr&>(own)) : "";
 }
 

@@ -2,10 +2,10 @@
 
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <vector>
 
+#include "platform/Descriptor.h"
 #include "platform/WithoutInterruption.h"
 
 namespace sorvane {
@@ -19,16 +19,9 @@ enum class Answer { whole, interrupted, failed };
 
 class NetlinkSocket {
  public:
-  NetlinkSocket() : descriptor_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)) {
-    setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &kAnswerLimit, sizeof kAnswerLimit);
+  NetlinkSocket() : socket_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)) {
+    setsockopt(socket_.number(), SOL_SOCKET, SO_RCVTIMEO, &kAnswerLimit, sizeof kAnswerLimit);
   }
-  ~NetlinkSocket() {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-  NetlinkSocket(const NetlinkSocket&) = delete;
-  NetlinkSocket& operator=(const NetlinkSocket&) = delete;
 
   [[nodiscard]] bool ask(std::uint16_t type, unsigned char family) const {
     struct {
@@ -39,7 +32,7 @@ class NetlinkSocket {
     request.header.nlmsg_type = type;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.body.rtgen_family = family;
-    return send(descriptor_, &request, request.header.nlmsg_len, 0) >= 0;
+    return send(socket_.number(), &request, request.header.nlmsg_len, 0) >= 0;
   }
 
   /// Appends the next datagram; false when none came or it did not fit.
@@ -47,7 +40,7 @@ class NetlinkSocket {
     const std::size_t before = bytes.size();
     bytes.resize(before + kBufferBytes);
     const ssize_t length = withoutInterruption(
-        [&] { return recv(descriptor_, bytes.data() + before, kBufferBytes, MSG_TRUNC); });
+        [&] { return recv(socket_.number(), bytes.data() + before, kBufferBytes, MSG_TRUNC); });
     if (length <= 0 || static_cast<std::size_t>(length) > kBufferBytes) {
       return false;
     }
@@ -56,7 +49,7 @@ class NetlinkSocket {
   }
 
  private:
-  int descriptor_;
+  const Descriptor socket_;
 };
 
 const nlmsghdr& entryAt(const std::vector<char>& bytes, std::size_t at) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <system_error>
+#include <utility>
 
 #include "platform/Console.h"
 #include "platform/Settings.h"
@@ -40,37 +41,37 @@ bool createFolderAndParents(const std::string& folder) {
 }
 
 /// An existing file; one that may not be written serves as well.
-int openExisting(const char* path) {
-  const int descriptor = open(path, O_RDWR | kOpenFlags);
-  if (descriptor >= 0 || (errno != EACCES && errno != EPERM && errno != EROFS)) {
-    return descriptor;
+Descriptor openExisting(const char* path) {
+  Descriptor file(open(path, O_RDWR | kOpenFlags));
+  if (file.isOpen() || (errno != EACCES && errno != EPERM && errno != EROFS)) {
+    return file;
   }
-  return open(path, O_RDONLY | kOpenFlags);
+  return Descriptor(open(path, O_RDONLY | kOpenFlags));
 }
 
-int createFile(const char* path) {
-  const int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | kOpenFlags, kFileMode);
-  if (descriptor >= 0) {
-    fchmod(descriptor, kFileMode);
+Descriptor createFile(const char* path) {
+  Descriptor file(open(path, O_RDWR | O_CREAT | O_EXCL | kOpenFlags, kFileMode));
+  if (file.isOpen()) {
+    fchmod(file.number(), kFileMode);
   }
-  return descriptor;
+  return file;
 }
 
-/// The lock file, made where it is missing, or -1 and errno.
-int openLockFile(const std::string& path) {
+/// The lock file, made where it is missing, or none and errno.
+Descriptor openLockFile(const std::string& path) {
   for (;;) {
     // Not with O_CREAT at once: a system may refuse that for another user's file in a sticky
     // folder.
-    int descriptor = openExisting(path.c_str());
-    if (descriptor >= 0 || errno != ENOENT) {
-      return descriptor;
+    Descriptor file = openExisting(path.c_str());
+    if (file.isOpen() || errno != ENOENT) {
+      return file;
     }
     if (!createFolderAndParents(path.substr(0, path.rfind('/')))) {
-      return -1;
+      return {};
     }
-    descriptor = createFile(path.c_str());
-    if (descriptor >= 0 || errno != EEXIST) {
-      return descriptor;
+    file = createFile(path.c_str());
+    if (file.isOpen() || errno != EEXIST) {
+      return file;
     }
   }
 }
@@ -124,28 +125,19 @@ std::shared_ptr<VNFileLock> VNFileLock::fileLockWithSorvaneProcessName(const std
 
 VNFileLock::VNFileLock(std::string path) : path_(std::move(path)) {}
 
-VNFileLock::~VNFileLock() {
-  if (descriptor_ >= 0) {
-    close(descriptor_);
-  }
-}
-
 bool VNFileLock::obtainLock() {
-  if (descriptor_ >= 0) {
+  if (held_.isOpen()) {
     return true;
   }
   for (;;) {
-    const int descriptor = openLockFile(path_);
-    const Attempt attempt = descriptor < 0 ? Attempt::failed : lockFile(descriptor, path_);
+    Descriptor file = openLockFile(path_);
+    const Attempt attempt = file.isOpen() ? lockFile(file.number(), path_) : Attempt::failed;
     if (attempt == Attempt::obtained) {
-      descriptor_ = descriptor;
+      held_ = std::move(file);
       return true;
     }
-    const int reason = errno;
-    if (descriptor >= 0) {
-      close(descriptor);
-    }
     if (attempt == Attempt::failed) {
+      const int reason = errno;
       consoleLine("the process lock " + path_ +
                   " cannot be taken: " + std::generic_category().message(reason));
     }

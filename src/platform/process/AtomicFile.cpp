@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "platform/Descriptor.h"
 #include "platform/WithoutInterruption.h"
 
 namespace sorvane {
@@ -21,25 +22,10 @@ namespace fs = std::filesystem;
 
 std::error_code lastError() { return {errno, std::generic_category()}; }
 
-class Descriptor {
- public:
-  Descriptor(const fs::path& path, int flags, mode_t mode = 0)
-      : number_(
-            withoutInterruption([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); })) {}
-  ~Descriptor() {
-    if (isOpen()) {
-      ::close(number_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  [[nodiscard]] bool isOpen() const { return number_ != -1; }
-  [[nodiscard]] int number() const { return number_; }
-
- private:
-  const int number_;
-};
+Descriptor openFile(const fs::path& path, int flags, mode_t mode = 0) {
+  return Descriptor(
+      withoutInterruption([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
+}
 
 /// The file that `path` means when it is a symbolic link, however many links follow each other; the
 /// last one need not name anything that exists.
@@ -69,7 +55,7 @@ std::error_code flush(int descriptor) {
 }
 
 std::error_code flushFolder(const fs::path& folder) {
-  const Descriptor descriptor(folder, O_RDONLY | O_DIRECTORY);
+  const Descriptor descriptor = openFile(folder, O_RDONLY | O_DIRECTORY);
   if (!descriptor.isOpen()) {
     return lastError();
   }
@@ -140,7 +126,7 @@ std::error_code keepOwnerAndMode(int descriptor, const struct stat& former) {
 std::optional<std::error_code> replaceBy(const fs::path& temporary, const fs::path& file,
                                          const struct stat* former, std::string_view content) {
   const mode_t mode = former != nullptr ? 0600 : 0644;
-  const Descriptor descriptor(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+  const Descriptor descriptor = openFile(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
   if (!descriptor.isOpen()) {
     return errno == EEXIST ? std::nullopt : std::optional(lastError());
   }
@@ -213,7 +199,7 @@ void removeAbandonedTemporaries(const std::string& path) {
     }
     // Non-blocking, so that no pipe of such a name is waited for. A shared lock is enough to find a
     // writer at work, and network file systems give it to readers, too.
-    const Descriptor descriptor(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    const Descriptor descriptor = openFile(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status {};
     if (descriptor.isOpen() && ::fstat(descriptor.number(), &status) == 0 &&
         S_ISREG(status.st_mode) &&

@@ -20,7 +20,7 @@ bool takesBytesNow(int descriptor) {
 
 }  // namespace
 
-StandardErrorStream::StandardErrorStream() : descriptor_(STDERR_FILENO) {
+StandardErrorStream::StandardErrorStream() {
   struct stat what {};
   if (fstat(STDERR_FILENO, &what) != 0) {
     return;
@@ -31,15 +31,12 @@ StandardErrorStream::StandardErrorStream() : descriptor_(STDERR_FILENO) {
     kind_ = Kind::waiting;
     // Opened anew, a pipe or a terminal has flags of its own and can be told not to wait. Where
     // that is refused, asking before each write has to do.
-    const int own = open("/dev/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    descriptor_ = own >= 0 ? own : STDERR_FILENO;
+    own_ = Descriptor(open("/dev/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
 }
 
-StandardErrorStream::~StandardErrorStream() {
-  if (descriptor_ != STDERR_FILENO) {
-    close(descriptor_);
-  }
+int StandardErrorStream::descriptor() const {
+  return own_.isOpen() ? own_.number() : STDERR_FILENO;
 }
 
 std::size_t StandardErrorStream::write(std::string_view bytes) const {
@@ -56,15 +53,15 @@ std::size_t StandardErrorStream::write(std::string_view bytes) const {
 
 ssize_t StandardErrorStream::writeSome(std::string_view bytes) const {
   if (kind_ == Kind::socket) {
-    return send(descriptor_, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return send(descriptor(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   }
   if (kind_ == Kind::waiting) {
-    if (!takesBytesNow(descriptor_)) {
+    if (!takesBytesNow(descriptor())) {
       return 0;
     }
     bytes = bytes.substr(0, PIPE_BUF);
   }
-  return ::write(descriptor_, bytes.data(), bytes.size());
+  return ::write(descriptor(), bytes.data(), bytes.size());
 }
 
 }  // namespace sorvane

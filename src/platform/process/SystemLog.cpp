@@ -3,8 +3,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <syslog.h>
-#include <unistd.h>
 
+#include "platform/Descriptor.h"
 #include "platform/process/ConsoleStream.h"
 
 namespace sorvane {
@@ -12,20 +12,18 @@ namespace {
 
 /// syslog() waits while the log's queue is full, so the queue is asked first.
 bool systemLogTakesLine() {
-  const int descriptor = socket(AF_UNIX, SOCK_DGRAM, 0);
-  if (descriptor < 0) {
+  const Descriptor queue(socket(AF_UNIX, SOCK_DGRAM, 0));
+  if (!queue.isOpen()) {
     return false;
   }
   sockaddr_un log{};
   log.sun_family = AF_UNIX;
   strncpy(log.sun_path, _PATH_LOG, sizeof log.sun_path - 1);
-  bool takes = false;
-  if (connect(descriptor, reinterpret_cast<const sockaddr*>(&log), sizeof log) == 0) {
-    pollfd question{descriptor, POLLOUT, 0};
-    takes = poll(&question, 1, 0) == 1 && question.revents == POLLOUT;
+  if (connect(queue.number(), reinterpret_cast<const sockaddr*>(&log), sizeof log) != 0) {
+    return false;
   }
-  close(descriptor);
-  return takes;
+  pollfd question{queue.number(), POLLOUT, 0};
+  return poll(&question, 1, 0) == 1 && question.revents == POLLOUT;
 }
 
 }  // namespace

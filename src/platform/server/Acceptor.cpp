@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -12,7 +11,7 @@
 namespace sorvane {
 namespace {
 
-int openSpare() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
+Descriptor openSpare() { return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 
 }  // namespace
 
@@ -23,12 +22,6 @@ Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
       context_(context),
       loops_(loops),
       spare_(openSpare()) {}
-
-Acceptor::~Acceptor() {
-  if (spare_ >= 0) {
-    close(spare_);
-  }
-}
 
 // One at a time: a flood of them must not keep the loop's connections waiting, and asking for a
 // second one when one came alone would be a call in vain.
@@ -44,17 +37,14 @@ void Acceptor::acceptOne(Poller& poller) {
   if (context_.connections.load(std::memory_order_relaxed) >= maximumConnections_) {
     console_.line(peerName(descriptor) + ": closed, " + std::to_string(maximumConnections_) +
                   " connections are open already");
-    close(descriptor);
+    closeSocket(descriptor);
     return;
   }
   leastLoaded().adopt(descriptor);
 }
 
 void Acceptor::pause(Poller& poller) {
-  if (spare_ >= 0) {
-    close(spare_);
-    spare_ = -1;
-  }
+  spare_.close();
   paused_ = true;
   pausedUntil_ = DeadlineQueue::Clock::now() + kBackOff;
   poller.modify(listener_, Poller::Interest::none, this);
@@ -62,7 +52,7 @@ void Acceptor::pause(Poller& poller) {
 
 void Acceptor::goOn(Poller& poller) {
   spare_ = openSpare();
-  if (spare_ < 0) {
+  if (!spare_.isOpen()) {
     pausedUntil_ = DeadlineQueue::Clock::now() + kBackOff;
     return;
   }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/Console.h"
+#include "platform/Descriptor.h"
 #include "platform/server/Poller.h"
 #include "platform/server/ServingLoop.h"
 
@@ -22,9 +23,6 @@ class Acceptor {
   /// At most `maximumConnections` at once; a further one is closed.
   Acceptor(int listener, int maximumConnections, ServerContext& context,
            const std::vector<std::unique_ptr<ServingLoop>>& loops);
-  ~Acceptor();
-  Acceptor(const Acceptor&) = delete;
-  Acceptor& operator=(const Acceptor&) = delete;
 
   /// Accepts the connection that has waited longest.
   void acceptOne(Poller& poller);
@@ -43,7 +41,7 @@ class Acceptor {
   ServerContext& context_;
   const std::vector<std::unique_ptr<ServingLoop>>& loops_;
   ConsoleRateLimit console_;
-  int spare_;
+  Descriptor spare_;
   bool paused_ = false;
   DeadlineQueue::Clock::time_point pausedUntil_;
 };

@@ -6,6 +6,7 @@
 #include <array>
 #include <system_error>
 
+#include "platform/Descriptor.h"
 #include "platform/server/Poller.h"
 #include "platform/server/SystemCalls.h"
 
@@ -38,46 +39,44 @@ int checked(int result, const char* what) {
 }  // namespace
 
 struct Poller::State {
-  const int epoll = checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
-  const int wakeUp = checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
+  const Descriptor epoll{checked(epoll_create1(EPOLL_CLOEXEC), "epoll_create1")};
+  const Descriptor wakeUp{checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd")};
   std::array<epoll_event, kEventsAtOnce> raw;
   std::array<Event, kEventsAtOnce> events;
 };
 
 Poller::Poller() : state_(std::make_unique<State>()) {
   epoll_event event = eventFor(Interest::readable, nullptr);
-  checked(epoll_ctl(state_->epoll, EPOLL_CTL_ADD, state_->wakeUp, &event), "epoll_ctl");
+  checked(epoll_ctl(state_->epoll.number(), EPOLL_CTL_ADD, state_->wakeUp.number(), &event),
+          "epoll_ctl");
 }
 
-Poller::~Poller() {
-  close(state_->wakeUp);
-  close(state_->epoll);
-}
+Poller::~Poller() = default;
 
 bool Poller::add(int descriptor, Interest interest, void* owner) {
   epoll_event event = eventFor(interest, owner);
-  return epoll_ctl(state_->epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+  return epoll_ctl(state_->epoll.number(), EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 void Poller::modify(int descriptor, Interest interest, void* owner) {
   epoll_event event = eventFor(interest, owner);
-  epoll_ctl(state_->epoll, EPOLL_CTL_MOD, descriptor, &event);
+  epoll_ctl(state_->epoll.number(), EPOLL_CTL_MOD, descriptor, &event);
 }
 
 void Poller::remove(int descriptor) {
-  epoll_ctl(state_->epoll, EPOLL_CTL_DEL, descriptor, nullptr);
+  epoll_ctl(state_->epoll.number(), EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
 std::span<const Poller::Event> Poller::wait(int milliseconds) {
   const int answered =
-      systemcall::wait(state_->epoll, state_->raw.data(), kEventsAtOnce, milliseconds);
+      systemcall::wait(state_->epoll.number(), state_->raw.data(), kEventsAtOnce, milliseconds);
   const std::size_t count = answered < 0 ? 0 : static_cast<std::size_t>(answered);
   for (std::size_t i = 0; i < count; ++i) {
     const std::uint32_t bits = state_->raw[i].events;
     void* const owner = state_->raw[i].data.ptr;
     if (owner == nullptr) {
       std::uint64_t times = 0;
-      [[maybe_unused]] const ssize_t taken = read(state_->wakeUp, &times, sizeof times);
+      [[maybe_unused]] const ssize_t taken = read(state_->wakeUp.number(), &times, sizeof times);
     }
     state_->events[i] = {owner, (bits & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0,
                          (bits & (EPOLLOUT | EPOLLHUP | EPOLLERR)) != 0};
@@ -87,7 +86,7 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
 
 void Poller::wake() {
   const std::uint64_t once = 1;
-  [[maybe_unused]] const ssize_t written = write(state_->wakeUp, &once, sizeof once);
+  [[maybe_unused]] const ssize_t written = write(state_->wakeUp.number(), &once, sizeof once);
 }
 
 }  // namespace sorvane

@@ -5,8 +5,8 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include "platform/Descriptor.h"
 #include "platform/NetConnection.h"
 #include "platform/VNHost.h"
 #include "platform/server/SocketCalls.h"
@@ -17,10 +17,11 @@ namespace {
 constexpr int kBacklog = 4096;
 
 int listenOn(int family, const sockaddr* address, socklen_t bytes) {
-  const int descriptor = socket(family, SOCK_STREAM, 0);
-  if (descriptor < 0) {
+  Descriptor listener(socket(family, SOCK_STREAM, 0));
+  if (!listener.isOpen()) {
     return -1;
   }
+  const int descriptor = listener.number();
   const int on = 1;
   const int off = 0;
   const bool ready = fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0 &&
@@ -30,13 +31,7 @@ int listenOn(int family, const sockaddr* address, socklen_t bytes) {
                       setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off) == 0) &&
                      setConnectionOptions(descriptor) && bind(descriptor, address, bytes) == 0 &&
                      listen(descriptor, kBacklog) == 0;
-  if (!ready) {
-    const int reason = errno;
-    close(descriptor);
-    errno = reason;
-    return -1;
-  }
-  return descriptor;
+  return ready ? listener.release() : -1;
 }
 
 int listenOnAllIPv6(std::uint16_t port) {

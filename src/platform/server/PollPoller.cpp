@@ -9,6 +9,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/Descriptor.h"
 #include "platform/server/Poller.h"
 
 namespace sorvane {
@@ -34,7 +35,8 @@ short eventsFor(Poller::Interest interest) {
 }  // namespace
 
 struct Poller::State {
-  int wakePipe[2];
+  Descriptor readEnd;   // of the pipe that wakes the waiting thread
+  Descriptor writeEnd;  // of the same
   std::mutex mutex;
   std::map<int, Watched> watched;  // guarded by mutex
   // Of the waiting thread alone:
@@ -44,19 +46,19 @@ struct Poller::State {
 };
 
 Poller::Poller() : state_(std::make_unique<State>()) {
-  if (pipe(state_->wakePipe) != 0) {
+  int ends[2];
+  if (pipe(ends) != 0) {
     throw std::system_error(errno, std::generic_category(), "pipe");
   }
-  for (const int end : state_->wakePipe) {
+  state_->readEnd = Descriptor(ends[0]);
+  state_->writeEnd = Descriptor(ends[1]);
+  for (const int end : ends) {
     fcntl(end, F_SETFD, FD_CLOEXEC);
     fcntl(end, F_SETFL, O_NONBLOCK);
   }
 }
 
-Poller::~Poller() {
-  close(state_->wakePipe[0]);
-  close(state_->wakePipe[1]);
-}
+Poller::~Poller() = default;
 
 bool Poller::add(int descriptor, Interest interest, void* owner) {
   modify(descriptor, interest, owner);
@@ -77,7 +79,7 @@ void Poller::remove(int descriptor) {
 }
 
 std::span<const Poller::Event> Poller::wait(int milliseconds) {
-  state_->polled.assign(1, {state_->wakePipe[0], POLLIN, 0});
+  state_->polled.assign(1, {state_->readEnd.number(), POLLIN, 0});
   state_->owners.assign(1, nullptr);
   {
     const std::lock_guard<std::mutex> hold(state_->mutex);
@@ -97,7 +99,7 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
     }
     if (state_->owners[i] == nullptr) {
       char taken[64];
-      while (read(state_->wakePipe[0], taken, sizeof taken) > 0) {
+      while (read(state_->readEnd.number(), taken, sizeof taken) > 0) {
       }
     }
     state_->events.push_back({state_->owners[i], (bits & (POLLIN | POLLHUP | POLLERR)) != 0,
@@ -108,7 +110,7 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
 
 void Poller::wake() {
   const char once = 1;
-  [[maybe_unused]] const ssize_t written = write(state_->wakePipe[1], &once, 1);
+  [[maybe_unused]] const ssize_t written = write(state_->writeEnd.number(), &once, 1);
 }
 
 }  // namespace sorvane

@@ -1,0 +1,91 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <type_traits>
+
+#include "platform/Descriptor.h"
+
+namespace sorvane {
+namespace {
+
+static_assert(!std::is_copy_constructible_v<Descriptor> && !std::is_copy_assignable_v<Descriptor>,
+              "two owners would close a number twice");
+
+Descriptor openNull() { return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
+bool isOpenNumber(int number) { return fcntl(number, F_GETFD) != -1; }
+
+TEST(Descriptor, ClosesAtTheEndOfItsLife) {
+  int number = -1;
+  {
+    const Descriptor descriptor = openNull();
+    EXPECT_TRUE(descriptor.isOpen());
+    number = descriptor.number();
+    EXPECT_TRUE(isOpenNumber(number));
+  }
+  EXPECT_FALSE(isOpenNumber(number));
+}
+
+TEST(Descriptor, OfAFailedCallIsNoneAndClosesNothing) {
+  EXPECT_FALSE(Descriptor().isOpen());
+  errno = ENOENT;
+  {
+    Descriptor none(-1);
+    EXPECT_FALSE(none.isOpen());
+    EXPECT_LT(none.number(), 0);
+    none.close();
+  }
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Descriptor, ClosesEarlyAndOnce) {
+  Descriptor descriptor = openNull();
+  const int number = descriptor.number();
+  descriptor.close();
+  EXPECT_FALSE(descriptor.isOpen());
+  EXPECT_FALSE(isOpenNumber(number));
+  const Descriptor another = openNull();
+  ASSERT_EQ(another.number(), number);
+  descriptor.close();
+  EXPECT_TRUE(isOpenNumber(number)) << "the number belongs to another one now";
+}
+
+TEST(Descriptor, MovedFromOwnsNone) {
+  Descriptor from = openNull();
+  const int number = from.number();
+  const Descriptor to = std::move(from);
+  EXPECT_FALSE(from.isOpen());  // NOLINT(bugprone-use-after-move): what is promised
+  EXPECT_EQ(to.number(), number);
+  EXPECT_TRUE(isOpenNumber(number));
+}
+
+TEST(Descriptor, AssignedToClosesWhatItOwned) {
+  Descriptor descriptor = openNull();
+  const int first = descriptor.number();
+  Descriptor other = openNull();
+  const int second = other.number();
+  descriptor = std::move(other);
+  EXPECT_FALSE(isOpenNumber(first));
+  EXPECT_EQ(descriptor.number(), second);
+  EXPECT_TRUE(isOpenNumber(second));
+}
+
+TEST(Descriptor, ReleasedIsLeftOpen) {
+  Descriptor descriptor = openNull();
+  const int number = descriptor.release();
+  EXPECT_FALSE(descriptor.isOpen());
+  EXPECT_TRUE(isOpenNumber(number));
+  ::close(number);
+}
+
+TEST(Descriptor, KeepsTheReasonOfAnEarlierFailure) {
+  errno = EADDRINUSE;
+  // No descriptor has this number: closing it fails.
+  Descriptor(1 << 28).close();
+  EXPECT_EQ(errno, EADDRINUSE);
+}
+
+}  // namespace
+}  // namespace sorvane
