@@ -2,11 +2,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "platform/Ascii.h"
 #include "platform/NetConnection.h"
+#include "platform/PlainFile.h"
 #include "platform/VNGlobalPath.h"
 
 namespace sorvane {
@@ -25,23 +24,6 @@ SSDefaults::Dictionary dictionaryFromText(std::string_view text) {
     // No property list: kept silent, since the caller's built-in defaults then hold.
   }
   return {};
-}
-
-// The file's bytes, or nothing when it cannot be read. One byte above the limit of a property list
-// is enough for that to be refused.
-std::string fileText(const std::filesystem::path& path) {
-  std::error_code ignored;
-  if (!std::filesystem::is_regular_file(path, ignored)) {
-    return {};
-  }
-  std::ifstream file(path, std::ios::binary);
-  std::string text;
-  char block[4096];
-  while (text.size() <= PropertyList::kMaximumBytes &&
-         (file.read(block, sizeof(block)) || file.gcount() > 0)) {
-    text.append(block, static_cast<std::size_t>(file.gcount()));
-  }
-  return text;
 }
 
 }  // namespace
@@ -104,8 +86,10 @@ std::optional<SSDefaults::Dictionary> SSDefaults::readDefaultDictionary() const 
 }
 
 SSDefaults::Dictionary SSDefaults::localDatabasePreferences() {
-  return dictionaryFromText(
-      fileText(std::filesystem::path(VNGlobalPath::serverConfigFilePath()) / "SorvDefaults"));
+  const std::filesystem::path folder = VNGlobalPath::serverConfigFilePath();
+  const auto file = readPlainFile(folder / "SorvDefaults", PropertyList::kMaximumBytes);
+  const auto* text = std::get_if<std::string>(&file);
+  return text != nullptr ? dictionaryFromText(*text) : Dictionary{};
 }
 
 int SSDefaults::writeDefaultsWithPassword(std::string_view password) {

@@ -1,37 +1,19 @@
 #include "infoserver/PreferenceStore.h"
 
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <utility>
 
 #include "platform/AtomicFile.h"
 #include "platform/NSException.h"
+#include "platform/PlainFile.h"
 
 namespace sorvane {
 namespace {
 
-/// The content of a plain file that is short enough to be a property list.
-std::optional<std::string> readWhole(const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
-    return std::nullopt;  // opening something else, a pipe, might wait for ever
-  }
-  const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error || size > PreferenceStore::kMaximumFileBytes) {
-    return std::nullopt;
-  }
-  std::ifstream file(path, std::ios::binary);
-  std::string content(static_cast<std::size_t>(size), '\0');
-  if (!file.read(content.data(), static_cast<std::streamsize>(content.size()))) {
-    return std::nullopt;
-  }
-  return content;
-}
-
 std::optional<PropertyList> readDictionary(const std::string& path) {
-  const std::optional<std::string> text = readWhole(path);
-  if (!text) {
+  const auto file = readPlainFile(path, PreferenceStore::kMaximumFileBytes);
+  const auto* text = std::get_if<std::string>(&file);
+  if (text == nullptr) {
     return std::nullopt;
   }
   try {

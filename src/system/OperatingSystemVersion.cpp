@@ -1,19 +1,24 @@
 // The text under which the running system is known: what its release file says, and its kernel.
 #include <sys/utsname.h>
 
-#include <fstream>
 #include <optional>
+#include <sstream>
 #include <string>
 
+#include "platform/PlainFile.h"
 #include "system/ProcessInfo.h"
 
 namespace sorvane {
 namespace {
 
+constexpr std::size_t kMaximumFileBytes = std::size_t{1} << 20;
+
 // The value of PRETTY_NAME, see os-release(5): in quotes or not. Empty when there is none.
-std::string prettyName(const char* file) {
+std::string prettyName(const char* path) {
   const std::string key = "PRETTY_NAME=";
-  std::ifstream lines(file);
+  const auto file = readPlainFile(path, kMaximumFileBytes);
+  const auto* content = std::get_if<std::string>(&file);
+  std::istringstream lines(content != nullptr ? *content : std::string());
   for (std::string line; std::getline(lines, line);) {
     if (line.rfind(key, 0) == 0) {
       std::string value = line.substr(key.size());

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 
 #include "defaults/Launcher.h"
 #include "defaults/SSDefaults.h"
 #include "platform/Settings.h"
+#include "support/ChildProcess.h"
 #include "support/ScriptedPeer.h"
 #include "support/TestFiles.h"
 
@@ -74,6 +76,13 @@ TEST_F(LocalDefaults, AreEmptyWithoutAFile) {
 TEST_F(LocalDefaults, AreEmptyWhereTheFileIsAFolder) {
   std::filesystem::create_directories(file());
   EXPECT_EQ(SSDefaults::newDirectLoad()->getDefault("Date"), nullptr);
+}
+
+TEST_F(LocalDefaults, AreEmptyWhereTheFileIsAPipeWithoutAWriter) {
+  ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);
+  const ChildEnd child =
+      runInChild([] { EXPECT_EQ(SSDefaults::newDirectLoad()->getDefault("Date"), nullptr); });
+  EXPECT_EQ(child.status, 0) << child.output << "signal " << child.signal;
 }
 
 TEST_F(LocalDefaults, AreEmptyWhereTheFileIsTooLong) {

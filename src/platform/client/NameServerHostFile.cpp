@@ -1,11 +1,11 @@
 // The name server host file, which may name another computer as the one that serves, and what else
 // of the settings NetConnection answers.
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "platform/Console.h"
 #include "platform/NetConnection.h"
+#include "platform/PlainFile.h"
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
 #include "platform/client/ClientConnection.h"
@@ -14,10 +14,14 @@ namespace sorvane {
 
 namespace {
 
+/// Far more than a host and comments need.
+constexpr std::size_t kMaximumFileBytes = std::size_t{16} << 20;
+
 /// The first word of the first line that is neither empty nor a comment; empty when there is none.
-std::string namedHost(std::istream& file) {
+std::string namedHost(const std::string& content) {
+  std::istringstream lines(content);
   std::string line;
-  while (std::getline(file, line)) {
+  while (std::getline(lines, line)) {
     std::istringstream words(line);
     std::string word;
     if (words >> word && word.front() != '#') {
@@ -29,17 +33,13 @@ std::string namedHost(std::istream& file) {
 
 /// The host that the file names; empty when it names none or cannot be read.
 std::string hostOfFile(const std::string& path) {
-  // Anything but a regular file could keep the reader waiting.
-  std::error_code error;
-  std::ifstream file;
-  if (std::filesystem::is_regular_file(path, error)) {
-    file.open(path);
-  }
-  if (!file.is_open()) {
+  const auto file = readPlainFile(path, kMaximumFileBytes);
+  const auto* content = std::get_if<std::string>(&file);
+  if (content == nullptr) {
     consoleLine("name server host file " + path + " cannot be read");
     return {};
   }
-  return namedHost(file);
+  return namedHost(*content);
 }
 
 }  // namespace

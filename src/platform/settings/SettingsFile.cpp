@@ -2,68 +2,36 @@
 
 #include <arpa/inet.h>
 #include <errno.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <system_error>
-
+#include "platform/PlainFile.h"
 #include "platform/PropertyList.h"
 
 namespace sorvane {
 namespace {
 
-class OpenFile {
- public:
-  /// Without waiting: a FIFO without a writer must not hold up the start.
-  explicit OpenFile(const char* path)
-      : descriptor_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {}
-  ~OpenFile() {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
+std::string reasonOf(const PlainFileFailure& failure) {
+  switch (failure.kind) {
+    case PlainFileFailure::Kind::noPlainFile:
+      return "cannot be read: it is no plain file";
+    case PlainFileFailure::Kind::tooLong:
+      return "is longer than " + std::to_string(PropertyList::kMaximumBytes) + " bytes";
+    case PlainFileFailure::Kind::systemError:
+      break;
   }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
-
-[[noreturn]] void failUnreadable(int error) {
-  throw NSException("cannot be read: " + std::generic_category().message(error));
+  return "cannot be read: " + failure.error.message();
 }
 
 }  // namespace
 
 std::string readSettingsFile(const char* path) {
-  const OpenFile file(path);
-  if (file.descriptor() < 0) {
-    failUnreadable(errno);
+  auto file = readPlainFile(path, PropertyList::kMaximumBytes);
+  if (const auto* failure = std::get_if<PlainFileFailure>(&file)) {
+    throw NSException(reasonOf(*failure));
   }
-  struct stat status {};
-  if (fstat(file.descriptor(), &status) != 0) {
-    failUnreadable(errno);
-  }
-  if (!S_ISREG(status.st_mode)) {
-    throw NSException("cannot be read: it is no plain file");
-  }
-  std::string content;
-  char buffer[16384];
-  while (content.size() <= PropertyList::kMaximumBytes) {
-    const ssize_t length = read(file.descriptor(), buffer, sizeof buffer);
-    if (length == 0) {
-      return content;
-    }
-    if (length > 0) {
-      content.append(buffer, static_cast<std::size_t>(length));
-    } else if (errno != EINTR) {
-      failUnreadable(errno);
-    }
-  }
-  throw NSException("is longer than " + std::to_string(PropertyList::kMaximumBytes) + " bytes");
+  return std::get<std::string>(std::move(file));
 }
 
 bool settingsFileExists(const char* path) {

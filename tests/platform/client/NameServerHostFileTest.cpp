@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 
@@ -5,6 +7,7 @@
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
 #include "platform/client/FakeResolver.h"
+#include "support/ChildProcess.h"
 #include "support/Program.h"
 #include "support/ScriptedPeer.h"
 #include "support/TestFiles.h"
@@ -101,10 +104,24 @@ TEST_F(NameServerHostFile, ThatNamesAnUnknownHostNamesNobody) {
   EXPECT_TRUE(found_);
 }
 
-TEST_F(NameServerHostFile, ThatIsNoFileNamesNobody) {
+TEST_F(NameServerHostFile, ThatCannotBeReadNamesNobodyAndCostsAConsoleLine) {
+  const auto searchOnce = [this](const char* what) {
+    const ChildEnd child = runInChild([this] {
+      EXPECT_FALSE(search());
+      EXPECT_TRUE(found_);
+    });
+    EXPECT_EQ(child.status, 0) << what << " " << child.output << "signal " << child.signal;
+    EXPECT_TRUE(
+        child.errors.ends_with("]: name server host file " + file().string() + " cannot be read\n"))
+        << what << " " << child.errors;
+    std::filesystem::remove(file());
+  };
   std::filesystem::create_directory(file());
-  EXPECT_FALSE(search());
-  EXPECT_TRUE(found_);
+  searchOnce("a folder");
+  ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);
+  searchOnce("a pipe without a writer");
+  writeFile(file(), "hostb\n" + std::string(16 << 20, '#'));
+  searchOnce("more than 16 MiB");
 }
 
 TEST_F(NameServerHostFile, MayBeSearchedWithoutAskingWhetherItIsThere) {

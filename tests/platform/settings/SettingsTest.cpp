@@ -231,6 +231,27 @@ TEST_F(SettingsTest, FileThatCannotBeReadNamesTheReason) {
   std::filesystem::remove(file_);
   std::filesystem::create_directory(file_);
   EXPECT_EQ(errorOfFile(), "1: cannot be read: it is no plain file");
+  std::filesystem::remove(file_);
+  test::writeFile(file_, std::string(PropertyList::kMaximumBytes + 1, ' '));
+  EXPECT_EQ(errorOfFile(), "1: is longer than 16777216 bytes");
+}
+
+TEST_F(SettingsTest, FileThatThisUserMayNotReadNamesTheReason) {
+  test::writeFile(file_, "BasePort = 30000;");
+  ASSERT_EQ(chmod(file_.c_str(), 0), 0);
+  ASSERT_EQ(chmod(folder_.path().c_str(), 0755), 0);
+  const test::ChildEnd child = test::runInChild([this] {
+    if (geteuid() == 0) {
+      ASSERT_EQ(seteuid(65534), 0);
+    }
+    try {
+      static_cast<void>(Settings::read(file_.c_str(), "/opt/product/bin"));
+      FAIL() << "no error";
+    } catch (const NSException& error) {
+      EXPECT_EQ(withoutFile(error.what()), "1: cannot be read: Permission denied");
+    }
+  });
+  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 TEST_F(SettingsTest, UnknownKeyCostsOneConsoleLineAndIsIgnored) {
