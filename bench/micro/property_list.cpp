@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/PropertyList.h"
+#include "platform/Utf8.h"
 
 namespace {
 

@@ -16,7 +16,7 @@ constexpr std::size_t kPairwiseEntries = 16;
 constexpr std::size_t kKeptEntries = 1024;
 
 bool isKey(std::string_view key) {
-  return isPlainText(key) || (isUtf8(key) && key.find('\0') == std::string_view::npos);
+  return isAsciiWithoutNul(key) || (isUtf8(key) && key.find('\0') == std::string_view::npos);
 }
 
 bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {

@@ -143,7 +143,7 @@ class Message {
 [[nodiscard]] inline std::optional<std::string_view> textOfValue(std::string_view bytes) {
   if (!bytes.empty() && bytes.back() == '\0') {
     const std::string_view text = bytes.substr(0, bytes.size() - 1);
-    if (isPlainText(text)) {
+    if (isAsciiWithoutNul(text)) {
       return text;
     }
   }

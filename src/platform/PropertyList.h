@@ -79,9 +79,6 @@ class PropertyList {
 /// Data as `description` writes it: `<0fbd77 1c2735ae>`, groups of four bytes.
 [[nodiscard]] std::string describeData(std::string_view bytes);
 
-/// True when the bytes are well-formed UTF-8 (no surrogates, nothing overlong, at most U+10FFFF).
-[[nodiscard]] bool isUtf8(std::string_view bytes);
-
 /// The line on which each key of a top-level dictionary stands, for messages about a settings file.
 [[nodiscard]] std::map<std::string, int, std::less<>> topLevelKeyLines(std::string_view text);
 

@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/PropertyList.h"
-
 namespace sorvane {
 namespace {
 
@@ -95,7 +93,7 @@ std::size_t wellFormedUtf8Length(std::string_view bytes) {
 }
 
 bool isUtf8(std::string_view bytes) {
-  return isPlainText(bytes) || wellFormedUtf8Length(bytes) == bytes.size();
+  return isAsciiWithoutNul(bytes) || wellFormedUtf8Length(bytes) == bytes.size();
 }
 
 char32_t utf8CodePoint(std::string_view bytes) {

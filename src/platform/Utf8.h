@@ -1,4 +1,4 @@
-// UTF-8, byte by byte: what the property lists need beyond `isUtf8`.
+// UTF-8: whether bytes are text, and their characters.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace sorvane {
 /// True when every byte is ASCII and none is NUL, as in almost every key and text that comes over
 /// the wire; true for no bytes. Looks at a word at a time, the last of which overlaps the one
 /// before.
-[[nodiscard]] inline bool isPlainText(std::string_view bytes) {
+[[nodiscard]] inline bool isAsciiWithoutNul(std::string_view bytes) {
   // Neither the byte nor the byte less one has its top bit. Of several zero bytes the lowest shows
   // for certain, which is enough.
   const auto plain = []<typename Word>(const char* at, Word ones) {
@@ -42,6 +42,9 @@ namespace sorvane {
   }
   return true;
 }
+
+/// True when the bytes are well-formed UTF-8 (no surrogates, nothing overlong, at most U+10FFFF).
+[[nodiscard]] bool isUtf8(std::string_view bytes);
 
 /// The length in bytes of the longest well-formed beginning; all of `bytes` when it is UTF-8.
 [[nodiscard]] std::size_t wellFormedUtf8Length(std::string_view bytes);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/PropertyList.h"
+#include "platform/Utf8.h"
 #include "system/ProcessInfo.h"
 
 namespace sorvane {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "platform/PropertyList.h"
 #include "platform/Utf8.h"
 
 namespace sorvane {
@@ -68,15 +67,15 @@ TEST(IsUtf8, ReadsNothingBeyondTheEnd) {
   EXPECT_TRUE(isUtf8(""));
 }
 
-TEST(PlainText, IsAsciiWithoutNulWhereverTheOtherByteStands) {
+TEST(AsciiWithoutNul, IsToldWhereverTheOtherByteStands) {
   constexpr std::size_t kLongest = 40;  // several words and each rest
   for (std::size_t length = 0; length <= kLongest; ++length) {
     std::string text(length, 'a');
-    EXPECT_TRUE(isPlainText(text)) << length;
+    EXPECT_TRUE(isAsciiWithoutNul(text)) << length;
     for (char& byte : text) {
       for (int value = 0; value < 256; ++value) {
         byte = static_cast<char>(value);
-        ASSERT_EQ(isPlainText(text), value > 0 && value < 0x80)
+        ASSERT_EQ(isAsciiWithoutNul(text), value > 0 && value < 0x80)
             << value << " at " << &byte - text.data() << " of " << length;
       }
       byte = '\x01';  // next to it, a borrow would show

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/Ascii.h"
-#include "platform/PropertyList.h"
+#include "platform/Utf8.h"
 #include "sorvctl/Failure.h"
 
 namespace sorvctl {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "platform/PropertyList.h"
+#include "platform/Utf8.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/PortRequests.h"

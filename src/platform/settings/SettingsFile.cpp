@@ -1,8 +1,6 @@
 #include "platform/settings/SettingsFile.h"
 
-#include <arpa/inet.h>
 #include <errno.h>
-#include <netinet/in.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,11 +40,6 @@ bool settingsFileExists(const char* path) {
 
 std::string defaultLockDirectory() {
   return access("/run/lock", W_OK | X_OK) == 0 ? "/run/lock" : "/tmp";
-}
-
-bool isIPv4Address(const std::string& text) {
-  in_addr address{};
-  return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 }  // namespace sorvane

@@ -15,7 +15,4 @@ namespace sorvane {
 /// The folder of the process lock when the settings name none.
 [[nodiscard]] std::string defaultLockDirectory();
 
-/// True when the text is a dotted IPv4 address.
-[[nodiscard]] bool isIPv4Address(const std::string& text);
-
 }  // namespace sorvane

@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "platform/Ascii.h"
-#include "platform/settings/SettingsFile.h"
+#include "platform/IPv4Address.h"
 
 namespace sorvane {
 namespace {
