@@ -179,14 +179,17 @@ void Message::raiseNoText(std::string_view key, bool isMissing) {
 std::string Message::description() const {
   PropertyList::Dictionary dictionary;
   for (const MessageEntry& entry : entries_) {
-    const std::string_view value = entry.value;
-    // A text is what ends in its only NUL; whatever else came is shown as it came.
-    const bool isText = !value.empty() && value.find('\0') == value.size() - 1 && isUtf8(value);
+    const std::optional<std::string_view> text = wholeTextOfValue(entry.value);
     dictionary.emplace(std::string(entry.key),
-                       isText ? PropertyList(std::string(value.substr(0, value.size() - 1)))
-                              : PropertyList(PropertyList::Data{std::string(value)}));
+                       text ? PropertyList(std::string(*text))
+                            : PropertyList(PropertyList::Data{std::string(entry.value)}));
   }
   return PropertyList(std::move(dictionary)).description();
+}
+
+std::optional<std::string_view> wholeTextOfValue(std::string_view bytes) {
+  const bool isText = !bytes.empty() && bytes.find('\0') == bytes.size() - 1 && isUtf8(bytes);
+  return isText ? std::optional(bytes.substr(0, bytes.size() - 1)) : std::nullopt;
 }
 
 std::optional<std::string_view> textOfUnusualValue(std::string_view bytes) {

@@ -135,6 +135,10 @@ class Message {
   std::vector<MessageEntry> entries_;  // views into body_
 };
 
+/// The text of a value that is a text and nothing else: UTF-8 whose only NUL is its last byte. For
+/// showing a value, where `textOfValue` would leave out what follows the first NUL.
+[[nodiscard]] std::optional<std::string_view> wholeTextOfValue(std::string_view bytes);
+
 /// `textOfValue` of any bytes.
 [[nodiscard]] std::optional<std::string_view> textOfUnusualValue(std::string_view bytes);
 

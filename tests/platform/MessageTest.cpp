@@ -144,6 +144,20 @@ TEST(TextOfValue, NoBytesOrNoUtf8AreNoText) {
   EXPECT_EQ(textOfValue(std::string("ok\0\xff", 4)), "ok") << "what follows the NUL is ignored";
 }
 
+TEST(WholeTextOfValue, IsAllBytesBeforeTheOnlyNulAtTheEnd) {
+  EXPECT_EQ(wholeTextOfValue("db1" + kNul), "db1");
+  EXPECT_EQ(wholeTextOfValue("\xc3\xa4" + kNul), "\xc3\xa4");
+  EXPECT_EQ(wholeTextOfValue(kNul), "") << "the empty text is a text";
+}
+
+TEST(WholeTextOfValue, OfAnythingElseIsNone) {
+  EXPECT_EQ(wholeTextOfValue(""), std::nullopt);
+  EXPECT_EQ(wholeTextOfValue("db1"), std::nullopt) << "no NUL";
+  EXPECT_EQ(wholeTextOfValue(std::string("db1\0rest", 8)), std::nullopt);
+  EXPECT_EQ(wholeTextOfValue("a" + kNul + "b" + kNul), std::nullopt) << "two texts";
+  EXPECT_EQ(wholeTextOfValue("\xff" + kNul), std::nullopt);
+}
+
 TEST(Message, ANeededTextThatIsMissingOrNoTextRaises) {
   Message message({{"text", "x"}});
   message.setData("empty", "").setData("binary", "\xff");

@@ -88,11 +88,6 @@ std::string hexOf(std::string_view bytes) {
   return text;
 }
 
-/// A UTF-8 text with exactly one NUL, its last byte.
-bool isText(std::string_view value) {
-  return !value.empty() && value.find('\0') == value.size() - 1 && sorvane::isUtf8(value);
-}
-
 }  // namespace
 
 std::string escaped(std::string_view text) {
@@ -166,12 +161,13 @@ std::string pairLines(const std::vector<std::pair<std::string, std::string>>& pa
 }
 
 std::string readable(std::string_view value) {
-  return isText(value) ? std::string(value.substr(0, value.size() - 1)) : "<" + hexOf(value) + ">";
+  const auto text = sorvane::wholeTextOfValue(value);
+  return text ? std::string(*text) : "<" + hexOf(value) + ">";
 }
 
 nlohmann::ordered_json jsonOfValue(std::string_view value) {
-  if (isText(value)) {
-    return std::string(value.substr(0, value.size() - 1));
+  if (const auto text = sorvane::wholeTextOfValue(value)) {
+    return std::string(*text);
   }
   return {{"data", hexOf(value)}};
 }
