@@ -47,18 +47,7 @@ Message::Message(std::initializer_list<std::pair<std::string_view, std::string_v
   }
 }
 
-Message::Message(const Message& other) : owned_(other.body_), entries_(other.entries_) {
-  viewOwned(other.body_.data());
-}
-
 Message::Message(Message&& other) noexcept { *this = std::move(other); }
-
-Message& Message::operator=(const Message& other) {
-  if (this != &other) {
-    *this = Message(other);
-  }
-  return *this;
-}
 
 Message& Message::operator=(Message&& other) noexcept {
   if (this != &other) {
@@ -75,6 +64,14 @@ Message& Message::operator=(Message&& other) noexcept {
     other.entries_.clear();
   }
   return *this;
+}
+
+Message Message::owned() const {
+  Message message;
+  message.owned_ = body_;
+  message.entries_ = entries_;
+  message.viewOwned(body_.data());
+  return message;
 }
 
 void Message::viewOwned(const char* before) {

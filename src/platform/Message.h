@@ -74,16 +74,19 @@ class MessageWriter {
 
 /// A dictionary from text keys to bytes. Keys are unique and the order in which they came is kept.
 /// A message either owns its bytes (built with `setText` and `setData`, or read from a reply) or
-/// lies in somebody's buffer (a request being delivered); a copy always owns.
+/// lies in somebody's buffer (a request being delivered). It can be moved; `owned` copies it.
 class Message {
  public:
   Message() = default;
   Message(std::initializer_list<std::pair<std::string_view, std::string_view>> texts);
-  Message(const Message& other);
   Message(Message&& other) noexcept;
-  Message& operator=(const Message& other);
   Message& operator=(Message&& other) noexcept;
+  Message(const Message&) = delete;
+  Message& operator=(const Message&) = delete;
   ~Message() = default;
+
+  /// A message of the same entries that owns its bytes.
+  [[nodiscard]] Message owned() const;
 
   /// Adds an entry, or replaces the value of the key in its place.
   Message& setText(std::string_view key, std::string_view text);

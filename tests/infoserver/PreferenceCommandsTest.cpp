@@ -60,13 +60,13 @@ TEST_F(PreferenceCommands, WithoutAnActionAnswerAnEmptyDictionary) {
 }
 
 TEST_F(PreferenceCommands, WithAnActionThatIsNoTextAnswerAnEmptyDictionary) {
-  Message message = kNoAction;
+  Message message = kNoAction.owned();
   EXPECT_EQ(asks(message.setData("action", "")), kEmptyDictionary);
   EXPECT_EQ(asks(message.setData("action", "get_userpreferences\xff")), kEmptyDictionary);
 }
 
 TEST_F(PreferenceCommands, TakeAWordWithoutItsNulOrWithMoreBehindIt) {
-  Message message = kNoAction;
+  Message message = kNoAction.owned();
   EXPECT_EQ(asks(message.setData("action", "set_userpreferences")), kSucceed);
   EXPECT_EQ(asks(message.setData("action", std::string_view("set_userpreferences\0tail", 24))),
             kSucceed);

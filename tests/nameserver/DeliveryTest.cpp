@@ -168,7 +168,7 @@ TEST_F(Delivery, WithoutWaitingGivesUpWhileTheServerLockIsHeld) {
 
 TEST_F(Delivery, WithoutWaitingLeavesWhatMayWaitToTheOtherDelivery) {
   server_.startCommunication(connection_);
-  const std::vector<Message> requests = {
+  const Message requests[] = {
       {{"terminate", ""}},
       {{"action", "restart"}},
       {{"action", "unknown"}},

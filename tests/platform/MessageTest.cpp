@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <type_traits>
 
 #include "platform/Message.h"
 #include "support/WireBytes.h"
@@ -58,20 +59,37 @@ TEST(Message, AnEmptyBodyIsAnEmptyDictionary) {
   EXPECT_TRUE(message.entries().empty());
 }
 
-TEST(Message, ACopyAndAMovedMessageStandForThemselves) {
-  std::string body = entry("k", "v" + kNul);
+static_assert(!std::is_copy_constructible_v<Message> && !std::is_copy_assignable_v<Message>,
+              "whether a message owns its bytes must be visible where it is copied");
+
+TEST(Message, ThatIsOwnedOutlivesTheBytesInWhichItLay) {
+  std::string body = entry("k", "v" + kNul) + entry("", std::string(1000, 'y'));
   Message lying;
   ASSERT_EQ(lying.readBody(body), nullptr);
-  const Message copy(lying);
+  const Message owned = lying.owned();
+  const std::string before = body;
   body.assign(body.size(), 'x');
-  EXPECT_EQ(copy.text("k"), "v");
+  EXPECT_EQ(owned.body(), before);
+  EXPECT_EQ(owned.text("k"), "v");
+  EXPECT_EQ(owned.data(""), std::string(1000, 'y'));
+}
 
+TEST(Message, ThatIsOwnedStandsForItself) {
+  Message first({{"k", "v"}});
+  const Message second = first.owned();
+  first.setText("k", "changed");
+  EXPECT_EQ(second.text("k"), "v");
+  EXPECT_TRUE(Message().owned().entries().empty());
+}
+
+TEST(Message, ThatIsMovedKeepsItsEntries) {
   Message small({{"k", "v"}});  // short enough to lie inside the string object itself
-  const Message moved(std::move(small));
+  Message moved(std::move(small));
   EXPECT_EQ(moved.text("k"), "v");
-  Message assigned;
-  assigned = moved;
-  EXPECT_EQ(assigned.text("k"), "v");
+  Message assigned({{"other", "text"}});
+  assigned = std::move(moved);
+  EXPECT_EQ(assigned.body(), Message({{"k", "v"}}).body());
+  EXPECT_TRUE(moved.entries().empty());  // NOLINT(bugprone-use-after-move): what is promised
 }
 
 struct Malformed {

@@ -201,7 +201,7 @@ TEST_F(SetDatabaseState, OfAnUnknownNameSucceedsStoresNothingAndMarks) {
 
 TEST_F(SetDatabaseState, WithoutAKeyFailsDropsTheStateListAndMarksNobody) {
   (void)tool_.action("didPortsChange");
-  const std::vector<Message> requests = {
+  const Message requests[] = {
       {{"action", "setDatabaseState"}},
       {{"action", "setDatabaseState"}, {"state", "x"}},
       {{"action", "setDatabaseState"}, {"databaseName", "db1"}},

@@ -75,12 +75,12 @@ TEST_F(WatchPortChanges, TwiceIsOnTheListTwiceAndToldOnceForAChange) {
 }
 
 TEST_F(NeedsRefresh, MarksEveryWatcherAndMovesTheTimeWhateverForceSays) {
-  const std::vector<Message> requests = {
+  const Message requests[] = {
       {{"action", "needsRefresh"}},
       {{"action", "needsRefresh"}, {"force", "NO"}},
       {{"action", "needsRefresh"}, {"force", "YES"}},
-      Message({{"action", "needsRefresh"}}).setData("force", "\xff"),
-      Message({{"action", "needsRefresh"}}).setData("force", ""),
+      Message({{"action", "needsRefresh"}}).setData("force", "\xff").owned(),
+      Message({{"action", "needsRefresh"}}).setData("force", "").owned(),
   };
   Peer watcher(server_);
   Peer tool(server_);

@@ -12,7 +12,7 @@ std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const M
   sender.setReplyBuffer(nullptr);
   switch (reply.kind()) {
     case Reply::Kind::request:
-      return request;
+      return request.owned();
     case Reply::Kind::none:
       return std::nullopt;
     case Reply::Kind::written:
@@ -22,7 +22,7 @@ std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const M
   if (const char* const fault = view.readBody(body.view())) {
     throw std::logic_error(fault);
   }
-  return Message(view);  // a copy owns its bytes
+  return view.owned();
 }
 
 }  // namespace sorvane::test

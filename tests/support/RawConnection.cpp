@@ -25,8 +25,7 @@ Message RawFrame::message() const {
   Message view;
   const char* fault = view.readBody(body);
   EXPECT_EQ(fault, nullptr) << fault;
-  const Message& lying = view;
-  return lying;  // the copy owns its bytes
+  return view.owned();
 }
 
 RawConnection::RawConnection(int port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

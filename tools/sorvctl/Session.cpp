@@ -1,5 +1,7 @@
 #include "sorvctl/Session.h"
 
+#include <utility>
+
 #include "sorvctl/Failure.h"
 
 namespace sorvctl {
@@ -47,7 +49,7 @@ Message Session::askForDictionary(const Message& request) {
   if (!reply) {
     throw Failure(Status::saidNo, "the server gave no reply to this request");
   }
-  return *reply;
+  return std::move(*reply);
 }
 
 std::string Session::askForResult(const Message& request) {

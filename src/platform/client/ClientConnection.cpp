@@ -145,7 +145,7 @@ std::optional<Message> NetConnection::Client::receive(Deadline deadline) {
       }
       std::optional<Message> owned;
       if (header.kind == FrameKind::dictionary) {
-        owned.emplace(std::as_const(reply));  // a copy, which owns its bytes
+        owned = reply.owned();
       }
       taken_ += kFrameHeaderBytes + header.bodyBytes;
       --awaited_;
