@@ -1,24 +1,13 @@
-// The settings: loaded once, by whoever needs them first.
-#include <atomic>
+#include "convert/DisplaySettings.h"
+
+#include <cstddef>
 #include <cstring>
-#include <memory>
-#include <mutex>
 #include <string_view>
 
-#include "convert/Calendar.h"
-#include "convert/VNConvertTypes.h"
 #include "defaults/SSDefaults.h"
 
 namespace sorvane {
 namespace {
-
-// Set after the settings are complete, so that who sees it set may read them without the lock.
-std::atomic<bool> preferencesSet = false;
-DisplaySettings displaySettings;
-
-std::mutex loading;  // guards what follows, and all writing of the two above
-bool directLoadFlag = false;
-char VNserverHostName[200] = "";
 
 // The length of the longest beginning that has at most `most` bytes and ends between two characters
 // of UTF-8.
@@ -50,73 +39,19 @@ void copyWhenStored(SSDefaults& store, const char* key, char (&setting)[Size]) {
   }
 }
 
-DisplaySettings storedSettings() {
+}  // namespace
+
+DisplaySettings readDisplaySettings(SSDefaults& store) {
   DisplaySettings settings;
-  const std::shared_ptr<SSDefaults> store =
-      directLoadFlag ? SSDefaults::newDirectLoad() : SSDefaults::newForHost(VNserverHostName);
-  copyWhenStored(*store, "Date", settings.pDate);
-  copyWhenStored(*store, "Time", settings.pTime);
-  copyWhenStored(*store, "MoneyPostfix", settings.pMoneyPost);
-  copyWhenStored(*store, "MoneyPrefix", settings.pMoneyPre);
-  const char* const format = store->getDefault("CalendarFormat");
+  copyWhenStored(store, "Date", settings.pDate);
+  copyWhenStored(store, "Time", settings.pTime);
+  copyWhenStored(store, "MoneyPostfix", settings.pMoneyPost);
+  copyWhenStored(store, "MoneyPrefix", settings.pMoneyPre);
+  const char* const format = store.getDefault("CalendarFormat");
   if (format != nullptr && *format != '\0') {
     copyCut(format, settings.pCalendarFormat);
   }
   return settings;
-}
-
-void loadLocked() {
-  initDateTime();
-  displaySettings = storedSettings();
-  preferencesSet.store(true, std::memory_order_release);
-}
-
-}  // namespace
-
-void VNConvertTypes::initDefaults() {
-  const std::lock_guard<std::mutex> hold(loading);
-  loadLocked();
-}
-
-const DisplaySettings& VNConvertTypes::settings() {
-  if (!preferencesSet.load(std::memory_order_acquire)) {
-    const std::lock_guard<std::mutex> hold(loading);
-    if (!preferencesSet.load(std::memory_order_relaxed)) {
-      loadLocked();
-    }
-  }
-  return displaySettings;
-}
-
-void VNConvertTypes::setDefaultHost(const char* name) {
-  const std::lock_guard<std::mutex> hold(loading);
-  if (std::strcmp(name, VNserverHostName) == 0) {
-    return;
-  }
-  const std::size_t length = std::string_view(name).substr(0, sizeof(VNserverHostName) - 1).size();
-  std::memmove(VNserverHostName, name, length);
-  VNserverHostName[length] = '\0';
-  directLoadFlag = false;
-  preferencesSet.store(false, std::memory_order_relaxed);
-}
-
-void VNConvertTypes::setDirectLoad() {
-  const std::lock_guard<std::mutex> hold(loading);
-  directLoadFlag = true;
-}
-
-void VNConvertTypes::useSettingsForTest(const DisplaySettings& settings) {
-  const std::lock_guard<std::mutex> hold(loading);
-  displaySettings = settings;
-  preferencesSet.store(true, std::memory_order_release);
-}
-
-void VNConvertTypes::resetForTest() {
-  const std::lock_guard<std::mutex> hold(loading);
-  displaySettings = DisplaySettings{};
-  directLoadFlag = false;
-  VNserverHostName[0] = '\0';
-  preferencesSet.store(false, std::memory_order_relaxed);
 }
 
 }  // namespace sorvane

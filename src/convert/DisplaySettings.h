@@ -3,6 +3,8 @@
 
 namespace sorvane {
 
+class SSDefaults;
+
 /// The settings in force, each a text that ends with a NUL. A stored value that is longer is cut to
 /// fit, between two characters.
 struct DisplaySettings {
@@ -16,5 +18,8 @@ struct DisplaySettings {
   /// The calendar format of the host, for programs that show one; no conversion uses it.
   char pCalendarFormat[64] = "%m.%d.%y %H:%M %Z";
 };
+
+/// Reads the settings from a defaults store. What it does not hold keeps its default.
+[[nodiscard]] DisplaySettings readDisplaySettings(SSDefaults& store);
 
 }  // namespace sorvane

@@ -23,7 +23,7 @@ class VNConvertTypes {
  public:
   VNConvertTypes() = delete;
 
-  // ---- Settings
+  // ---- Settings (VNConvertTypes.cpp)
 
   /// Loads the settings from the defaults store and sets the zone (`initDateTime`). What the store
   /// does not hold keeps its default, as everything does when the host cannot be reached; that is
@@ -44,7 +44,7 @@ class VNConvertTypes {
   /// converts.
   static void resetForTest();
 
-  // ---- Fields of a text as a user types it
+  // ---- Fields of a text as a user types it (FieldReaders.cpp)
 
   /// True for a text made of digits and "." after at most one "-"; also for the empty text.
   [[nodiscard]] static bool isDateNumber(const char* text);
@@ -61,7 +61,7 @@ class VNConvertTypes {
   /// The number after the first ":", at most 59; -1 without one.
   [[nodiscard]] static int getMin(const char* text);
 
-  // ---- The local date and time now
+  // ---- The local date and time now (CurrentTime.cpp)
 
   [[nodiscard]] static int currentYear();
   [[nodiscard]] static int currentMonth();  ///< 1 to 12
@@ -69,7 +69,7 @@ class VNConvertTypes {
   [[nodiscard]] static int currentHour();   ///< 0 to 23
   [[nodiscard]] static int currentMin();
 
-  // ---- Between stored and display forms
+  // ---- Between stored and display forms (DateTimeFilters.cpp)
 
   /// Stored date to display. A text that does not begin with "@" stays as it is; a month outside 1
   /// to 12 has no name.
@@ -91,7 +91,7 @@ class VNConvertTypes {
   /// The text of a date value; `VN_formatDate` after the settings are loaded.
   static char* floatToDateTime(double value, char* buffer);
 
-  // ---- Money, in hundredths
+  // ---- Money, in hundredths (Money.cpp)
 
   /// Writes "$-1,234.56": the money prefix, the number with groups of three, the postfix. On
   /// purpose -1 to -99 come out as "$0.-5" and "$-.12"; callers that want them well formed use
@@ -121,7 +121,7 @@ class VNConvertTypes {
   /// Keeps only digits, "." and "-" of the first 299 bytes.
   static char* stripNumber(char* text);
 
-  // ---- Values by their type
+  // ---- Values by their type (TypedData.cpp)
 
   static void convertLongLong(std::int64_t value, char* buffer);       ///< `vn_lltoa`
   static void convertAscii(const char* text, std::int64_t* longLong);  ///< `vn_atoll`
