@@ -1,7 +1,8 @@
 // The version texts of the product and of the system.
+#include "nameserver/Version.h"
+
 #include <string>
 
-#include "nameserver/PlatformName.h"
 #include "nameserver/sorvkeyController.h"
 #include "system/ProcessInfo.h"
 

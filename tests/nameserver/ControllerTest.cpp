@@ -1,7 +1,7 @@
 #include <regex>
 
 #include "nameserver/NameServer.h"
-#include "nameserver/PlatformName.h"
+#include "nameserver/Version.h"
 #include "system/ProcessInfo.h"
 
 namespace sorvane::test {

@@ -1,4 +1,4 @@
-// The name under which the operating system is reported.
+// The version texts, beside those that sorvkeyController declares.
 #pragma once
 
 #include <string>
