@@ -16,6 +16,11 @@ class ProcessInfo {
 
   /// The object in force. Any thread.
   [[nodiscard]] static const ProcessInfo& processInfo();
+  /// Answers `fake` from `processInfo` from now on; null puts the system's back. The caller keeps
+  /// `fake` alive. For tests.
+  static void replaceForTest(const ProcessInfo* fake);
+
+  // ---- System, host and process (ProcessInfo.cpp)
 
   [[nodiscard]] virtual OperatingSystem operatingSystem() const;
 
@@ -26,12 +31,10 @@ class ProcessInfo {
   /// process number, "_", and what sets this call apart.
   [[nodiscard]] virtual std::string globallyUniqueString(const std::string& hostName) const;
 
+  // ---- The version text (OperatingSystemVersion.cpp)
+
   /// The version of the operating system as text; nothing when it does not tell one.
   [[nodiscard]] virtual std::optional<std::string> operatingSystemVersionString() const;
-
-  /// Answers `fake` from `processInfo` from now on; null puts the system's back. The caller keeps
-  /// `fake` alive. For tests.
-  static void replaceForTest(const ProcessInfo* fake);
 };
 
 }  // namespace sorvane

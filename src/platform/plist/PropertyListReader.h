@@ -22,6 +22,8 @@ class PropertyListReader {
   [[nodiscard]] PropertyList read();
 
  private:
+  // ---- Values (PropertyListReader.cpp)
+
   void checkWholeText() const;
   void skipBlanks();
   void skipBlockComment();
@@ -31,17 +33,21 @@ class PropertyListReader {
   [[nodiscard]] PropertyList readArray();
   [[nodiscard]] PropertyList readDictionary();
   [[nodiscard]] PropertyList readData();
+  void readPair(PropertyList::Dictionary& dictionary, std::size_t keyBegin, std::string key);
+  void noteKeyLine(const std::string& key, std::size_t begin);
+
+  // ---- Strings (PropertyListStrings.cpp)
+
   [[nodiscard]] std::string readKey();
   [[nodiscard]] std::string readString();
   [[nodiscard]] std::string readQuoted();
   [[nodiscard]] std::string readWord();
-  void readPair(PropertyList::Dictionary& dictionary, std::size_t keyBegin, std::string key);
-  void noteKeyLine(const std::string& key, std::size_t begin);
-
   void readEscape(std::string& result);
   [[nodiscard]] char32_t readOctal(char first);
   [[nodiscard]] char32_t readUnicode(std::size_t begin);
   [[nodiscard]] char32_t readFourHexDigits(std::size_t begin);
+
+  // ---- Where it stands (PropertyListReader.cpp)
 
   void enterLevel();
   [[nodiscard]] bool atEnd() const { return at_ == text_.size(); }
