@@ -120,7 +120,7 @@ void ARendezvousController::refreshBrowsing() {
     return;
   }
   activateBrowsing(false);
-  discovery_.runLoop().perform(laterCalls_.guarded([this] { startBrowsing(); }));
+  discovery_.runLoop().perform(laterCalls_.cancellable([this] { startBrowsing(); }));
 }
 
 void ARendezvousController::tellDelegate() {

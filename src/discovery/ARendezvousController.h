@@ -125,7 +125,7 @@ class ARendezvousController : private NetServiceDelegate, private NetServiceBrow
   std::int32_t portNumber_;
   std::vector<std::shared_ptr<DiscoveredService>> discoveredServicesWithInfo_;
   ARendezvousDelegate* delegate_ = nullptr;
-  CallGuard laterCalls_;
+  CancellableCalls laterCalls_;
 };
 
 }  // namespace sorvane

@@ -46,12 +46,14 @@ class DelayedCalls {
   Guarded<std::multimap<RunLoop::Clock::time_point, RunLoop::Call>> calls_;
 };
 
-/// Keeps calls that were asked of a run loop from outliving the object that they use: a member of
-/// that object wraps them. The object and the calls belong to the loop's thread.
-class CallGuard {
+/// Calls of a run loop that must not be made once the object that they use is gone. The object has
+/// a member of this class and passes each call through `cancellable`. The object and its calls
+/// belong to the loop's thread.
+class CancellableCalls {
  public:
-  /// The call, which does nothing once the guard is gone or has forgotten it.
-  [[nodiscard]] RunLoop::Call guarded(RunLoop::Call call) const {
+  /// Wraps `call`. The wrapped call does nothing after `cancelAll` or once this object is
+  /// destroyed.
+  [[nodiscard]] RunLoop::Call cancellable(RunLoop::Call call) const {
     return [token = std::weak_ptr<char>(token_), call = std::move(call)] {
       if (token.lock() != nullptr) {
         call();
@@ -59,8 +61,8 @@ class CallGuard {
     };
   }
 
-  /// Calls guarded so far are not made any more.
-  void forget() { token_ = std::make_shared<char>(); }
+  /// Cancels all calls wrapped so far.
+  void cancelAll() { token_ = std::make_shared<char>(); }
 
  private:
   std::shared_ptr<char> token_ = std::make_shared<char>();

@@ -60,30 +60,30 @@ TEST_F(DelayedCall, TellsHowLongTheLoopMayWait) {
   EXPECT_EQ(calls.waitingTime(start + 1h), 0ms);
 }
 
-TEST(CallGuard, MakesItsCallsWhileItLives) {
+TEST(CancellableCalls, AreMadeWhileTheirOwnerLives) {
   int made = 0;
-  CallGuard guard;
-  guard.guarded([&made] { ++made; })();
+  CancellableCalls calls;
+  calls.cancellable([&made] { ++made; })();
   EXPECT_EQ(made, 1);
 }
 
-TEST(CallGuard, ThatIsGoneMakesNone) {
+TEST(CancellableCalls, AreNotMadeOnceTheirOwnerIsGone) {
   int made = 0;
   RunLoop::Call call;
   {
-    const CallGuard guard;
-    call = guard.guarded([&made] { ++made; });
+    const CancellableCalls calls;
+    call = calls.cancellable([&made] { ++made; });
   }
   call();
   EXPECT_EQ(made, 0);
 }
 
-TEST(CallGuard, ForgetsTheCallsSoFarButNotTheLaterOnes) {
+TEST(CancellableCalls, CancelsTheCallsSoFarButNotTheLaterOnes) {
   int made = 0;
-  CallGuard guard;
-  const RunLoop::Call before = guard.guarded([&made] { made += 1; });
-  guard.forget();
-  const RunLoop::Call after = guard.guarded([&made] { made += 10; });
+  CancellableCalls calls;
+  const RunLoop::Call before = calls.cancellable([&made] { made += 1; });
+  calls.cancelAll();
+  const RunLoop::Call after = calls.cancellable([&made] { made += 10; });
   before();
   after();
   EXPECT_EQ(made, 10);

@@ -61,7 +61,7 @@ class AbsentService : public NetService {
       : NetService(domain, type, name), runLoop_(runLoop) {}
 
   void publish() override {
-    runLoop_.perform(calls_.guarded([this] {
+    runLoop_.perform(calls_.cancellable([this] {
       reportOnce();
       if (delegate() != nullptr) {
         delegate()->netServiceDidNotPublish(*this, kReason);
@@ -69,18 +69,18 @@ class AbsentService : public NetService {
     }));
   }
   void resolve() override {
-    runLoop_.perform(calls_.guarded([this] {
+    runLoop_.perform(calls_.cancellable([this] {
       if (delegate() != nullptr) {
         delegate()->netServiceDidNotResolve(*this, kReason);
       }
     }));
   }
-  void stop() override { calls_.forget(); }
+  void stop() override { calls_.cancelAll(); }
   std::vector<std::string> addresses() const override { return {}; }
 
  private:
   RunLoop& runLoop_;
-  CallGuard calls_;
+  CancellableCalls calls_;
 };
 
 class AbsentBrowser : public NetServiceBrowser {
@@ -88,18 +88,18 @@ class AbsentBrowser : public NetServiceBrowser {
   explicit AbsentBrowser(RunLoop& runLoop) : runLoop_(runLoop) {}
 
   void searchForServicesOfType(const std::string&, const std::string&) override {
-    runLoop_.perform(calls_.guarded([this] {
+    runLoop_.perform(calls_.cancellable([this] {
       reportOnce();
       if (delegate() != nullptr) {
         delegate()->netServiceBrowserDidNotSearch(*this, kReason);
       }
     }));
   }
-  void stop() override { calls_.forget(); }
+  void stop() override { calls_.cancelAll(); }
 
  private:
   RunLoop& runLoop_;
-  CallGuard calls_;
+  CancellableCalls calls_;
 };
 
 class AbsentServiceDiscovery : public ServiceDiscovery {

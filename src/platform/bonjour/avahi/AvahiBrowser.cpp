@@ -16,7 +16,7 @@ void AvahiBrowser::searchForServicesOfType(const std::string& type, const std::s
   searching_ = true;
   type_ = type;
   domain_ = domain;
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceBrowserWillSearch(*this);
     }
@@ -29,7 +29,7 @@ void AvahiBrowser::stop() {
     return;
   }
   end();
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceBrowserDidStopSearch(*this);
     }
@@ -37,7 +37,7 @@ void AvahiBrowser::stop() {
 }
 
 void AvahiBrowser::end() {
-  calls_.forget();
+  calls_.cancelAll();
   if (searching_) {
     searching_ = false;
     link_.leave(*this);
@@ -130,7 +130,7 @@ void AvahiBrowser::removed(const std::string& name, const std::string& domain,
 void AvahiBrowser::tell(void (NetServiceBrowserDelegate::*report)(
                             NetServiceBrowser&, const std::shared_ptr<NetService>&, bool),
                         const std::shared_ptr<NetService>& service) {
-  link_.runLoop().perform(calls_.guarded([this, report, service] {
+  link_.runLoop().perform(calls_.cancellable([this, report, service] {
     if (delegate() != nullptr) {
       (delegate()->*report)(*this, service, false);
     }
@@ -142,7 +142,7 @@ void AvahiBrowser::failed(int error) {
     link_.failed();
     return;
   }
-  link_.runLoop().perform(calls_.guarded([this, reason = std::string(avahi_strerror(error))] {
+  link_.runLoop().perform(calls_.cancellable([this, reason = std::string(avahi_strerror(error))] {
     end();
     if (delegate() != nullptr) {
       delegate()->netServiceBrowserDidNotSearch(*this, reason);

@@ -49,7 +49,7 @@ class AvahiBrowser : public NetServiceBrowser, private AvahiParticipant {
   AvahiServiceBrowser* browser_ = nullptr;  // null while there is no search in the daemon
   std::map<std::pair<std::string, std::string>, std::shared_ptr<AvahiFoundService>>
       services_;  // by name and domain
-  CallGuard calls_;
+  CancellableCalls calls_;
 };
 
 }  // namespace sorvane

@@ -7,7 +7,7 @@
 namespace sorvane {
 
 void AvahiFoundService::publish() {
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceDidNotPublish(*this, "the service is somebody else's");
     }
@@ -19,7 +19,7 @@ void AvahiFoundService::resolve() {
     return;
   }
   resolving_ = true;
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceWillResolve(*this);
     }
@@ -30,7 +30,7 @@ void AvahiFoundService::resolve() {
 }
 
 void AvahiFoundService::stop() {
-  calls_.forget();
+  calls_.cancelAll();
   if (!resolving_) {
     return;
   }
@@ -38,7 +38,7 @@ void AvahiFoundService::stop() {
   for (auto& [place, resolution] : places_) {
     end(resolution);
   }
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceDidStop(*this);
     }
@@ -73,7 +73,7 @@ void AvahiFoundService::goneFrom(const AvahiPlace& place) {
 }
 
 void AvahiFoundService::lose() {
-  calls_.forget();
+  calls_.cancelAll();
   resolving_ = false;
   client_ = nullptr;
   for (auto& [place, resolution] : places_) {
@@ -100,7 +100,7 @@ void AvahiFoundService::end(Resolution& resolution) {
 }
 
 void AvahiFoundService::retry(const AvahiPlace& place) {
-  link_.runLoop().performAfterDelay(kRetry, calls_.guarded([this, place] {
+  link_.runLoop().performAfterDelay(kRetry, calls_.cancellable([this, place] {
     const auto entry = places_.find(place);
     if (resolving_ && entry != places_.end()) {
       end(entry->second);
@@ -128,7 +128,7 @@ void AvahiFoundService::resolved(Resolution& resolution, const AvahiAddress& add
   avahi_address_snprint(text, sizeof text, &address);
   resolution.address =
       socketAddress(text, port, static_cast<std::uint32_t>(resolution.place.first));
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceDidResolveAddress(shared_from_this());
     }

@@ -66,7 +66,7 @@ class AvahiFoundService : public NetService,
   AvahiClient* client_;  // null once lost
   bool resolving_ = false;
   std::map<AvahiPlace, Resolution> places_;
-  CallGuard calls_;
+  CancellableCalls calls_;
 };
 
 }  // namespace sorvane

@@ -11,7 +11,7 @@ namespace sorvane {
 void AvahiLink::join(AvahiParticipant& participant) {
   participants_.push_back(&participant);
   if (running_) {
-    runLoop_.perform(reports_.guarded([this, joined = &participant] {
+    runLoop_.perform(reports_.cancellable([this, joined = &participant] {
       if (running_ && std::ranges::count(participants_, joined) != 0) {
         joined->avahiIsRunning(*client_);
       }
@@ -29,24 +29,24 @@ void AvahiLink::worked() {
 }
 
 void AvahiLink::failed() {
-  runLoop_.perform(reports_.guarded([this] { enter(AVAHI_CLIENT_FAILURE); }));
+  runLoop_.perform(reports_.cancellable([this] { enter(AVAHI_CLIENT_FAILURE); }));
 }
 
 void AvahiLink::connect() {
   int error = 0;
-  reports_.forget();
+  reports_.cancelAll();
   client_ = avahi_client_new(runLoop_.poll(), AVAHI_CLIENT_NO_FAIL, &AvahiLink::stateChanged, this,
                              &error);
   if (client_ == nullptr) {
     // The library cannot wait for D-Bus itself, whatever its flag says.
-    reports_.forget();
+    reports_.cancelAll();
     reportMissing(avahi_strerror(error));
     retryLater();
   }
 }
 
 void AvahiLink::disconnect() {
-  reports_.forget();
+  reports_.cancelAll();
   running_ = false;
   const std::vector<AvahiParticipant*> told = participants_;
   for (AvahiParticipant* const participant : told) {
@@ -68,7 +68,7 @@ void AvahiLink::retryLater() {
 // Also called from inside avahi_client_new, and from inside objects that must not be freed then.
 void AvahiLink::stateChanged(AvahiClient*, AvahiClientState state, void* link) {
   auto& self = *static_cast<AvahiLink*>(link);
-  self.runLoop_.perform(self.reports_.guarded([&self, state] { self.enter(state); }));
+  self.runLoop_.perform(self.reports_.cancellable([&self, state] { self.enter(state); }));
 }
 
 void AvahiLink::enter(AvahiClientState state) {

@@ -64,7 +64,7 @@ class AvahiLink {
   bool running_ = false;
   bool missingReported_ = false;
   std::chrono::seconds retryDelay_ = kFirstRetry;
-  CallGuard reports_;  // those of the client at hand
+  CancellableCalls reports_;  // those of the client at hand
   bool retrying_ = false;
 };
 

@@ -27,7 +27,7 @@ void AvahiPublishedService::publish() {
     return;
   }
   publishing_ = true;
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceWillPublish(*this);
     }
@@ -36,7 +36,7 @@ void AvahiPublishedService::publish() {
 }
 
 void AvahiPublishedService::resolve() {
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceDidNotResolve(*this, "the service was not found by a browser");
     }
@@ -44,14 +44,14 @@ void AvahiPublishedService::resolve() {
 }
 
 void AvahiPublishedService::stop() {
-  calls_.forget();
+  calls_.cancelAll();
   if (!publishing_) {
     return;
   }
   publishing_ = false;
   withdraw();
   link_.leave(*this);
-  link_.runLoop().perform(calls_.guarded([this] {
+  link_.runLoop().perform(calls_.cancellable([this] {
     if (delegate() != nullptr) {
       delegate()->netServiceDidStop(*this);
     }
@@ -72,7 +72,7 @@ void AvahiPublishedService::avahiIsRunning(AvahiClient& client) {
 }
 
 void AvahiPublishedService::withdraw() {
-  announcement_.forget();
+  announcement_.cancelAll();
   if (group_ != nullptr) {
     avahi_entry_group_free(group_);
     group_ = nullptr;
@@ -82,7 +82,7 @@ void AvahiPublishedService::withdraw() {
 
 // Makes the group anew for each name: a group that met a collision keeps its old records otherwise.
 void AvahiPublishedService::announce() {
-  announcement_.forget();
+  announcement_.cancelAll();
   if (group_ != nullptr) {
     avahi_entry_group_free(group_);
   }
@@ -110,7 +110,8 @@ int AvahiPublishedService::addRecords(const std::string& name) {
 void AvahiPublishedService::groupChanged(AvahiEntryGroup*, AvahiEntryGroupState state,
                                          void* service) {
   auto& self = *static_cast<AvahiPublishedService*>(service);
-  self.link_.runLoop().perform(self.announcement_.guarded([&self, state] { self.enter(state); }));
+  self.link_.runLoop().perform(
+      self.announcement_.cancellable([&self, state] { self.enter(state); }));
 }
 
 void AvahiPublishedService::enter(AvahiEntryGroupState state) {
@@ -150,7 +151,7 @@ void AvahiPublishedService::nameIsTaken() {
   ++attempt_;
   const std::chrono::seconds pause =
       attempt_ > kNamesAtOnce ? kPauseBetweenNames : std::chrono::seconds(0);
-  link_.runLoop().performAfterDelay(pause, announcement_.guarded([this] { announce(); }));
+  link_.runLoop().performAfterDelay(pause, announcement_.cancellable([this] { announce(); }));
 }
 
 void AvahiPublishedService::callFailed(int error) {
@@ -165,7 +166,7 @@ void AvahiPublishedService::giveUp(const std::string& reason) {
   withdraw();
   link_.leave(*this);
   publishing_ = false;
-  link_.runLoop().perform(calls_.guarded([this, reason] {
+  link_.runLoop().perform(calls_.cancellable([this, reason] {
     consoleLine("Bonjour: \"" + firstName_ + "\" cannot be published: " + reason);
     if (delegate() != nullptr) {
       delegate()->netServiceDidNotPublish(*this, reason);

@@ -54,8 +54,8 @@ class AvahiPublishedService : public NetService, private AvahiParticipant {
   AvahiEntryGroup* group_ = nullptr;  // null while nothing is announced
   std::string firstName_;             // what was asked for, or the host's own name
   int attempt_ = 1;
-  CallGuard calls_;         // those that are the service's own, and the delegate's
-  CallGuard announcement_;  // those of the group at hand
+  CancellableCalls calls_;         // those that are the service's own, and the delegate's
+  CancellableCalls announcement_;  // those of the group at hand
 };
 
 }  // namespace sorvane
