@@ -14,7 +14,7 @@
 namespace sorvane {
 namespace {
 
-constexpr int kBacklog = 4096;
+constexpr int kListenQueue = 4096;  // connections that may wait to be accepted
 
 int listenOn(int family, const sockaddr* address, socklen_t bytes) {
   Descriptor listener(socket(family, SOCK_STREAM, 0));
@@ -30,7 +30,7 @@ int listenOn(int family, const sockaddr* address, socklen_t bytes) {
                      (family != AF_INET6 ||
                       setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off) == 0) &&
                      setConnectionOptions(descriptor) && bind(descriptor, address, bytes) == 0 &&
-                     listen(descriptor, kBacklog) == 0;
+                     listen(descriptor, kListenQueue) == 0;
   return ready ? listener.release() : -1;
 }
 

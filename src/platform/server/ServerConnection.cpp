@@ -1,7 +1,8 @@
+// The requests of a connection: reading them, delivering them, and sending their replies. Each
+// request passes through functions of this file only.
 #include "platform/server/ServerConnection.h"
 
 #include <errno.h>
-#include <sys/socket.h>
 
 #include <cstdlib>
 #include <utility>
@@ -14,24 +15,19 @@
 namespace sorvane {
 namespace {
 
-// Replies are sent when this much is due, and the loop's other connections have their turn, however
-// many requests came at once: a few bytes of request may ask for megabytes of reply.
+// When this much output is due, it is sent and the loop's other connections get their turn, even if
+// more requests have come: a few bytes of request can ask for megabytes of reply.
 constexpr std::size_t kOutputAtOnce = 256 * 1024;
-// A lock is kept for so many requests at most: about a microsecond, in which other serving threads
-// still try for it.
+// A lock is kept for this many requests at most. They take about a microsecond; other serving
+// threads try for the lock longer than that.
 constexpr int kRequestsOfTurn = 16;
-// A larger output buffer is given back after use.
+// A larger output buffer is freed after use.
 constexpr std::size_t kKeptOutput = 1024 * 1024;
 
-ConsoleRateLimit& refusals() {
-  static auto* const limit = new ConsoleRateLimit;
-  return *limit;
-}
-
-/// Runs an operation of the delegate; a command's own exception answers `otherwise`. What else
-/// leaves it may have left a lock held: the process cannot go on.
+/// Calls an operation of the delegate and returns its result, or `otherwise` if it raises
+/// NSException. Any other exception ends the process, because it may have left a lock held.
 template <typename Result, typename Operation>
-Result guarded(Result otherwise, Operation&& operation) noexcept {
+Result callDelegate(Result otherwise, Operation&& operation) noexcept {
   try {
     return operation();
   } catch (const NSException&) {
@@ -44,6 +40,7 @@ Result guarded(Result otherwise, Operation&& operation) noexcept {
   std::abort();
 }
 
+/// Completes the frame that begins at `begin` as the reply says.
 void encodeReply(Reply reply, const Message& request, ByteBuffer& output, std::size_t begin) {
   switch (reply.kind()) {
     case Reply::Kind::written:
@@ -65,7 +62,7 @@ void encodeReply(Reply reply, const Message& request, ByteBuffer& output, std::s
 ServerConnection::~ServerConnection() { closeSocket(descriptor_); }
 
 void ServerConnection::start() {
-  guarded(true, [this] {
+  callDelegate(true, [this] {
     loop_.context().delegate.startCommunication(*this);
     return true;
   });
@@ -83,9 +80,9 @@ void ServerConnection::handle(const Poller::Event& event) {
       return;
     case Phase::sending:
       if (event.writable) {
-        if (!sendBacklog()) {
+        if (!sendLeftover()) {
           closeNow();
-        } else if (!hasOutput()) {
+        } else if (!hasLeftoverOutput()) {
           continueAfterSending();
         }
       }
@@ -102,26 +99,17 @@ void ServerConnection::receive() {
   const ssize_t received = receiveBytes(descriptor_, loop_.input(), ServingLoop::kInputBytes);
   if (received > 0) {
     const std::string_view came(loop_.input(), static_cast<std::size_t>(received));
-    if (backlog_ == nullptr || backlog_->input.empty()) {
+    if (leftover_ == nullptr || leftover_->input.empty()) {
       serve(came);
     } else {
-      backlog_->input.append(came);
-      serve(backlog_->input);
+      leftover_->input.append(came);
+      serve(leftover_->input);
     }
   } else if (received == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
-    closeNow();  // nothing is due: while replies wait to be sent nothing is read
+    closeNow();  // no reply is due: nothing is read while replies wait to be sent
   }
 }
 
-void ServerConnection::drop() {
-  const ssize_t received = receiveBytes(descriptor_, loop_.input(), ServingLoop::kInputBytes);
-  if (received == 0 || (received < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
-    closeNow();
-  }
-}
-
-// Handles every complete frame of `input`, which is either the loop's input buffer or this
-// connection's backlog.
 void ServerConnection::serve(std::string_view input) {
   const Served served = deliverAll(input);
   if (!sendOutput()) {
@@ -129,22 +117,22 @@ void ServerConnection::serve(std::string_view input) {
     return;
   }
   if (served.bytes > 0 || served.mustWait) {
-    clearDeadline();  // the frame that it was set for is complete
+    clearDeadline();  // the frame that had the deadline is complete
   }
   keepInput(input.substr(served.bytes));
   if (served.fault != nullptr) {
     refuse(served.fault);
   }
-  if (hasOutput() || served.isCutShort) {
+  if (hasLeftoverOutput() || served.isCutShort) {
     clearDeadline();
-    enter(Phase::sending);  // and goes on, perhaps at once, when the others have had their turn
+    enter(Phase::sending);  // even if all is sent: the loop's other connections get their turn
   } else if (refused_) {
     linger();
   } else if (served.mustWait) {
     enter(Phase::delivering);
     loop_.context().deliveries.run([this] { deliverOnWaitingThread(); });
   } else {
-    if (backlog_ != nullptr && !backlog_->input.empty()) {
+    if (leftover_ != nullptr && !leftover_->input.empty()) {
       setDeadline(loop_.partialFrames());
     }
     enter(Phase::reading);
@@ -194,7 +182,7 @@ bool ServerConnection::deliver(const Message& request, Turn& turn) {
   ByteBuffer& output = loop_.output();
   const std::size_t begin = beginFrame(output);
   setReplyBuffer(&output);
-  const auto reply = guarded<std::optional<Reply>>(
+  const auto reply = callDelegate<std::optional<Reply>>(
       std::nullopt, [&] { return delegate.deliverWithoutWaiting(request, *this, turn); });
   if (!reply) {
     output.truncate(begin);
@@ -205,10 +193,10 @@ bool ServerConnection::deliver(const Message& request, Turn& turn) {
   return true;
 }
 
-// On a waiting thread. The frame at the front of the backlog has been read once and is well formed.
+// The serving thread has read the first frame of the leftover input: it is well formed.
 void ServerConnection::deliverOnWaitingThread() {
   NetConnectionDelegate& delegate = loop_.context().delegate;
-  Backlog& kept = *backlog_;
+  Leftover& kept = *leftover_;
   Message request;
   const std::size_t bodyBytes =
       readFrameHeader(kept.input, loop_.context().maximumBodyBytes).bodyBytes;
@@ -219,51 +207,11 @@ void ServerConnection::deliverOnWaitingThread() {
   const std::size_t begin = beginFrame(kept.output);
   setReplyBuffer(&kept.output);
   const Reply reply =
-      guarded(Reply::none(), [&] { return delegate.deliverCommunication(request, *this); });
+      callDelegate(Reply::none(), [&] { return delegate.deliverCommunication(request, *this); });
   encodeReply(reply, request, kept.output, begin);
   delegate.cleanupAfterMessage();
   kept.input.erase(0, kFrameHeaderBytes + bodyBytes);
   loop_.delivered(*this);
-}
-
-void ServerConnection::resume() {
-  phase_ = Phase::reading;
-  if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) || !sendBacklog()) {
-    closeNow();
-  } else if (hasOutput()) {
-    enter(Phase::sending);
-  } else {
-    continueAfterSending();
-  }
-}
-
-// The output is empty: goes on with the requests that came meanwhile.
-void ServerConnection::continueAfterSending() {
-  if (refused_) {
-    linger();
-  } else if (backlog_ != nullptr && !backlog_->input.empty()) {
-    serve(backlog_->input);
-  } else {
-    dropBacklogIfEmpty();
-    enter(Phase::reading);
-  }
-}
-
-void ServerConnection::refuse(const char* fault) {
-  refused_ = true;
-  refusals().line(peerName(descriptor_) + ": connection closed, " + fault);
-  if (backlog_ != nullptr) {
-    backlog_->input.clear();
-  }
-}
-
-void ServerConnection::expire() {
-  if (phase_ == Phase::lingering) {
-    closeNow();
-    return;
-  }
-  refuse("a frame was not complete in time");
-  linger();
 }
 
 bool ServerConnection::sendOutput() {
@@ -281,114 +229,29 @@ bool ServerConnection::sendOutput() {
     if (output.capacity() > kKeptOutput) {
       output = ByteBuffer();
     }
-  } else {  // as it is: a long reply is not copied again
-    backlog().output = std::exchange(output, ByteBuffer());
-    backlog().sent = sent < 0 ? 0 : static_cast<std::size_t>(sent);
+  } else {  // the buffer itself is kept, so that a long reply is not copied
+    leftover().output = std::exchange(output, ByteBuffer());
+    leftover().sent = sent < 0 ? 0 : static_cast<std::size_t>(sent);
   }
   return true;
-}
-
-bool ServerConnection::sendBacklog() {
-  while (hasOutput()) {
-    const ssize_t sent = sendBytes(descriptor_, backlog_->output.view().substr(backlog_->sent));
-    if (sent < 0) {
-      return errno == EAGAIN || errno == EWOULDBLOCK;
-    }
-    backlog_->sent += static_cast<std::size_t>(sent);
-    if (backlog_->sent == backlog_->output.size()) {
-      backlog_->sent = 0;
-      backlog_->output = ByteBuffer();
-    }
-  }
-  return true;
-}
-
-ServerConnection::Backlog& ServerConnection::backlog() {
-  if (backlog_ == nullptr) {
-    backlog_ = std::make_unique<Backlog>();
-  }
-  return *backlog_;
 }
 
 void ServerConnection::keepInput(std::string_view rest) {
-  if (backlog_ != nullptr && !backlog_->input.empty()) {
-    backlog_->input.erase(0, backlog_->input.size() - rest.size());
-    dropBacklogIfEmpty();
+  if (leftover_ != nullptr && !leftover_->input.empty()) {
+    leftover_->input.erase(0, leftover_->input.size() - rest.size());
+    dropLeftoverIfEmpty();
   } else if (!rest.empty()) {
-    backlog().input.assign(rest);
-  }
-}
-
-void ServerConnection::dropBacklogIfEmpty() {
-  if (backlog_ != nullptr && backlog_->input.empty() && backlog_->output.empty() &&
-      !backlog_->hasDeadline) {
-    backlog_.reset();
-  }
-}
-
-void ServerConnection::setDeadline(DeadlineQueue& queue) {
-  if (!backlog().hasDeadline) {
-    backlog_->hasDeadline = true;
-    backlog_->deadline = queue.add(*this);
-  }
-}
-
-void ServerConnection::clearDeadline() {
-  if (backlog_ != nullptr && backlog_->hasDeadline) {
-    (phase_ == Phase::lingering ? loop_.lingerers() : loop_.partialFrames())
-        .remove(backlog_->deadline);
-    backlog_->hasDeadline = false;
-  }
-}
-
-void ServerConnection::enter(Phase phase) {
-  if (phase == phase_) {
-    return;
-  }
-  const Phase before = std::exchange(phase_, phase);
-  Poller& poller = loop_.poller();
-  switch (phase) {
-    case Phase::delivering:
-      poller.remove(
-          descriptor_);  // a peer that hangs up meanwhile must not wake the loop again and again
-      return;
-    case Phase::sending:
-      poller.modify(descriptor_, Poller::Interest::writable, this);
-      return;
-    case Phase::reading:
-    case Phase::lingering:
-      if (before != Phase::reading) {
-        poller.modify(descriptor_, Poller::Interest::readable, this);
-      }
-      return;
+    leftover().input.assign(rest);
   }
 }
 
 void ServerConnection::endOnce() {
   if (!std::exchange(ended_, true)) {
-    guarded(true, [this] {
+    callDelegate(true, [this] {
       loop_.context().delegate.endCommunication(*this);
       return true;
     });
   }
-}
-
-// The delegate forgets the connection before the peer can see that it ends.
-void ServerConnection::linger() {
-  clearDeadline();
-  endOnce();
-  shutdown(descriptor_, SHUT_WR);
-  enter(Phase::lingering);
-  setDeadline(loop_.lingerers());
-}
-
-void ServerConnection::closeNow() {
-  clearDeadline();
-  endOnce();
-  // Closing alone does not end the watching while a process that was forked meanwhile shares the
-  // socket.
-  loop_.poller().remove(descriptor_);
-  loop_.forget(*this);
 }
 
 }  // namespace sorvane

@@ -1,11 +1,51 @@
-// One connection of the server: its descriptor, what has come and not been handled, what is due and
-// not been sent.
+// One connection of the server: its descriptor, the requests that are not handled yet, and the
+// replies that are not sent yet.
+//
+// A connection is in one of four phases. `serve` is not a phase: it delivers the complete frames
+// that are there, sends the replies, and chooses the next phase.
+//
+//        start
+//          |
+//          v            bytes came
+//   +-> reading --------------------------> serve <--------------------------+
+//   |                                         |                              |
+//   |                                         |  1                 all sent  |
+//   |                                         +-----> sending ---------------+
+//   |                                         |         ^                    |
+//   |                                         |         | 5                  |
+//   |                                         |  2      |        reply sent  |
+//   |                                         +-----> delivering ------------+
+//   |                                         |
+//   |                                         |  3
+//   |                                         +-----> lingering ---> closed
+//   |                                         |
+//   +-----------------------------------------+  4
+//
+// The first of these that is true decides what follows `serve`:
+//   1  The peer did not take all replies, or the replies so far are so long that the loop's other
+//      connections get their turn before the next request is delivered.
+//   2  The next request must wait, for instance for a lock: it goes to a waiting thread.
+//   3  The next frame is malformed.
+//   4  No complete frame is left.
+// Further transitions:
+//   5  The waiting thread is done, and the peer did not take the whole reply.
+//   sending -> lingering    All is sent, and a malformed frame had been found before.
+//   reading -> lingering    A frame was not complete within the time that the settings allow.
+//   start -> closed         The poller refused the descriptor.
+//   reading -> closed       The peer closed the connection, or receiving or sending failed.
+//   sending -> closed       Sending failed.
+//   delivering -> closed    The waiting thread is done, and sending its reply failed, or the poller
+//                           refused the descriptor.
+//   lingering -> closed     The peer closed the connection, receiving failed, or the time that a
+//                           refused connection may linger is over.
+// `endCommunication` is called on the way into lingering, or into closed if that comes first.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/NetConnection.h"
 #include "platform/server/DeadlineQueue.h"
@@ -15,89 +55,129 @@ namespace sorvane {
 
 class ServingLoop;
 
-/// Belongs to its serving loop, whose thread calls everything here; only while a request is with a
-/// waiting thread does that thread hold it instead. An idle connection holds no buffer: requests
-/// are read into the loop's, replies are written into the loop's, and only what is left over (half
-/// a frame, a peer that does not read) is kept in one of its own.
+/// Unless noted otherwise, call everything here only from the thread of the connection's serving
+/// loop. In the phase `delivering`, a waiting thread has the connection instead.
 ///
-/// A reply that cannot be sent stops the reading; reading goes on when all is sent. So a peer that
-/// does not read costs a bounded amount of memory, however much it asks.
+/// An idle connection has no buffer. Requests are read into a buffer of the loop, and replies are
+/// written into another one. A connection keeps only what is left over: part of a frame, requests
+/// that wait, and replies that the peer does not take.
+///
+/// While a reply cannot be sent, nothing is read. So a peer that does not read its replies costs a
+/// bounded amount of memory, however much it asks.
 class ServerConnection final : public NetConnection {
  public:
   /// Takes over the descriptor.
   ServerConnection(int descriptor, ServingLoop& loop) : loop_(loop), descriptor_(descriptor) {}
-  /// Closes the descriptor.
-  ~ServerConnection() override;
 
   [[nodiscard]] int descriptor() const { return descriptor_; }
 
-  /// Tells the delegate and begins to be watched; on the accepting thread, as the last thing it
-  /// does with it. May be gone afterwards.
+  // ---- ServerConnection.cpp: requests and their replies
+
+  /// Closes the descriptor.
+  ~ServerConnection() override;
+
+  /// Tells the delegate, then begins to watch the descriptor. Called on the accepting thread, which
+  /// must not use the connection afterwards: it may be destroyed already.
   void start();
 
-  /// The poller has something to tell. The connection may be gone afterwards.
+  /// Handles an event of the poller. May destroy the connection.
   void handle(const Poller::Event& event);
 
-  /// A deadline has passed. The connection is gone afterwards, or lingers.
+  // ---- ServerConnectionPhases.cpp: leftovers, deadlines, refusing and closing
+
+  /// Handles the end of a deadline: closes the connection if it lingers, otherwise refuses it.
   void expire();
 
-  /// The waiting thread has delivered the request at the front of the input. May be gone
-  /// afterwards.
+  /// Takes the connection back from the waiting thread, which has delivered the first request of
+  /// the leftover input. May destroy the connection.
   void resume();
 
  private:
   enum class Phase : std::uint8_t {
     reading,     ///< waits for requests
-    sending,     ///< waits until the peer takes its replies, or has room for more
-    delivering,  ///< a request is with a waiting thread; not watched by the poller
+    sending,     ///< waits until the peer takes replies
+    delivering,  ///< a waiting thread delivers a request; the poller does not watch
     lingering,   ///< the writing side is shut; what still arrives is dropped
   };
-  struct Backlog {
-    std::string input;     ///< from the first byte not handled
-    ByteBuffer output;     ///< replies not sent
-    std::size_t sent = 0;  ///< bytes of `output` that are
+  struct Leftover {
+    std::string input;     ///< bytes that are not handled yet
+    ByteBuffer output;     ///< replies that are not sent yet
+    std::size_t sent = 0;  ///< how many bytes of `output` are sent
     bool hasDeadline = false;
-    DeadlineQueue::Ticket deadline;
+    DeadlineQueue::Ticket deadline;  ///< valid if `hasDeadline`
   };
+
+  // ---- ServerConnection.cpp: requests and their replies
 
   void receive();
-  void drop();
+  /// Handles the complete frames of `input`, which is the loop's input buffer or the leftover
+  /// input, and chooses the next phase. May destroy the connection.
   void serve(std::string_view input);
-  /// What came of the complete frames at the start of an input.
+  /// What `deliverAll` did with an input.
   struct Served {
-    std::size_t bytes = 0;        ///< taken by frames that were delivered
-    const char* fault = nullptr;  ///< why what follows cannot be a frame
-    bool mustWait = false;        ///< the frame that follows is for a waiting thread
-    bool isCutShort = false;      ///< what follows has to wait until the output is sent
+    std::size_t bytes = 0;        ///< length of the frames that were delivered
+    const char* fault = nullptr;  ///< why the next frame is malformed, or null
+    bool mustWait = false;        ///< the next frame is for a waiting thread
+    bool isCutShort = false;      ///< the next frame must wait until the output is sent
   };
   [[nodiscard]] Served deliverAll(std::string_view input);
+  /// Delivers a request without waiting. Returns false if it must go to a waiting thread.
   [[nodiscard]] bool deliver(const Message& request, Turn& turn);
+  /// Delivers the first request of the leftover input. Runs on a waiting thread.
   void deliverOnWaitingThread();
-  void refuse(const char* fault);
-  void continueAfterSending();
-
-  /// Sends what it can of the loop's output; the rest becomes backlog. False when the connection
-  /// failed.
+  /// Sends as much of the loop's output as the peer takes and keeps the rest as leftover. Returns
+  /// false if the connection failed.
   [[nodiscard]] bool sendOutput();
-  [[nodiscard]] bool sendBacklog();
-  [[nodiscard]] bool hasOutput() const { return backlog_ != nullptr && !backlog_->output.empty(); }
-
-  [[nodiscard]] Backlog& backlog();
+  /// Keeps `rest`, the end of the input that was served, as leftover input.
   void keepInput(std::string_view rest);
-  void dropBacklogIfEmpty();
-  void setDeadline(DeadlineQueue& queue);
-  void clearDeadline();
-
-  void enter(Phase phase);
+  /// Calls `endCommunication`, the first time only.
   void endOnce();
+
+  // ---- ServerConnectionPhases.cpp: leftovers, deadlines, refusing and closing
+
+  /// Sends as much of the leftover output as the peer takes. Returns false if the connection
+  /// failed.
+  [[nodiscard]] bool sendLeftover();
+  /// Goes on with the leftover input. Call it when no leftover output remains.
+  void continueAfterSending();
+  [[nodiscard]] bool hasLeftoverOutput() const {
+    return leftover_ != nullptr && !leftover_->output.empty();
+  }
+  /// The leftover, made if there is none.
+  [[nodiscard]] Leftover& leftover();
+  void dropLeftoverIfEmpty();
+
+  /// Adds the connection to the queue, unless it has a deadline.
+  void setDeadline(DeadlineQueue& queue);
+  void clearDeadline() {
+    if (leftover_ != nullptr && leftover_->hasDeadline) {
+      removeDeadline();
+    }
+  }
+  void removeDeadline();
+
+  void enter(Phase phase) {
+    if (phase != phase_) {
+      change(std::exchange(phase_, phase));
+    }
+  }
+  /// Makes the poller watch for what the phase needs; `before` is the phase that was left.
+  void change(Phase before);
+
+  /// Notes that no more input is accepted, and reports the reason to the console.
+  void refuse(const char* fault);
+  /// Shuts the writing side and enters the phase `lingering`.
   void linger();
+  /// Reads and drops what arrives while lingering.
+  void drop();
+  /// Destroys the connection.
   void closeNow();
 
   ServingLoop& loop_;
-  std::unique_ptr<Backlog> backlog_;  // null while there is none
+  std::unique_ptr<Leftover> leftover_;  // null if nothing is left over
   int descriptor_;
   Phase phase_ = Phase::reading;
-  bool refused_ = false;  // a malformed frame came: no more is read
+  bool refused_ = false;  // no more input is accepted
   bool ended_ = false;    // endCommunication was called
 };
 
