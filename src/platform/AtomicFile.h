@@ -1,5 +1,5 @@
-// Files that are replaced as a whole: a reader, and whoever comes after a crash, finds the old
-// content or the new one, never a part of either.
+// Replacing a whole file. A reader finds either the old content or the new content, never a part of
+// one, even after a crash.
 #pragma once
 
 #include <string>
@@ -8,23 +8,26 @@
 
 namespace sorvane {
 
-/// Makes `content` the whole content of the file at `path`, flushed to the disk.
+/// Makes `content` the whole content of the file at `path`, and flushes it to the disk.
 ///
-/// It is written to a temporary file in the same folder, which then takes the file's name. What is
-/// there already keeps its mode and, where this process may give files away, its owner and group; a
-/// new file gets 0644 less the process's mask. A missing folder is created. A symbolic link stays:
-/// the file that it names is replaced, and created when it is not there. What is neither a plain
-/// file nor missing is refused.
+/// The content is written to a temporary file in the same folder, which is then renamed to `path`.
+/// An existing file keeps its mode. It also keeps its owner and group, if this process may set
+/// them. A new file gets mode 0644 less the process's mask. A missing folder is created. If `path`
+/// is a symbolic link, the link stays; the file that it names is replaced, or created if it is
+/// missing. If `path` names anything but a plain file, the function fails.
 ///
-/// Answers no error, or why it failed; the file is then as it was and no temporary file is left (as
-/// far as the folder lets one be removed). The one exception: when the folder itself cannot be
-/// flushed, the new content is in place and may still be lost with the machine's power.
-/// Any thread; of several writers at a time, the last one's content stays. Waits for the disk.
+/// Returns no error, or the reason of the failure. After a failure the file is unchanged, and the
+/// temporary file is removed if the folder allows it. There is one exception: if the folder itself
+/// cannot be flushed, an error is returned although the new content is in place. A power cut may
+/// then still undo the change.
+///
+/// Any thread. If several writers replace a file at the same time, the content of the last one
+/// stays. Waits for the disk.
 [[nodiscard]] std::error_code replaceFile(const std::string& path, std::string_view content);
 
-/// Removes the temporary files that writers of `path` left when they were ended in the middle of
-/// `replaceFile`. Those of writers at work, in this process or another one, stay. What cannot be
-/// removed stays without a word. Any thread.
+/// Removes the temporary files for `path` that were left by processes which ended in the middle of
+/// `replaceFile`. Temporary files that are still being written stay, whichever process writes them.
+/// Failures are ignored. Any thread.
 void removeAbandonedTemporaries(const std::string& path);
 
 }  // namespace sorvane

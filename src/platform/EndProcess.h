@@ -1,10 +1,10 @@
-// The one way in which this process ends by its own decision.
+// The only function by which a program of the product ends its own process.
 #pragma once
 
 namespace sorvane {
 
-/// Flushes standard output and ends the process with status 0, at once and from any thread. No
-/// destructor and no exit handler runs: other threads are still at work on what they would destroy.
+/// Flushes standard output and ends the process at once with status 0. Runs no destructor and no
+/// exit handler, because other threads still use what these would destroy. Any thread.
 [[noreturn]] void endProcess();
 
 }  // namespace sorvane

@@ -1,4 +1,5 @@
-// A value and the mutex that guards it, as one type: the value is reached only with the mutex held.
+// A value together with the mutex that guards it. The value can be used only while the mutex is
+// held.
 #pragma once
 
 #include <mutex>
@@ -6,8 +7,14 @@
 
 namespace sorvane {
 
-/// Example: `state_.with([&](RegistryState& state) { state.ports.insert(record); });`
-/// The mutex is held for the length of the call. Never wait for anything inside it.
+/// Example:
+///
+///     Guarded<std::vector<int>> numbers;
+///     numbers.with([](std::vector<int>& all) { all.push_back(1); });
+///     const bool none = numbers.with([](const std::vector<int>& all) { return all.empty(); });
+///
+/// `with` holds the mutex during the call and returns what the operation returns. The operation
+/// must not wait for anything.
 template <typename Value>
 class Guarded {
  public:

@@ -1,4 +1,4 @@
-// The time now as the clocks on the wall of this host show it, with the zone they keep.
+// The current date and time in the time zone of this host.
 #pragma once
 
 namespace sorvane {
@@ -12,12 +12,12 @@ struct LocalTime {
   int minute = 0;  ///< 0 to 59
 
   bool daylightSaving = false;
-  /// Minutes west of Greenwich, those of standard time: the hour of daylight saving is not in them.
+  /// Minutes by which standard time lies west of Greenwich, the same in daylight saving time.
   int minutesWest = 0;
 };
 
-/// The current time (see TimeSource.h) in the zone of the C library. All zero for a time that has
-/// no calendar date. Any thread.
+/// Returns the current time (see TimeSource.h) in the time zone of the C library. All fields are
+/// zero if the time has no calendar date. Any thread.
 [[nodiscard]] LocalTime localTimeNow();
 
 }  // namespace sorvane

@@ -1,11 +1,17 @@
 // Bonjour: services that are published on the local network or found there.
 //
-// Everything here belongs to one thread, that of the run loop which the ServiceDiscovery answers:
-// objects are made, used and destroyed there, and delegates are called there. Another thread asks
-// the run loop to do it. Nothing reports back from inside the call that caused it: a delegate is
-// always called on a later pass of the loop. Delegates are not owned; null means that nobody is
-// told. What cannot be reached now (no Bonjour daemon yet, or one that was restarted) is tried
-// again without a word to the delegate.
+// All objects here belong to one thread: that of the run loop which `ServiceDiscovery::runLoop`
+// returns. Make, use and destroy them on that thread; delegates are called on it. Other threads use
+// `RunLoop::perform` to get there.
+//
+// A delegate is never called from inside the call that caused the report, but on a later pass of
+// the loop. Delegates are not owned. If a delegate is null, nobody is told. If Bonjour cannot be
+// reached (there is no Bonjour daemon yet, or it was restarted), the work is tried again, and the
+// delegate is not told.
+//
+// Implemented in bonjour/NetService.cpp and bonjour/SocketPort.cpp. The parts that differ are in
+// bonjour/avahi/, in bonjour/absent/ for builds without Bonjour, and in bonjour/scripted/ for
+// tests.
 #pragma once
 
 #include <cstdint>
@@ -21,26 +27,26 @@ namespace sorvane {
 class NetService;
 class NetServiceBrowser;
 
-/// Told what becomes of a service. Each operation may be left as it is: it then does nothing.
+/// Receives reports about a service. An operation that is not overridden does nothing.
 class NetServiceDelegate {
  public:
   virtual ~NetServiceDelegate() = default;
 
   virtual void netServiceWillPublish(NetService& service);
-  /// The service is on the network, under `name()`. Comes again whenever that is so again: after
-  /// the Bonjour daemon was restarted, or under another name.
+  /// The service is on the network, under `name()`. Called again each time that it has come back:
+  /// after a restart of the Bonjour daemon, or under another name.
   virtual void netServiceDidPublish(NetService& service);
-  /// The service is not published, and nothing more is tried.
+  /// The service is not published, and publishing is not tried again.
   virtual void netServiceDidNotPublish(NetService& service, std::string_view reason);
   virtual void netServiceWillResolve(NetService& service);
-  /// `addresses()` has become known, or has changed.
+  /// `addresses()` is known now, or has changed.
   virtual void netServiceDidResolveAddress(const std::shared_ptr<NetService>& service);
   virtual void netServiceDidNotResolve(NetService& service, std::string_view reason);
   virtual void netServiceDidStop(NetService& service);
 };
 
-/// One service: made with ServiceDiscovery::makeService to be published, or found by a browser to
-/// be resolved.
+/// One service. ServiceDiscovery::makeService makes one to be published; a browser finds one to be
+/// resolved.
 class NetService {
  public:
   virtual ~NetService() = default;
@@ -52,25 +58,25 @@ class NetService {
 
   [[nodiscard]] const std::string& domain() const { return domain_; }
   [[nodiscard]] const std::string& type() const { return type_; }
-  /// While published, the name under which the network knows the service: another one than it was
-  /// made with when that was empty or taken.
+  /// The name with which the object was made. While the service is published, the name that the
+  /// network knows; it is another one if the first was empty or taken.
   [[nodiscard]] const std::string& name() const { return name_; }
 
-  /// Publishes the service in its domain (empty: the default ones) and keeps it published until
-  /// `stop`. A name that is taken becomes "name (2)" and so on; the empty name stands for the
-  /// host's own.
+  /// Publishes the service in its domain and keeps it published until `stop`. An empty domain means
+  /// the default ones. An empty name means the name of the host. If the name is taken, "name (2)"
+  /// is tried, and so on.
   virtual void publish() = 0;
-  /// Looks for the addresses, without a time limit, and goes on doing so until `stop`, or until the
-  /// browser that found the service loses it, stops or goes.
+  /// Looks for the addresses, without a time limit. Ends with `stop`, or when the browser that
+  /// found the service loses it, stops or is destroyed.
   virtual void resolve() = 0;
   /// Ends publishing or resolving.
   virtual void stop() = 0;
 
-  /// The socket addresses found so far, each with the port, as the bytes of a `sockaddr_in` or
-  /// `sockaddr_in6`; IPv4 first.
+  /// Returns the socket addresses found so far, each with the port, as the bytes of a `sockaddr_in`
+  /// or `sockaddr_in6`. Those of IPv4 come first.
   [[nodiscard]] virtual std::vector<std::string> addresses() const = 0;
 
-  /// True when both are the same service: same domain, type and name.
+  /// Returns true if both are the same service: same domain, type and name.
   [[nodiscard]] bool isEqual(const NetService& other) const;
 
  protected:
@@ -84,13 +90,13 @@ class NetService {
   NetServiceDelegate* delegate_ = nullptr;
 };
 
-/// Told what a browser finds. Each operation may be left as it is: it then does nothing.
+/// Receives what a browser finds. An operation that is not overridden does nothing.
 class NetServiceBrowserDelegate {
  public:
   virtual ~NetServiceBrowserDelegate() = default;
 
   virtual void netServiceBrowserWillSearch(NetServiceBrowser& browser);
-  /// A service was found; it may be resolved. `moreComing` tells that another one follows at once.
+  /// A service was found and can be resolved. `moreComing` is true if another one follows at once.
   virtual void netServiceBrowserDidFindService(NetServiceBrowser& browser,
                                                const std::shared_ptr<NetService>& service,
                                                bool moreComing);
@@ -117,17 +123,17 @@ class NetServiceBrowser {
   void setDelegate(NetServiceBrowserDelegate* delegate) { delegate_ = delegate; }
   [[nodiscard]] NetServiceBrowserDelegate* delegate() const { return delegate_; }
 
-  /// Searches for services of a type, such as "_http._tcp", until `stop`. An empty domain stands
-  /// for the default ones. One search at a time: a second one replaces the first.
+  /// Searches for services of a type, for instance "_http._tcp", until `stop`. An empty domain
+  /// means the default ones. A browser has one search at a time: a second one replaces the first.
   virtual void searchForServicesOfType(const std::string& type, const std::string& domain) = 0;
-  /// Ends the search; nothing happens when there is none.
+  /// Ends the search. Does nothing if there is none.
   virtual void stop() = 0;
 
  private:
   NetServiceBrowserDelegate* delegate_ = nullptr;
 };
 
-/// A TCP socket that listens on all addresses of this host for as long as the object lives.
+/// A TCP socket that listens on all IPv4 addresses of this host as long as the object lives.
 class SocketPort {
  public:
   SocketPort() = default;
@@ -135,32 +141,34 @@ class SocketPort {
   SocketPort(const SocketPort&) = delete;
   SocketPort& operator=(const SocketPort&) = delete;
 
-  /// Null when the port cannot be listened on.
+  /// Listens on `port`. Returns null if that fails.
   [[nodiscard]] static std::unique_ptr<SocketPort> listeningOnTcpPort(std::uint16_t port);
 };
 
-/// What makes the objects above. Its own operations may be called on any thread.
+/// Makes the objects above. Its own operations may be called on any thread.
 class ServiceDiscovery {
  public:
   virtual ~ServiceDiscovery() = default;
 
-  /// The one of this process: that of the platform, or what a test has put in its place. Its thread
-  /// is started at the first call, so a process forks before it, not after.
+  /// Returns the object of this process: that of the platform, or the one that a test has put in
+  /// its place. The first call starts the thread of the run loop, so a process must not fork after
+  /// it.
   [[nodiscard]] static ServiceDiscovery& current();
-  /// Makes `current` answer this one, or the platform's again with null. For tests.
+  /// Makes `current` return this object; null restores that of the platform. For tests.
   static void replaceForTest(ServiceDiscovery* discovery);
-  /// That of the platform, chosen when the program is linked. Lives as long as the process.
+  /// Returns the object of the platform, which was chosen when the program was linked. It lives as
+  /// long as the process.
   [[nodiscard]] static ServiceDiscovery& ofPlatform();
 
-  /// The run loop on which everything that is made here lives.
+  /// The run loop whose thread uses everything that is made here.
   [[nodiscard]] virtual RunLoop& runLoop() = 0;
-  /// A service to be published.
+  /// Makes a service that is to be published.
   [[nodiscard]] virtual std::shared_ptr<NetService> makeService(const std::string& domain,
                                                                 const std::string& type,
                                                                 const std::string& name,
                                                                 int port) = 0;
   [[nodiscard]] virtual std::unique_ptr<NetServiceBrowser> makeBrowser() = 0;
-  /// Null when the port cannot be listened on.
+  /// Listens on `port`. Returns null if that fails.
   [[nodiscard]] virtual std::unique_ptr<SocketPort> makeSocketPort(std::uint16_t port);
 };
 

@@ -1,4 +1,4 @@
-// A run loop: one thread that makes the calls asked of it, one after the other.
+// A run loop: one thread that makes the calls it is asked for, one after the other.
 #pragma once
 
 #include <chrono>
@@ -18,27 +18,29 @@ class RunLoop {
 
   virtual ~RunLoop() = default;
 
-  /// Makes `call` on the loop's thread once `delay` has passed, never inside this function, not
-  /// even with a delay of 0 on the loop's own thread: then on the loop's next pass. Calls due at
-  /// the same time are made in the order in which they were asked for. Any thread; never waits.
+  /// Makes `call` on the loop's thread once `delay` has passed, on a later pass of the loop. The
+  /// call is never made inside this function, not even on the loop's own thread with a delay of 0.
+  /// Calls that are due at the same time are made in the order in which they were asked for. Any
+  /// thread; never waits.
   virtual void performAfterDelay(std::chrono::milliseconds delay, Call call) = 0;
 
+  /// Makes `call` on the loop's next pass. Any thread; never waits.
   void perform(Call call) { performAfterDelay(std::chrono::milliseconds(0), std::move(call)); }
 };
 
-/// The calls that a run loop has yet to make. Any thread.
+/// The calls that a run loop still has to make. Any thread.
 class DelayedCalls {
  public:
   void add(RunLoop::Clock::time_point due, RunLoop::Call call);
 
-  /// Makes the calls that are due at `now`; those added meanwhile wait for the next pass.
+  /// Makes the calls that are due at `now`. Calls that are added meanwhile wait for the next pass.
   void makeDue(RunLoop::Clock::time_point now);
 
-  /// When the next call is due; nothing when there is none.
+  /// Returns when the next call is due, or nullopt if there is none.
   [[nodiscard]] std::optional<RunLoop::Clock::time_point> nextDue() const;
 
-  /// How long a loop may wait now: at least 0, nothing for as long as it likes. Rounded up, so that
-  /// the call is due when the wait is over.
+  /// Returns how long a loop may wait from `now` on, or nullopt if it may wait for ever. The time
+  /// is at least 0. It is rounded up, so that the next call is due when the wait is over.
   [[nodiscard]] std::optional<std::chrono::milliseconds> waitingTime(
       RunLoop::Clock::time_point now) const;
 

@@ -1,14 +1,15 @@
-// Starting a program of its own, apart from the files and signals of this process.
+// Starting another program, which gets neither the files nor the signal settings of this process.
 #pragma once
 
 #include <string>
 
 namespace sorvane {
 
-/// Starts the program at `path`, with the path as its only argument and this process's environment.
-/// It has none of this process's descriptors but 0, 1 and 2, and every signal at its default.
-/// Answers its process number; raises NSException, with the reason, when it cannot be started. Any
-/// thread. The caller waits for it, where ended children are not reaped by the system.
+/// Starts the program at `path` and returns its process number. The path is its only argument, and
+/// its environment is that of this process. It inherits descriptors 0, 1 and 2 and no others. No
+/// signal is blocked, and each has its default action. Raises NSException with the reason if the
+/// program cannot be started. The caller waits for the end of the program, unless the system reaps
+/// ended children. Any thread.
 [[nodiscard]] int spawnProgram(const std::string& path);
 
 }  // namespace sorvane

@@ -1,4 +1,4 @@
-// A lock that one process of this host holds at a time, by the name of the program.
+// A lock that only one process of this host can hold at a time. Each program name has its own.
 #pragma once
 
 #include <memory>
@@ -8,23 +8,25 @@
 
 namespace sorvane {
 
-/// The lock goes with the object, and with the process, however that ends. It works for any user,
-/// whoever created the file. A program makes one object: a second one for the same name counts as
-/// another holder. One thread at a time.
+/// The lock is released when the object is destroyed or the process ends, however it ends. It works
+/// for every user, whoever created the file. A program makes only one object: a second one for the
+/// same name counts as another holder. One thread at a time.
 class VNFileLock {
  public:
-  /// A lock object for the program of that name: `<LockDirectory>/<name>.lock`. Nothing is opened
-  /// yet.
+  /// Makes the object for the lock `<LockDirectory>/<name>.lock`. Opens nothing yet.
   [[nodiscard]] static std::shared_ptr<VNFileLock> fileLockWithSorvaneProcessName(
       const std::string& name);
 
   VNFileLock(const VNFileLock&) = delete;
   VNFileLock& operator=(const VNFileLock&) = delete;
 
-  /// True when this process now holds the lock; false when another holds it, or when the file
-  /// cannot be opened (one console line tells why). A missing folder is created. The file is not
-  /// followed where it is a link, is readable by all, and holds the process number of the holder
-  /// where that one may write. Never waits.
+  /// Takes the lock. Returns true if this process holds it now. Returns false if another process
+  /// holds it, or if the file cannot be opened; then one console line states the reason. Never
+  /// waits.
+  ///
+  /// Creates the file and its folder if they are missing. The file is readable by all. It contains
+  /// the process number of the holder, if the holder may write to it. A symbolic link is not
+  /// followed.
   [[nodiscard]] bool obtainLock();
 
  private:

@@ -5,10 +5,10 @@
 
 namespace sorvane {
 
-/// The answers come from the settings and live as long as the process. Any thread.
+/// The paths come from the settings and live as long as the process. Any thread.
 class VNGlobalPath {
  public:
-  /// The installation directory; the log lies in its folder "Logs".
+  /// The installation directory; the log is in its folder "Logs".
   [[nodiscard]] static const std::string& sorvanePath();
   /// The server configuration directory; it holds "SorvDefaults".
   [[nodiscard]] static const std::string& serverConfigFilePath();

@@ -7,38 +7,39 @@
 
 namespace sorvane {
 
-/// One object a process, made at the first `currentHost`; its answers never change afterwards. Any
-/// thread.
+/// There is one object for the process. Its values never change. Any thread.
 class VNHost {
  public:
-  /// Also called for its effect alone: what the host looks like now is what counts from here on.
+  /// Returns the host. The first call takes a snapshot of the host; later calls return it.
   static VNHost& currentHost() {
-    VNHost* const host = current_.load(std::memory_order_acquire);  // asked by each lookup
+    VNHost* const host = current_.load(std::memory_order_acquire);  // each lookup calls this
     return host != nullptr ? *host : makeCurrentHost();
   }
 
-  /// True while the system still answers the address that it answered when the host object was
-  /// made; settings do not enter into it. True as well when the system cannot be asked.
+  /// Returns true if the system reports the same address as when the host object was made. The
+  /// address in the settings does not count. Also returns true if the system cannot be asked, now
+  /// or then.
   [[nodiscard]] static bool validateCurrentHost();
 
-  /// The host's name; may be empty when the system has none.
+  /// The host's name; may be empty if the system has none.
   [[nodiscard]] const std::string& name() const { return name_; }
-  /// Dotted IPv4; 127.0.0.1 when local-access-only, and when there is no other.
+  /// Dotted IPv4. 127.0.0.1 if the host is local-access-only or has no other address.
   [[nodiscard]] const std::string& address() const { return address_; }
-  /// Six lower-case two-digit hex groups joined by colons, all zero when there is none.
+  /// Six lower-case two-digit hex groups joined by colons; all zero if there is none.
   [[nodiscard]] const std::string& ethernetAddress() const { return ethernetAddress_; }
-  /// Only this machine is served.
+  /// True if only programs of this machine are served.
   [[nodiscard]] bool isLocalAccessOnly() const { return localAccessOnly_; }
   [[nodiscard]] bool isBonjourDisabled() const { return bonjourDisabled_; }
-  /// The address is assigned dynamically and may change: as the settings say, else when the system
-  /// assigned it for a limited time.
+  /// True if the address is dynamic, that is, may change. The settings decide; if they do not, true
+  /// if the system assigned the address for a limited time.
   [[nodiscard]] bool isDynamic() const { return dynamic_; }
 
-  /// True when `nameOrAddress` means this host: its name, its short name, "localhost", any loopback
-  /// address, or the address of one of its interfaces. Names in any letter case.
+  /// Returns true if `nameOrAddress` means this host: if it is the host's name, its short name,
+  /// "localhost", any loopback address, or the address of one of its interfaces. The letter case of
+  /// names does not matter.
   [[nodiscard]] bool isThisHost(const std::string& nameOrAddress) const;
 
-  /// Forgets the host object, so that the next `currentHost` reads the settings again. For tests.
+  /// Deletes the host object, so that the next `currentHost` reads the settings again. For tests.
   static void resetForTest();
 
  private:
@@ -48,9 +49,9 @@ class VNHost {
 
   static VNHost& makeCurrentHost();
 
-  inline static std::atomic<VNHost*> current_{nullptr};  // set with a mutex held
+  inline static std::atomic<VNHost*> current_{nullptr};  // written with a mutex held
 
-  std::optional<std::string> systemAddress_;  // at creation; nothing when it could not be asked
+  std::optional<std::string> systemAddress_;  // at creation; nullopt: the system could not be asked
   std::string systemName_;
   std::string name_;
   std::string address_;

@@ -5,8 +5,8 @@
 
 namespace sorvane {
 
-/// Not recursive: the thread that holds it must not take it again. Unlocked by the thread that
-/// locked it.
+/// Not recursive: the thread that holds the lock must not take it again. The thread that took the
+/// lock releases it.
 class VNThreadLock {
  public:
   /// Waits until this thread holds the lock.
@@ -14,7 +14,7 @@ class VNThreadLock {
 
   void unlock() { mutex_.unlock(); }
 
-  /// True when the lock was free and this thread now holds it; never waits.
+  /// Takes the lock if it is free. Returns true if this thread holds it now. Never waits.
   [[nodiscard]] bool tryLock() { return mutex_.try_lock(); }
 
  private:

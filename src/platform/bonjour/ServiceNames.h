@@ -9,8 +9,9 @@ namespace sorvane {
 /// Longest name of a service in bytes (RFC 6763, section 4.1.1).
 inline constexpr std::size_t kMaximumServiceNameBytes = 63;
 
-/// The name itself as the first attempt, then "name (2)", "name (3)" and so on, cut at a
-/// character's border where it would be too long. `attempt` counts from 1; `name` is UTF-8.
+/// Returns the name to try: at the first attempt `name` itself, then "name (2)", "name (3)" and so
+/// on. A name that would be too long is cut between two characters. `attempt` counts from 1; `name`
+/// is UTF-8.
 [[nodiscard]] std::string serviceNameOfAttempt(const std::string& name, int attempt);
 
 }  // namespace sorvane

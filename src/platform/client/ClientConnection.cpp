@@ -84,8 +84,8 @@ bool NetConnection::Client::connectToRegistered(std::string_view server, std::st
   if (!connect(host, basePortNumber(), deadline)) {
     return false;
   }
-  // The name server answers with the address that it is given: the one at which it was reached is
-  // the one at which its host's servers are.
+  // The name server returns the address that the request contains. The other servers of its host
+  // are at the address at which the name server was reached.
   const std::string address = peerAddress();
   const std::string asked = "the name server at " + peer_;
   const std::optional<Message> found =

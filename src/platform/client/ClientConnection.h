@@ -1,4 +1,4 @@
-// What a NetConnection holds once it is used as a client.
+// The part of a NetConnection that exists once it is used as a client.
 #pragma once
 
 #include <chrono>
@@ -12,9 +12,9 @@
 
 namespace sorvane {
 
-/// The replies that have arrived stay in `input_` as they came, and are read one at a time.
-/// After a failure the connection is closed: a reply that came late would be taken for that of the
-/// next request. Replies that had arrived whole can still be taken.
+/// Replies that have arrived stay in `input_` unchanged and are read one at a time. A failure
+/// closes the connection, because a late reply would be taken for the reply to the next request.
+/// Replies that arrived whole before the failure can still be taken.
 struct NetConnection::Client {
  public:
   using Deadline = ClientSocket::Deadline;
@@ -43,10 +43,10 @@ struct NetConnection::Client {
   void dropTakenInput();
 
   ClientSocket socket_;
-  std::string peer_;         // as it was named, for messages
+  std::string peer_;         // host and port for messages, as given
   ByteBuffer output_;        // the frame that is being sent
   std::string input_;        // what has arrived
-  std::size_t taken_ = 0;    // how much of it has been read as replies
+  std::size_t taken_ = 0;    // how many bytes of it were read as replies
   std::size_t awaited_ = 0;  // requests whose reply has not been taken
 };
 

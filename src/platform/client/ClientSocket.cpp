@@ -34,7 +34,7 @@ struct ClientSocket::Loop {
   asio::ip::tcp::socket socket{io};
   std::array<char, kReadBytes> chunk;
 
-  /// Turns the loop until the flag is set; false when the deadline came first.
+  /// Runs the loop until `flag` is set. Returns false if the deadline came first.
   bool runUntil(const bool& flag, Deadline deadline) {
     io.restart();
     while (!flag && io.run_one_until(deadline) > 0) {
@@ -42,7 +42,7 @@ struct ClientSocket::Loop {
     return flag;
   }
 
-  /// Ends what is under way; its handlers have run when this returns.
+  /// Cancels all operations. Their handlers have run when this returns.
   void cancelAll() {
     asio::error_code ignored;
     socket.cancel(ignored);
@@ -70,7 +70,7 @@ struct ClientSocket::Loop {
     return result ? Failure(reason(result)) : std::nullopt;
   }
 
-  /// Takes what has arrived, without waiting; answers `would_block` when that is nothing.
+  /// Takes what has arrived, without waiting. Returns `would_block` if nothing has.
   asio::error_code readArrived(std::string& input) {
     asio::error_code error;
     const std::size_t count = socket.read_some(asio::buffer(chunk), error);

@@ -1,4 +1,4 @@
-// The TCP socket of a client, every operation with a time limit.
+// The TCP socket of a client. Every operation has a time limit.
 #pragma once
 
 #include <chrono>
@@ -9,7 +9,8 @@
 
 namespace sorvane {
 
-/// One connection at a time, of one thread. Bytes only: frames are the business of who uses it.
+/// Has one connection at a time and belongs to one thread. Handles bytes only; the caller handles
+/// frames.
 class ClientSocket {
  public:
   using Deadline = std::chrono::steady_clock::time_point;
@@ -17,7 +18,7 @@ class ClientSocket {
     std::string words;
     bool closedByPeer = false;
   };
-  /// Nothing on success.
+  /// nullopt on success.
   using Failure = std::optional<Reason>;
 
   ClientSocket();
@@ -25,19 +26,19 @@ class ClientSocket {
   ClientSocket(const ClientSocket&) = delete;
   ClientSocket& operator=(const ClientSocket&) = delete;
 
-  /// Connects to the first address of the host that answers; each gets an equal share of the time
-  /// that is left, so that one that is silent does not use up the time of the others.
+  /// Connects to the first address of the host that accepts. Each address gets an equal share of
+  /// the time that is left, so that a silent one does not use up the time of the others.
   [[nodiscard]] Failure connect(const std::string& host, int port, Deadline deadline);
 
-  /// Sends all bytes. While the peer takes none, what it sends is appended to `input`: a peer that
-  /// waits for its replies to be read goes on, whatever there is to send. After a failure `input`
-  /// holds what had arrived before it.
+  /// Sends all bytes. While the peer takes none, the bytes that it sends are appended to `input`,
+  /// so that a peer which waits until its replies are read goes on. After a failure `input`
+  /// contains what had arrived before.
   [[nodiscard]] Failure send(std::string_view bytes, std::string& input, Deadline deadline);
 
-  /// Waits for bytes and appends them to `input`, one at least.
+  /// Waits for at least one byte and appends what arrives to `input`.
   [[nodiscard]] Failure receive(std::string& input, Deadline deadline);
 
-  /// The numeric address of the peer; empty when there is none.
+  /// Returns the numeric address of the peer; empty if there is none.
   [[nodiscard]] std::string peerAddress() const;
 
   void close();

@@ -5,11 +5,11 @@
 
 namespace sorvane {
 
-/// True once `NetConnection::setVerbose` was called in this process. Any thread.
+/// Returns true once `NetConnection::setVerbose` was called in this process. Any thread.
 [[nodiscard]] bool diagnosticsWanted();
 
-/// Writes the text to the console when diagnostics are wanted. A caller whose text costs something
-/// to build asks `diagnosticsWanted` first. Any thread.
+/// Writes the text to the console if diagnostics are wanted. If the text is costly to build, call
+/// `diagnosticsWanted` first. Any thread.
 void diagnosticLine(std::string_view text);
 
 }  // namespace sorvane

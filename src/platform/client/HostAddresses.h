@@ -1,4 +1,4 @@
-// The addresses of a host's name, found within a time limit.
+// Finds the addresses of a host by its name, within a time limit.
 #pragma once
 
 #include <chrono>
@@ -13,8 +13,8 @@ struct HostAddresses {
   std::string failure;                 ///< why there are none, in words
 };
 
-/// Asks the resolver, and stops waiting for it at `deadline`. A resolver that hangs goes on in a
-/// thread of its own, which ends when it does; an address given as such never costs a thread.
+/// Asks the resolver on a thread of its own, and stops waiting at `deadline`. If the resolver
+/// hangs, the thread ends when the resolver does. A numeric address needs no thread.
 [[nodiscard]] HostAddresses addressesOfHost(const std::string& host,
                                             std::chrono::steady_clock::time_point deadline);
 

@@ -1,5 +1,5 @@
-// The name server host file, which may name another computer as the one that serves, and what else
-// of the settings NetConnection answers.
+// The name server host file, which may name another computer as the one that serves. Also the other
+// functions of NetConnection that return settings.
 #include <filesystem>
 #include <sstream>
 
@@ -17,7 +17,8 @@ namespace {
 /// Far more than a host and comments need.
 constexpr std::size_t kMaximumFileBytes = std::size_t{16} << 20;
 
-/// The first word of the first line that is neither empty nor a comment; empty when there is none.
+/// Returns the first word of the first line that is neither empty nor a comment; empty if there is
+/// none.
 std::string namedHost(const std::string& content) {
   std::istringstream lines(content);
   std::string line;
@@ -60,7 +61,7 @@ bool NetConnection::hostFileSearchForNameServer(NetConnection& connection, bool*
   }
   Client& client = connection.client();
   const Client::Deadline deadline = client.connectDeadline();
-  // A name of which only the resolver knows that it means this host is this host as well.
+  // The name can mean this host although only the resolver knows that.
   if (!client.connect(host, basePortNumber(), deadline) ||
       VNHost::currentHost().isThisHost(client.peerAddress())) {
     return false;

@@ -48,7 +48,7 @@ NetworkInterface readInterface(const nlmsghdr& entry) {
   return result;
 }
 
-/// An address, and how far it reaches: the lower the scope, the farther.
+/// An address and its scope. The lower the scope, the farther the address reaches.
 struct ScopedAddress {
   InterfaceAddress address;
   unsigned char scope;
@@ -68,7 +68,7 @@ ScopedAddress readAddress(const nlmsghdr& entry) {
   return result;
 }
 
-/// A default route through one interface; the one of least priority number counts.
+/// A default route through one interface. The route with the lowest priority number counts.
 struct DefaultRoute {
   std::uint32_t priority = std::numeric_limits<std::uint32_t>::max();
   int interface = 0;  // 0: none yet
@@ -84,7 +84,7 @@ void considerRoute(const nlmsghdr& entry, DefaultRoute& best) {
     if (type == RTA_OIF) {
       route.interface = readAs<int>(bytes, length);
     } else if (type == RTA_MULTIPATH) {
-      route.interface = readAs<rtnexthop>(bytes, length).rtnh_ifindex;  // the first way
+      route.interface = readAs<rtnexthop>(bytes, length).rtnh_ifindex;  // the first next hop
     } else if (type == RTA_PRIORITY) {
       route.priority = readAs<std::uint32_t>(bytes, length);
     } else if (type == RTA_PREFSRC) {

@@ -20,8 +20,9 @@ std::string dotted(const sockaddr& address) {
   return text;
 }
 
-/// The address from which a datagram to the outside would be sent, which is that of the default
-/// route; empty without one. Nothing is sent: connecting a datagram socket only chooses the route.
+/// Returns the address of the default route; empty if there is no such route. It is the address
+/// from which a datagram to an outside host would be sent. Nothing is sent: connecting a datagram
+/// socket only chooses the route.
 std::string addressTowardsOutside() {
   sockaddr_in outside{};
   outside.sin_family = AF_INET;

@@ -1,4 +1,4 @@
-// The hardware address in the list that getifaddrs gives.
+// The hardware address in an entry of the list that getifaddrs returns.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@ struct sockaddr;
 
 namespace sorvane {
 
-/// As `formatEthernetAddress` gives it; empty when `address` is of another family. Implemented once
-/// for each operating system.
+/// Returns the address as `formatEthernetAddress` does; empty if `address` is of another family.
+/// Implemented in LinkAddressLinux.cpp and LinkAddressMacos.cpp.
 [[nodiscard]] std::string linkAddress(const sockaddr& address);
 
 }  // namespace sorvane

@@ -35,7 +35,7 @@ class NetlinkSocket {
     return send(socket_.number(), &request, request.header.nlmsg_len, 0) >= 0;
   }
 
-  /// Appends the next datagram; false when none came or it did not fit.
+  /// Appends the next datagram. Returns false if none came or it did not fit.
   [[nodiscard]] bool receive(std::vector<char>& bytes) const {
     const std::size_t before = bytes.size();
     bytes.resize(before + kBufferBytes);
@@ -56,7 +56,7 @@ const nlmsghdr& entryAt(const std::vector<char>& bytes, std::size_t at) {
   return *reinterpret_cast<const nlmsghdr*>(bytes.data() + at);
 }
 
-/// Collects the offsets of the entries; `bytes` holds them.
+/// Reads the entries into `bytes` and their offsets into `entries`.
 Answer readEntries(const NetlinkSocket& socket, std::vector<char>& bytes,
                    std::vector<std::size_t>& entries) {
   bool interrupted = false;

@@ -1,4 +1,4 @@
-// Questions to the kernel's routing tables, rtnetlink(7).
+// Reads the kernel's tables of interfaces, addresses and routes, rtnetlink(7).
 #pragma once
 
 #include <linux/netlink.h>
@@ -9,13 +9,14 @@
 
 namespace sorvane {
 
-/// Hands each entry of one kind (RTM_GETLINK, RTM_GETADDR or RTM_GETROUTE; `family` AF_UNSPEC or
-/// AF_INET) to `visit`. False when the kernel could not be asked. The list is a consistent one:
-/// when it changed meanwhile it is asked for again, before the first entry is visited.
+/// Calls `visit` for each entry of one kind (RTM_GETLINK, RTM_GETADDR or RTM_GETROUTE). `family` is
+/// AF_UNSPEC or AF_INET. The entries are consistent: if they change while they are read, all are
+/// read again before the first visit. Returns false if the kernel cannot be asked, or if the
+/// entries change too often.
 [[nodiscard]] bool visitNetlinkEntries(std::uint16_t type, unsigned char family,
                                        const std::function<void(const nlmsghdr&)>& visit);
 
-/// Hands each attribute that follows the fixed part of an entry to `visit`.
+/// Calls `visit` for each attribute that follows the fixed part of an entry.
 template <typename Fixed, typename Visit>
 void visitAttributes(const nlmsghdr& entry, Visit&& visit) {
   const auto* bytes = reinterpret_cast<const char*>(&entry);

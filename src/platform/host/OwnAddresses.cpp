@@ -30,7 +30,7 @@ std::optional<in6_addr> readIPv6(const std::string& text) {
 
 bool isLoopback(const in_addr& address) { return (ntohl(address.s_addr) >> 24) == 127; }
 
-/// True when an interface has that address.
+/// Returns true if an interface has this address.
 bool isOfAnInterface(int family, const void* address, std::size_t length) {
   ifaddrs* list = nullptr;
   if (getifaddrs(&list) != 0) {

@@ -16,13 +16,13 @@
 namespace sorvane {
 namespace {
 
-// Without waiting: somebody may have put a FIFO there.
+// O_NONBLOCK: opening must not wait if somebody has put a FIFO there.
 constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 constexpr mode_t kFileMode = 0644;
 constexpr mode_t kParentMode = 0755;
-constexpr mode_t kFolderMode = 01777;  // any user may lay a lock there, none remove another's
+constexpr mode_t kFolderMode = 01777;  // any user may create a lock, none may remove another's
 
-/// Creates a folder with exactly these rights, whatever the process masks out.
+/// Creates a folder with exactly these rights, whatever the process's mask is.
 bool createFolder(const std::string& folder, mode_t mode) {
   if (mkdir(folder.c_str(), mode) == 0) {
     return chmod(folder.c_str(), mode) == 0;
@@ -40,7 +40,7 @@ bool createFolderAndParents(const std::string& folder) {
   return createFolder(folder, kFolderMode);
 }
 
-/// An existing file; one that may not be written serves as well.
+/// Opens an existing file, for reading only if it may not be written.
 Descriptor openExisting(const char* path) {
   Descriptor file(open(path, O_RDWR | kOpenFlags));
   if (file.isOpen() || (errno != EACCES && errno != EPERM && errno != EROFS)) {
@@ -57,11 +57,10 @@ Descriptor createFile(const char* path) {
   return file;
 }
 
-/// The lock file, made where it is missing, or none and errno.
+/// Opens the lock file and creates it if it is missing. Returns none and sets errno on failure.
 Descriptor openLockFile(const std::string& path) {
   for (;;) {
-    // Not with O_CREAT at once: a system may refuse that for another user's file in a sticky
-    // folder.
+    // O_CREAT comes only later: a system may refuse it for another user's file in a sticky folder.
     Descriptor file = openExisting(path.c_str());
     if (file.isOpen() || errno != ENOENT) {
       return file;
@@ -76,8 +75,8 @@ Descriptor openLockFile(const std::string& path) {
   }
 }
 
-/// True when the path still leads to the open file: a lock on one that was removed holds nobody
-/// off.
+/// Returns true if the path still leads to the open file. A lock on a removed file keeps nobody
+/// out.
 bool isFileAt(const std::string& path, const struct stat& open) {
   struct stat named {};
   return lstat(path.c_str(), &named) == 0 && named.st_dev == open.st_dev &&
@@ -86,7 +85,7 @@ bool isFileAt(const std::string& path, const struct stat& open) {
 
 void writeProcessNumber(int descriptor, const struct stat& status) {
   if (status.st_nlink != 1) {
-    return;  // under another name this may be somebody's file
+    return;  // the file has a second name: it may be somebody's data
   }
   const std::string number = std::to_string(getpid()) + '\n';
   const ssize_t written = pwrite(descriptor, number.data(), number.size(), 0);

@@ -44,7 +44,7 @@ VNHost::VNHost() {
   address_ = localAccessOnly_ ? kLoopbackAddress : settings.address.value_or(systemAddress.address);
   ethernetAddress_ =
       settings.ethernetAddress ? *settings.ethernetAddress : ethernetAddressOfHost(known, address_);
-  // What the system assigned for a time says nothing about an address that it did not assign.
+  // The system's time limit counts only for the address that the system assigned.
   dynamic_ = settings.dynamicAddress.value_or(systemAddress.hasLifetime &&
                                               systemAddress.address == address_);
 }
@@ -52,14 +52,14 @@ VNHost::VNHost() {
 bool VNHost::validateCurrentHost() {
   const std::optional<std::string>& then = currentHost().systemAddress_;
   const std::optional<HostNetwork> now = readHostNetwork();
-  // A system that cannot answer at the moment has not changed its address.
+  // If the system cannot be asked, the address counts as unchanged.
   return !then || !now || addressOfHost(*now).address == *then;
 }
 
 bool VNHost::isThisHost(const std::string& nameOrAddress) const {
   std::string_view given = nameOrAddress;
   if (given.ends_with('.')) {
-    given.remove_suffix(1);  // the root of all domains
+    given.remove_suffix(1);  // the dot of the root domain
   }
   if (given.empty()) {
     return false;

@@ -163,7 +163,7 @@ PropertyList PropertyListReader::readDictionary() {
   return dictionary;
 }
 
-/// Reads what follows a key, up to the next token after the pair.
+/// Reads what follows a key, up to the first token after the pair.
 void PropertyListReader::readPair(PropertyList::Dictionary& dictionary, std::size_t keyBegin,
                                   std::string key) {
   if (keyLines_ != nullptr && depth_ == 1) {
@@ -182,7 +182,7 @@ void PropertyListReader::readPair(PropertyList::Dictionary& dictionary, std::siz
   }
   ++at_;
   skipBlanks();
-  // Texts that were written here come sorted.
+  // The place at the end is right if the keys are sorted, as `description` writes them.
   dictionary.insert_or_assign(dictionary.end(), std::move(key), std::move(value));
 }
 

@@ -10,19 +10,19 @@
 
 namespace sorvane {
 
-/// Reads one text, once, from its beginning to its end; never goes back.
+/// Reads one text once, from its beginning to its end.
 class PropertyListReader {
  public:
   using KeyLines = std::map<std::string, int, std::less<>>;
 
-  /// `keyLines`, if any, receives the line of each key of a top-level dictionary.
+  /// If `keyLines` is not null, it receives the line of each key of a top-level dictionary.
   explicit PropertyListReader(std::string_view text, KeyLines* keyLines = nullptr);
 
   /// Throws PropertyListError.
   [[nodiscard]] PropertyList read();
 
  private:
-  // ---- Values (PropertyListReader.cpp)
+  // ---- PropertyListReader.cpp: the whole text, and values made of other values
 
   void checkWholeText() const;
   void skipBlanks();
@@ -36,7 +36,7 @@ class PropertyListReader {
   void readPair(PropertyList::Dictionary& dictionary, std::size_t keyBegin, std::string key);
   void noteKeyLine(const std::string& key, std::size_t begin);
 
-  // ---- Strings (PropertyListStrings.cpp)
+  // ---- PropertyListStrings.cpp: words, quoted texts and their escapes
 
   [[nodiscard]] std::string readKey();
   [[nodiscard]] std::string readString();
@@ -47,24 +47,24 @@ class PropertyListReader {
   [[nodiscard]] char32_t readUnicode(std::size_t begin);
   [[nodiscard]] char32_t readFourHexDigits(std::size_t begin);
 
-  // ---- Where it stands (PropertyListReader.cpp)
+  // ---- PropertyListReader.cpp: position and errors
 
   void enterLevel();
   [[nodiscard]] bool atEnd() const { return at_ == text_.size(); }
-  /// The character here, or NUL at the end: a text holds none.
+  /// The character here, or NUL at the end. The text itself contains no NUL.
   [[nodiscard]] char here() const { return atEnd() ? '\0' : text_[at_]; }
   [[nodiscard]] bool startsWith(std::string_view token) const {
     return text_.compare(at_, token.size(), token) == 0;
   }
   [[noreturn]] void failAt(std::size_t position, const std::string& reason) const;
-  /// Fails here, where `wanted` should be.
+  /// Fails at the present position, where `wanted` should be.
   [[noreturn]] void failWanting(const std::string& wanted) const;
 
   const std::string_view text_;
   KeyLines* const keyLines_;
   std::size_t at_ = 0;
   int depth_ = 0;
-  std::size_t countedTo_ = 0;  // the line of this position is known
+  std::size_t countedTo_ = 0;  // the position whose line is `countedLine_`
   int countedLine_ = 1;
 };
 

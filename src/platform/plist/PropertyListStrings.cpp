@@ -74,7 +74,7 @@ void PropertyListReader::readEscape(std::string& result) {
   } else if (name == 'U') {
     codePoint = readUnicode(begin);
   } else {
-    // Of a character beyond ASCII this is the first byte; the others follow as they stand.
+    // If the character is not ASCII, this is its first byte. The others are read as they are.
     result += name;
     return;
   }

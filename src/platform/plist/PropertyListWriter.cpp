@@ -82,7 +82,7 @@ void appendData(std::string& result, std::string_view bytes) {
   result += '>';
 }
 
-/// Appends values to one text; `level` is that of the line on which a value begins.
+/// Appends values to one text. `level` is the level of the line on which a value begins.
 class Writer {
  public:
   explicit Writer(std::string& result) : result_(result) {}

@@ -27,8 +27,8 @@ Descriptor openFile(const fs::path& path, int flags, mode_t mode = 0) {
       withoutInterruption([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
-/// The file that `path` means when it is a symbolic link, however many links follow each other; the
-/// last one need not name anything that exists.
+/// Replaces `path` by the file that it names, if it is a symbolic link. Follows links of links,
+/// too. The file at the end need not exist.
 std::error_code followLinks(fs::path& path) {
   constexpr int kMostLinks = 40;
   std::error_code error;
@@ -42,7 +42,7 @@ std::error_code followLinks(fs::path& path) {
     }
     path = path.parent_path() / target;
   }
-  return {};  // what keeps the path from being reached is told by the first use of it
+  return {};  // if the path cannot be reached, its first use reports that
 }
 
 fs::path folderOf(const fs::path& path) {
@@ -60,17 +60,17 @@ std::error_code flushFolder(const fs::path& folder) {
     return lastError();
   }
   const std::error_code error = flush(descriptor.number());
-  // Some file systems have no way to flush a folder, and say so.
+  // Some file systems cannot flush a folder and return EINVAL.
   return error == std::errc::invalid_argument ? std::error_code() : error;
 }
 
-/// Creates the folder and those above it that are missing, each of them flushed into its own.
+/// Creates the folder and the missing folders above it. Flushes the folder above each new one.
 std::error_code createFolders(const fs::path& folder) {
   if (::mkdir(folder.c_str(), 0777) == 0) {
     return flushFolder(folderOf(folder));
   }
   if (errno == EEXIST) {
-    return {};  // what is no folder is told by the first use of it
+    return {};  // if it is not a folder, its first use reports that
   }
   if (errno != ENOENT || !folder.has_relative_path()) {
     return lastError();
@@ -104,8 +104,8 @@ std::error_code writeAll(int descriptor, std::string_view content) {
   return {};
 }
 
-/// Gives the new file the owner, group and mode of the one that it replaces. Where the group cannot
-/// be kept, its members' rights shrink to those of everybody: they were meant for another group.
+/// Gives the new file the owner, group and mode of the file that it replaces. If the group cannot
+/// be kept, its rights are cut to those of everybody: they were meant for another group.
 std::error_code keepOwnerAndMode(int descriptor, const struct stat& former) {
   struct stat now {};
   if (::fstat(descriptor, &now) == -1) {
@@ -121,8 +121,8 @@ std::error_code keepOwnerAndMode(int descriptor, const struct stat& former) {
   return ::fchmod(descriptor, mode) == -1 ? lastError() : std::error_code();
 }
 
-/// Writes, flushes and renames a temporary file whose name is free or taken. Answers nothing when
-/// another name must be tried.
+/// Creates the temporary file, writes and flushes it, and renames it to `file`. Returns nullopt if
+/// another temporary name must be tried.
 std::optional<std::error_code> replaceBy(const fs::path& temporary, const fs::path& file,
                                          const struct stat* former, std::string_view content) {
   const mode_t mode = former != nullptr ? 0600 : 0644;
@@ -130,8 +130,9 @@ std::optional<std::error_code> replaceBy(const fs::path& temporary, const fs::pa
   if (!descriptor.isOpen()) {
     return errno == EEXIST ? std::nullopt : std::optional(lastError());
   }
-  // Held, the lock tells that this file is not abandoned; whoever cleaned up between the two calls
-  // has removed it already. A file system without locks does not keep anybody from writing.
+  // The lock shows other processes that this file is not abandoned. One of them may have removed it
+  // before the lock was taken: the file then has no link any more. On a file system without locks
+  // the file is written all the same.
   (void)withoutInterruption([&] { return ::flock(descriptor.number(), LOCK_EX); });
   struct stat created {};
   if (::fstat(descriptor.number(), &created) == 0 && created.st_nlink == 0) {
@@ -197,8 +198,8 @@ void removeAbandonedTemporaries(const std::string& path) {
         name.find_first_not_of("0123456789-", prefix.size()) != std::string::npos) {
       continue;
     }
-    // Non-blocking, so that no pipe of such a name is waited for. A shared lock is enough to find a
-    // writer at work, and network file systems give it to readers, too.
+    // O_NONBLOCK: opening a pipe of such a name must not wait. A shared lock is enough to find a
+    // writer at work. Network file systems give it also to a descriptor that is only for reading.
     const Descriptor descriptor = openFile(entry->path(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     struct stat status {};
     if (descriptor.isOpen() && ::fstat(descriptor.number(), &status) == 0 &&

@@ -11,7 +11,7 @@
 namespace sorvane {
 namespace {
 
-/// Standard error as far as it takes lines, and the memory of what it did not take.
+/// Writes lines to standard error and counts those that it could not take.
 class ConsoleOutput {
  public:
   void write(std::string_view line) {
@@ -35,7 +35,7 @@ class ConsoleOutput {
  private:
   std::mutex mutex_;
   long long leftOut_ = 0;
-  bool torn_ = false;  // a line was taken in part: the next one must begin anew
+  bool torn_ = false;  // only a part of a line was taken: the next one begins with a line feed
 };
 
 // Never destroyed: a thread may write a line while the process ends.

@@ -14,7 +14,7 @@ namespace {
 
 bool takesBytesNow(int descriptor) {
   pollfd question{descriptor, POLLOUT, 0};
-  // A pipe without a reader reports an error instead: writing to it would raise SIGPIPE.
+  // A pipe without a reader also reports an error: writing to it would raise SIGPIPE.
   return poll(&question, 1, 0) == 1 && question.revents == POLLOUT;
 }
 
@@ -29,8 +29,8 @@ StandardErrorStream::StandardErrorStream() {
     kind_ = Kind::socket;
   } else if (S_ISFIFO(what.st_mode) || S_ISCHR(what.st_mode)) {
     kind_ = Kind::waiting;
-    // Opened anew, a pipe or a terminal has flags of its own and can be told not to wait. Where
-    // that is refused, asking before each write has to do.
+    // A pipe or terminal that is opened anew has flags of its own, so it can be told not to wait.
+    // If it cannot be opened, asking before each write has to be enough.
     own_ = Descriptor(open("/dev/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   }
 }

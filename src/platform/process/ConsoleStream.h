@@ -1,4 +1,4 @@
-// The places to which console lines go, written to without ever waiting for a reader.
+// Where console lines go: standard error and the system's log. Neither is ever waited for.
 #pragma once
 
 #include <sys/types.h>
@@ -10,28 +10,33 @@
 
 namespace sorvane {
 
-/// Standard error for the length of one console text. Standard error may be shared with other
-/// programs, so its own flags are left as they are.
+// ---- ConsoleStream.cpp
+
+/// Standard error, for the writing of one console text. Other programs may share standard error, so
+/// its flags are left unchanged.
 class StandardErrorStream {
  public:
   StandardErrorStream();
 
-  /// Writes what can be written at once; answers how many bytes that were. Up to PIPE_BUF bytes
-  /// go into a pipe whole or not at all.
+  /// Writes as many bytes as can be written at once and returns their number. A pipe takes up to
+  /// PIPE_BUF bytes whole or not at all.
   [[nodiscard]] std::size_t write(std::string_view bytes) const;
 
  private:
   [[nodiscard]] int descriptor() const;
-  /// One attempt: how many bytes were written; 0 when it would have to wait, -1 and `errno` when it
-  /// fails.
+  /// Makes one attempt. Returns how many bytes were written, 0 when it would have to wait, or -1 and
+  /// sets `errno`.
   [[nodiscard]] ssize_t writeSome(std::string_view bytes) const;
 
-  enum class Kind { file, socket, waiting };  // `waiting`: pipes, terminals
+  enum class Kind { file, socket, waiting };  // `waiting`: a pipe or a terminal
   Kind kind_ = Kind::file;
-  Descriptor own_;  // the same pipe or terminal once more; none: standard error is written to
+  Descriptor own_;  // the same pipe or terminal opened anew; none: standard error is written to
 };
 
-/// Hands the line to the system's log, facility "daemon", where one runs and takes it at once.
+// ---- SystemLog.cpp
+
+/// Writes the line to the system's log, facility "daemon". Does nothing if no log runs or the log
+/// cannot take the line at once.
 void writeToSystemLog(const char* line);
 
 }  // namespace sorvane

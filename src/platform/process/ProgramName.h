@@ -3,8 +3,8 @@
 
 namespace sorvane {
 
-/// The last component of the program's name, as it was started. Lives as long as the process. Any
-/// thread. Implemented once for each operating system.
+/// Returns the last component of the name under which the program was started. The text lives as
+/// long as the process. Any thread. Implemented in ProgramNameLinux.cpp and ProgramNameMacos.cpp.
 [[nodiscard]] const char* programName();
 
 }  // namespace sorvane

@@ -10,7 +10,7 @@
 namespace sorvane {
 namespace {
 
-/// What the new program does not inherit.
+/// Keeps the descriptors and signal settings of this process from the new program.
 class CleanStart {
  public:
   CleanStart() {

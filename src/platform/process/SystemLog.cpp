@@ -10,7 +10,7 @@
 namespace sorvane {
 namespace {
 
-/// syslog() waits while the log's queue is full, so the queue is asked first.
+/// Returns true if the log's queue has room. syslog() would wait for a full queue.
 bool systemLogTakesLine() {
   const Descriptor queue(socket(AF_UNIX, SOCK_DGRAM, 0));
   if (!queue.isOpen()) {
@@ -30,8 +30,8 @@ bool systemLogTakesLine() {
 
 void writeToSystemLog(const char* line) {
   if (systemLogTakesLine()) {
-    // The name and the process number are added here; without openlog the C library takes the
-    // program's own.
+    // The line comes without name and process number: the log adds them. Without openlog the C
+    // library takes the program's own name.
     syslog(LOG_DAEMON | LOG_NOTICE, "%s", line);
   }
 }

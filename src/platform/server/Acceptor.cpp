@@ -23,8 +23,8 @@ Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
       loops_(loops),
       spare_(openSpare()) {}
 
-// One at a time: a flood of them must not keep the loop's connections waiting, and asking for a
-// second one when one came alone would be a call in vain.
+// One connection a call: a flood of them must not keep the loop's connections waiting. Asking for a
+// second one would mostly be a system call in vain.
 void Acceptor::acceptOne(Poller& poller) {
   const int descriptor = acceptConnection(listener_);
   if (descriptor < 0) {

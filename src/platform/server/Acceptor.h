@@ -1,4 +1,4 @@
-// Accepts connections and spreads them over the serving loops, within the limits.
+// Accepts connections, within the limits, and gives each to the serving loop with the fewest.
 #pragma once
 
 #include <chrono>
@@ -12,24 +12,26 @@
 
 namespace sorvane {
 
-/// Belongs to the loop that watches the listening socket. When descriptors run out it stops for a
-/// while, so that it does not spin, and goes on when some are free; those who want to connect wait
-/// in the system's queue meanwhile. It never takes the last descriptor: it goes on only once it has
-/// a spare one in hand, so that the process can still open a file.
+/// Belongs to the loop that watches the listening socket. It keeps a spare descriptor. When
+/// descriptors run out, it frees the spare one, so that the process can still open a file, and
+/// pauses. Meanwhile new connections wait in the system's queue. It goes on when it can open a
+/// spare descriptor again.
 class Acceptor {
  public:
+  /// How long it pauses when descriptors have run out.
   static constexpr std::chrono::milliseconds kBackOff{100};
 
-  /// At most `maximumConnections` at once; a further one is closed.
+  /// Allows `maximumConnections` at once. A further connection is closed.
   Acceptor(int listener, int maximumConnections, ServerContext& context,
            const std::vector<std::unique_ptr<ServingLoop>>& loops);
 
   /// Accepts the connection that has waited longest.
   void acceptOne(Poller& poller);
 
-  /// True when accepting has stopped; `goOn` is then due at `pausedUntil`.
+  /// True while accepting is paused. Call `goOn` at `pausedUntil` then.
   [[nodiscard]] bool isPaused() const { return paused_; }
   [[nodiscard]] DeadlineQueue::Clock::time_point pausedUntil() const { return pausedUntil_; }
+  /// Accepts again, or goes on pausing if no descriptor is free yet.
   void goOn(Poller& poller);
 
  private:

@@ -6,9 +6,9 @@
 
 namespace sorvane {
 
-// Accepted sockets inherit all of these from the listener: no call is needed for each connection.
-// TCP_USER_TIMEOUT takes the place of the probe count (tcp(7)), and also ends the wait for data
-// that a peer never acknowledges.
+// Accepted sockets inherit all of these from the listening socket: a connection costs no call for
+// them. TCP_USER_TIMEOUT takes the place of the probe count (tcp(7)). It also ends a connection
+// whose peer never acknowledges data.
 bool setConnectionOptions(int listener) {
   return setOption(listener, IPPROTO_TCP, TCP_NODELAY, 1) &&
          setOption(listener, SOL_SOCKET, SO_KEEPALIVE, 1) &&

@@ -1,4 +1,4 @@
-// Deadlines that all lie the same time ahead, so that the first that came is the first that is due.
+// Deadlines that all lie the same time ahead, so that the one added first is due first.
 #pragma once
 
 #include <chrono>
@@ -8,8 +8,8 @@ namespace sorvane {
 
 class ServerConnection;
 
-/// Belongs to one serving thread. Adding, removing and finding the next one cost the same however
-/// many there are.
+/// Belongs to one serving thread. Adding a deadline, removing one and finding the next one take the
+/// same time however many there are.
 class DeadlineQueue {
  public:
   using Clock = std::chrono::steady_clock;
@@ -21,13 +21,14 @@ class DeadlineQueue {
 
   explicit DeadlineQueue(std::chrono::milliseconds ahead) : ahead_(ahead) {}
 
+  /// Adds a deadline for the connection, `ahead` from now. The ticket is valid until it is removed.
   [[nodiscard]] Ticket add(ServerConnection& connection) {
     return entries_.insert(entries_.end(), {Clock::now() + ahead_, &connection});
   }
   void remove(Ticket ticket) { entries_.erase(ticket); }
 
   [[nodiscard]] bool empty() const { return entries_.empty(); }
-  /// Only when not empty.
+  /// The deadline that is due first. There must be one.
   [[nodiscard]] const Entry& next() const { return entries_.front(); }
 
  private:

@@ -15,7 +15,7 @@ int accept(int listener) {
   return descriptor;
 }
 
-// No signal: the connection inherits SO_NOSIGPIPE from the listening socket.
+// Raises no SIGPIPE: the connection inherits SO_NOSIGPIPE from the listening socket.
 ssize_t send(int descriptor, std::string_view bytes) {
   return ::send(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT);
 }

@@ -1,4 +1,4 @@
-// The listening socket, and what the server says of a peer.
+// The listening socket, and the name of a peer for messages.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -62,7 +62,7 @@ int NetConnection::createServerSocketForPort(int port) {
     return listenOnIPv4(INADDR_LOOPBACK, number);
   }
   const int descriptor = listenOnAllIPv6(number);
-  // A port that is taken stays taken: IPv4 alone serves only where IPv6 is not to be had.
+  // IPv4 alone is for systems without IPv6. It must not be tried for a port that is taken.
   return descriptor >= 0 || errno == EADDRINUSE ? descriptor : listenOnIPv4(INADDR_ANY, number);
 }
 

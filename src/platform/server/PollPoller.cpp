@@ -1,4 +1,4 @@
-// poll(2): for systems whose own readiness call has no implementation here yet.
+// The Poller on poll(2), for systems whose own readiness call has no implementation here yet.
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -39,7 +39,7 @@ struct Poller::State {
   Descriptor writeEnd;  // of the same
   std::mutex mutex;
   std::map<int, Watched> watched;  // guarded by mutex
-  // Of the waiting thread alone:
+  // Used by the waiting thread alone:
   std::vector<pollfd> polled;
   std::vector<void*> owners;
   std::vector<Event> events;

@@ -1,4 +1,4 @@
-// Readiness of descriptors: which of many can be read or written now.
+// Tells which of many descriptors can be read or written now.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 
 namespace sorvane {
 
-/// Level-triggered: an event comes again as long as its cause lasts. One thread waits; any thread
-/// may call the other operations. Implemented once for each way in which an operating system tells
-/// readiness (EpollPollerLinux.cpp, PollPoller.cpp); the build chooses one.
+/// Level-triggered: an event comes again as long as its cause lasts. One thread calls `wait`; any
+/// thread may call the other operations. EpollPollerLinux.cpp and PollPoller.cpp implement the
+/// class on different system calls; the build chooses one.
 class Poller {
  public:
   enum class Interest : std::uint8_t { none, readable, writable };
@@ -28,13 +28,16 @@ class Poller {
   Poller(const Poller&) = delete;
   Poller& operator=(const Poller&) = delete;
 
-  /// Begins to watch a descriptor. `owner` is not null. False when the system refuses (no memory).
+  /// Begins to watch a descriptor. `owner` must not be null. Returns false if the system refuses
+  /// (no memory).
   [[nodiscard]] bool add(int descriptor, Interest interest, void* owner);
+  /// Watches for something else from now on.
   void modify(int descriptor, Interest interest, void* owner);
+  /// Ends the watching.
   void remove(int descriptor);
 
-  /// Waits for events, at most `milliseconds` (or `kForever`). What it answers is valid until the
-  /// next call.
+  /// Waits for events, at most `milliseconds`, or for ever if that is `kForever`. The events that
+  /// it returns are valid until the next call.
   [[nodiscard]] std::span<const Event> wait(int milliseconds);
 
   /// Makes the current or next `wait` return with a wake-up event.

@@ -1,4 +1,4 @@
-// The server: its loops, a thread each, and what they share.
+// The server: its loops, each on a thread of its own, and what the loops share.
 #include <errno.h>
 #include <sys/resource.h>
 
@@ -18,9 +18,9 @@
 namespace sorvane {
 namespace {
 
-// Descriptors that connections leave for everything else: files, the system's log, Bonjour.
+// Descriptors that are left for everything but connections: files, the system's log, Bonjour.
 constexpr int kDescriptorsForOthers = 32;
-// Enough for a lock, a disk and a console to be waited for side by side.
+// Enough to wait for a lock, a disk and a console at the same time.
 constexpr std::size_t kWaitingThreads = 4;
 
 int connectionLimit(int setting) {
@@ -39,7 +39,7 @@ int threadCount(int setting) {
   return setting > 0 ? setting : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
-/// Work that must run in the order in which it came.
+/// The thread for work that must run in the order in which it came.
 WaitingThreads& orderedWork() {
   static auto* const threads = new WaitingThreads(1);
   return *threads;
@@ -49,10 +49,10 @@ WaitingThreads& orderedWork() {
 
 void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delegate) {
   const Settings& settings = Settings::current();
-  // What the threads share is never destroyed, for they never end: not even when the system has no
-  // descriptor or thread for one of them.
+  // The threads never end, so what they share is never destroyed. That also holds if this function
+  // raises because the system has no descriptor or thread left.
   auto& deliveries = *new WaitingThreads(kWaitingThreads);
-  orderedWork();  // has its thread before the first connection, too
+  orderedWork();  // starts its thread before the first connection comes
   auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
                                      settings.partialMessageTimeout};
   auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;

@@ -1,4 +1,35 @@
 // The loop of one serving thread: it waits for its connections and serves those that are ready.
+//
+// One turn of the loop:
+//
+//   +-> wait for events, at most until the next deadline or the end of the acceptor's pause
+//   |     |
+//   |     |  up to 256 events, one after the other
+//   |     |
+//   |     +-- a wake-up: connections whose request a waiting thread has delivered are resumed; each
+//   |     |     sends its reply and goes on with the requests that came meanwhile
+//   |     |
+//   |     +-- the listening socket (one loop has it): the acceptor accepts one connection and gives
+//   |     |     it to the loop with the fewest connections
+//   |     |
+//   |     +-- a connection, which handles the event as its phase says; when it reads requests:
+//   |     |
+//   |     |     receive ----> input(): one buffer for all connections of the loop. If a part of a
+//   |     |                   frame had come before, the bytes are appended to that part instead.
+//   |     |     for each complete frame:
+//   |     |       decode ---> request(): views of the bytes that came
+//   |     |       deliver --> output(): the reply, encoded in place
+//   |     |     send output(): all replies with one system call
+//   |     |     The connection keeps what is left over of input and output.
+//   |     |
+//   |     |     A request that would have to wait ends the loop over the frames. It goes to a
+//   |     |     waiting thread, which causes a wake-up when it has delivered the request.
+//   |     v
+//   |   connections whose deadline is over: one with an incomplete frame is refused, one that
+//   |     lingers is closed
+//   |     |
+//   |     v
+//   +-- if the acceptor's pause is over: it accepts again
 #pragma once
 
 #include <atomic>
@@ -25,14 +56,15 @@ struct ServerContext {
   WaitingThreads& deliveries;  ///< for requests that have to wait
   std::size_t maximumBodyBytes;
   std::chrono::milliseconds partialMessageTimeout;
-  std::atomic<int> connections{0};  ///< open on all loops
+  std::atomic<int> connections{0};  ///< open connections of all loops
 };
 
-/// `run` belongs to the loop's thread, and so does everything that has no other word here.
+/// Unless noted otherwise, call these only from the loop's own thread.
 class ServingLoop {
  public:
+  /// Size of the input buffer.
   static constexpr std::size_t kInputBytes = 64 * 1024;
-  /// How long a connection that was refused may still send into the void.
+  /// How long input of a refused connection is read and dropped before it is closed.
   static constexpr std::chrono::milliseconds kLinger{1000};
 
   explicit ServingLoop(ServerContext& context);
@@ -40,32 +72,36 @@ class ServingLoop {
   ServingLoop(const ServingLoop&) = delete;
   ServingLoop& operator=(const ServingLoop&) = delete;
 
-  /// Serves for ever. `acceptor` (one loop has it) is told when its listening socket is ready; null
-  /// elsewhere.
+  /// Serves for ever on the calling thread, which becomes the loop's own. `acceptor` is called when
+  /// its listening socket is ready. One loop has the acceptor; it is null for the others.
   [[noreturn]] void run(Acceptor* acceptor);
 
-  /// Begins to serve a connection: calls `startCommunication` on the calling thread, then watches
-  /// it. Any thread.
+  /// Takes over the descriptor of a connection. Calls `startCommunication` on the calling thread,
+  /// then begins to watch the connection. Any thread.
   void adopt(int descriptor);
 
-  /// Hands a connection back whose request a waiting thread has delivered. Any thread.
+  /// Takes back a connection after a waiting thread has delivered its request. Any thread.
   void delivered(ServerConnection& connection);
 
-  /// How many connections the loop has. Any thread.
+  /// Number of connections of this loop. Any thread.
   [[nodiscard]] int load() const { return load_.load(std::memory_order_relaxed); }
 
-  /// Ends the life of a connection.
+  /// Destroys a connection.
   void forget(ServerConnection& connection);
 
   [[nodiscard]] ServerContext& context() { return context_; }
   [[nodiscard]] Poller& poller() { return poller_; }
+  // Buffers for the connection that is being served.
   [[nodiscard]] char* input() { return input_.get(); }
   [[nodiscard]] ByteBuffer& output() { return output_; }
   [[nodiscard]] Message& request() { return request_; }
+
+  /// Deadlines of connections that have sent a part of a frame.
   [[nodiscard]] DeadlineQueue& partialFrames() { return partialFrames_; }
+  /// Deadlines of connections that linger.
   [[nodiscard]] DeadlineQueue& lingerers() { return lingerers_; }
 
-  /// True on a thread that runs a loop.
+  /// Returns true if the calling thread runs a loop. Any thread.
   [[nodiscard]] static bool isServingThread();
 
  private:

@@ -1,4 +1,4 @@
-// The socket calls of the server, where operating systems differ or a call may be interrupted.
+// The socket calls of the server that differ between operating systems or may be interrupted.
 #pragma once
 
 #include <sys/types.h>
@@ -9,25 +9,33 @@
 
 namespace sorvane {
 
-/// Accepts one connection, non-blocking and not inherited by programs that are started; -1 and
-/// `errno` on failure. Interruptions and connections that were gone before they could be accepted
-/// are passed over.
+// ---- SocketCalls.cpp
+
+/// Accepts one connection and returns its descriptor, which does not block and is closed on exec.
+/// Returns -1 and sets `errno` on failure. Tries again if it was interrupted, or if the connection
+/// was gone before it could be accepted.
 [[nodiscard]] int acceptConnection(int listener);
 
-/// `send` that never raises SIGPIPE and never waits; goes on after an interruption.
+/// Sends as `send` does, but never raises SIGPIPE and never waits. Tries again if it was
+/// interrupted.
 [[nodiscard]] ssize_t sendBytes(int descriptor, std::string_view bytes);
 
-/// `recv` that goes on after an interruption.
+/// Receives as `recv` does. Tries again if it was interrupted.
 [[nodiscard]] ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes);
 
 /// Closes a socket.
 void closeSocket(int descriptor);
 
-/// Prepares a listening socket so that every connection accepted from it sends without delay and
-/// notices within 30 seconds that its peer vanished. False when the system refuses.
+// ---- ConnectionOptionsLinux.cpp, ConnectionOptionsMacos.cpp
+
+/// Prepares a listening socket. Each connection accepted from it then sends without delay, and
+/// notices within 30 seconds that its peer has vanished. Returns false if the system refuses.
 [[nodiscard]] bool setConnectionOptions(int listener);
 
-/// The address and port of the other side, for messages: "10.0.0.5:4711" or "[fe80::1]:4711".
+// ---- ListeningSocket.cpp
+
+/// Returns the address and port of the peer for messages: "10.0.0.5:4711" or "[fe80::1]:4711", or
+/// "a peer that is gone".
 [[nodiscard]] std::string peerName(int descriptor);
 
 }  // namespace sorvane

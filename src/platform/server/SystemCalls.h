@@ -1,4 +1,4 @@
-// The system calls of the serving loops. SocketCalls.h is what the rest of the server uses.
+// The system calls of the serving loops. The rest of the server uses SocketCalls.h.
 #pragma once
 
 #include <sys/types.h>
@@ -10,11 +10,13 @@ struct epoll_event;
 
 /// Each function makes one call. It returns -1 and sets errno on failure; EINTR is a failure.
 ///
-/// On Linux, SystemCallsLinux.cpp calls the kernel without the C library: the library's functions
-/// for these calls are cancellation points, and preparing for a cancellation takes 40 ns of each
-/// call in a process with several threads. Nothing is ever cancelled here. Builds with a sanitizer
-/// have LibraryCallsLinux.cpp instead: a sanitizer watches the library's functions, and without
-/// them would take what threads hand to each other through the system for a race.
+/// On Linux, SystemCallsLinux.cpp calls the kernel without the C library. The library's functions
+/// for these calls are cancellation points: in a process with several threads, each call spends 40
+/// ns on preparing for a cancellation. Nothing is ever cancelled here.
+///
+/// Builds with a sanitizer use LibraryCallsLinux.cpp instead. A sanitizer watches the functions of
+/// the library. Without them it would report a race where threads pass data to each other through
+/// the system.
 namespace sorvane::systemcall {
 
 /// Accepts a connection that does not block and is closed on exec.

@@ -22,7 +22,7 @@ void WaitingThreads::run(std::function<void()> work) {
     try {
       startThread();
     } catch (const std::system_error&) {
-      // The system has no further thread to give: those that run take the work.
+      // The system has no further thread: the running ones take the work.
     }
   }
   workCame_.notify_one();

@@ -1,4 +1,4 @@
-// Threads that may wait: for a lock, for a disk, for a console. The serving threads never do.
+// Threads that may wait for a lock, a disk or a console. The serving threads must not.
 #pragma once
 
 #include <condition_variable>
@@ -9,16 +9,16 @@
 
 namespace sorvane {
 
-/// Runs what it is given, in the order in which it came, on at most `maximum` threads: one that is
-/// there from the start, and further ones when they are needed and to be had. It is never
-/// destroyed: its threads live as long as the process. Any thread.
+/// Runs work in the order in which it came, on at most `maximum` threads. One thread is started at
+/// once. Further ones are started when they are needed, if the system has any. Never destroyed: its
+/// threads live as long as the process. Any thread.
 class WaitingThreads {
  public:
   explicit WaitingThreads(std::size_t maximum);
   WaitingThreads(const WaitingThreads&) = delete;
   WaitingThreads& operator=(const WaitingThreads&) = delete;
 
-  /// An exception that leaves `work` ends the process.
+  /// Queues `work` and returns at once. An exception that leaves `work` ends the process.
   void run(std::function<void()> work);
 
  private:

@@ -41,7 +41,7 @@ void fillInDefaults(Settings& settings, const std::string& folderOfExecutable) {
   setDefault(settings.lockDirectory, defaultLockDirectory());
 }
 
-/// Reads one file into the settings, with the place of everything that is wrong in it.
+/// Reads one file into the settings. Each fault is reported with its place in the file.
 class FileReading {
  public:
   FileReading(const char* file, Settings& settings) : file_(file), settings_(settings) {}
@@ -97,8 +97,8 @@ class FileReading {
   Settings& settings_;
 };
 
-/// The settings that `current` answers. Those that a test replaced are kept, as somebody may still
-/// refer to them.
+/// The settings that `current` returns. Settings that were replaced are kept, because somebody may
+/// still refer to them.
 class CurrentSettings {
  public:
   const Settings& get() {
@@ -133,7 +133,7 @@ class CurrentSettings {
   std::vector<std::unique_ptr<const Settings>> kept_;  // guarded by mutex_
 };
 
-// Never destroyed: a thread may ask while the process ends.
+// Never destroyed: a thread may read settings while the process ends.
 CurrentSettings& currentSettings() {
   static auto* settings = new CurrentSettings;
   return *settings;

@@ -49,7 +49,7 @@ std::chrono::milliseconds seconds(const PropertyList& value) {
   return std::chrono::milliseconds(std::lround(number * 1000));
 }
 
-/// Nothing when the word is none of the six.
+/// Returns nullopt if the word is none of these six.
 std::optional<bool> readYesOrNo(const std::string& lowerCaseWord) {
   for (const char* yes : {"yes", "1", "true"}) {
     if (lowerCaseWord == yes) {
@@ -81,8 +81,8 @@ std::optional<bool> yesOrNoOrAuto(const PropertyList& value) {
   return answer;
 }
 
-/// An absolute path, without a slash at its end. A relative one would depend on where the process
-/// was started.
+/// Returns an absolute path without a slash at its end. A relative path is refused: it would depend
+/// on where the process was started.
 std::string path(const PropertyList& value) {
   std::string result = text(value);
   if (result.empty() || result.front() != '/') {
@@ -107,7 +107,7 @@ std::string hostName(const PropertyList& value) {
 
 std::string hostAddress(const PropertyList& value) {
   const std::string& address = text(value);
-  // 0.x.x.x, multicast and what follows are no addresses of a host.
+  // 0.x.x.x is not the address of a host, nor is one from 224.0.0.0 on: multicast and above.
   int first = 0;
   std::from_chars(address.data(), address.data() + address.size(), first);
   if (!isIPv4Address(address) || first == 0 || first >= 224) {

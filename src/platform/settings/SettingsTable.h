@@ -1,4 +1,4 @@
-// The keys of the settings file and what each of them sets.
+// The keys of the settings file, and what each of them sets.
 #pragma once
 
 #include <string_view>
@@ -8,8 +8,8 @@
 
 namespace sorvane {
 
-/// Sets what the key stands for. Raises NSException with the reason when the value makes no sense.
-/// Answers false for an unknown key.
+/// Sets what the key stands for. Raises NSException with the reason if the value makes no sense.
+/// Returns false if the key is unknown.
 [[nodiscard]] bool applySetting(Settings& settings, std::string_view key,
                                 const PropertyList& value);
 

@@ -1,4 +1,4 @@
-// Bytes that are appended, sent and forgotten, again and again.
+// A buffer of bytes that is filled, sent and emptied again and again.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,9 @@
 
 namespace sorvane {
 
-/// The output of a connection. Unlike a string it hands out room at its end without filling it
-/// first, so that a reply is written once. Moves, but is not copied; a view or pointer into it is
-/// valid until it grows. Raises std::bad_alloc when there is no memory.
+/// The output of a connection. Unlike std::string, it hands out room at its end without filling it
+/// first, so that a reply is written only once. Can be moved but not copied. A view or pointer into
+/// it is valid until it grows. Raises std::bad_alloc if there is no memory.
 class ByteBuffer {
  public:
   ByteBuffer() = default;
@@ -28,7 +28,8 @@ class ByteBuffer {
   [[nodiscard]] bool empty() const { return size_ == 0; }
   [[nodiscard]] std::string_view view() const { return {bytes_, size_}; }
 
-  /// Makes it longer by so many bytes and answers where they begin; the caller writes them all.
+  /// Makes the buffer `bytes` longer and returns where they begin. The caller must write all of
+  /// them.
   [[nodiscard]] char* extend(std::size_t bytes) {
     if (capacity_ - size_ < bytes) {
       grow(bytes);
@@ -43,7 +44,7 @@ class ByteBuffer {
     }
   }
 
-  /// Cuts off what lies beyond `size`, which is not above the present one. Keeps the memory.
+  /// Cuts off what lies beyond `size`, which must not exceed the present size. Keeps the memory.
   void truncate(std::size_t size) { size_ = size; }
   void clear() { size_ = 0; }
 
@@ -56,7 +57,7 @@ class ByteBuffer {
  private:
   void grow(std::size_t bytes);
 
-  char* bytes_ = nullptr;  // of malloc, which can often grow a long block where it is
+  char* bytes_ = nullptr;  // from malloc: realloc can often grow a long block in place
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;
 };

@@ -19,24 +19,24 @@ inline constexpr std::size_t kFrameHeaderBytes = 8;
 /// Largest body of a reply that a client accepts, bytes.
 inline constexpr std::size_t kMaximumReplyBytes = std::size_t{64} << 20;
 
-/// What the bytes at hand are.
+/// The header of a frame, as far as its bytes have come.
 struct FrameHeader {
   const char* fault = nullptr;  ///< why this cannot be a frame (a static text), or null
-  bool complete = false;        ///< the header's eight bytes are all there
+  bool complete = false;        ///< all eight bytes of the header have come
   FrameKind kind = FrameKind::none;
   std::size_t bodyBytes = 0;
 };
 
-/// Reads the header at the start of `bytes`, as far as it is there; a fault is told at the first
-/// byte that shows it. A body above `maximumBodyBytes` is a fault.
+/// Reads the header at the start of `bytes`, which may end before the header does. Reports a fault
+/// at the first byte that shows it. A body above `maximumBodyBytes` is a fault.
 [[nodiscard]] FrameHeader readFrameHeader(std::string_view bytes, std::size_t maximumBodyBytes);
 
-/// Appends the header of a dictionary whose length is not known yet; answers where the frame
+/// Appends the header of a dictionary whose length is not known yet. Returns where the frame
 /// begins.
 [[nodiscard]] std::size_t beginFrame(ByteBuffer& buffer);
-/// Puts the length of what was appended since into the header at `begin`.
+/// Writes the length of what was appended after the header into the header at `begin`.
 void endFrame(ByteBuffer& buffer, std::size_t begin);
-/// Appends a whole frame with that body.
+/// Appends a whole frame with this body.
 void appendFrame(ByteBuffer& buffer, std::string_view body);
 /// Appends the frame of "no dictionary".
 void appendEmptyFrame(ByteBuffer& buffer);

@@ -1,4 +1,4 @@
-// A build without Bonjour: nothing is published, nothing is found, and everything else works.
+// A build without Bonjour. Nothing is published and nothing is found; everything else works.
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -41,13 +41,13 @@ class ThreadRunLoop : public RunLoop {
     }
   }
 
-  std::mutex mutex_;  // so that no addition falls between looking and waiting
+  std::mutex mutex_;  // so that no call is added between looking and waiting
   std::condition_variable added_;
   DelayedCalls calls_;
 };
 
 void reportOnce() {
-  static bool reported = false;  // for the run loop's thread
+  static bool reported = false;  // used by the run loop's thread alone
   if (!reported) {
     reported = true;
     consoleLine("Bonjour: " + std::string(kReason) + "; nothing is published or found");

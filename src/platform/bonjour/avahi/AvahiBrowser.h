@@ -14,8 +14,9 @@
 
 namespace sorvane {
 
-/// A service that is found in several places is found once, and removed when it is gone from the
-/// last of them. All are removed when the daemon goes, and found again when it is back.
+/// A service that is in several places is reported as found once. It is reported as removed when it
+/// is gone from the last place. When the daemon ends, all services are reported as removed. When
+/// the daemon is back, they are found again.
 class AvahiBrowser : public NetServiceBrowser, private AvahiParticipant {
  public:
   explicit AvahiBrowser(AvahiLink& link) : link_(link) {}

@@ -1,12 +1,12 @@
-// Which failures of the Avahi library are for good.
+// Which failures of the Avahi library are permanent.
 #pragma once
 
 #include <avahi-common/error.h>
 
 namespace sorvane {
 
-/// True when the call can never succeed with what it was given. Any other failure is one of the
-/// connection or of the daemon, and passes.
+/// Returns true if the call can never succeed with its arguments. Any other failure is one of the
+/// connection or of the daemon, and is temporary.
 [[nodiscard]] constexpr bool isFaultOfArguments(int error) {
   switch (error) {
     case AVAHI_ERR_INVALID_HOST_NAME:

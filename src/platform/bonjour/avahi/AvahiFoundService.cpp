@@ -81,7 +81,7 @@ void AvahiFoundService::lose() {
   }
 }
 
-// Asks each place for the addresses of its own family.
+// Asks each place only for addresses of its own family.
 void AvahiFoundService::start(Resolution& resolution) {
   const auto& [interface, protocol] = resolution.place;
   resolution.resolver = avahi_service_resolver_new(

@@ -18,12 +18,12 @@ namespace sorvane {
 /// service is often found in several places.
 using AvahiPlace = std::pair<AvahiIfIndex, AvahiProtocol>;
 
-/// Belongs to the browser that found it, which tells it where it is found; others may hold on to it
-/// afterwards, but it resolves no more.
+/// Belongs to the browser that found it, which tells it the places where it is found. Others may
+/// keep it after the browser has lost it, but then it resolves no more.
 class AvahiFoundService : public NetService,
                           public std::enable_shared_from_this<AvahiFoundService> {
  public:
-  /// Waits this long before a resolution that failed is tried again.
+  /// How long to wait before a failed resolution is tried again.
   static constexpr std::chrono::seconds kRetry{5};
 
   AvahiFoundService(AvahiLink& link, AvahiClient& client, const std::string& domain,
@@ -31,7 +31,7 @@ class AvahiFoundService : public NetService,
       : NetService(domain, type, name), link_(link), client_(&client) {}
   ~AvahiFoundService() override { lose(); }
 
-  /// Reports that the service cannot be published: it is somebody else's.
+  /// Reports that the service cannot be published, because it is somebody else's.
   void publish() override;
   void resolve() override;
   void stop() override;
@@ -40,7 +40,8 @@ class AvahiFoundService : public NetService,
   void foundAt(const AvahiPlace& place);
   void goneFrom(const AvahiPlace& place);
   [[nodiscard]] bool isAnywhere() const { return !places_.empty(); }
-  /// The browser has lost it: frees everything that it has in the daemon, for good.
+  /// Called when the browser has lost the service. Frees everything that it has in the daemon. The
+  /// service stays lost.
   void lose();
 
  private:

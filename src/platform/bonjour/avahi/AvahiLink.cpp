@@ -38,7 +38,7 @@ void AvahiLink::connect() {
   client_ = avahi_client_new(runLoop_.poll(), AVAHI_CLIENT_NO_FAIL, &AvahiLink::stateChanged, this,
                              &error);
   if (client_ == nullptr) {
-    // The library cannot wait for D-Bus itself, whatever its flag says.
+    // Despite its flag, the library waits only for the daemon, not for D-Bus.
     reports_.cancelAll();
     reportMissing(avahi_strerror(error));
     retryLater();
@@ -65,7 +65,8 @@ void AvahiLink::retryLater() {
   retryDelay_ = std::min(retryDelay_ * 2, kLastRetry);
 }
 
-// Also called from inside avahi_client_new, and from inside objects that must not be freed then.
+// The library also calls this from inside avahi_client_new, and from inside objects that must not
+// be freed during the call. So the state is entered on a later pass.
 void AvahiLink::stateChanged(AvahiClient*, AvahiClientState state, void* link) {
   auto& self = *static_cast<AvahiLink*>(link);
   self.runLoop_.perform(self.reports_.cancellable([&self, state] { self.enter(state); }));
@@ -73,7 +74,7 @@ void AvahiLink::stateChanged(AvahiClient*, AvahiClientState state, void* link) {
 
 void AvahiLink::enter(AvahiClientState state) {
   running_ = state == AVAHI_CLIENT_S_RUNNING;
-  const std::vector<AvahiParticipant*> told = participants_;  // one that gives up leaves
+  const std::vector<AvahiParticipant*> told = participants_;  // a copy: participants may leave
   switch (state) {
     case AVAHI_CLIENT_S_RUNNING:
       for (AvahiParticipant* const participant : told) {

@@ -1,4 +1,4 @@
-// The connection to the Avahi daemon, made again for as long as it takes.
+// The connection to the Avahi daemon. It is made anew whenever it is lost.
 #pragma once
 
 #include <avahi-client/client.h>
@@ -16,18 +16,20 @@ namespace sorvane {
 class AvahiParticipant {
  public:
   virtual ~AvahiParticipant() = default;
-  /// The daemon can be used. Comes again after each of the two below.
+  /// The daemon can be used. Called again after each of the two calls below.
   virtual void avahiIsRunning(AvahiClient& client) = 0;
-  /// The daemon is settling the host's name; records that hold it are to be withdrawn.
+  /// The daemon is choosing the host's name. Withdraw the records that contain it.
   virtual void hostNameIsChanging() {}
-  /// The connection is lost; all objects made with its client are to be freed now.
+  /// The connection is lost. Free all objects that were made with its client now.
   virtual void avahiIsGone() = 0;
 };
 
-/// One a process, for the run loop's thread. Whatever is missing (D-Bus, the Avahi daemon, or
-/// either of them for a while) is waited for: by the library where it can, else by a timer of 1 s
-/// doubling to 30 s. A client that has lost its daemon is of no use any more; it is freed, and
-/// another one made. There is one console line for each time that Avahi is missing.
+/// There is one for the process. It belongs to the run loop's thread.
+///
+/// If D-Bus or the Avahi daemon is missing, at the start or later, the link waits for it. The
+/// library waits where it can. Otherwise the link tries again after 1 s, then doubles the time up
+/// to 30 s. A client that has lost its daemon cannot be used again; the link frees it and makes
+/// another one. There is one console line for each time that Avahi is missing.
 class AvahiLink {
  public:
   static constexpr std::chrono::seconds kFirstRetry{1};
@@ -39,15 +41,16 @@ class AvahiLink {
 
   [[nodiscard]] AvahiRunLoop& runLoop() { return runLoop_; }
 
-  /// The participant is told on a later pass when the daemon can be used. Connects when nobody has
-  /// joined before.
+  /// Adds a participant. If the daemon can be used, the participant is told on a later pass,
+  /// otherwise as soon as it can be used. Connects to the daemon if that was not done yet.
   void join(AvahiParticipant& participant);
-  /// To be called before a participant goes.
+  /// Removes a participant. Call this before the participant is destroyed.
   void leave(AvahiParticipant& participant);
 
-  /// A participant's call has succeeded, so the daemon is well.
+  /// A participant's call of the library has succeeded, so the daemon works.
   void worked();
-  /// A participant's call has failed, though not for its arguments: the connection is made anew.
+  /// A participant's call of the library has failed for another reason than its arguments. The
+  /// connection is made anew.
   void failed();
 
  private:
@@ -64,7 +67,7 @@ class AvahiLink {
   bool running_ = false;
   bool missingReported_ = false;
   std::chrono::seconds retryDelay_ = kFirstRetry;
-  CancellableCalls reports_;  // those of the client at hand
+  CancellableCalls reports_;  // reports of the present client
   bool retrying_ = false;
 };
 

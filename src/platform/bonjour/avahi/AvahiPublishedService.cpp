@@ -80,7 +80,7 @@ void AvahiPublishedService::withdraw() {
   client_ = nullptr;
 }
 
-// Makes the group anew for each name: a group that met a collision keeps its old records otherwise.
+// Makes a new group for each name. After a collision the old group would keep its old records.
 void AvahiPublishedService::announce() {
   announcement_.cancelAll();
   if (group_ != nullptr) {

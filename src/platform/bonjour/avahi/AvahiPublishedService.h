@@ -12,11 +12,12 @@
 
 namespace sorvane {
 
-/// Published anew, beginning with the name that was asked for, whenever the daemon comes back or
-/// the host has changed its name.
+/// The service is published again each time the daemon comes back or the host's name has changed.
+/// It then begins with the name that was asked for.
 class AvahiPublishedService : public NetService, private AvahiParticipant {
  public:
-  /// Attempts at a name until the service gives up; those after the first few wait.
+  /// The service gives up after `kNames` attempts at a name. From attempt `kNamesAtOnce` + 1 on, it
+  /// pauses before each.
   static constexpr int kNames = 60;
   static constexpr int kNamesAtOnce = 10;
   static constexpr std::chrono::seconds kPauseBetweenNames{5};
@@ -26,7 +27,7 @@ class AvahiPublishedService : public NetService, private AvahiParticipant {
   ~AvahiPublishedService() override;
 
   void publish() override;
-  /// Reports that the service cannot be resolved: that is for services which a browser found.
+  /// Reports that the service cannot be resolved. Only a service that a browser found can be.
   void resolve() override;
   void stop() override;
   [[nodiscard]] std::vector<std::string> addresses() const override { return {}; }
@@ -52,10 +53,10 @@ class AvahiPublishedService : public NetService, private AvahiParticipant {
   bool publishing_ = false;
   AvahiClient* client_ = nullptr;     // null while the daemon cannot be used
   AvahiEntryGroup* group_ = nullptr;  // null while nothing is announced
-  std::string firstName_;             // what was asked for, or the host's own name
+  std::string firstName_;             // the name that was asked for, or the host's own
   int attempt_ = 1;
-  CancellableCalls calls_;         // those that are the service's own, and the delegate's
-  CancellableCalls announcement_;  // those of the group at hand
+  CancellableCalls calls_;         // calls of the service itself and of its delegate
+  CancellableCalls announcement_;  // calls for the present group
 };
 
 }  // namespace sorvane

@@ -40,12 +40,12 @@ void AvahiRunLoop::performAfterDelay(std::chrono::milliseconds delay, Call call)
   wake();
 }
 
-// A pipe of our own: the library's wakeup may lose track of a byte that is written while another
-// thread empties its pipe, and its loop then spins.
+// The loop has a pipe of its own. The library's wakeup may lose track of a byte that is written
+// while another thread empties the library's pipe; the library's loop then spins.
 void AvahiRunLoop::wake() {
   const int descriptor = wakeDescriptor_;
   if (descriptor >= 0) {
-    // A full pipe wakes as well as one more byte would.
+    // A full pipe wakes the loop, too.
     [[maybe_unused]] const ssize_t ignored = write(descriptor, "", 1);
   }
 }

@@ -1,4 +1,4 @@
-// The run loop of Bonjour: a thread of its own, on which every call of the Avahi library is made.
+// The run loop of Bonjour. All calls of the Avahi library are made on its thread.
 #pragma once
 
 #include <avahi-common/simple-watch.h>
@@ -9,16 +9,16 @@
 
 namespace sorvane {
 
-/// Calls of the Avahi library may block for half a minute while its daemon hangs; nothing but this
-/// thread then waits. Lives as long as the process.
+/// If the Avahi daemon hangs, a call of the library may block for half a minute. Only this thread
+/// waits then. Lives as long as the process.
 class AvahiRunLoop : public RunLoop {
  public:
-  /// Starts the thread, which takes no signals.
+  /// Starts the thread. It receives no signals.
   AvahiRunLoop();
 
   void performAfterDelay(std::chrono::milliseconds delay, Call call) override;
 
-  /// The loop as the Avahi library sees it. For the loop's thread.
+  /// The loop in the form that the Avahi library uses. Only for the loop's thread.
   [[nodiscard]] const AvahiPoll* poll() const { return avahi_simple_poll_get(poll_); }
 
  private:
@@ -27,7 +27,7 @@ class AvahiRunLoop : public RunLoop {
   void wake();
 
   DelayedCalls calls_;
-  // Written to end the loop's wait; -1 until the loop waits for it.
+  // A byte that is written here ends the loop's wait. -1 until the loop watches it.
   std::atomic<int> wakeDescriptor_ = -1;
   AvahiSimplePoll* poll_ = nullptr;
 };

@@ -1,4 +1,4 @@
-// Bonjour on the Avahi client library, which talks to the system's Avahi daemon.
+// Bonjour by the Avahi client library, which talks to the system's Avahi daemon.
 #include "platform/NetService.h"
 #include "platform/bonjour/avahi/AvahiBrowser.h"
 #include "platform/bonjour/avahi/AvahiLink.h"

@@ -1,4 +1,4 @@
-// Bonjour for tests: nothing touches a network, and the test says what is found and what fails.
+// Bonjour for tests. Nothing uses a network; the test decides what is found and what fails.
 #pragma once
 
 #include <cstdint>
@@ -11,13 +11,13 @@
 
 namespace sorvane {
 
-/// A run loop that turns only when the test says so. Its calls are made on the thread of the test.
+/// A run loop that makes calls only inside `turn`, on the thread of the test.
 class ScriptedRunLoop : public RunLoop {
  public:
   void performAfterDelay(std::chrono::milliseconds delay, Call call) override;
-  /// One pass: makes the calls that are due, not those that they ask for.
+  /// One pass: makes the calls that are due. Calls that are added meanwhile wait for the next pass.
   void turn();
-  /// Moves the loop's clock; turns nothing.
+  /// Moves the loop's clock forward. Makes no calls.
   void advance(std::chrono::milliseconds time) { now_ += time; }
 
  private:
@@ -25,7 +25,7 @@ class ScriptedRunLoop : public RunLoop {
   DelayedCalls calls_;
 };
 
-/// A service that counts what is asked of it; the test calls its delegate.
+/// A service that counts the calls of its operations. The test calls its delegate.
 class ScriptedNetService : public NetService {
  public:
   ScriptedNetService(std::string domain, std::string type, std::string name, int tcpPort)
@@ -43,7 +43,7 @@ class ScriptedNetService : public NetService {
   std::vector<std::string> knownAddresses;  ///< the bytes of socket addresses
 };
 
-/// A browser that notes its searches; the test calls its delegate.
+/// A browser that records its searches. The test calls its delegate.
 class ScriptedNetServiceBrowser : public NetServiceBrowser {
  public:
   void searchForServicesOfType(const std::string& type, const std::string& domain) override {
@@ -51,7 +51,7 @@ class ScriptedNetServiceBrowser : public NetServiceBrowser {
   }
   void stop() override { ++timesStopped; }
 
-  /// Tells the delegate that a service of that name was found, and answers the service.
+  /// Tells the delegate that a service of that name was found. Returns the service.
   std::shared_ptr<ScriptedNetService> find(const std::string& name);
 
   struct Search {
@@ -69,9 +69,9 @@ class ScriptedServiceDiscovery : public ServiceDiscovery {
   [[nodiscard]] std::shared_ptr<NetService> makeService(const std::string& domain,
                                                         const std::string& type,
                                                         const std::string& name, int port) override;
-  /// The browser is the caller's: `browser` below is valid only as long as that lives.
+  /// The caller owns the browser. `browser` below is valid only as long as it lives.
   [[nodiscard]] std::unique_ptr<NetServiceBrowser> makeBrowser() override;
-  /// A socket that is none, unless the port is among `takenPorts`.
+  /// Returns an object without a socket, or null if the port is in `takenPorts`.
   [[nodiscard]] std::unique_ptr<SocketPort> makeSocketPort(std::uint16_t port) override;
 
   std::vector<std::shared_ptr<ScriptedNetService>> services;  ///< all that were made, in order
