@@ -17,7 +17,8 @@ bool copyPath(const char* source, const char* destination) {
   return from && to && copyTree(*from, *to);
 }
 
-/// True for what would take the ground away from under its own path.
+/// True for the root, and for a path that ends in "." or "..". Removing such a folder would remove
+/// the path that leads to it.
 bool isNeverRemoved(const fs::path& path) {
   const fs::path last = path.has_filename() ? path.filename() : path.parent_path().filename();
   return last.empty() || last == "." || last == "..";

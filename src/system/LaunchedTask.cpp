@@ -25,7 +25,8 @@ void LaunchedTask::waitUntilExit() const {
 }
 
 void LaunchedTask::reap() {
-  // Where ended children are reaped by the system, this waits as long and then finds no child.
+  // When the system reaps ended children itself, waitpid waits just as long and then fails because
+  // there is no such child.
   withoutInterruption([this] { return waitpid(processIdentifier_, nullptr, 0); });
   const std::lock_guard lock(mutex_);
   running_ = false;

@@ -7,11 +7,13 @@
 
 namespace sorvane {
 
-/// Shared by its launcher and by a thread that waits for the program, so that a program whose
-/// handle was dropped leaves no dead entry behind. Any thread.
+/// A thread waits for the program and shares this object with the launcher. The launcher may drop
+/// its share at any time: the thread still reaps the program, so no zombie process is left. Any
+/// thread may call the methods.
 class LaunchedTask {
  public:
-  /// Starts watching the child process `processIdentifier`; nobody else may wait for it.
+  /// Starts a thread that waits for the child process `processIdentifier`. Nothing else may wait
+  /// for that process.
   [[nodiscard]] static std::shared_ptr<LaunchedTask> watching(int processIdentifier);
 
   [[nodiscard]] int processIdentifier() const { return processIdentifier_; }

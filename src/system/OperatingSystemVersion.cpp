@@ -1,4 +1,4 @@
-// The text under which the running system is known: what its release file says, and its kernel.
+// The version of the operating system as text: the name in its release file, and its kernel.
 #include <sys/utsname.h>
 
 #include <optional>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kMaximumFileBytes = std::size_t{1} << 20;
 
-// The value of PRETTY_NAME, see os-release(5): in quotes or not. Empty when there is none.
+// Returns the value of PRETTY_NAME without its quotes, see os-release(5). Empty when there is none.
 std::string prettyName(const char* path) {
   const std::string key = "PRETTY_NAME=";
   const auto file = readPlainFile(path, kMaximumFileBytes);

@@ -7,16 +7,17 @@
 
 namespace sorvane {
 
-/// The most bytes of a path that are copied into the private buffer, its terminator not counted.
+/// A path that is copied is cut after this many bytes. The terminator is not counted.
 inline constexpr std::size_t kLongestCopiedPath = 1999;
 
-/// Whether a path function copies its path into the private buffer on every system or only where
-/// the syntax is changed.
+/// Where a path is copied, and therefore cut: only on a system that needs another path syntax, or
+/// on every system.
 enum class PathCopy { whereChanged, always };
 
-/// The path to hand to the system. On NSWindowsNT it is a copy, cut after kLongestCopiedPath bytes,
-/// with a backslash for every "/"; elsewhere it is the path as it is, with PathCopy::always cut the
-/// same way. Nothing when `path` is null or, cut or not, no UTF-8: no file answers to that.
+/// Returns the path to hand to the system. On NSWindowsNT this is a copy with a backslash for every
+/// "/", cut after kLongestCopiedPath bytes. On other systems it is the path itself; with
+/// PathCopy::always it is cut in the same way. Returns nothing when `path` is null, or when the
+/// path to hand over is not UTF-8: such a path counts as one without a file.
 [[nodiscard]] std::optional<std::filesystem::path> adaptedPath(const char* path, PathCopy copy);
 
 }  // namespace sorvane

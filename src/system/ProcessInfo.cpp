@@ -14,7 +14,7 @@ std::atomic<const ProcessInfo*> replacement{nullptr};
 }  // namespace
 
 const ProcessInfo& ProcessInfo::processInfo() {
-  static const auto* const system = new ProcessInfo;  // kept for threads that outlive main
+  static const auto* const system = new ProcessInfo;  // never destroyed: threads may outlive main
   const ProcessInfo* fake = replacement.load();
   return fake != nullptr ? *fake : *system;
 }

@@ -19,8 +19,9 @@ namespace {
 
 constexpr int kLongestHostName = 100;
 
-/// The process identifier once it was made; kept for threads that outlive main.
 std::mutex globalStringMutex;
+/// The text of VN_processID, guarded by the mutex; null before the first call. Never destroyed at
+/// exit: threads may outlive main.
 const std::string* globalString = nullptr;
 
 std::string nameOfHost() {
@@ -37,7 +38,8 @@ std::string makeProcessID() {
   char name[kLongestHostName + 1] = "";
   VN_hostName(name, kLongestHostName);
   const std::string unique = ProcessInfo::processInfo().globallyUniqueString(name);
-  // The name may hold "_" itself; the process number ends at the first one after name and "_".
+  // The host name may hold "_" itself, so the search for the "_" that ends the process number
+  // begins behind the name and its "_".
   return unique.substr(0, unique.find('_', strlen(name) + 1));
 }
 

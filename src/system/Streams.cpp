@@ -67,7 +67,7 @@ int VN_ropen(const char* path) {
 
 int VN_rclose(int descriptor) {
   SystemLock lock;
-  close(descriptor);  // never repeated: after an interruption the number may be another file's
+  close(descriptor);  // never repeated: after an interruption another file may have the number
   return lock.release();
 }
 

@@ -5,7 +5,8 @@
 namespace sorvane {
 namespace {
 
-/// The mutex, made by the first thread that asks; of several at once, one wins for all.
+/// Returns the mutex; the first call makes it. When several threads make one at the same time, one
+/// of these is kept and all threads get it.
 pthread_mutex_t* theMutex() {
   pthread_mutex_t* existing = systemLock.load(std::memory_order_acquire);
   if (existing != nullptr) {

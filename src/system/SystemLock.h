@@ -1,4 +1,4 @@
-// The one lock around whatever creates or destroys an open file, and around shell commands.
+// The system lock. It is held while a file is opened or closed, and while a shell command runs.
 #pragma once
 
 #include <pthread.h>
@@ -7,14 +7,16 @@
 
 namespace sorvane {
 
-/// The system lock: null until the first call that needs it makes it; never destroyed.
+/// The mutex of the system lock. It is null until the first call that needs it, and is never
+/// destroyed.
 extern std::atomic<pthread_mutex_t*> systemLock;
 
-/// Locks or unlocks `mutex`; the answer is the system's, 0 for success.
+/// Locks or unlocks `mutex`. Returns what the system returns, 0 for success.
 int QB_lock_mutex(pthread_mutex_t* mutex);
 int QB_unlock_mutex(pthread_mutex_t* mutex);
 
-/// Holds the system lock, made at its first use, until `release` or the end of its life.
+/// Holds the system lock from its construction until `release` or its destruction. The first object
+/// makes the mutex.
 class SystemLock {
  public:
   SystemLock();
@@ -22,7 +24,7 @@ class SystemLock {
   SystemLock(const SystemLock&) = delete;
   SystemLock& operator=(const SystemLock&) = delete;
 
-  /// Lets go of the lock early; the answer is the system's, 0 for success.
+  /// Releases the lock early. Returns what the system returns, 0 for success.
   int release();
 
  private:

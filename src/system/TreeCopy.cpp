@@ -16,7 +16,7 @@ error_code copyFolder(const fs::path& source, const fs::path& destination, fs::p
   if (!fs::create_directory(destination, error)) {
     return error ? error : make_error_code(std::errc::file_exists);
   }
-  // The folder takes its own permissions when it is full, as they may forbid writing into it.
+  // The folder gets its own permissions after it is filled, since they may forbid writing into it.
   fs::permissions(destination, fs::perms::owner_all, error);
   fs::directory_iterator entry(source, error);
   while (!error && entry != fs::directory_iterator()) {
@@ -59,7 +59,7 @@ error_code copyAny(const fs::path& source, const fs::path& destination) {
   return error;
 }
 
-/// True when `destination` is in the tree under `source`, where a copy would never end.
+/// True when `destination` lies in the tree under `source`. Such a copy would never end.
 bool liesInside(const fs::path& destination, const fs::path& source) {
   error_code error;
   const fs::path tree = fs::canonical(source, error);
@@ -79,7 +79,8 @@ bool copyTree(const fs::path& source, const fs::path& destination) {
     return false;
   }
   const error_code failure = copyAny(source, destination);
-  if (failure && failure != std::errc::file_exists) {  // what another one made meanwhile stays
+  // What another process has made at the destination meanwhile stays.
+  if (failure && failure != std::errc::file_exists) {
     fs::remove_all(destination, error);
   }
   return !failure;

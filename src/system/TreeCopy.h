@@ -5,8 +5,9 @@
 
 namespace sorvane {
 
-/// Copies what is at `source` to `destination`, at which nothing may exist, with permissions and
-/// modification times. False when something cannot be copied; nothing that was copied stays then.
+/// Copies the file, link or whole tree at `source` to `destination`, with permissions and
+/// modification times. Nothing may exist at `destination`. Returns false when something cannot be
+/// copied; the part that was copied is then removed.
 [[nodiscard]] bool copyTree(const std::filesystem::path& source,
                             const std::filesystem::path& destination);
 
