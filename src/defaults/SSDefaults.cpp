@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kLauncher = "sorvexec";
 
-// The dictionary that a text describes; empty when it describes something else or nothing.
+// Returns the dictionary that a text describes, or an empty one when the text describes none.
 SSDefaults::Dictionary dictionaryFromText(std::string_view text) {
   try {
     PropertyList list = PropertyList::parse(text);
@@ -21,7 +21,8 @@ SSDefaults::Dictionary dictionaryFromText(std::string_view text) {
       return std::move(*dictionary);
     }
   } catch (const NSException&) {
-    // No property list: kept silent, since the caller's built-in defaults then hold.
+    // The text is not a property list. Nothing reports that: the caller then uses its built-in
+    // defaults.
   }
   return {};
 }
@@ -74,7 +75,7 @@ std::optional<SSDefaults::Dictionary> SSDefaults::readDefaultDictionary() const 
   }
   NetConnection launcher;
   if (!connectTo(launcher)) {
-    return std::nullopt;  // on purpose not the local file: its defaults are another host's
+    return std::nullopt;  // on purpose not the local file: it has the defaults of this host
   }
   const auto reply = launcher.sendDictionary(Message{{"action", "getDatabasePreferences"}});
   const bool isAnswered = launcher.lastError().empty();

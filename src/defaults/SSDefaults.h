@@ -1,4 +1,4 @@
-// The defaults of a host: what it has settled for all its users, such as how dates are shown.
+// The defaults of a host: settings for all its users, such as how dates are shown.
 #pragma once
 
 #include <chrono>
@@ -13,50 +13,55 @@ namespace sorvane {
 
 class NetConnection;
 
-/// Reads the defaults of a host, and writes them back through that host's launcher. This host's
-/// own are read from the file "SorvDefaults" in the server configuration directory, another host's
-/// are asked of its launcher. No key has a meaning here.
+/// Reads the defaults of a host, and writes them back through the launcher of that host. The
+/// defaults of this host are read from the file "SorvDefaults" in the server configuration
+/// directory. The defaults of another host are requested from its launcher. This class gives no key
+/// a meaning.
 ///
-/// The defaults are read when first needed and then stay in memory until `freeDefaults`. Nothing is
-/// thrown: defaults that cannot be had are empty. Reading from and writing to a launcher wait, at
-/// most for the time limits of `NetConnection`. One thread at a time.
+/// The defaults are read when they are first needed, and stay in memory until `freeDefaults`.
+/// Nothing is thrown: defaults that cannot be read are empty. A call that talks to a launcher waits
+/// at most for the time limits of `NetConnection`, unless `setTimeLimit` sets another. Only one
+/// thread may use an object at a time.
 class SSDefaults {
  public:
-  /// Texts by their keys. A value of another kind counts as absent, but is kept when written back.
+  /// Texts by their keys. A value that is not a text counts as absent, but is kept when the
+  /// defaults are written back.
   using Dictionary = PropertyList::Dictionary;
 
-  /// The defaults of that host; the empty name means this one. Nothing is read yet.
+  /// Returns the defaults of that host; the empty name means this host. Reads nothing yet.
   [[nodiscard]] static std::shared_ptr<SSDefaults> newForHost(std::string_view hostName);
-  /// The defaults in the file of this host.
+  /// Returns the defaults in the file of this host. Reads nothing yet.
   [[nodiscard]] static std::shared_ptr<SSDefaults> newDirectLoad();
 
   explicit SSDefaults(std::string_view hostName);
 
-  /// The longest to wait for connecting to a launcher, and for its reply, from now on.
+  /// Sets the longest time to wait for a connection to a launcher, and for its reply. Applies from
+  /// the next call on.
   void setTimeLimit(std::chrono::milliseconds limit) { timeLimit_ = limit; }
 
-  /// The text under a key, null when there is none. It lives until the value is set again or the
-  /// defaults leave the memory.
+  /// Returns the text under a key, or null when there is none. The text lives until the value is
+  /// set again, or until the defaults in memory are read again or freed.
   [[nodiscard]] const char* getDefault(const char* key);
-  /// Sets a text, in memory alone.
+  /// Sets a text in memory only.
   void setDefault(const char* key, const char* value);
 
-  /// Reads the defaults anew; those in memory are gone, also when none can be had.
+  /// Drops the defaults in memory and reads them again. They are empty when none can be read.
   void readDefaults();
-  /// Reads the defaults from where they are kept, without touching those in memory. Nothing when
-  /// the host cannot be reached or its launcher gives no reply.
+  /// Reads the stored defaults and returns them. Those in memory stay as they are. Returns nothing
+  /// when the host cannot be reached or its launcher gives no reply.
   [[nodiscard]] std::optional<Dictionary> readDefaultDictionary() const;
-  /// Reads the file of this host; empty when it is no property list with a dictionary on top.
+  /// Reads the file of this host and returns its defaults. Returns an empty dictionary when the
+  /// file is not a property list with a dictionary on top.
   [[nodiscard]] static Dictionary localDatabasePreferences();
 
-  /// Sends the defaults in memory to the launcher, which checks the password. Answers 1 when it
-  /// took them, else 0, also with nothing in memory.
+  /// Sends the defaults in memory to the launcher, which checks the password. Returns 1 when the
+  /// launcher has accepted them, else 0. Returns 0 also when there are none in memory.
   int writeDefaultsWithPassword(std::string_view password);
-  /// The same with a dictionary, null for none. Each call prints one line with the launcher's
-  /// reply to standard output.
+  /// The same with a given dictionary; null means that there is none. Both functions print one line
+  /// with the launcher's reply to standard output on each call.
   int writeDefaultDictionary(const Dictionary* dictionary, std::string_view password);
 
-  /// Forgets the defaults in memory; the next use reads them again.
+  /// Drops the defaults in memory. The next use reads them again.
   void freeDefaults();
 
  private:
