@@ -23,14 +23,15 @@ constexpr int kMinuteSeconds = 60;
 constexpr std::int64_t kDaysIn400Years = 146097;
 constexpr std::int64_t kDaysInYear = 365;
 
-// The last days and seconds whose year is still an `int`, rounded towards the reference date.
+// The most days and seconds from the reference date whose year still fits an `int`, rounded down.
 constexpr double kMostDays = 784'000'000'000.0;
 constexpr double kMostSeconds = 67'000'000'000'000'000.0;
 
-// Below this distance from 0 every whole number of seconds is a double of its own.
+// Closer to 0 than this, a double holds every whole number of seconds exactly.
 constexpr double kExactSeconds = 9007199254740992.0;
 
-// Days before the first of each month, and before the one after the last; in a leap year, too.
+// The days of the year before each month, and the days of the whole year. The second row is for
+// leap years.
 constexpr int kDaysBefore[2][13] = {{0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365},
                                     {0, 31, 60, 91, 121, 152, 182, 213, 244, 274, 305, 335, 366}};
 
@@ -45,7 +46,8 @@ int toInt(double whole) {
   return whole > kLeast ? static_cast<int>(whole) : std::numeric_limits<int>::min();
 }
 
-// How many whole units the seconds hold. Where they are exact, integers tell it fastest.
+// Returns how many whole units the seconds hold. Exact seconds are divided as integers, which is
+// fastest.
 template <int UnitSeconds>
 double wholeUnits(double seconds) {
   if (isExact(seconds)) {
@@ -55,7 +57,7 @@ double wholeUnits(double seconds) {
   return std::trunc(seconds / UnitSeconds);
 }
 
-// Takes the whole units out of the seconds and answers how many they were.
+// Takes the whole units out of the seconds and returns how many there were.
 template <int UnitSeconds>
 int takeUnits(double* seconds) {
   const double units = wholeUnits<UnitSeconds>(*seconds);
@@ -68,8 +70,8 @@ struct Year {
   std::int64_t firstDay;  // from 1 January 2001
 };
 
-// The year in which a day lies that is counted from 1 January 2001. That is the first day of a
-// cycle of 400 years in which the leap day ends the fourth year, but for three centuries.
+// Returns the year of a day that is counted from 1 January 2001, where a cycle of 400 years begins.
+// Every fourth year of the cycle is a leap year, except the 100th, the 200th and the 300th.
 Year yearOfDay(std::int64_t day) {
   std::int64_t cycle = day / kDaysIn400Years;
   auto dayOfCycle = static_cast<std::int32_t>(day % kDaysIn400Years);
@@ -77,7 +79,7 @@ Year yearOfDay(std::int64_t day) {
     dayOfCycle += kDaysIn400Years;
     --cycle;
   }
-  // Without its leap days a cycle is made of years of 365 days.
+  // The leap days before the day are subtracted. All years then have 365 days.
   const std::int32_t yearOfCycle =
       (dayOfCycle - dayOfCycle / 1460 + dayOfCycle / 36524 - dayOfCycle / 146096) / 365;
   const std::int32_t firstDayOfYear = 365 * yearOfCycle + yearOfCycle / 4 - yearOfCycle / 100;
@@ -108,7 +110,7 @@ double minutesToSeconds(int minutes) { return static_cast<double>(minutes) * kMi
 
 double yearToseconds(int year) {
   const std::int64_t years = std::int64_t{year} - kReferenceYear;
-  // Up to 2000 the leap years are counted back from 2000, which is one itself.
+  // For a year up to 2000, leap years are counted back from 2000, which is a leap year itself.
   const bool after = year >= kReferenceYear;
   const std::int64_t counted = after ? years : years + 1;
   const std::int64_t centuries = counted / 100;
@@ -122,9 +124,9 @@ int secondsToYear(double* seconds) {
   const double whole = wholeUnits<kDaySeconds>(*seconds);
   const auto days = static_cast<std::int64_t>(
       whole == whole ? std::clamp(whole, -kMostDays, kMostDays) : 0);  // not-a-number counts as 0
-  // Rounding towards 0 leaves the day after the one in which an earlier instant lies. The day
-  // before it is right but for midnight itself, which so counts as the end of the day before: kept
-  // on purpose, because stored dates depend on it.
+  // For a negative value, rounding towards 0 gives the day after the right one, so one day is
+  // subtracted. Exactly at midnight the rounded day was right, so midnight counts as the end of the
+  // day before. This is kept on purpose, because stored dates depend on it.
   const Year year = yearOfDay(*seconds < 0 ? days - 1 : days);
   *seconds -= static_cast<double>(year.firstDay * kDaySeconds);
   return year.number;
@@ -139,7 +141,7 @@ int secondsToMonth(double* seconds, int leap) {
   if (day >= daysBefore[12]) {
     return 0;
   }
-  // Months are at most 31 days long, so this is the month or the one before.
+  // A month has at most 31 days, so the guess is the right month or the one before it.
   const int dayOfYear = static_cast<int>(day);
   const int guess = dayOfYear / 32 + 1;
   const int month = guess + (dayOfYear >= daysBefore[guess] ? 1 : 0);
@@ -190,7 +192,7 @@ double dateToFloat(const char* text) {
 
 char* VN_formatDate(char* buffer, double value) {
   double rest = value + hoursToSeconds(gmtoffset);
-  // Also bounds the text: not-a-number becomes the reference date.
+  // The bounds also limit the length of the text. Not-a-number becomes the reference date.
   rest = rest == rest ? std::clamp(rest, -kMostSeconds, kMostSeconds) : 0;
   const int year = secondsToYear(&rest);
   const int month = secondsToMonth(&rest, isLeapYear(year));

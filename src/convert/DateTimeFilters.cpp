@@ -22,7 +22,7 @@ struct StoredTime {
   int minute;
 };
 
-// A field of a stored text, by its position; 0 where the text is too short to have it.
+// Returns the field at a position of a stored text, or 0 when the text is too short.
 int storedField(const char* text, std::size_t length, std::size_t position) {
   return position < length ? leadingInteger<int>(text + position) : 0;
 }
@@ -51,7 +51,7 @@ const char* monthName(int month) {
   return month >= 1 && month <= 12 ? kNames[month - 1] : "";
 }
 
-// Month, day and year with two digits for the first two.
+// Writes month, day and year; month and day have two digits.
 void writeNumbers(char* text, StoredDate date, char separator) {
   text = writeZeroPadded(text, date.month, 2);
   *text++ = separator;
@@ -120,7 +120,7 @@ void writeTwentyFourHours(char* text, StoredTime time) {
   *writeZeroPadded(text, time.minute, 2) = '\0';
 }
 
-// The date that a user's fields mean; today is asked for only where it is needed.
+// Returns the date that a user's fields mean. Reads the clock only when it needs today's date.
 StoredDate completedDate(int day, int year, int month) {
   std::optional<LocalTime> now;
   const auto today = [&]() -> const LocalTime& {
@@ -136,7 +136,7 @@ StoredDate completedDate(int day, int year, int month) {
     return {year, month, day >= 1 && day <= 31 ? day : 1};
   }
   if (day > 0 && day != today().day) {
-    return {year, 1, day};  // January, kept on purpose: a lone day is not one of this month
+    return {year, 1, day};  // on purpose a day without a month is one of January
   }
   return {year, today().month, today().day};
 }

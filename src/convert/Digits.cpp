@@ -26,9 +26,9 @@ constexpr auto kPowersOfTen = [] {
   return powers;
 }();
 
-// The number of decimal digits follows from the number of bits (1233 / 4096 is just above log10 of
-// 2), but for one that the comparison settles. The lowest bit is set so that 0 has a digit; it
-// makes no other difference.
+// Returns the number of decimal digits. The number of bits gives an estimate (1233 / 4096 is just
+// above log10 of 2) that is right or one too low; the comparison corrects it. The lowest bit is set
+// so that 0 has a digit; it makes no other difference.
 unsigned digitCount(std::uint64_t value) {
   value |= 1;
   const auto estimate = static_cast<unsigned>(std::bit_width(value)) * 1233 >> 12;

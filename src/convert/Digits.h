@@ -1,25 +1,25 @@
-// Decimal digits into a caller's buffer. Each writer answers the place after what it wrote; none
-// writes a terminator.
+// Writes decimal digits into a caller's buffer. Each `write` function returns the place behind the
+// last character that it wrote, and writes no terminator.
 #pragma once
 
 #include <cstdint>
 
 namespace sorvane {
 
-/// Two digits; `value` is 0 to 99.
+/// Writes two digits; `value` is 0 to 99.
 char* writeTwoDigits(char* out, unsigned value);
-/// All digits of the value.
+/// Writes all digits of the value.
 char* writeUnsigned(char* out, std::uint64_t value);
-/// The digits with `separator` between groups of three.
+/// Writes the digits with `separator` between groups of three.
 char* writeGrouped(char* out, std::uint64_t value, char separator);
-/// The value, filled up with zeros after the sign until it is `width` characters long.
+/// Writes the value with zeros after its sign until it is `width` characters long.
 char* writeZeroPadded(char* out, int value, int width);
-/// The value, filled up with blanks before it until it is `width` characters long.
+/// Writes the value with blanks before its sign until it is `width` characters long.
 char* writeBlankPadded(char* out, int value, int width);
-/// The characters of a text.
+/// Writes the characters of a text.
 char* writeText(char* out, const char* text);
 
-/// The distance of a value from 0, also for the most negative one.
+/// Returns the distance of a value from 0. This is right for the most negative value, too.
 [[nodiscard]] constexpr std::uint64_t magnitude(std::int64_t value) {
   const auto bits = static_cast<std::uint64_t>(value);
   return value < 0 ? std::uint64_t{0} - bits : bits;

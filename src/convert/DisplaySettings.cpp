@@ -9,8 +9,8 @@
 namespace sorvane {
 namespace {
 
-// The length of the longest beginning that has at most `most` bytes and ends between two characters
-// of UTF-8.
+// Returns the length of the longest beginning of a text that has at most `most` bytes and ends
+// between two UTF-8 characters.
 std::size_t lengthCutAtCharacter(std::string_view text, std::size_t most) {
   if (text.size() <= most) {
     return text.size();

@@ -13,7 +13,7 @@ constexpr int kAbsent = -1;
 
 bool isMonth(int number) { return number >= 1 && number <= 12; }
 
-// Puts a letter into upper case where it stands and answers it.
+// Changes a letter to upper case in place and returns it.
 char upperInPlace(char* letter) {
   if (*letter >= 'a' && *letter <= 'z') {
     *letter = static_cast<char>(*letter - 'a' + 'A');
@@ -41,7 +41,7 @@ int monthBeginningWithM(char* next) {
   return upperInPlace(next) == 'Y' ? 5 : 3;
 }
 
-// The month whose name begins here, by as few letters as tell it from the others.
+// Returns the month whose name begins here. Reads only the letters that tell it from the others.
 int monthByName(char* name) {
   char* const next = name + 1;
   switch (upperInPlace(name)) {

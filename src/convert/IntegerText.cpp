@@ -34,7 +34,7 @@ std::int64_t vn_ahextoll(const char* text) {
     if (isBetween(*text, '0', '9')) {
       digit -= '0';
     } else if (isBetween(*text, 'a', 'f') || isBetween(*text, 'A', 'F')) {
-      digit -= 'a' - 10;  // for upper case, too: kept on purpose
+      digit -= 'a' - 10;  // on purpose for upper case, too
     } else {
       return withSign(value, negative);
     }

@@ -6,8 +6,9 @@
 
 namespace sorvane {
 
-/// Reads white space, a sign and digits, and stops at the first other character; no digits give 0.
-/// A number beyond the type is held at the type's end. `text` ends with a NUL.
+/// Returns the number at the start of `text`, which ends with a NUL. Reads white space, a sign and
+/// digits, and stops at the first other character. Returns 0 when there are no digits. A number
+/// outside the range of the type gives the nearest end of that range.
 template <typename Integer>
 [[nodiscard]] inline Integer leadingInteger(const char* text) {
   using Limits = std::numeric_limits<Integer>;

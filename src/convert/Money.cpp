@@ -14,11 +14,11 @@ constexpr std::size_t kMostTextBytes = 299;
 constexpr std::size_t kMostMoneyBytes = 50;
 
 bool isNumberCharacter(char character) {
-  // "-", "." and the digits stand side by side in ASCII, but for the "/" among them.
+  // ASCII has "-", ".", "/" and the digits next to each other, in this order.
   return character >= '-' && character <= '9' && character != '/';
 }
 
-// The length of the text, which is cut to what the number readers take.
+// Cuts the text to the length that the number readers take, and returns its length.
 std::size_t cutLength(char* text) {
   std::size_t length = 0;
   while (length < kMostTextBytes && text[length] != '\0') {
@@ -28,8 +28,9 @@ std::size_t cutLength(char* text) {
   return length;
 }
 
-// Copies the characters that numbers are made of and answers the end; `out` may be `text`. Without
-// a jump for each character, since nobody can foresee where the groups of digits end.
+// Copies the characters that numbers are made of and returns the end of the copy. `out` may be
+// `text`. The loop does not branch on a character, because the processor cannot predict where
+// groups of digits end.
 char* copyNumber(const char* text, const char* end, char* out) {
   for (; text != end; ++text) {
     *out = *text;
@@ -38,8 +39,8 @@ char* copyNumber(const char* text, const char* end, char* out) {
   return out;
 }
 
-// Puts two decimals in the place of the point of a number, or appends them, and ends the text; a
-// decimal that is not there or is no part of a number is "0".
+// Writes two decimals over the point of a number, or appends them when it has no point, and ends
+// the text. A decimal that is missing, or is not a digit, "." or "-", becomes "0".
 void scaleToHundredths(char* text, const char* end) {
   char* place = std::find(text, text + (end - text), '.');
   const char* decimal = place == end ? end : place + 1;
@@ -53,7 +54,7 @@ void scaleToHundredths(char* text, const char* end) {
   *place = '\0';
 }
 
-// Joins prefix, number and postfix; `writeNumber` writes the number and answers its end.
+// Writes prefix, number and postfix. `writeNumber` writes the number and returns its end.
 template <typename WriteNumber>
 void writeMoney(char* buffer, WriteNumber writeNumber) {
   const DisplaySettings& settings = VNConvertTypes::settings();
@@ -80,7 +81,7 @@ void VNConvertTypes::formatMoney(long hundredths, char* buffer) {
   if (hundredths >= 0 || hundredths <= -100) {
     return formatMoneyLL(hundredths, buffer);
   }
-  // Here the sign stands among the digits, kept on purpose: stored reports hold such amounts.
+  // On purpose the sign comes out among the digits here, because stored reports hold such amounts.
   writeMoney(buffer, [hundredths](char* out) {
     vn_lltoa(hundredths, out);
     movePointToLeft(out);
@@ -106,7 +107,7 @@ std::int64_t VNConvertTypes::MoneyToLongLong(const char* text) {
   if (text == nullptr) {
     return 0;
   }
-  // What stripping the text, moving its point and reading its digits give, in one pass.
+  // Does in one pass what `stripNumber`, `movePointToRight` and `vn_atoll` do one after the other.
   std::uint64_t distance = 0;
   bool negative = false;
   bool afterPoint = false;
