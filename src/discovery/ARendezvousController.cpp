@@ -9,7 +9,7 @@
 namespace sorvane {
 namespace {
 
-// The empty domain stands for the default ones.
+// The empty text means the default domains.
 constexpr const char* kDefaultDomains = "";
 
 }  // namespace
@@ -159,7 +159,7 @@ void ARendezvousController::netServiceBrowserDidNotSearch(NetServiceBrowser&, st
 
 void ARendezvousController::netServiceDidResolveAddress(
     const std::shared_ptr<NetService>& service) {
-  // Every address is read as an IPv4 one, whatever its family: kept on purpose.
+  // On purpose every address is read as an IPv4 address, whatever its family.
   for (const std::string& bytes : service->addresses()) {
     const Ipv4SocketAddress address = readAsIpv4SocketAddress(bytes);
     if (address.dottedAddress == "127.0.0.1") {

@@ -13,7 +13,8 @@ namespace sorvane {
 
 class ARendezvousController;
 
-/// Told that the list of discovered services may have changed, or that publishing has failed.
+/// Receives a call when the list of discovered services may have changed, or when publishing has
+/// failed.
 class ARendezvousDelegate {
  public:
   virtual ~ARendezvousDelegate() = default;
@@ -22,21 +23,22 @@ class ARendezvousDelegate {
 
 /// One address of a service that was found. No two records have both the same `ip` and `port`.
 struct DiscoveredService {
-  std::string ip;  ///< dotted decimal; what an IPv6 address reads as in place of an IPv4 one
-  /// The 16-bit port field of the socket address as it lies in memory, in network byte order, on
-  /// purpose: 20221 is recorded as 64846 on a little-endian host. `portFromRaw` turns it round.
+  std::string ip;  ///< dotted decimal; an IPv6 address is read as if it were an IPv4 address
+  /// The 16-bit port field of the socket address as it lies in memory. On purpose it stays in
+  /// network byte order: port 20221 is recorded as 64846 on a little-endian host. `portFromRaw`
+  /// converts it.
   std::int32_t port = 0;
   std::string name;
   std::shared_ptr<NetService> service;
 };
 
-/// The controller takes no lock: it is made, used and destroyed on the thread of the discovery's
-/// run loop, and tells its delegate there. Failures are told by console lines and booleans, never
-/// by exceptions. Domains are not browsed.
+/// Make, use and destroy a controller only on the thread of the discovery's run loop, because it
+/// takes no lock. It calls its delegate on that thread. It reports failures by console lines and
+/// booleans, never by exceptions. It does not browse domains.
 class ARendezvousController : private NetServiceDelegate, private NetServiceBrowserDelegate {
  public:
-  /// Neither publishes nor browses yet. The empty name stands for the host's own; `type` is a
-  /// service type such as "_sorvane._tcp"; `port` is the TCP port to publish, in host byte order.
+  /// Neither publishes nor browses yet. The empty name means the name of the host. `type` is a
+  /// service type such as "_sorvane._tcp". `port` is the TCP port to publish, in host byte order.
   ARendezvousController(std::string name, std::string type, std::int32_t port,
                         ServiceDiscovery& discovery = ServiceDiscovery::current());
   /// Ends publishing and browsing.
@@ -44,51 +46,54 @@ class ARendezvousController : private NetServiceDelegate, private NetServiceBrow
   ARendezvousController(const ARendezvousController&) = delete;
   ARendezvousController& operator=(const ARendezvousController&) = delete;
 
-  /// Not owned; null means that nobody is told, and costs a console line when it is set.
+  /// Sets the delegate, which is not owned. Null means that no delegate is called; setting null
+  /// writes a console line.
   void setDelegate(ARendezvousDelegate* delegate);
   [[nodiscard]] ARendezvousDelegate* delegate() const { return delegate_; }
 
   /// The name to publish under, as it was given.
   [[nodiscard]] const std::string& name() const { return serviceName_; }
-  /// False, with a console line and the name as it was, while the service is published.
+  /// Sets the name to publish under. While the service is published, the name stays as it is: the
+  /// function writes a console line and returns false.
   bool setName(std::string name);
 
-  /// The listening socket; null unless `createSocket` has made it.
+  /// Returns the listening socket, or null when `createSocket` has not made it.
   [[nodiscard]] const SocketPort* socket() const { return socketPort_.get(); }
   /// The port to publish.
   [[nodiscard]] std::int32_t portNumber() const { return portNumber_; }
 
-  /// Switches publishing on or off; nothing happens when it is so already. After a publication that
-  /// failed, switching it on again marks it published and publishes nothing: the service that
+  /// Switches publishing on or off. Does nothing when it is on or off already. After a publication
+  /// that failed, switching it on again marks it published but publishes nothing: the service that
   /// failed is kept, on purpose.
   void activatePublishing(bool flag);
-  /// The service is meant to be published.
+  /// True while publishing is switched on. A publication that fails switches it off.
   [[nodiscard]] bool isPublished() const { return publishing_; }
 
-  /// Switches browsing on or off; nothing happens when it is so already. Off empties the list and
-  /// tells the delegate.
+  /// Switches browsing on or off. Does nothing when it is on or off already. Switching it off
+  /// empties the list and calls the delegate.
   void activateBrowsing(bool flag);
-  /// Switches browsing on; when it is on already there is only a console line.
+  /// Switches browsing on. When it is on already, only writes a console line.
   void startBrowsing();
-  /// Stops browsing, which empties the list, and starts again on the run loop's next pass. Nothing
-  /// happens while browsing is off.
+  /// Switches browsing off, which empties the list, and on again on the run loop's next pass. Does
+  /// nothing while browsing is off.
   void refreshBrowsing();
-  /// Stays true after a search that failed.
+  /// True while browsing is switched on, even after a search that failed.
   [[nodiscard]] bool isBrowsing() const { return browsing_; }
 
-  /// The records now, in the order in which they were found; the list is the caller's, the records
-  /// are shared.
+  /// Returns the current records in the order in which they were found. The list is the caller's;
+  /// the records are shared.
   [[nodiscard]] std::vector<std::shared_ptr<DiscoveredService>> discoveredServicesWithInfo() const {
     return discoveredServicesWithInfo_;
   }
-  /// Of the first record with that service name; nothing when there is none.
+  /// Returns the `ip` of the first record with that service name, or nothing when there is none.
   [[nodiscard]] std::optional<std::string> ipForName(const std::string& name) const;
-  /// As recorded, in network byte order, of the first record with that service name; 0 when there
-  /// is none.
+  /// Returns the `port` of the first record with that service name, in network byte order as
+  /// recorded, or 0 when there is none.
   [[nodiscard]] std::int32_t portForName(const std::string& name) const;
 
-  /// Makes the listening socket on the first free TCP port from the port number upward, without a
-  /// last one, and makes that the port number. Nothing happens when there is a socket.
+  /// Makes the listening socket on the first free TCP port. The search begins at the port number
+  /// and goes upward without an end. The port that was found becomes the port number. Does nothing
+  /// when there is a socket already.
   void createSocket();
 
  private:
@@ -114,7 +119,8 @@ class ARendezvousController : private NetServiceDelegate, private NetServiceBrow
 
   ServiceDiscovery& discovery_;
   std::shared_ptr<NetService> service_;  // null while not publishing
-  // Services that were published once are kept until the controller goes, on purpose.
+  // Services whose publication was switched off. On purpose they are kept until the controller is
+  // destroyed.
   std::vector<std::shared_ptr<NetService>> stoppedServices_;
   std::string serviceName_;
   const std::string serviceType_;
