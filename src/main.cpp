@@ -1,4 +1,4 @@
-// The name server daemon: its first word on the command line decides how it starts.
+// The name server daemon. The first word of the command line selects how it starts.
 #include <exception>
 #include <string>
 

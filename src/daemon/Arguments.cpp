@@ -18,7 +18,7 @@ void recordArguments(int count, const char* const* arguments) {
 std::int32_t VN_parameterCount() { return recordedCount; }
 
 const char* VN_parameter(std::int32_t index) {
-  // Compared as unsigned: a negative index is beyond every array.
+  // As an unsigned number a negative index lies beyond the end of every array.
   if (static_cast<std::uint32_t>(index) >= static_cast<std::uint32_t>(recordedCount)) {
     return nullptr;
   }

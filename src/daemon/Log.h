@@ -1,4 +1,4 @@
-// The log, one plain text file below the installation directory, and QB_syslog.
+// The log, which is one plain text file below the installation directory, and QB_syslog.
 #pragma once
 
 #include <limits.h>
@@ -9,26 +9,27 @@
 
 namespace sorvane {
 
-/// The log's path, set by openLog: <installation directory>/Logs/infoserver_log.
+/// The path of the log, <installation directory>/Logs/infoserver_log. Set by openLog.
 extern char nameserverLogFile[PATH_MAX];
 
 /// The open log, or null when there is none. Set once by openLog and never closed.
 extern FILE* nameserverlog;
 
-/// Opens the log, to append to what earlier runs wrote or else as a new file. When neither works,
-/// the console says so in one line and later entries are dropped. Called once, before other threads
-/// exist.
+/// Opens the log to append to what earlier runs wrote. When that fails, opens it as a new file.
+/// When both fail, writes one line to the console, and later entries are dropped. Called once,
+/// before other threads exist.
 void openLog();
 
-/// Writes `text` and one line feed as they stand, and flushes: the entry is in the file when this
-/// returns. Does nothing without a log or a text; errors are ignored. Any thread, no lock.
+/// Writes `text` unchanged and one line feed, and flushes: the entry is in the file when this
+/// returns. Does nothing when there is no log or `text` is null. Errors are ignored. Any thread;
+/// takes no lock.
 void printToLog(const char* text);
 
-/// Writes `text` to the console, read as a format without arguments. The priority means nothing.
+/// Writes `text` to the console, formatted by `formattedWithoutArguments`. The priority is ignored.
 void QB_syslog(int priority, const char* text);
 
-/// `format` printed without arguments: `%%` is one percent sign, any other conversion stays as it
-/// stands.
+/// Returns what `format` prints without arguments: `%%` becomes one percent sign, any other
+/// conversion stays as it is.
 [[nodiscard]] std::string formattedWithoutArguments(std::string_view format);
 
 }  // namespace sorvane

@@ -30,7 +30,7 @@ void stopAllNameServers() {
 void detach() {
   signal(SIGHUP, SIG_IGN);
   signal(SIGCHLD, SIG_IGN);
-  fflush(stdout);  // or both processes would write what waits there
+  fflush(stdout);  // otherwise both processes would write what is buffered
   if (fork() > 0) {
     endProcess();
   }

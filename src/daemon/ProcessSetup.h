@@ -1,6 +1,6 @@
-// How the daemon's process is prepared, in the order in which a start takes these steps.
+// The steps that prepare the daemon's process, in the order in which a start takes them.
 //
-// The entry point, all on the main thread before any other exists:
+// `main` does this, all on the main thread before any other thread exists:
 //
 //   recordArguments(argc, argv);                        // Arguments.h
 //   const StartMode mode = startMode(VN_parameter(1));  // CommandLine.h
@@ -9,34 +9,35 @@
 //   ignoreSignalsOfFailedWrites();
 //   sorvkeyController controller;                       // opens the log: openLog, Log.h
 //   controller.runConnection(mode == StartMode::verbose);
-//   endProcess();                                       // only when serving ended, or could not
-//                                                       // begin
+//   endProcess();                                       // only when serving has ended or could
+//                                                       // not begin
 //
-// `runConnection` calls raiseResourceLimits before it sets up anything for serving, and
+// `runConnection` calls raiseResourceLimits before it sets up anything for serving. It calls
 // ignoreHangupAndInterrupt as the last step before it serves.
 #pragma once
 
 namespace sorvane {
 
-/// What stops the name servers of this host, every process of that name.
+/// The shell command that stops the name servers of this host: every process of that name.
 inline constexpr const char* kStopCommand = "/usr/bin/killall sorvinfo > /dev/null";
 
-/// Runs kStopCommand in the system's shell and ends this process with status 0, whatever came of
-/// it. This process ignores SIGTERM from here on, as the command would otherwise stop it too.
+/// Runs kStopCommand in the system's shell, then ends this process with status 0, whether the
+/// command worked or not. This process ignores SIGTERM from here on, because the command would
+/// otherwise stop it, too.
 [[noreturn]] void stopAllNameServers();
 
-/// Goes on in the background: ignores SIGHUP and SIGCHLD and forks; the parent ends with status 0,
-/// the child returns. Where forking fails, this process returns itself, and nothing is reported.
-/// Session, working folder and descriptors stay. As SIGCHLD is ignored, the system reaps the
-/// children that are started later.
+/// Moves the daemon into the background: ignores SIGHUP and SIGCHLD, then forks. The parent ends
+/// with status 0; the child returns. When the fork fails, this process itself returns, and nothing
+/// is reported. Session, working folder and descriptors stay as they are. Because SIGCHLD is
+/// ignored, the system reaps the children that are started later.
 void detach();
 
-/// Makes a write that goes beyond the limit of a file's size, or into a pipe that nobody reads,
-/// fail like any other instead of ending the process: ignores SIGXFSZ and SIGPIPE.
+/// Ignores SIGXFSZ and SIGPIPE. A write that exceeds the limit of a file's size, or goes into a
+/// pipe that nobody reads, then fails like any other write and does not end the process.
 void ignoreSignalsOfFailedWrites();
 
-/// Raises the soft limits of open files and then of processes to the hard ones. Failures are
-/// ignored.
+/// Raises the soft limit of open files to its hard limit, then the soft limit of processes to its
+/// hard limit. Failures are ignored.
 void raiseResourceLimits();
 
 /// Ignores SIGHUP and SIGINT.
