@@ -13,11 +13,11 @@
 namespace sorvane {
 namespace {
 
-// Set after the settings are complete, so that who sees it set may read them without the lock.
+// Set after the settings are complete. A thread that sees it set may read them without the lock.
 std::atomic<bool> preferencesSet = false;
 DisplaySettings displaySettings;
 
-std::mutex loading;  // guards what follows, and all writing of the two above
+std::mutex loading;  // guards the two variables below, and all writing of the two above
 bool directLoadFlag = false;
 char VNserverHostName[200] = "";
 
