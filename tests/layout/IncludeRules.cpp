@@ -140,7 +140,7 @@ SourceTree readSourceTree(const std::vector<fs::path>& roots) {
   for (const fs::path& root : roots) {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
       const fs::path extension = entry.path().extension();
-      if (extension == ".h" || extension == ".cpp") {
+      if (extension == ".h" || extension == ".cpp" || extension == ".inc") {
         tree[entry.path().lexically_relative(root).string()] = includesOf(entry.path());
       }
     }

@@ -180,6 +180,8 @@ nlohmann::ordered_json jsonOfMessage(const sorvane::Message& message) {
   return object;
 }
 
+void printError(std::string_view line) { fmt::print(stderr, "sorvctl: {}\n", escaped(line)); }
+
 void print(std::string_view text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     throw Failure(Status::saidNo, "standard output cannot be written");

@@ -42,6 +42,8 @@ class Table {
 /// A whole message.
 [[nodiscard]] nlohmann::ordered_json jsonOfMessage(const sorvane::Message& message);
 
+/// Writes "sorvctl: " and the line, escaped, to standard error.
+void printError(std::string_view line);
 /// Writes to standard output at once. A standard output that cannot be written is a failure.
 void print(std::string_view text);
 /// Prints a value as one line.

@@ -61,7 +61,7 @@ std::string Session::askForResult(const Message& request) {
   return std::string(*result);
 }
 
-void Session::command(const Message& request, std::string_view success) {
+void Session::askForSuccess(const Message& request, std::string_view success) {
   const std::string result = askForResult(request);
   if (result != success) {
     throw Failure(Status::saidNo, "the server answered \"" + result + "\"");
@@ -86,6 +86,6 @@ std::string textOf(const Message& message, std::string_view key) {
   return std::string(message.text(key).value_or(""));
 }
 
-Message action(std::string_view word) { return {{"action", word}}; }
+Message action(std::string_view name) { return {{"action", name}}; }
 
 }  // namespace sorvctl

@@ -40,7 +40,7 @@ class Session {
   /// The text under "result" of such a reply; a Failure of status `saidNo` when it has none.
   [[nodiscard]] std::string askForResult(const sorvane::Message& request);
   /// Carries out a request whose "result" must be that word.
-  void command(const sorvane::Message& request, std::string_view success);
+  void askForSuccess(const sorvane::Message& request, std::string_view success);
 
   /// Sends a request whose reply is taken later, in order.
   void send(const sorvane::Message& request);
@@ -60,6 +60,6 @@ class Session {
 [[nodiscard]] std::string textOf(const sorvane::Message& message, std::string_view key);
 
 /// The action as a request: {"action": ACTION}.
-[[nodiscard]] sorvane::Message action(std::string_view word);
+[[nodiscard]] sorvane::Message action(std::string_view name);
 
 }  // namespace sorvctl

@@ -1,4 +1,4 @@
-// sorvctl: the client command of the name server.
+// sorvctl: the command-line client of the name server.
 #include "sorvctl/CommandLine.h"
 
-int main(int count, char** words) { return sorvctl::runCommandLine(count, words); }
+int main(int count, char** arguments) { return sorvctl::runCommandLine(count, arguments); }

@@ -5,11 +5,11 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "sorvctl/Command.h"
 #include "sorvctl/DatabaseList.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -117,25 +117,34 @@ int refresh(Session& session, bool force) {
   if (force) {
     request.setText("force", "YES");
   }
-  session.command(request, "success");
+  session.askForSuccess(request, "success");
   return 0;
 }
 
-}  // namespace
-
-Handler declareWatch(CLI::App& word) {
+Handler declareWatch(CLI::App& command) {
   auto seconds = std::make_shared<double>(1);
-  word.add_option("--interval", *seconds, "Seconds between two polls (default: 1)")
+  command.add_option("--interval", *seconds, "Seconds between two polls (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
   return [seconds](Session& session) {
     return watch(session, std::chrono::milliseconds(static_cast<long long>(*seconds * 1000)));
   };
 }
 
-Handler declareRefresh(CLI::App& word) {
+Handler declareRefresh(CLI::App& command) {
   auto force = std::make_shared<bool>(false);
-  word.add_flag("--force", *force, "Tell all who watch to reload everything");
+  command.add_flag("--force", *force, "Tell all who watch to reload everything");
   return [force](Session& session) { return refresh(session, *force); };
+}
+
+}  // namespace
+
+std::vector<Command> commands::changes() {
+  return {
+      {"watch", "Print a line for each change of the databases", "sorvctl watch --interval 5",
+       &declareWatch},
+      {"refresh", "Mark the registry as changed for all who watch it", "sorvctl refresh --force",
+       &declareRefresh},
+  };
 }
 
 }  // namespace sorvctl

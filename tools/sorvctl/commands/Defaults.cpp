@@ -3,11 +3,11 @@
 #include <nlohmann/json.hpp>
 
 #include "defaults/SSDefaults.h"
+#include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Password.h"
 #include "sorvctl/Session.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -87,22 +87,34 @@ int set(Session& session, const Arguments& arguments) {
   return 0;
 }
 
-Handler declare(CLI::App& word, bool key, bool value, int (*handler)(Session&, const Arguments&)) {
+Handler declare(CLI::App& command, bool key, bool value,
+                int (*handler)(Session&, const Arguments&)) {
   auto arguments = std::make_shared<Arguments>();
-  word.add_option("--of", arguments->host, "Host whose defaults are meant (default: this one)");
+  command.add_option("--of", arguments->host, "Host whose defaults are meant (default: this one)");
   if (key) {
-    word.add_option("KEY", arguments->key, "Name of the default")->required();
+    command.add_option("KEY", arguments->key, "Name of the default")->required();
   }
   if (value) {
-    word.add_option("VALUE", arguments->value, "Its new value")->required();
+    command.add_option("VALUE", arguments->value, "Its new value")->required();
   }
   return [arguments, handler](Session& session) { return handler(session, *arguments); };
 }
 
+Handler declareDefaultsGet(CLI::App& command) { return declare(command, true, false, &get); }
+Handler declareDefaultsSet(CLI::App& command) { return declare(command, true, true, &set); }
+Handler declareDefaultsList(CLI::App& command) { return declare(command, false, false, &list); }
+
 }  // namespace
 
-Handler declareDefaultsGet(CLI::App& word) { return declare(word, true, false, &get); }
-Handler declareDefaultsSet(CLI::App& word) { return declare(word, true, true, &set); }
-Handler declareDefaultsList(CLI::App& word) { return declare(word, false, false, &list); }
+std::vector<Command> commands::defaults() {
+  return {
+      {"defaults", "Defaults of a host, kept by its launcher"},
+      {"defaults get", "Print a default", "sorvctl defaults get Date", &declareDefaultsGet},
+      {"defaults set", "Change a default; the password is asked for, or read from standard input",
+       "sorvctl defaults set --of hostB Date 3", &declareDefaultsSet},
+      {"defaults list", "Print all defaults", "sorvctl defaults list --of hostB",
+       &declareDefaultsList},
+  };
+}
 
 }  // namespace sorvctl

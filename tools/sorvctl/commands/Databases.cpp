@@ -2,11 +2,11 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "sorvctl/Command.h"
 #include "sorvctl/DatabaseList.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -58,45 +58,57 @@ int texts(Session& session, const char* what, std::string Database::*text) {
 }
 
 /// The server stores nothing for a name that is not registered, and says success all the same.
-int set(Session& session, const char* command, const std::string& name, const std::string& text) {
-  session.command({{"action", command}, {"databaseName", name}, {"state", text}}, "success");
+int set(Session& session, const char* action, const std::string& name, const std::string& text) {
+  session.askForSuccess({{"action", action}, {"databaseName", name}, {"state", text}}, "success");
   if (!portOfReply(session.askForDictionary(findRequest(session, name)))) {
     throw Failure(Status::saidNo, "nothing was stored: no port is registered as \"" + name + "\"");
   }
   return 0;
 }
 
-Handler declareSet(CLI::App& word, const char* command, const char* what, const char* help) {
+Handler declareSet(CLI::App& command, const char* action, const char* what, const char* help) {
   struct Arguments {
     std::string name;
     std::string text;
   };
   auto arguments = std::make_shared<Arguments>();
-  word.add_option("NAME", arguments->name, "Name of the database")->required();
-  word.add_option(what, arguments->text, help)->required();
-  return [arguments, command](Session& session) {
-    return set(session, command, arguments->name, arguments->text);
+  command.add_option("NAME", arguments->name, "Name of the database")->required();
+  command.add_option(what, arguments->text, help)->required();
+  return [arguments, action](Session& session) {
+    return set(session, action, arguments->name, arguments->text);
   };
+}
+
+Handler declareList(CLI::App& /*command*/) { return &list; }
+
+Handler declareStates(CLI::App& /*command*/) {
+  return [](Session& session) { return texts(session, "state", &Database::state); };
+}
+
+Handler declareAlerts(CLI::App& /*command*/) {
+  return [](Session& session) { return texts(session, "alert", &Database::alert); };
+}
+
+Handler declareSetState(CLI::App& command) {
+  return declareSet(command, "setDatabaseState", "STATE", "Its new state");
+}
+
+Handler declareSetAlert(CLI::App& command) {
+  return declareSet(command, "setAlertState", "TEXT", "Text of the alert; it lapses after an hour");
 }
 
 }  // namespace
 
-Handler declareList(CLI::App& /*word*/) { return &list; }
-
-Handler declareStates(CLI::App& /*word*/) {
-  return [](Session& session) { return texts(session, "state", &Database::state); };
-}
-
-Handler declareAlerts(CLI::App& /*word*/) {
-  return [](Session& session) { return texts(session, "alert", &Database::alert); };
-}
-
-Handler declareSetState(CLI::App& word) {
-  return declareSet(word, "setDatabaseState", "STATE", "Its new state");
-}
-
-Handler declareSetAlert(CLI::App& word) {
-  return declareSet(word, "setAlertState", "TEXT", "Text of the alert; it lapses after an hour");
+std::vector<Command> commands::databases() {
+  return {
+      {"list", "List the databases with what is known of each", "sorvctl list", &declareList},
+      {"states", "List the state of each database", "sorvctl states", &declareStates},
+      {"alerts", "List the alerts of the last hour", "sorvctl --json alerts", &declareAlerts},
+      {"set-state", "Set the state of a database", "sorvctl set-state db1 stopping",
+       &declareSetState},
+      {"set-alert", "Raise an alert for a database", "sorvctl set-alert db1 'disk full'",
+       &declareSetAlert},
+  };
 }
 
 }  // namespace sorvctl

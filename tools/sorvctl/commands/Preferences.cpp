@@ -4,10 +4,10 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -37,20 +37,20 @@ int get(Session& session, const std::string& key, const std::optional<std::strin
   return 0;
 }
 
-int set(Session& session, const std::string& key, const std::vector<std::string>& words) {
+int set(Session& session, const std::string& key, const std::vector<std::string>& preferences) {
   Message request{{"action", "set_userpreferences"}, {"key", key}};
-  for (const std::string& word : words) {
-    const std::size_t end = word.find('=');
-    const std::string name = word.substr(0, end);
+  for (const std::string& preference : preferences) {
+    const std::size_t end = preference.find('=');
+    const std::string name = preference.substr(0, end);
     if (end == std::string::npos || std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
       throw Failure(Status::wrongUsage,
-                    "\"" + word +
+                    "\"" + preference +
                         "\" is not NAME=VALUE with one of the names changePreferences, "
                         "startDatabases, loginDisplay, databases");
     }
-    request.setText(name, word.substr(end + 1));
+    request.setText(name, preference.substr(end + 1));
   }
-  session.command(request, "succeed");
+  session.askForSuccess(request, "succeed");
   return 0;
 }
 
@@ -69,42 +69,62 @@ int getKey(Session& session) {
   return 0;
 }
 
-}  // namespace
-
-Handler declarePrefsGet(CLI::App& word) {
+Handler declarePrefsGet(CLI::App& command) {
   struct Arguments {
     std::string key;
     std::optional<std::string> fallback;
   };
   auto arguments = std::make_shared<Arguments>();
-  word.add_option("KEY", arguments->key, "Key of the entry, such as a user or a group")->required();
-  word.add_option("--fallback", arguments->fallback, "Key of the entry to take when there is none");
+  command.add_option("KEY", arguments->key, "Key of the entry, such as a user or a group")
+      ->required();
+  command.add_option("--fallback", arguments->fallback,
+                     "Key of the entry to take when there is none");
   return
       [arguments](Session& session) { return get(session, arguments->key, arguments->fallback); };
 }
 
-Handler declarePrefsSet(CLI::App& word) {
+Handler declarePrefsSet(CLI::App& command) {
   struct Arguments {
     std::string key;
-    std::vector<std::string> words;
+    std::vector<std::string> preferences;
   };
   auto arguments = std::make_shared<Arguments>();
-  word.add_option("KEY", arguments->key, "Key of the entry; it is replaced as a whole")->required();
-  word.add_option(
-      "NAME=VALUE", arguments->words,
-      "changePreferences, startDatabases, loginDisplay, databases; one that is not given "
-      "is no longer set");
-  return [arguments](Session& session) { return set(session, arguments->key, arguments->words); };
+  command.add_option("KEY", arguments->key, "Key of the entry; it is replaced as a whole")
+      ->required();
+  command
+      .add_option(
+          "PREFERENCE", arguments->preferences,
+          "NAME is changePreferences, startDatabases, loginDisplay or databases; one that is not "
+          "given is no longer set")
+      ->type_name("NAME=VALUE");
+  return [arguments](Session& session) {
+    return set(session, arguments->key, arguments->preferences);
+  };
 }
 
-Handler declarePrefsKey(CLI::App& /*word*/) { return &getKey; }
+Handler declarePrefsKey(CLI::App& /*command*/) { return &getKey; }
 
-Handler declarePrefsKeySet(CLI::App& word) {
+Handler declarePrefsKeySet(CLI::App& command) {
   auto value = std::make_shared<std::string>();
-  word.add_option("VALUE", *value, "The new setting")->required();
+  command.add_option("VALUE", *value, "The new setting")->required();
   return [value](Session& session) {
-    session.command({{"action", "set_userpreferences_key"}, {"key", *value}}, "succeed");
+    session.askForSuccess({{"action", "set_userpreferences_key"}, {"key", *value}}, "succeed");
     return 0;
+  };
+}
+
+}  // namespace
+
+std::vector<Command> commands::preferences() {
+  return {
+      {"prefs", "Preferences that the server keeps"},
+      {"prefs get", "Print the preferences kept under a key",
+       "sorvctl prefs get mary --fallback default", &declarePrefsGet},
+      {"prefs set", "Replace the preferences kept under a key",
+       "sorvctl prefs set mary loginDisplay=list databases='db1 db2'", &declarePrefsSet},
+      {"prefs key", "Print the preference key setting", "sorvctl prefs key", &declarePrefsKey},
+      {"prefs key set", "Change the preference key setting",
+       "sorvctl prefs key set user:application", &declarePrefsKeySet},
   };
 }
 

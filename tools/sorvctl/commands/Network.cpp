@@ -1,4 +1,3 @@
-// The word "browse".
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
@@ -9,11 +8,11 @@
 #include <optional>
 #include <set>
 
+#include "sorvctl/Command.h"
 #include "sorvctl/NetworkView.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -111,16 +110,23 @@ int list(const Session& session, const BrowseOptions& options) {
   return 0;
 }
 
-}  // namespace
-
-Handler declareBrowse(CLI::App& word) {
+Handler declareBrowse(CLI::App& command) {
   auto options = std::make_shared<BrowseOptions>();
-  word.add_option("--timeout", options->seconds,
+  command
+      .add_option("--timeout", options->seconds,
                   "Seconds to look (default: 3; with --watch, until ended)")
       ->check(CLI::Range(0.001, 86400.0));
-  word.add_flag("--watch", options->watch, "Print a line for each that comes or goes");
+  command.add_flag("--watch", options->watch, "Print a line for each that comes or goes");
   return [options](Session& session) {
     return options->watch ? watch(session, *options) : list(session, *options);
+  };
+}
+
+}  // namespace
+
+std::vector<Command> commands::network() {
+  return {
+      {"browse", "List the name servers on the network", "sorvctl browse --watch", &declareBrowse},
   };
 }
 

@@ -1,12 +1,10 @@
-#include "sorvctl/ChildCommand.h"
+#include "sorvctl/ChildProgram.h"
 
-#include <fmt/format.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -22,23 +20,23 @@ constexpr int kEndedBySignal = 128;
 constexpr std::chrono::seconds kTimeToEnd{5};
 }  // namespace
 
-ChildCommand::ChildCommand(std::vector<std::string> words) {
-  std::vector<char*> arguments;
-  arguments.reserve(words.size() + 1);
-  for (std::string& word : words) {
-    arguments.push_back(word.data());
+ChildProgram::ChildProgram(std::vector<std::string> arguments) {
+  std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments) {
+    pointers.push_back(argument.data());
   }
-  arguments.push_back(nullptr);
+  pointers.push_back(nullptr);
   const int error =
-      posix_spawnp(&process_, arguments[0], nullptr, nullptr, arguments.data(), environ);
+      posix_spawnp(&process_, pointers[0], nullptr, nullptr, pointers.data(), environ);
   if (error != 0) {
     process_ = -1;
     status_ = kNotStarted;
-    fmt::print(stderr, "sorvctl: {}: {}\n", escaped(words[0]), std::strerror(error));
+    printError(arguments[0] + ": " + std::strerror(error));
   }
 }
 
-ChildCommand::~ChildCommand() {
+ChildProgram::~ChildProgram() {
   signal(SIGTERM);
   const auto deadline = std::chrono::steady_clock::now() + kTimeToEnd;
   while (!status()) {
@@ -49,7 +47,7 @@ ChildCommand::~ChildCommand() {
   }
 }
 
-std::optional<int> ChildCommand::status() {
+std::optional<int> ChildProgram::status() {
   int ended = 0;
   if (!status_ && waitpid(process_, &ended, WNOHANG) == process_) {
     status_ = WIFEXITED(ended) ? WEXITSTATUS(ended) : kEndedBySignal + WTERMSIG(ended);
@@ -57,7 +55,7 @@ std::optional<int> ChildCommand::status() {
   return status_;
 }
 
-void ChildCommand::signal(int number) const {
+void ChildProgram::signal(int number) const {
   if (!status_) {
     kill(process_, number);
   }

@@ -10,10 +10,10 @@
 #include "convert/IntegerText.h"
 #include "convert/VNConvertTypes.h"
 #include "platform/Ascii.h"
+#include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -140,15 +140,15 @@ int convert(Session& session, const std::string& text, Conversion conversion) {
   return 0;
 }
 
-Handler declare(CLI::App& word, const Conversions& conversions) {
+Handler declare(CLI::App& command, const Conversions& conversions) {
   struct Arguments {
     std::string text;
     bool stored = false;
   };
   auto arguments = std::make_shared<Arguments>();
-  word.add_option("TEXT", arguments->text, "What is converted")->required();
+  command.add_option("TEXT", arguments->text, "What is converted")->required();
   if (conversions.show != nullptr) {
-    word.add_flag("--from-stored", arguments->stored, "TEXT is the stored form: show it");
+    command.add_flag("--from-stored", arguments->stored, "TEXT is the stored form: show it");
   }
   return [arguments, conversions](Session& session) {
     return convert(session, arguments->text,
@@ -156,15 +156,39 @@ Handler declare(CLI::App& word, const Conversions& conversions) {
   };
 }
 
+Handler declareConvertDate(CLI::App& command) { return declare(command, {&dateText, nullptr}); }
+Handler declareConvertTime(CLI::App& command) { return declare(command, {&timeText, nullptr}); }
+Handler declareConvertMoney(CLI::App& command) {
+  return declare(command, {&hundredths, &moneyText});
+}
+Handler declareConvertInteger(CLI::App& command) {
+  return declare(command, {&plainInteger, &groupedInteger});
+}
+Handler declareConvertHex(CLI::App& command) {
+  return declare(command, {&integerOfHex, &hexOfInteger});
+}
+Handler declareConvertInstant(CLI::App& command) {
+  return declare(command, {&instant, &instantText});
+}
+
 }  // namespace
 
-Handler declareConvertDate(CLI::App& word) { return declare(word, {&dateText, nullptr}); }
-Handler declareConvertTime(CLI::App& word) { return declare(word, {&timeText, nullptr}); }
-Handler declareConvertMoney(CLI::App& word) { return declare(word, {&hundredths, &moneyText}); }
-Handler declareConvertInteger(CLI::App& word) {
-  return declare(word, {&plainInteger, &groupedInteger});
+std::vector<Command> commands::conversions() {
+  return {
+      {"convert", "Convert values between their stored form and the host's display forms"},
+      {"convert date", "A date to its stored form, or back from \"@YYYY-MM-DD\"",
+       "sorvctl convert date @2004-05-06", &declareConvertDate},
+      {"convert time", "A time to its stored form, or back from \"#HH:MM\"",
+       "sorvctl convert time '7:05 PM'", &declareConvertTime},
+      {"convert money", "An amount of money to hundredths, or back",
+       "sorvctl convert money --from-stored -123456", &declareConvertMoney},
+      {"convert integer", "An integer with groups of digits to plain digits, or back",
+       "sorvctl convert integer 1,234,567", &declareConvertInteger},
+      {"convert hex", "A hexadecimal number to an integer, or back", "sorvctl convert hex ff",
+       &declareConvertHex},
+      {"convert instant", "A date and time to seconds since the reference date, or back",
+       "sorvctl convert instant --from-stored 0", &declareConvertInstant},
+  };
 }
-Handler declareConvertHex(CLI::App& word) { return declare(word, {&integerOfHex, &hexOfInteger}); }
-Handler declareConvertInstant(CLI::App& word) { return declare(word, {&instant, &instantText}); }
 
 }  // namespace sorvctl

@@ -2,10 +2,10 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
-#include "sorvctl/Words.h"
 
 namespace sorvctl {
 
@@ -80,17 +80,27 @@ int end(Session& session, const Message& request) {
   return 0;
 }
 
-}  // namespace
+Handler declareHostInfo(CLI::App& /*command*/) { return &hostInfo; }
+Handler declareHosts(CLI::App& /*command*/) { return &hosts; }
 
-Handler declareHostInfo(CLI::App& /*word*/) { return &hostInfo; }
-Handler declareHosts(CLI::App& /*word*/) { return &hosts; }
-
-Handler declareTerminate(CLI::App& /*word*/) {
+Handler declareTerminate(CLI::App& /*command*/) {
   return [](Session& session) { return end(session, {{"terminate", ""}}); };
 }
 
-Handler declareRestart(CLI::App& /*word*/) {
+Handler declareRestart(CLI::App& /*command*/) {
   return [](Session& session) { return end(session, action("restart")); };
+}
+
+}  // namespace
+
+std::vector<Command> commands::host() {
+  return {
+      {"host-info", "Tell about the server's host", "sorvctl host-info", &declareHostInfo},
+      {"hosts", "List the hosts whose launcher has connected", "sorvctl hosts", &declareHosts},
+      {"terminate", "End the name server", "sorvctl terminate", &declareTerminate},
+      {"restart", "End the name server, for whoever restarts it", "sorvctl restart",
+       &declareRestart},
+  };
 }
 
 }  // namespace sorvctl
