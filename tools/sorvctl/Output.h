@@ -1,52 +1,42 @@
-// What sorvctl prints: text that cannot disturb a terminal, and aligned tables.
+// What the commands print: JSON, a line for each value, when --json was given; else text, escaped
+// and aligned for reading. Everything is written at once. A standard output that cannot be written
+// is a Failure.
 #pragma once
 
-#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/Message.h"
+#include "sorvctl/Session.h"
 
 namespace sorvctl {
 
-/// The text with everything that could break a line or mislead a reader written as an escape: line
-/// breaks and other control characters, characters without width or that change the writing
-/// direction, bytes that are not UTF-8, and the backslash itself.
-[[nodiscard]] std::string escaped(std::string_view text);
+/// Prints `json`, or else `line`.
+void printLine(const Session& session, const nlohmann::ordered_json& json, std::string_view line);
 
-/// Columns that a text takes on a terminal, for text that `escaped` gave.
-[[nodiscard]] std::size_t displayWidth(std::string_view text);
+/// Prints names and their values: an object, or else a line for each.
+void printFields(const Session& session,
+                 const std::vector<std::pair<std::string, std::string>>& fields);
 
-/// A table whose columns are as wide as their widest cell; cells are escaped.
-class Table {
- public:
-  explicit Table(const std::vector<std::string>& headings);
-  void row(const std::vector<std::string>& cells);
-  /// The lines, each with its line feed and without blanks at its end.
-  [[nodiscard]] std::string text() const;
+/// Prints the entries of a message in the same way. A value that is not one NUL-terminated UTF-8
+/// text is shown by its bytes: {"data": "0fbd77"}, or else <0fbd77>. Without --json, `ifEmpty` is
+/// the line for a message without entries; null: no line.
+void printMessage(const Session& session, const sorvane::Message& message,
+                  const char* ifEmpty = nullptr);
 
- private:
-  std::size_t columns_;
-  std::vector<std::vector<std::string>> rows_;
-};
+/// Whether a table for reading has a line above it that names the columns.
+enum class Headings { shown, leftOut };
 
-/// Names and values, a line each, the values aligned; both escaped.
-[[nodiscard]] std::string pairLines(const std::vector<std::pair<std::string, std::string>>& pairs);
+/// Prints rows: an array with an object for each, whose keys are the columns' names; or else a line
+/// for each. A cell is a text or a number.
+void printTable(const Session& session, const std::vector<std::string>& columns,
+                const std::vector<std::vector<nlohmann::ordered_json>>& rows,
+                Headings headings = Headings::shown);
 
-/// A value for reading: its text where it is one NUL-terminated text, else its bytes as `<0fbd77>`.
-[[nodiscard]] std::string readable(std::string_view value);
-/// The same for programs: a text, or {"data": "0fbd77"}.
-[[nodiscard]] nlohmann::ordered_json jsonOfValue(std::string_view value);
-/// A whole message.
-[[nodiscard]] nlohmann::ordered_json jsonOfMessage(const sorvane::Message& message);
-
-/// Writes "sorvctl: " and the line, escaped, to standard error.
+/// Prints "sorvctl: " and the line, escaped, to standard error.
 void printError(std::string_view line);
-/// Writes to standard output at once. A standard output that cannot be written is a failure.
-void print(std::string_view text);
-/// Prints a value as one line.
-void printJson(const nlohmann::ordered_json& value);
 
 }  // namespace sorvctl

@@ -19,7 +19,7 @@ namespace {
 
 using Databases = std::map<std::string, Database>;
 
-/// What is told of a database, by name; the order is that of the lines.
+/// What is told of a database, in the order of a line.
 struct Field {
   const char* name;
   std::string (*of)(const Database& database);
@@ -44,13 +44,9 @@ Databases snapshot(Session& session) {
 
 void tell(const Session& session, const char* change, const std::string& name,
           const nlohmann::ordered_json& fields, const std::string& text) {
-  if (session.json()) {
-    nlohmann::ordered_json line{{"change", change}, {"name", name}};
-    line.update(fields);
-    printJson(line);
-  } else {
-    print(std::string(change) + " " + escaped(name) + text + "\n");
-  }
+  nlohmann::ordered_json line{{"change", change}, {"name", name}};
+  line.update(fields);
+  printLine(session, line, std::string(change) + " " + name + text);
 }
 
 void tellCame(const Session& session, const Database& database) {
@@ -59,7 +55,7 @@ void tellCame(const Session& session, const Database& database) {
   for (const Field& field : kFields) {
     const std::string value = field.of(database);
     fields[field.name] = value;
-    text += value.empty() ? "" : std::string(" ") + field.name + "=" + escaped(value);
+    text += value.empty() ? "" : std::string(" ") + field.name + "=" + value;
   }
   tell(session, "came", database.port.name, fields, text);
 }
@@ -71,7 +67,7 @@ void tellChanged(const Session& session, const Database& before, const Database&
     const std::string value = field.of(after);
     if (value != field.of(before)) {
       fields[field.name] = value;
-      text += std::string(" ") + field.name + "=" + escaped(value);
+      text += std::string(" ") + field.name + "=" + value;
     }
   }
   if (!text.empty()) {
@@ -95,7 +91,7 @@ void tellChanges(const Session& session, const Databases& before, const Database
   }
 }
 
-/// The databases that are there at the start come first, as if they had come just then.
+/// Prints a line for each change until a signal. The databases of the start are told as new ones.
 int watch(Session& session, std::chrono::milliseconds interval) {
   StopSignals signals;
   Databases known;

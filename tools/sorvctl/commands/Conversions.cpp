@@ -28,7 +28,7 @@ constexpr std::size_t kRoomToGrow = 128;
   throw Failure(Status::wrongUsage, "\"" + text + "\" is not " + what);
 }
 
-/// What one of the conversions in place makes of a text.
+/// Applies a conversion that changes the text in its buffer.
 std::string inPlace(const std::string& text, char* (*conversion)(char*)) {
   std::vector<char> buffer(text.begin(), text.end());
   buffer.resize(text.size() + kRoomToGrow);
@@ -53,7 +53,7 @@ bool hasDigit(const std::string& text) {
   return text.find_first_of("0123456789") != std::string::npos;
 }
 
-// Each conversion from the display form, and back from the stored form.
+// The conversions, from the display form to the stored form and back.
 
 std::string dateText(const std::string& text) {
   return inPlace(text,
@@ -118,10 +118,11 @@ std::string instantText(const std::string& text) {
 
 using Conversion = std::string (*)(const std::string& text);
 
-/// Both ways of one kind of value.
+/// The conversions of one kind of value.
 struct Conversions {
   Conversion read;  ///< from the display form to the stored form
-  Conversion show;  ///< back; null where the stored form bears a mark, so that `read` knows it
+  Conversion
+      show;  ///< back; null where `read` does both, because the stored form begins with a mark
 };
 
 int convert(Session& session, const std::string& text, Conversion conversion) {
@@ -132,11 +133,7 @@ int convert(Session& session, const std::string& text, Conversion conversion) {
     VNConvertTypes::setDefaultHost(session.host().c_str());
   }
   const std::string result = conversion(text);
-  if (session.json()) {
-    printJson({{"text", text}, {"result", result}});
-  } else {
-    print(escaped(result) + "\n");
-  }
+  printLine(session, {{"text", text}, {"result", result}}, result);
   return 0;
 }
 

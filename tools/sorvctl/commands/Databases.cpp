@@ -15,49 +15,29 @@ using sorvane::Message;
 namespace {
 
 int list(Session& session) {
-  const std::vector<Database> databases = readDatabases(session);
-  if (session.json()) {
-    auto array = nlohmann::ordered_json::array();
-    for (const Database& each : databases) {
-      array.push_back({{"name", each.port.name},
-                       {"number", each.port.number},
-                       {"host", each.port.host},
-                       {"address", each.port.address},
-                       {"type", each.port.type},
-                       {"state", each.state},
-                       {"alert", each.alert}});
-    }
-    printJson(array);
-    return 0;
+  std::vector<std::vector<nlohmann::ordered_json>> rows;
+  for (const Database& each : readDatabases(session)) {
+    rows.push_back({each.port.name, each.port.number, each.port.host, each.port.address,
+                    each.port.type, each.state, each.alert});
   }
-  Table table({"NAME", "NUMBER", "HOST", "ADDRESS", "TYPE", "STATE", "ALERT"});
-  for (const Database& each : databases) {
-    table.row({each.port.name, each.port.number, each.port.host, each.port.address, each.port.type,
-               each.state, each.alert});
-  }
-  print(table.text());
+  printTable(session, {"name", "number", "host", "address", "type", "state", "alert"}, rows);
   return 0;
 }
 
-/// Prints one text of each database that has one.
+/// Prints one text of each database, without those whose text is empty.
 int texts(Session& session, const char* what, std::string Database::*text) {
-  auto array = nlohmann::ordered_json::array();
-  std::vector<std::pair<std::string, std::string>> lines;
+  std::vector<std::vector<nlohmann::ordered_json>> rows;
   for (const Database& each : readDatabases(session)) {
     if (!(each.*text).empty()) {
-      array.push_back({{"name", each.port.name}, {what, each.*text}});
-      lines.emplace_back(each.port.name, each.*text);
+      rows.push_back({each.port.name, each.*text});
     }
   }
-  if (session.json()) {
-    printJson(array);
-  } else {
-    print(pairLines(lines));
-  }
+  printTable(session, {"name", what}, rows, Headings::leftOut);
   return 0;
 }
 
-/// The server stores nothing for a name that is not registered, and says success all the same.
+/// Sets a state or an alert. For a name that is not registered the server stores nothing and yet
+/// replies "success", so the name is looked up afterwards.
 int set(Session& session, const char* action, const std::string& name, const std::string& text) {
   session.askForSuccess({{"action", action}, {"databaseName", name}, {"state", text}}, "success");
   if (!portOfReply(session.askForDictionary(findRequest(session, name)))) {

@@ -33,8 +33,8 @@ SSDefaults defaultsOf(const Session& session, const std::string& host) {
   return defaults;
 }
 
-/// The defaults as they are kept. A host that cannot be reached, or says nothing, is a failure
-/// here: its defaults would look empty, and writing them back would lose them.
+/// Reads the defaults. Throws a Failure when the host cannot be reached or does not reply. Taking
+/// its defaults for empty would lose them when they are written back.
 SSDefaults::Dictionary read(const Session& session, const std::string& host) {
   auto defaults = defaultsOf(session, host).readDefaultDictionary();
   if (!defaults) {
@@ -51,28 +51,18 @@ int get(Session& session, const Arguments& arguments) {
   if (text == nullptr) {
     throw Failure(Status::saidNo, "there is no default \"" + arguments.key + "\"");
   }
-  if (session.json()) {
-    printJson({{arguments.key, *text}});
-  } else {
-    print(escaped(*text) + "\n");
-  }
+  printLine(session, {{arguments.key, *text}}, *text);
   return 0;
 }
 
 int list(Session& session, const Arguments& arguments) {
-  auto object = nlohmann::ordered_json::object();
-  std::vector<std::pair<std::string, std::string>> lines;
+  std::vector<std::pair<std::string, std::string>> fields;
   for (const auto& [key, value] : read(session, hostOf(session, arguments))) {
     if (const std::string* text = value.string()) {
-      object[key] = *text;
-      lines.emplace_back(key, *text);
+      fields.emplace_back(key, *text);
     }
   }
-  if (session.json()) {
-    printJson(object);
-  } else {
-    print(pairLines(lines));
-  }
+  printFields(session, fields);
   return 0;
 }
 

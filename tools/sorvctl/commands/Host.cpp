@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::array kHostFields{"name", "ethernetAddress", "address", "version", "platform"};
 
-/// The five fields of "NAME|ETHERNET|ADDRESS|VERSION|PLATFORM"; a "|" too many is the name's.
+/// The fields of "NAME|ETHERNET|ADDRESS|VERSION|PLATFORM". A further "|" belongs to the name.
 std::vector<std::pair<std::string, std::string>> hostFields(std::string text) {
   std::vector<std::pair<std::string, std::string>> fields(kHostFields.size());
   for (std::size_t index = kHostFields.size(); index-- > 0;) {
@@ -33,41 +33,26 @@ int hostInfo(Session& session) {
   if (result == "local only") {
     throw Failure(Status::saidNo, "the server tells about its host on that host only");
   }
-  const auto fields = hostFields(result);
-  if (session.json()) {
-    auto object = nlohmann::ordered_json::object();
-    for (const auto& [name, value] : fields) {
-      object[name] = value;
-    }
-    printJson(object);
-  } else {
-    print(pairLines(fields));
-  }
+  printFields(session, hostFields(result));
   return 0;
 }
 
 int hosts(Session& session) {
   std::string list = session.askForResult(action("hostList"));
-  auto array = nlohmann::ordered_json::array();
-  Table table({"HOST", "ADDRESS"});
+  std::vector<std::vector<nlohmann::ordered_json>> rows;
   while (!list.empty()) {
     const std::string key = list.substr(0, list.find('|'));
     list.erase(0, key.size() + 1);
     const std::size_t at = std::min(key.rfind('@'), key.size());
     const std::string host = key.substr(0, at);
     const std::string address = key.substr(std::min(at + 1, key.size()));
-    array.push_back({{"host", host}, {"address", address}});
-    table.row({host, address});
+    rows.push_back({host, address});
   }
-  if (session.json()) {
-    printJson(array);
-  } else {
-    print(table.text());
-  }
+  printTable(session, {"host", "address"}, rows);
   return 0;
 }
 
-/// The server ends without a reply: the end of the connection is the answer.
+/// Sends a request that ends the server. The server does not reply: it closes the connection.
 int end(Session& session, const Message& request) {
   sorvane::NetConnection& connection = session.connection();
   const bool answered = connection.sendDictionary(request).has_value() || connection.isConnected();

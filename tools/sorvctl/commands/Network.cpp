@@ -28,11 +28,7 @@ struct BrowseOptions {
   bool watch = false;
 };
 
-nlohmann::ordered_json json(const NameServer& server) {
-  return {{"name", server.name}, {"address", server.address}, {"port", server.port}};
-}
-
-/// The end of the browsing; nothing for a watch that goes on until it is stopped.
+/// When the browsing ends. Nothing for a watch that lasts until a signal.
 std::optional<Clock::time_point> endOf(const BrowseOptions& options) {
   if (options.watch && !options.seconds) {
     return std::nullopt;
@@ -41,7 +37,7 @@ std::optional<Clock::time_point> endOf(const BrowseOptions& options) {
   return Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
 }
 
-/// Calls `look` until the end, or until a signal asks for it.
+/// Calls `look` again and again until the end or a signal, and then once more.
 template <typename Look>
 void lookUntil(std::optional<Clock::time_point> end, Look look) {
   StopSignals signals;
@@ -60,14 +56,13 @@ void lookUntil(std::optional<Clock::time_point> end, Look look) {
 }
 
 void tell(const Session& session, const char* change, const NameServer& server) {
-  if (session.json()) {
-    nlohmann::ordered_json line{{"change", change}};
-    line.update(json(server));
-    printJson(line);
-  } else {
-    print(std::string(change) + " " + escaped(server.name) + " " + server.address + " " +
-          std::to_string(server.port) + "\n");
-  }
+  printLine(session,
+            {{"change", change},
+             {"name", server.name},
+             {"address", server.address},
+             {"port", server.port}},
+            std::string(change) + " " + server.name + " " + server.address + " " +
+                std::to_string(server.port));
 }
 
 int watch(const Session& session, const BrowseOptions& options) {
@@ -94,19 +89,11 @@ int list(const Session& session, const BrowseOptions& options) {
   NetworkView& network = NetworkView::current();
   std::set<NameServer> servers;
   lookUntil(endOf(options), [&] { servers = network.servers(); });
-  if (session.json()) {
-    nlohmann::ordered_json lines = nlohmann::ordered_json::array();
-    for (const NameServer& server : servers) {
-      lines.push_back(json(server));
-    }
-    printJson(lines);
-    return 0;
-  }
-  Table table({"NAME", "ADDRESS", "PORT"});
+  std::vector<std::vector<nlohmann::ordered_json>> rows;
   for (const NameServer& server : servers) {
-    table.row({server.name, server.address, std::to_string(server.port)});
+    rows.push_back({server.name, server.address, server.port});
   }
-  print(table.text());
+  printTable(session, {"name", "address", "port"}, rows);
   return 0;
 }
 

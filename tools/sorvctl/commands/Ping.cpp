@@ -22,14 +22,11 @@ int ping(Session& session) {
   if (!reply.entries().empty()) {
     throw Failure(Status::saidNo, "what listens there is no name server");
   }
-  if (session.json()) {
-    printJson({{"host", session.hostName()},
-               {"port", session.basePort()},
-               {"milliseconds", took.count()}});
-  } else {
-    print(fmt::format("{} port {} answers ({:.2f} ms)\n", escaped(session.hostName()),
-                      session.basePort(), took.count()));
-  }
+  printLine(
+      session,
+      {{"host", session.hostName()}, {"port", session.basePort()}, {"milliseconds", took.count()}},
+      fmt::format("{} port {} answers ({:.2f} ms)", session.hostName(), session.basePort(),
+                  took.count()));
   return 0;
 }
 

@@ -28,19 +28,11 @@ int find(Session& session, const std::string& name) {
   if (!port) {
     throw Failure(Status::saidNo, "no port is registered as \"" + name + "\"");
   }
-  if (session.json()) {
-    printJson({{"name", port->name},
-               {"number", port->number},
-               {"host", port->host},
-               {"address", port->address},
-               {"type", port->type}});
-  } else {
-    print(pairLines({{"name", port->name},
-                     {"number", port->number},
-                     {"host", port->host},
-                     {"address", port->address},
-                     {"type", port->type}}));
-  }
+  printFields(session, {{"name", port->name},
+                        {"number", port->number},
+                        {"host", port->host},
+                        {"address", port->address},
+                        {"type", port->type}});
   return 0;
 }
 
@@ -120,11 +112,7 @@ int registerName(Session& session, const Registration& wanted) {
   StopSignals signals;
   const std::string number = newNumber(session, wanted);
   (void)session.askForDictionary({{"acceptPort", wanted.name}});
-  if (session.json()) {
-    printJson({{"name", wanted.name}, {"number", number}});
-  } else {
-    print(escaped(number) + "\n");
-  }
+  printLine(session, {{"name", wanted.name}, {"number", number}}, number);
   return wanted.program.empty()
              ? holdUntilSignal(session, signals)
              : holdForProgram(session, signals, programWithPort(wanted.program, number));

@@ -18,22 +18,14 @@ namespace {
 constexpr std::array kNames{"changePreferences", "startDatabases", "loginDisplay", "databases"};
 
 int get(Session& session, const std::string& key, const std::optional<std::string>& fallback) {
-  // Without a fallback the key stands for itself, so that a missing entry and an empty one are told
-  // apart: the server answers both alike when no fallback is named.
+  // The server's replies for a missing entry and an empty one are the same when the request names
+  // no fallback. They differ when it names one, and so the key is its own fallback.
   const Message reply = session.askForDictionary(
       {{"action", "get_userpreferences"}, {"key", key}, {"*", fallback.value_or(key)}});
   if (reply.contains("result")) {
     throw Failure(Status::saidNo, "no preferences are kept under \"" + key + "\"");
   }
-  if (session.json()) {
-    printJson(jsonOfMessage(reply));
-    return 0;
-  }
-  std::vector<std::pair<std::string, std::string>> lines;
-  for (const sorvane::MessageEntry& entry : reply.entries()) {
-    lines.emplace_back(entry.key, readable(entry.value));
-  }
-  print(pairLines(lines));
+  printMessage(session, reply);
   return 0;
 }
 
@@ -61,11 +53,7 @@ int getKey(Session& session) {
   if (!result) {
     throw Failure(Status::saidNo, "a preference key is set, but the server does not tell which");
   }
-  if (session.json()) {
-    printJson({{"key", std::string(*result)}});
-  } else {
-    print(escaped(*result) + "\n");
-  }
+  printLine(session, {{"key", std::string(*result)}}, *result);
   return 0;
 }
 

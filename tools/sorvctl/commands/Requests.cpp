@@ -36,16 +36,7 @@ Message requestOf(const std::vector<std::string>& entries) {
 }
 
 int send(Session& session, const std::vector<std::string>& entries) {
-  const Message reply = session.askForDictionary(requestOf(entries));
-  if (session.json()) {
-    printJson(jsonOfMessage(reply));
-    return 0;
-  }
-  std::vector<std::pair<std::string, std::string>> lines;
-  for (const sorvane::MessageEntry& entry : reply.entries()) {
-    lines.emplace_back(entry.key, readable(entry.value));
-  }
-  print(lines.empty() ? "(an empty dictionary)\n" : pairLines(lines));
+  printMessage(session, session.askForDictionary(requestOf(entries)), "(an empty dictionary)");
   return 0;
 }
 
