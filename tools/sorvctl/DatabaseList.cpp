@@ -13,9 +13,9 @@ using sorvane::Message;
 
 namespace {
 
-// Names with more ":" in them than this are shown by their first part.
+// The most ":" of one part at which a name is taken to end.
 constexpr std::size_t kMostReadings = 8;
-// And names with more "|" than this.
+// The most parts without ":" that are taken to be the beginning of a name.
 constexpr std::size_t kMostJoined = 4;
 
 std::vector<std::string_view> split(std::string_view list) {
@@ -28,15 +28,14 @@ std::vector<std::string_view> split(std::string_view list) {
   return parts;
 }
 
-/// One way to read a part of the list: its name, and how many of the parts without ":" before it
-/// that name begins with.
+/// One way to read a part of the list.
 struct Reading {
   std::string name;
-  std::size_t textBegin;  // in the part
-  std::size_t joined;
+  std::size_t textBegin;  // where the text begins in the part
+  std::size_t joined;     // how many of the loose parts before it belong to the name
 };
 
-/// A part of the state list with the ways to read it, the likeliest first.
+/// A part of the state list that holds a ":", with the ways to read it, the likeliest first.
 struct Part {
   std::string_view text;
   std::vector<std::string_view> loose;  // the parts without ":" that stand before it
@@ -62,7 +61,7 @@ Part partOf(std::string_view text, std::vector<std::string_view> loose) {
   return part;
 }
 
-/// Takes the list apart; `rest` gets the parts without ":" at its end.
+/// Splits the list into its parts. `rest` gets the parts without ":" at the end of the list.
 std::vector<Part> partsOf(std::string_view list, std::vector<std::string_view>& rest) {
   std::vector<Part> parts;
   for (const std::string_view text : split(list)) {
@@ -75,7 +74,8 @@ std::vector<Part> partsOf(std::string_view list, std::vector<std::string_view>& 
   return parts;
 }
 
-/// What stands between two entries belongs to the state before it, where there is one.
+/// Adds the first `count` loose parts to the state before them. If there is none, the first
+/// becomes a name.
 void addLooseParts(std::vector<Database>& databases, const std::vector<std::string_view>& loose,
                    std::size_t count) {
   for (std::size_t index = 0; index < count; ++index) {
@@ -95,7 +95,8 @@ void askForPorts(Session& session, const std::vector<Part>& parts) {
   }
 }
 
-/// The database of a part, from the first of its readings that the server knows.
+/// The database of a part. Receives the replies for all readings of the part, and takes the first
+/// reading that the server knows.
 Database databaseOf(Session& session, const Part& part, std::size_t& joined) {
   std::optional<Database> found;
   for (const Reading& reading : part.readings) {
@@ -114,13 +115,13 @@ Database databaseOf(Session& session, const Part& part, std::size_t& joined) {
   return *found;
 }
 
-/// Where in `databases` that one is whose name, and a ":", begin the text; and how long that name
-/// is.
+/// A known name at the beginning of a text.
 struct NamedPlace {
-  std::size_t place;
+  std::size_t place;  // the index of its database
   std::size_t nameLength;
 };
 
+/// The names of databases, to find them at the beginning of a text.
 class Names {
  public:
   explicit Names(const std::vector<Database>& databases) {
@@ -129,6 +130,7 @@ class Names {
     }
   }
 
+  /// The known name that stands in front of a ":" at the beginning of the text.
   [[nodiscard]] std::optional<NamedPlace> atBeginOf(std::string_view text) const {
     std::size_t colon = text.find(':');
     for (std::size_t count = 0; colon != std::string_view::npos && count < kMostReadings; ++count) {
@@ -145,7 +147,7 @@ class Names {
   std::unordered_map<std::string, std::size_t> places_;
 };
 
-/// An alert goes on until a "|" behind which a known name stands.
+/// Adds the alerts. An alert ends at a "|" that is followed by a known name.
 void addAlerts(std::vector<Database>& databases, std::string_view alerts) {
   const Names names(databases);
   std::optional<NamedPlace> named = names.atBeginOf(alerts);

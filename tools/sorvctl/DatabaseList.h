@@ -1,4 +1,4 @@
-// The databases that a name server knows, put together from its summary lists.
+// The databases that a name server knows.
 #pragma once
 
 #include <string>
@@ -9,17 +9,20 @@
 
 namespace sorvctl {
 
-/// A database; what is not known of it is empty.
+/// A database. Fields that are not known are empty.
 struct Database {
   Port port;
   std::string state;
   std::string alert;
 };
 
-/// Asks for the summary lists and then, on the same connection and without waiting for each answer,
-/// for the port of every name that a list may mean. The lists, "NAME:TEXT|NAME:TEXT", do not tell a
-/// ":" or "|" of a name from their own: a name with such characters is recognised by the server's
-/// knowing it, and what fits nothing is shown as it came. In the order of the server's list.
+/// Returns the databases in the order of the server's list of states.
+///
+/// The server has two summary lists, states and alerts, each of the form "NAME:TEXT|NAME:TEXT". A
+/// ":" or "|" may also be part of a name or text, and the list does not say which it is. So each
+/// part of the list of states is read in several ways, and the server is asked for a port of each
+/// name that this gives. The requests go out together, without waiting for each reply. The first
+/// reading whose name is registered is taken. If none is, the part is split at its first ":".
 [[nodiscard]] std::vector<Database> readDatabases(Session& session);
 
 }  // namespace sorvctl

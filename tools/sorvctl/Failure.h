@@ -6,15 +6,15 @@
 
 namespace sorvctl {
 
-/// Exit statuses, the same for every word.
+/// Exit statuses, the same for every command.
 enum class Status : int {
   done = 0,
-  saidNo = 1,      ///< the server answered: not found, failed, no reply dictionary
-  wrongUsage = 2,  ///< the command line makes no sense
-  notReached = 3,  ///< no server, or it went away or fell silent before it answered
+  saidNo = 1,      ///< the server replied: not found, failed, or no dictionary
+  wrongUsage = 2,  ///< the command line is wrong
+  notReached = 3,  ///< no server, or it closed the connection or did not reply in time
 };
 
-/// Ends the word that is being carried out, with one line on standard error.
+/// Ends the command with this status and one line on standard error.
 class Failure : public std::runtime_error {
  public:
   Failure(Status status, const std::string& line) : std::runtime_error(line), status_(status) {}

@@ -11,13 +11,13 @@ namespace {
 
 constexpr const char* kServiceType = "_sorvane._tcp";
 
-// What an IPv6 address is recorded as: no address that anybody could connect to.
+// The address that stands for an IPv6 address. Nobody can connect to it.
 constexpr const char* kNoAddress = "0.0.0.0";
 
 }  // namespace
 
 NetworkView& NetworkView::current() {
-  // Never destroyed: the run loop may report to it until the process ends.
+  // Never destroyed, because the run loop calls it until the process ends.
   static auto* const view = new NetworkView;
   return *view;
 }

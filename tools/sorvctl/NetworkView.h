@@ -1,4 +1,4 @@
-// The name servers that Bonjour shows on the network just now.
+// The name servers that Bonjour finds on the network.
 #pragma once
 
 #include <compare>
@@ -11,7 +11,7 @@
 
 namespace sorvctl {
 
-/// A name server at one of its addresses.
+/// One address of a name server.
 struct NameServer {
   std::string name;
   std::string address;                                  ///< dotted decimal
@@ -19,12 +19,13 @@ struct NameServer {
   auto operator<=>(const NameServer&) const = default;  // NOLINT(modernize-use-nullptr): no null
 };
 
-/// Browses on the run loop of Bonjour from the first `current` to the end of the process.
+/// Browses on Bonjour's run loop. The first call of `current` begins the browsing, which lasts
+/// until the process ends.
 class NetworkView : private sorvane::ARendezvousDelegate {
  public:
   [[nodiscard]] static NetworkView& current();
 
-  /// What is known by now, in the order of the names. Any thread.
+  /// The name servers that are known now, ordered by name. May be called from any thread.
   [[nodiscard]] std::set<NameServer> servers() const;
 
  private:

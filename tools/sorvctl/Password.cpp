@@ -13,8 +13,8 @@ namespace sorvctl {
 
 namespace {
 
-/// Keeps the terminal from showing what is typed. Interrupting is put off until the line is read,
-/// so that the terminal never stays silent.
+/// While it lives, the terminal does not show what is typed. The interrupt key is off meanwhile:
+/// ending the process would leave the terminal that way.
 class HiddenTyping {
  public:
   HiddenTyping() {

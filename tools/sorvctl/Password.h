@@ -1,12 +1,13 @@
-// A password that never stands on a command line.
+// Reads a password, so that it need not stand on the command line.
 #pragma once
 
 #include <string>
 
 namespace sorvctl {
 
-/// Asks for it on the terminal without showing what is typed; where standard input is no terminal,
-/// its first line is taken. A Failure when there is none.
+/// Prints `prompt` and reads a line from the terminal without showing what is typed. If standard
+/// input is not a terminal, reads its first line without a prompt. Throws a Failure of status
+/// `wrongUsage` when there is no line.
 [[nodiscard]] std::string readPassword(const std::string& prompt);
 
 }  // namespace sorvctl

@@ -1,4 +1,4 @@
-// The requests about ports that several words make.
+// The requests about ports that several commands make.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 
 namespace sorvctl {
 
-/// A registered port as the server answers it.
+/// A registered port, as the server describes it.
 struct Port {
   std::string name;
   std::string number;
@@ -18,8 +18,9 @@ struct Port {
   std::string type;
 };
 
+/// The request for the port with this name on the session's host.
 [[nodiscard]] sorvane::Message findRequest(const Session& session, const std::string& name);
-/// Nothing when the reply says that there is no such port.
+/// The port that a reply describes. Nothing when the reply says that there is no such port.
 [[nodiscard]] std::optional<Port> portOfReply(const sorvane::Message& reply);
 
 }  // namespace sorvctl

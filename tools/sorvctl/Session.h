@@ -11,16 +11,16 @@
 
 namespace sorvctl {
 
-/// The options that every word takes.
+/// The options that all commands share.
 struct Options {
-  std::string host;                      ///< empty: this host
+  std::string host;                      ///< of the name server; empty: this host
   int port = 0;                          ///< the base port; 0: that of the settings
-  std::optional<double> timeoutSeconds;  ///< nothing: the framework's limits
+  std::optional<double> timeoutSeconds;  ///< nothing: the limits of NetConnection
   bool json = false;
 };
 
-/// The connection is made at the first use and kept. Whatever keeps a request from being answered
-/// is a Failure of status `notReached`.
+/// Connects at the first request and keeps the connection. A request throws a Failure of status
+/// `notReached` when the server cannot be reached or does not reply.
 class Session {
  public:
   explicit Session(Options options) : options_(std::move(options)) {}
@@ -28,25 +28,28 @@ class Session {
   [[nodiscard]] bool json() const { return options_.json; }
   [[nodiscard]] const std::string& host() const { return options_.host; }
   [[nodiscard]] int basePort() const;
-  /// The time limit of the command line; nothing: the framework's own.
+  /// The time limit of the command line. Nothing: the limits of NetConnection hold.
   [[nodiscard]] std::optional<std::chrono::milliseconds> timeLimit() const;
-  /// The host as a request names it: "localhost" stands for this one.
+  /// The name of the server's host for use in a request; "localhost" for this host.
   [[nodiscard]] std::string hostName() const;
 
-  /// Sends a request and answers its reply; nothing for "no dictionary".
+  /// Sends a request and returns the reply. Nothing when the reply is "no dictionary".
   [[nodiscard]] std::optional<sorvane::Message> ask(const sorvane::Message& request);
-  /// The same where "no dictionary" is a refusal: a Failure of status `saidNo`.
+  /// The same, but throws a Failure of status `saidNo` for "no dictionary".
   [[nodiscard]] sorvane::Message askForDictionary(const sorvane::Message& request);
-  /// The text under "result" of such a reply; a Failure of status `saidNo` when it has none.
+  /// Sends a request and returns the text under "result" in the reply. Throws a Failure of status
+  /// `saidNo` when there is none.
   [[nodiscard]] std::string askForResult(const sorvane::Message& request);
-  /// Carries out a request whose "result" must be that word.
+  /// Sends a request. Throws a Failure of status `saidNo` when its "result" is not `success`.
   void askForSuccess(const sorvane::Message& request, std::string_view success);
 
-  /// Sends a request whose reply is taken later, in order.
+  /// Sends a request without waiting for the reply. `receive` returns the replies in the order of
+  /// the requests.
   void send(const sorvane::Message& request);
+  /// Returns the next reply. Nothing when it is "no dictionary".
   [[nodiscard]] std::optional<sorvane::Message> receive();
 
-  /// The connection, made now if there is none yet.
+  /// The connection. Connects if there is none yet.
   sorvane::NetConnection& connection();
 
  private:
@@ -56,10 +59,10 @@ class Session {
   sorvane::NetConnection connection_;
 };
 
-/// The text under a key, or an empty one.
+/// The text under a key; empty when there is none.
 [[nodiscard]] std::string textOf(const sorvane::Message& message, std::string_view key);
 
-/// The action as a request: {"action": ACTION}.
+/// The request {"action": NAME}.
 [[nodiscard]] sorvane::Message action(std::string_view name);
 
 }  // namespace sorvctl

@@ -14,13 +14,13 @@ namespace sorvctl {
 
 namespace {
 
-int writing = -1;  // of the pipe that carries the signals out of their handler
+int writing = -1;  // the end of the pipe that the signal handler writes to
 
 void note(int number, siginfo_t* info, void* /*context*/) {
   const int error = errno;
   const std::array<char, 2> bytes{static_cast<char>(number),
                                   static_cast<char>(info->si_code == SI_USER)};
-  // A full pipe has enough signals in it to end anything.
+  // If the pipe is full, this signal is lost. Those in the pipe are enough to end the command.
   [[maybe_unused]] const ssize_t written = write(writing, bytes.data(), bytes.size());
   errno = error;
 }

@@ -1,4 +1,4 @@
-// The signals that end a word which goes on until it is told to stop.
+// The signals that end a command which runs until it is stopped.
 #pragma once
 
 #include <chrono>
@@ -9,17 +9,17 @@ namespace sorvctl {
 /// A signal that arrived.
 struct Signal {
   int number = 0;
-  bool sentByProcess = false;  ///< by `kill`, rather than by the terminal or the system
+  bool sentByProcess = false;  ///< by kill(2), not by the terminal or the system
 };
 
-/// Takes SIGINT, SIGTERM and SIGCHLD for the rest of the process's life. One object a process.
+/// Handles SIGINT, SIGTERM and SIGCHLD until the process ends. A process makes one object at most.
 class StopSignals {
  public:
   StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
-  /// The next signal; nothing when none came within the time.
+  /// Waits for the next signal. Nothing when none came within the time.
   [[nodiscard]] std::optional<Signal> wait(std::chrono::milliseconds time);
 
  private:
