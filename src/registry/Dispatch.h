@@ -11,7 +11,8 @@ namespace sorvane {
 
 /// One row of the dispatch table: which requests it matches, and the command that carries them out.
 struct DispatchRule {
-  /// A request must have all of them, whatever their values. The unused places at the end are empty.
+  /// A request must have all of them, whatever their values. The unused places at the end are
+  /// empty.
   std::array<std::string_view, 4> keys;
   /// The text of "action" must be this, in any letter case. Empty for a row that does not ask.
   std::string_view action;

@@ -59,8 +59,8 @@ constexpr std::size_t kReplyBytes = 500000;
 /// A short request with a long reply, once another one has seen to that.
 struct LongReply {
   const char* name;
-  Message preparation;
-  Message request;
+  Message (*preparation)();
+  Message (*request)();
 };
 
 void PrintTo(const LongReply& each, std::ostream* out) { *out << each.name; }
@@ -73,12 +73,12 @@ TEST_P(PeerThatNeverReads, CostsABoundedAmountOfMemoryAndNobodyElseAnything) {
   Daemon server;
   server.start();
   RawConnection owner = server.rawConnection();
-  ASSERT_TRUE(owner.ask(GetParam().preparation));
-  ASSERT_GE(owner.ask(GetParam().request)->body.size(), kReplyBytes);
+  ASSERT_TRUE(owner.ask(GetParam().preparation()));
+  ASSERT_GE(owner.ask(GetParam().request())->body.size(), kReplyBytes);
   const DaemonProcess process(server.process());
   const long before = process.residentKibibytes();
 
-  const std::string asking = frame(GetParam().request);
+  const std::string asking = frame(GetParam().request());
   std::string many;
   for (int i = 0; i < kRequests; ++i) {
     many += asking;
@@ -105,20 +105,29 @@ TEST_P(PeerThatNeverReads, CostsABoundedAmountOfMemoryAndNobodyElseAnything) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, PeerThatNeverReads,
-                         testing::Values(LongReply{"OfAServingThread",
-                                                   {{"reconnectPort", "db1"},
-                                                    {"portNumber", "1"},
-                                                    {"portHost", "h"},
-                                                    {"portType", std::string(kReplyBytes, 'x')}},
-                                                   {{"findPort", "db1"}, {"portHost", "h"}}},
-                                         LongReply{
-                                             "OfAWaitingThread",
-                                             {{"action", "set_userpreferences"},
-                                              {"key", "anna"},
-                                              {"databases", std::string(kReplyBytes, 'x')}},
-                                             {{"action", "get_userpreferences"}, {"key", "anna"}}}),
-                         [](const auto& each) { return each.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Each, PeerThatNeverReads,
+    testing::Values(LongReply{"OfAServingThread",
+                              [] {
+                                return Message({{"reconnectPort", "db1"},
+                                                {"portNumber", "1"},
+                                                {"portHost", "h"},
+                                                {"portType", std::string(kReplyBytes, 'x')}});
+                              },
+                              [] {
+                                return Message({{"findPort", "db1"}, {"portHost", "h"}});
+                              }},
+                    LongReply{
+                        "OfAWaitingThread",
+                        [] {
+                          return Message({{"action", "set_userpreferences"},
+                                          {"key", "anna"},
+                                          {"databases", std::string(kReplyBytes, 'x')}});
+                        },
+                        [] {
+                          return Message({{"action", "get_userpreferences"}, {"key", "anna"}});
+                        }}),
+    [](const auto& each) { return each.param.name; });
 
 // ---- A frame that never ends
 

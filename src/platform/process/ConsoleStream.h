@@ -24,8 +24,8 @@ class StandardErrorStream {
 
  private:
   [[nodiscard]] int descriptor() const;
-  /// Makes one attempt. Returns how many bytes were written, 0 when it would have to wait, or -1 and
-  /// sets `errno`.
+  /// Makes one attempt. Returns how many bytes were written, 0 when it would have to wait, or -1
+  /// and sets `errno`.
   [[nodiscard]] ssize_t writeSome(std::string_view bytes) const;
 
   enum class Kind { file, socket, waiting };  // `waiting`: a pipe or a terminal
