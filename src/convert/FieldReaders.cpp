@@ -14,12 +14,7 @@ constexpr int kAbsent = -1;
 bool isMonth(int number) { return number >= 1 && number <= 12; }
 
 // Changes a letter to upper case in place and returns it.
-char upperInPlace(char* letter) {
-  if (*letter >= 'a' && *letter <= 'z') {
-    *letter = static_cast<char>(*letter - 'a' + 'A');
-  }
-  return *letter;
-}
+char upperInPlace(char* letter) { return *letter = upperCase(*letter); }
 
 int monthBeginningWithJ(char* next) {
   switch (upperInPlace(next)) {

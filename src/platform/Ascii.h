@@ -22,6 +22,11 @@ namespace sorvane {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
 }
 
+/// The letter in upper case; any other character as it is.
+[[nodiscard]] constexpr char upperCase(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c & ~0x20) : c;
+}
+
 /// The text with its letters in lower case.
 [[nodiscard]] inline std::string lowerCase(std::string text) {
   for (char& c : text) {

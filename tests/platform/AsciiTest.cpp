@@ -35,6 +35,14 @@ TEST(Ascii, LowerCaseChangesUpperCaseLettersAlone) {
   EXPECT_EQ(lowerCase(std::string("0A:1b @[`{ \xc3\x84")), "0a:1b @[`{ \xc3\x84");
 }
 
+TEST(Ascii, UpperCaseChangesLowerCaseLettersAlone) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const auto c = static_cast<char>(byte);
+    const std::size_t place = kLower.find(c);
+    EXPECT_EQ(upperCase(c), place == std::string_view::npos ? c : kUpper[place]) << byte;
+  }
+}
+
 TEST(Ascii, EqualIgnoringCaseFoldsLettersAlone) {
   EXPECT_TRUE(equalIgnoringCase("aZ09_", "Az09_"));
   EXPECT_TRUE(equalIgnoringCase("", ""));

@@ -3,12 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "platform/Ascii.h"
-#include "platform/Utf8.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/TerminalText.h"
 
@@ -42,7 +40,7 @@ ordered_json jsonOfValue(std::string_view value) {
 
 std::string headingOf(std::string column) {
   std::transform(column.begin(), column.end(), column.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+                 [](char letter) { return sorvane::upperCase(letter); });
   return column;
 }
 

@@ -2,7 +2,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "platform/PropertyList.h"
+#include "platform/Utf8.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
