@@ -1,5 +1,7 @@
 #include "registry/Dispatch.h"
 
+#include <optional>
+
 #include "platform/Ascii.h"
 #include "registry/HostCommands.h"
 #include "registry/PortCommands.h"
@@ -41,16 +43,8 @@ constexpr DispatchRule kRules[] = {
 };
 // clang-format on
 
-// Nearly every client writes an action as it stands in the table, so that is compared first.
-bool isAction(std::string_view action, std::string_view word) {
-  return action.size() == word.size() && (action == word || equalIgnoringCase(action, word));
-}
-
-bool matches(const DispatchRule& rule, const Message& request, std::string_view action) {
-  if (!rule.action.empty() && !isAction(action, rule.action)) {
-    return false;
-  }
-  for (const std::string_view key : rule.keys) {
+bool hasAll(const Message& request, const Keys& keys) {
+  for (const std::string_view key : keys) {
     if (key.empty()) {
       return true;
     }
@@ -67,17 +61,32 @@ std::string_view actionOf(const Message& request) {
   return value.substr(0, value.find('\0'));
 }
 
+// Nearly every client writes an action as it stands in the table, so that is compared first.
+bool isAction(std::string_view action, std::string_view word) {
+  return action.size() == word.size() && (action == word || equalIgnoringCase(action, word));
+}
+
 }  // namespace
 
 std::span<const DispatchRule> dispatchRules() { return kRules; }
 
 const DispatchRule& ruleFor(const Message& request) {
-  const std::string_view action = actionOf(request);
+  std::optional<std::string_view> action;  // read when the first row asks for it
   const DispatchRule* rule = kRules;
-  while (!matches(*rule, request, action)) {
-    ++rule;
+  for (;; ++rule) {
+    if (!hasAll(request, rule->keys)) {
+      continue;
+    }
+    if (rule->action.empty()) {
+      return *rule;
+    }
+    if (!action) {
+      action = actionOf(request);
+    }
+    if (isAction(*action, rule->action)) {
+      return *rule;
+    }
   }
-  return *rule;
 }
 
 }  // namespace sorvane
