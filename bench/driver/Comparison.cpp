@@ -14,13 +14,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kSettle{2};  // until the server has closed and sleeps
 
-struct Take {
+struct Attempt {
   Sample sample;
   double disturbance = 0.0;
 };
 
-Take take(const Contender& contender, bool sharedCore, const Options& options) {
-  Take result;
+Attempt measure(const Contender& contender, bool sharedCore, const Options& options) {
+  Attempt result;
   const pid_t process = contender.server->process();
   const std::unique_ptr<Load> load = contender.load();
   (void)load->run(options.sample / 10);  // warms caches up
@@ -39,22 +39,22 @@ Take take(const Contender& contender, bool sharedCore, const Options& options) {
   return result;
 }
 
-/// A sample that nothing disturbed, or the least disturbed of as many as may be tried.
-Sample undisturbed(const Contender& contender, bool sharedCore, const Options& options,
-                   Takes& takes) {
-  std::optional<Take> best;
+/// A sample that nothing disturbed, or else the least disturbed of all attempts.
+Sample measureUndisturbed(const Contender& contender, bool sharedCore, const Options& options,
+                          SampleCounts& counts) {
+  std::optional<Attempt> best;
   for (int tries = 0; tries <= options.repeats; ++tries) {
-    const Take next = take(contender, sharedCore, options);
+    const Attempt next = measure(contender, sharedCore, options);
     if (!best || next.disturbance < best->disturbance) {
       best = next;
     }
     if (best->disturbance <= Disturbance::kTolerance) {
       break;
     }
-    takes.repeated += tries < options.repeats ? 1 : 0;
+    counts.repeated += tries < options.repeats ? 1 : 0;
   }
-  ++takes.kept;
-  takes.keptDisturbed += best->disturbance > Disturbance::kTolerance ? 1 : 0;
+  ++counts.kept;
+  counts.keptDisturbed += best->disturbance > Disturbance::kTolerance ? 1 : 0;
   return best->sample;
 }
 
@@ -103,13 +103,13 @@ std::size_t Comparison::indexOf(const std::string& name) const {
   return row.contenders.size();
 }
 
-Comparison compare(const Row& row, const Options& options, Takes& takes) {
+Comparison compare(const Row& row, const Options& options, SampleCounts& counts) {
   Comparison result{row, {}};
   result.samples.resize(row.contenders.size());
   for (int round = 0; round < options.rounds; ++round) {
     for (std::size_t i = 0; i < row.contenders.size(); ++i) {
       result.samples[i].push_back(
-          undisturbed(row.contenders[i], row.serversUseAllCores, options, takes));
+          measureUndisturbed(row.contenders[i], row.serversUseAllCores, options, counts));
     }
   }
   return result;

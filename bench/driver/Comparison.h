@@ -1,4 +1,4 @@
-// A row of the table: the same load on several servers, in turn, and how they compare.
+// A row of the table: the same load on several servers in turn, and their ratios.
 #pragma once
 
 #include <functional>
@@ -38,8 +38,8 @@ struct Aim {
 
 struct Row {
   std::string title;
-  std::vector<Contender> contenders;  ///< the first is what the ratios are taken to
-  std::string subject;                ///< the contender whom the aims concern
+  std::vector<Contender> contenders;  ///< the ratios are taken to the first
+  std::string subject;                ///< the contender that the aims are for
   std::vector<Aim> aims;
   bool serversUseAllCores = false;  ///< the generator then shares its core with them
 };
@@ -57,19 +57,19 @@ struct Comparison {
   Row row;
   std::vector<std::vector<Sample>> samples;  ///< by contender, then by round
 
-  /// Of `contender` to `other`, round by round. Nothing (all zero) for a zero divisor.
+  /// The ratio of `contender` to `other`, over all rounds. All zero when every divisor is zero.
   [[nodiscard]] Spread ratio(std::size_t contender, std::size_t other, Aim::Figure figure) const;
   [[nodiscard]] std::size_t indexOf(const std::string& name) const;
 };
 
-/// How many samples were taken, taken again, and kept although they were disturbed.
-struct Takes {
+/// How many samples were kept, measured again, and kept although they were disturbed.
+struct SampleCounts {
   int kept = 0;
   int repeated = 0;
   int keptDisturbed = 0;
 };
 
 /// Measures a row: A B A B, as many rounds as the options say.
-[[nodiscard]] Comparison compare(const Row& row, const Options& options, Takes& takes);
+[[nodiscard]] Comparison compare(const Row& row, const Options& options, SampleCounts& counts);
 
 }  // namespace sorvane::bench

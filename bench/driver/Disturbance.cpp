@@ -8,7 +8,7 @@ namespace sorvane::bench {
 
 double Disturbance::share(const LoadResult& load, bool sharedCore) const {
   const double elapsed = std::chrono::duration<double, std::nano>(Clock::now() - start_).count();
-  const MachineLook after = MachineLook::now();
+  const MachineSnapshot after = MachineSnapshot::now();
   if (after.started != before_.started) {
     return 1.0;
   }

@@ -21,7 +21,7 @@ struct Progress {
 };
 
 /// Few system calls are the whole of it: one to wait, and for each ready connection one to receive
-/// and one to send. A client of the driver reads what it asked for, so a send takes all.
+/// and one to send. A client of the driver reads what it asked for, so one send takes all of it.
 class EchoServer {
  public:
   EchoServer(const Socket& listener, const std::vector<EchoStep>& steps)

@@ -1,4 +1,4 @@
-// The limit: a server that answers by counting bytes.
+// The limit: a server that only counts bytes and sends a stored reply.
 #pragma once
 
 #include <cstddef>
@@ -15,9 +15,9 @@ struct EchoStep {
   std::string reply;
 };
 
-/// Serves for ever, on the calling thread. Looks at no byte: for each `requestBytes` that arrive it
-/// sends the reply. Of several steps, a connection goes through one after the other and begins
-/// anew after the last; its client then waits for each reply before it sends on.
+/// Serves for ever, on the calling thread. It looks at no byte: for each `requestBytes` that arrive
+/// it sends the reply. With several steps, a connection goes through them in order and starts over
+/// after the last; its client must then wait for each reply before it sends the next request.
 [[noreturn]] void runEchoServer(const Socket& listener, const std::vector<EchoStep>& steps);
 
 }  // namespace sorvane::bench

@@ -74,7 +74,7 @@ Exchange findReconnected(std::string_view name, std::string_view latest) {
 
 }  // namespace sorvane_requests
 
-Exchange learn(int port, const std::string& request) {
+Exchange recordExchange(int port, const std::string& request) {
   const Socket socket = connectTo(port);
   socket.sendAll(request);
   return {request, socket.receiveFrame(), 1};

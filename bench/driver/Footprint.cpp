@@ -74,7 +74,7 @@ void printRivalMemory(Rival::Kind kind, int count, const Cores& cores) {
              kind == Rival::Kind::redis ? "redis" : "memcached", grouped(bytes));
 }
 
-/// Milliseconds from the start of a name server to its first answer.
+/// Milliseconds from the start of a name server to its first reply.
 double startOnce(const Options& options, const Cores& cores) {
   const NameServer server(options.daemon, cores.server, 1, false);
   const Clock::time_point limit = server.started() + std::chrono::seconds(20);

@@ -1,4 +1,4 @@
-// Figures of the name server that are no ratio: memory, start, rest.
+// Figures of the name server that are no ratio: memory, start, idling.
 #pragma once
 
 #include "driver/Options.h"
@@ -8,7 +8,7 @@ namespace sorvane::bench {
 
 /// Prints the memory that each idle connection, and each registered one, costs the server.
 void printMemory(const Options& options, const Cores& cores);
-/// Prints the time from the start of the process to its first answer.
+/// Prints the time from the start of the process to its first reply.
 void printStart(const Options& options, const Cores& cores);
 /// Prints how often the idle name server wakes up, and the time it then uses.
 void printRest(const Options& options, const Cores& cores);

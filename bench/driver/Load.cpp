@@ -72,7 +72,7 @@ LoadResult Load::run(std::chrono::nanoseconds time) {
     if (ready > 0) {
       lastAnswer = now;
     } else if (now - lastAnswer > kPatience) {
-      throw std::runtime_error("the server owes an answer");
+      throw std::runtime_error("a reply is missing");
     }
     const bool ending = now - start >= time;
     for (int i = 0; i < ready; ++i) {
@@ -118,7 +118,7 @@ void SteadyLoad::send(Connection& connection, Clock::time_point now) {
 void SteadyLoad::handle(std::uint32_t index, Clock::time_point now, bool ending) {
   Connection& connection = connections_[index];
   const Exchange& exchange = *connection.exchange;
-  // The room is one byte more than what is due, so that an answer too long is noticed.
+  // One byte more than the reply has, so that a reply that is too long is noticed.
   const std::size_t due = exchange.reply.size() - connection.received;
   const std::size_t got = take(connection.socket, input_.data(), due + 1);
   if (got > due ||

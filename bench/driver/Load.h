@@ -1,4 +1,4 @@
-// The load generator: it keeps connections of a server busy and notes how long each answer took.
+// The load generator: it keeps connections of a server busy and records how long each reply took.
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,7 @@
 
 namespace sorvane::bench {
 
-/// What a stretch of load gave. A latency is that of a whole exchange, of a whole cycle.
+/// What one run of a load measured. A latency is that of a whole exchange, or of a whole cycle.
 struct LoadResult {
   std::uint64_t operations = 0;
   double seconds = 0.0;
@@ -19,15 +19,15 @@ struct LoadResult {
   Histogram latency;
 };
 
-/// A load on one server. It never sleeps while it runs: what it is kept from is told by
-/// `generatorSeconds`, and no waking up of its own adds to the latencies.
+/// A load on one server. It never sleeps while it runs, so that no waking up of its own adds to the
+/// latencies; `generatorSeconds` tells how much of the time it was on its core.
 class Load {
  public:
   virtual ~Load() = default;
   Load(const Load&) = delete;
   Load& operator=(const Load&) = delete;
 
-  /// Runs for that long, and until every answer that is due has come.
+  /// Runs for that long, and until every outstanding reply has come.
   [[nodiscard]] LoadResult run(std::chrono::nanoseconds time);
 
  protected:
@@ -39,9 +39,9 @@ class Load {
 
   /// Sends the first request of every connection.
   virtual void begin() = 0;
-  /// Takes what has come on a connection. Sends no more when `ending`.
+  /// Reads what has come on a connection. Sends no more when `ending`.
   virtual void handle(std::uint32_t index, Clock::time_point now, bool ending) = 0;
-  /// How many connections wait for an answer.
+  /// How many connections wait for a reply.
   [[nodiscard]] virtual int pending() const = 0;
 
   LoadResult result_;
@@ -50,8 +50,8 @@ class Load {
   Socket poller_;
 };
 
-/// Connections that stay open, each with one exchange on its way at any time. They go through the
-/// exchanges round and round, one taken by whichever connection is free.
+/// Connections that stay open, each with one exchange in flight at any time. A connection that is
+/// free takes the next exchange of the list; after the last comes the first again.
 class SteadyLoad final : public Load {
  public:
   SteadyLoad(int port, std::vector<Exchange> exchanges, int connections);

@@ -66,8 +66,8 @@ std::uint64_t contextSwitches(pid_t process) {
   return sum;
 }
 
-MachineLook MachineLook::now() {
-  MachineLook look;
+MachineSnapshot MachineSnapshot::now() {
+  MachineSnapshot look;
   for (const fs::directory_entry& entry : fs::directory_iterator("/proc")) {
     const std::string name = entry.path().filename();
     if (name.find_first_not_of("0123456789") == std::string::npos) {

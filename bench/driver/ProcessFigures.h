@@ -1,4 +1,4 @@
-// What the system tells about running processes.
+// What the system tells of running processes.
 #pragma once
 
 #include <sys/types.h>
@@ -16,13 +16,13 @@ namespace sorvane::bench {
 /// often it was woken.
 [[nodiscard]] std::uint64_t contextSwitches(pid_t process);
 
-/// A look at the whole machine; the difference of two looks tells what else ran between them.
-struct MachineLook {
+/// Figures of the whole machine; the difference of two snapshots tells what ran between them.
+struct MachineSnapshot {
   std::map<pid_t, std::uint64_t> cpuTimes;  ///< of every process, nanoseconds
   std::uint64_t started = 0;                ///< processes and threads since the machine started
   std::uint64_t stolen = 0;                 ///< time taken by other machines of the host, ns
 
-  [[nodiscard]] static MachineLook now();
+  [[nodiscard]] static MachineSnapshot now();
 };
 
 }  // namespace sorvane::bench

@@ -1,4 +1,4 @@
-// The lookup, in the words of other servers.
+// The requests to other servers that compare with a lookup.
 #pragma once
 
 #include <string>

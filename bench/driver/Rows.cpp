@@ -17,29 +17,29 @@ const std::string kEcho = "echo";
 
 using Figure = Aim::Figure;
 
-Scene exchangeRow(SceneBuilder scene, const std::string& request, int connections, int depth,
+Setup exchangeRow(SetupBuilder setup, const std::string& request, int connections, int depth,
                   bool rivals, std::vector<Aim> aims) {
-  const Server& server = scene.nameServer();
-  scene.registerName(server);
-  const Exchange one = learn(server.port(), request);
+  const Server& server = setup.nameServer();
+  setup.registerName(server);
+  const Exchange one = recordExchange(server.port(), request);
   const Exchange exchange = pipelined(one, depth);
-  const Server& echo = scene.echo({{one.request.size(), one.reply}});
-  scene.steady(kEcho, echo, {exchange}, connections);
-  scene.steady(kSubject, server, {exchange}, connections);
+  const Server& echo = setup.echo({{one.request.size(), one.reply}});
+  setup.steady(kEcho, echo, {exchange}, connections);
+  setup.steady(kSubject, server, {exchange}, connections);
   if (rivals) {
-    scene.rival(Rival::Kind::redis, connections, depth);
-    scene.rival(Rival::Kind::memcached, connections, depth);
+    setup.rival(Rival::Kind::redis, connections, depth);
+    setup.rival(Rival::Kind::memcached, connections, depth);
   }
-  scene.row().aims = std::move(aims);
-  return scene.take();
+  setup.row().aims = std::move(aims);
+  return setup.take();
 }
 
 /// A cycle of these requests for each connection; the port number that they may bring differs.
-Scene cycleRow(SceneBuilder scene, const std::function<std::vector<std::string>(int)>& requests,
+Setup cycleRow(SetupBuilder setup, const std::function<std::vector<std::string>(int)>& requests,
                std::vector<Aim> aims) {
   constexpr std::size_t kMarkVersionKind = 4;
-  const Server& server = scene.nameServer();
-  scene.registerName(server);
+  const Server& server = setup.nameServer();
+  setup.registerName(server);
   std::vector<Cycle> cycles;
   for (int i = 0; i < kCyclesAtOnce; ++i) {
     Cycle cycle;
@@ -56,23 +56,23 @@ Scene cycleRow(SceneBuilder scene, const std::function<std::vector<std::string>(
   for (const Step& step : cycles[0]) {
     steps.push_back({step.request.size(), step.reply});
   }
-  scene.cycles(kEcho, scene.echo(steps), cycles);
-  scene.cycles(kSubject, server, cycles);
-  scene.row().aims = std::move(aims);
-  return scene.take();
+  setup.cycles(kEcho, setup.echo(steps), cycles);
+  setup.cycles(kSubject, server, cycles);
+  setup.row().aims = std::move(aims);
+  return setup.take();
 }
 
-Scene idleRow(SceneBuilder scene, const std::string& title, int idle) {
-  const Server& without = scene.nameServer();
-  const Server& with = scene.nameServer();
-  scene.registerName(without);
-  scene.registerName(with);
-  scene.holdIdle(with, idle);
-  scene.lookups("sorvinfo alone", without);
-  scene.lookups(kSubject, with);
-  scene.row().title = title;
-  scene.row().aims = {{Figure::perSecond, "sorvinfo alone", 0.98}};
-  return scene.take();
+Setup idleRow(SetupBuilder setup, const std::string& title, int idle) {
+  const Server& without = setup.nameServer();
+  const Server& with = setup.nameServer();
+  setup.registerName(without);
+  setup.registerName(with);
+  setup.holdIdle(with, idle);
+  setup.lookups("sorvinfo alone", without);
+  setup.lookups(kSubject, with);
+  setup.row().title = title;
+  setup.row().aims = {{Figure::perSecond, "sorvinfo alone", 0.98}};
+  return setup.take();
 }
 
 std::string namesTitle(std::size_t count) {
@@ -80,11 +80,11 @@ std::string namesTitle(std::size_t count) {
 }
 
 /// Lookups that go to one name after the other, at random, of a registry of few and of many.
-Scene namesRow(SceneBuilder scene, int depth, std::size_t most) {
+Setup namesRow(SetupBuilder setup, int depth, std::size_t most) {
   constexpr int kLookups = 1 << 14;
   for (const std::size_t count : {std::size_t{1}, std::size_t{1'000}, most}) {
-    const Server& server = scene.nameServer();
-    const std::vector<Exchange> lookups = scene.enterNames(server, count);
+    const Server& server = setup.nameServer();
+    const std::vector<Exchange> lookups = setup.enterNames(server, count);
     std::minstd_rand random(1);
     std::vector<Exchange> exchanges;
     for (int i = 0; i < kLookups / depth; ++i) {
@@ -94,23 +94,23 @@ Scene namesRow(SceneBuilder scene, int depth, std::size_t most) {
       }
       exchanges.push_back(joined(together));
     }
-    scene.steady(count == most ? kSubject : namesTitle(count), server, std::move(exchanges),
+    setup.steady(count == most ? kSubject : namesTitle(count), server, std::move(exchanges),
                  kManyConnections);
   }
-  scene.row().aims = {{Figure::cpu, namesTitle(1), 2.0}};
-  return scene.take();
+  setup.row().aims = {{Figure::cpu, namesTitle(1), 2.0}};
+  return setup.take();
 }
 
-Scene threadsRow(SceneBuilder scene, const Cores& cores) {
-  const Server& one = scene.nameServer(cores.all, 1);
-  const Server& two = scene.nameServer(cores.all, 2);
-  scene.registerName(one);
-  scene.registerName(two);
-  scene.lookups("sorvinfo, one thread", one);
-  scene.lookups(kSubject, two);
-  scene.row().serversUseAllCores = true;
-  scene.row().aims = {{Figure::perSecond, "sorvinfo, one thread", 1.0}};
-  return scene.take();
+Setup threadsRow(SetupBuilder setup, const Cores& cores) {
+  const Server& one = setup.nameServer(cores.all, 1);
+  const Server& two = setup.nameServer(cores.all, 2);
+  setup.registerName(one);
+  setup.registerName(two);
+  setup.lookups("sorvinfo, one thread", one);
+  setup.lookups(kSubject, two);
+  setup.row().serversUseAllCores = true;
+  setup.row().aims = {{Figure::perSecond, "sorvinfo, one thread", 1.0}};
+  return setup.take();
 }
 
 }  // namespace
@@ -130,7 +130,7 @@ std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
   const std::string idleTitle =
       "lookup, 50 connections, while " + std::to_string(idle) + " connections idle";
   const auto builder = [&options, &cores](const std::string& title) {
-    return SceneBuilder(options, cores, title);
+    return SetupBuilder(options, cores, title);
   };
   std::vector<RowMaker> rows;
   const auto exchange = [&](const std::string& title, const std::string& request, int connections,

@@ -5,19 +5,19 @@
 #include <string>
 #include <vector>
 
-#include "driver/Scene.h"
+#include "driver/Setup.h"
 
 namespace sorvane::bench {
 
 struct RowMaker {
   std::string title;
-  std::function<Scene()> make;  ///< starts the servers
+  std::function<Setup()> make;  ///< starts the servers
 };
 
 [[nodiscard]] std::vector<RowMaker> allRows(const Options& options, const Cores& cores);
 
-/// Lets as many connections to this process and its children be open as the system allows; answers
-/// how many that are.
+/// Raises the limit of open descriptors of this process and its children as far as the system
+/// allows; returns the limit.
 int raiseDescriptorLimit();
 
 }  // namespace sorvane::bench

@@ -33,16 +33,16 @@ class Socket {
 /// 127.0.0.1 as a number; adding to it gives further addresses of this machine.
 inline constexpr std::uint32_t kLoopback = 0x7f000001;
 
-/// Connects to a port of this machine. A failure to connect raises, or answers no socket when
-/// `refusalIsFine` (descriptor -1).
+/// Connects to a port of this machine. Raises when that fails, or with `refusalIsFine` returns a
+/// socket whose descriptor is -1.
 [[nodiscard]] Socket connectTo(int port, std::uint32_t address = kLoopback,
                                bool refusalIsFine = false);
 /// A listening socket on a free port of all IPv4 addresses, whose connections send without delay.
 [[nodiscard]] Socket listenOnFreePort();
 [[nodiscard]] int portOf(const Socket& listener);
-/// A port on which nothing listens, nor on the one below; under the range from which the system
-/// gives ports to clients, and of five digits, as are the numbers that a name server hands out
-/// above it.
+/// A port on which nothing listens, nor on the one below. It lies below the range from which the
+/// system gives ports to clients, and has five digits, as the port numbers have that a name server
+/// there assigns.
 [[nodiscard]] int freePort();
 
 [[noreturn]] void throwSystemError(const std::string& what);

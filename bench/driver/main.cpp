@@ -54,14 +54,14 @@ void runAll(Options options) {
     fmt::print(
         "only two cores: with two serving threads, one shares its core with the generator\n");
   }
-  Takes takes;
+  SampleCounts counts;
   for (const RowMaker& maker : allRows(options, cores)) {
     if (wanted(options, maker.title)) {
-      if (takes.kept == 0) {
+      if (counts.kept == 0) {
         printColumns();
       }
-      const Scene scene = maker.make();
-      print(compare(scene.row, options, takes));
+      const Setup setup = maker.make();
+      print(compare(setup.row, options, counts));
     }
   }
   if (wanted(options, "memory of the server's own")) {
@@ -73,13 +73,13 @@ void runAll(Options options) {
   if (wanted(options, "idle name server")) {
     printRest(options, cores);
   }
-  if (takes.kept == 0) {
+  if (counts.kept == 0) {
     return;
   }
   fmt::print(
       "\n{} samples, {} taken again because other work disturbed them, {} kept although "
       "disturbed\n",
-      takes.kept, takes.repeated, takes.keptDisturbed);
+      counts.kept, counts.repeated, counts.keptDisturbed);
 }
 
 }  // namespace

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "scale/Chain.h"
-#include "scale/Registered.h"
+#include "scale/LoadedServer.h"
+#include "scale/PointerChase.h"
 
 namespace sorvane::bench {
 namespace {
@@ -50,13 +50,13 @@ double timeOf(const std::function<void()>& call) {
   return batches[kBatches / 2];
 }
 
-/// The parts of opening, registering and closing, which cannot be repeated one without the other.
+/// Registering and closing are timed apart, but can only be repeated together.
 struct RegisterTimes {
   double registration;
   double close;
 };
 
-RegisterTimes timeOfRegistering(Registered& server, std::minstd_rand& random) {
+RegisterTimes timeOfRegistering(LoadedServer& server, std::minstd_rand& random) {
   constexpr std::size_t kTogether = 16;
   std::vector<double> registrations;
   std::vector<double> closes;
@@ -67,7 +67,7 @@ RegisterTimes timeOfRegistering(Registered& server, std::minstd_rand& random) {
     for (int i = 0; i < kRepeats; ++i) {
       std::array<Peer, kTogether> peers;
       for (Peer& peer : peers) {
-        server.controller().startCommunication(peer);
+        server.open(peer);
       }
       const Clock::time_point start = Clock::now();
       for (Peer& peer : peers) {
@@ -92,8 +92,8 @@ RegisterTimes timeOfRegistering(Registered& server, std::minstd_rand& random) {
 struct Figure {
   std::string name;
   double nanoseconds;
-  int cacheMisses = 0;      ///< that it waits for when memory is long, each for the one before
-  bool replyGrows = false;  ///< and takes longer for that alone
+  int cacheMisses = 0;      ///< waited for one after the other when there are many names
+  bool replyGrows = false;  ///< with the names, and the time with it
 };
 
 void expect(std::string_view reply, std::string_view part) {
@@ -103,16 +103,20 @@ void expect(std::string_view reply, std::string_view part) {
 }
 
 std::vector<Figure> measure(std::size_t names, std::size_t watchers) {
-  Registered server(names, watchers);
+  LoadedServer server(names, watchers);
   std::minstd_rand random(1);
   Request find(
       {{"findPort", "database0000000"}, {"portHost", "h"}, {"portHostAddress", "127.0.0.1"}});
+  Request findUnknown(
+      {{"findPort", "unknown"}, {"portHost", "h"}, {"portHostAddress", "127.0.0.1"}});
+  Request ping({{"ping", ""}});
   Request didPortsChange({{"action", "didPortsChange"}});
   Request needsRefresh({{"action", "needsRefresh"}});
   Request databaseStates({{"action", "databaseStates"}});
   Peer& asker = server.watcher(0);
   find.setNumber(names - 1);
   expect(server.ask(asker, find), "portNumber");
+  expect(server.ask(asker, findUnknown), "notFound");
   expect(server.ask(asker, databaseStates), "database0000000:running");
 
   const RegisterTimes times = timeOfRegistering(server, random);
@@ -122,8 +126,15 @@ std::vector<Figure> measure(std::size_t names, std::size_t watchers) {
                        server.ask(asker, find);
                      }),
                      3});  // the slot, the record, its texts
+  figures.push_back({"lookup of an unknown name", timeOf([&] { server.ask(asker, findUnknown); })});
+  figures.push_back({"ping", timeOf([&] { server.ask(asker, ping); })});
   figures.push_back({"registration", times.registration});
   figures.push_back({"close", times.close});
+  figures.push_back({"open and close", timeOf([&] {
+                       Peer peer;
+                       server.open(peer);
+                       server.close(peer);
+                     })});
   figures.push_back({"marking", timeOf([&] { server.controller().setWatchToDirty(); })});
   figures.push_back({"needsRefresh", timeOf([&] { server.ask(asker, needsRefresh); })});
   figures.push_back({"didPortsChange", timeOf([&] {
@@ -140,14 +151,14 @@ std::vector<Figure> measure(std::size_t names, std::size_t watchers) {
   return figures;
 }
 
-/// Nanoseconds of reading a place that is known only from another, in as much memory as that many
+/// Nanoseconds of a step whose address comes from the step before, in as much memory as that many
 /// connections take.
 double timeOfCacheMiss(std::size_t connections) {
-  constexpr int kPlaces = 16;
-  const Chain chain(connections);
+  constexpr int kSteps = 16;
+  const PointerChase chase(connections);
   std::minstd_rand random(1);
   std::size_t at = 0;
-  return timeOf([&] { at = chain.follow(random() + at, kPlaces); }) / kPlaces;
+  return timeOf([&] { at = chase.follow(random() + at, kSteps); }) / kSteps;
 }
 
 const char* verdictOn(const Figure& one, const Figure& most, double cacheMisses) {

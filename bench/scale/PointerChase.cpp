@@ -1,4 +1,4 @@
-#include "scale/Chain.h"
+#include "scale/PointerChase.h"
 
 #include <algorithm>
 #include <numeric>
@@ -11,7 +11,7 @@ constexpr std::size_t kLinesOfAConnection = 6;  // a slot and a free one, a reco
 
 }  // namespace
 
-Chain::Chain(std::size_t connections) : lines_(connections * kLinesOfAConnection) {
+PointerChase::PointerChase(std::size_t connections) : lines_(connections * kLinesOfAConnection) {
   std::vector<std::uint32_t> order(lines_.size());
   std::iota(order.begin(), order.end(), 0U);
   std::shuffle(order.begin(), order.end(), std::minstd_rand(1));

@@ -1,5 +1,6 @@
-#include "scale/Registered.h"
+#include "scale/LoadedServer.h"
 
+#include <optional>
 #include <stdexcept>
 
 namespace sorvane::bench {
@@ -21,7 +22,7 @@ const Message& Request::message() {
   return message_;
 }
 
-Registered::Registered(std::size_t names, std::size_t watchers)
+LoadedServer::LoadedServer(std::size_t names, std::size_t watchers)
     : newPort_({{"newPort", ""},
                 {"portName", "database0000000"},
                 {"portHost", "host7"},
@@ -30,16 +31,16 @@ Registered::Registered(std::size_t names, std::size_t watchers)
       acceptPort_({{"acceptPort", ""}}),
       watch_({{"action", "watchPortChanges"}}) {
   for (std::size_t number = 0; number < names; ++number) {
-    ports_.push_back(open());
+    ports_.push_back(newPeer());
     registerName(*ports_.back(), number);
   }
   for (std::size_t i = 0; i < watchers; ++i) {
-    watchers_.push_back(open());
+    watchers_.push_back(newPeer());
     ask(*watchers_.back(), watch_);
   }
 }
 
-Registered::~Registered() {
+LoadedServer::~LoadedServer() {
   for (const auto& peer : ports_) {
     close(*peer);
   }
@@ -48,24 +49,29 @@ Registered::~Registered() {
   }
 }
 
-std::unique_ptr<Peer> Registered::open() {
+std::unique_ptr<Peer> LoadedServer::newPeer() {
   auto peer = std::make_unique<Peer>();
-  controller_.startCommunication(*peer);
+  open(*peer);
   return peer;
 }
 
-std::string_view Registered::ask(Peer& sender, Request& request) {
+std::string_view LoadedServer::ask(Peer& sender, Request& request) {
   reply_.clear();
   sender.setReplyBuffer(&reply_);
   const Message& message = request.message();
-  const Reply reply = controller_.deliverCommunication(message, sender);
+  std::optional<Reply> atOnce;
+  {
+    Turn turn;
+    atOnce = controller_.deliverWithoutWaiting(message, sender, turn);
+  }
+  const Reply reply = atOnce ? *atOnce : controller_.deliverCommunication(message, sender);
   if (reply.kind() == Reply::Kind::none) {
     throw std::runtime_error("no reply to " + message.description());
   }
   return reply.kind() == Reply::Kind::request ? message.body() : reply_.view();
 }
 
-void Registered::registerName(Peer& peer, std::size_t number) {
+void LoadedServer::registerName(Peer& peer, std::size_t number) {
   newPort_.setNumber(number);
   ask(peer, newPort_);
   ask(peer, acceptPort_);

@@ -1,4 +1,4 @@
-// A name server in this process with as many names and watchers as wanted.
+// A name server in this process, with many names and watchers registered.
 #pragma once
 
 #include <cstddef>
@@ -19,13 +19,13 @@ class Peer final : public NetConnection {
   using NetConnection::setReplyBuffer;
 };
 
-/// A request that is decoded anew at each use, as one from the wire is, and whose last digits can
-/// be changed in between.
+/// A request that is decoded anew at each use, as one from the wire is. It may contain a number,
+/// which can be changed.
 class Request {
  public:
   Request(std::initializer_list<std::pair<std::string_view, std::string_view>> texts);
 
-  /// Writes the number over the first `kDigits` zeros in a row.
+  /// Replaces the number, which stands where the texts had `kDigits` zeros in a row.
   void setNumber(std::size_t number);
   [[nodiscard]] const Message& message();
 
@@ -37,28 +37,30 @@ class Request {
   Message message_;
 };
 
-/// The names are "database" and a number of `Request::kDigits` digits, from 0 on; each name, and
-/// each watcher, is a connection of its own.
-class Registered {
+/// The names are "database" and a number of `Request::kDigits` digits, counting from 0. Each name
+/// and each watcher has a connection of its own.
+class LoadedServer {
  public:
-  Registered(std::size_t names, std::size_t watchers);
-  ~Registered();
-  Registered(const Registered&) = delete;
-  Registered& operator=(const Registered&) = delete;
+  LoadedServer(std::size_t names, std::size_t watchers);
+  ~LoadedServer();
+  LoadedServer(const LoadedServer&) = delete;
+  LoadedServer& operator=(const LoadedServer&) = delete;
 
   [[nodiscard]] sorvkeyController& controller() { return controller_; }
   [[nodiscard]] std::size_t names() const { return ports_.size(); }
   [[nodiscard]] std::size_t watchers() const { return watchers_.size(); }
   [[nodiscard]] Peer& watcher(std::size_t index) { return *watchers_[index]; }
 
-  /// Delivers a request; raises when it has no reply. The bytes of the reply live until the next.
+  /// Delivers a request as a serving thread does, or as a waiting thread does when that is not
+  /// possible. Returns the reply, valid until the next call; raises when there is none.
   std::string_view ask(Peer& sender, Request& request);
-  /// Opens a connection that registers a name with that number.
+  void open(Peer& peer) { controller_.startCommunication(peer); }
+  /// Registers the name with that number on an open connection.
   void registerName(Peer& peer, std::size_t number);
   void close(Peer& peer) { controller_.endCommunication(peer); }
 
  private:
-  [[nodiscard]] std::unique_ptr<Peer> open();
+  [[nodiscard]] std::unique_ptr<Peer> newPeer();
 
   sorvkeyController controller_;
   Request newPort_;

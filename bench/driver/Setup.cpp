@@ -1,4 +1,4 @@
-#include "driver/Scene.h"
+#include "driver/Setup.h"
 
 #include <fmt/format.h>
 
@@ -31,30 +31,30 @@ std::vector<Socket> openIdle(int port, int count) {
   return sockets;
 }
 
-SceneBuilder::SceneBuilder(const Options& options, const Cores& cores, std::string title)
+SetupBuilder::SetupBuilder(const Options& options, const Cores& cores, std::string title)
     : options_(options), cores_(cores) {
-  scene_.row.title = std::move(title);
-  scene_.row.subject = kSubject;
+  setup_.row.title = std::move(title);
+  setup_.row.subject = kSubject;
 }
 
-const Server& SceneBuilder::nameServer(const std::vector<int>& on, int threads) {
+const Server& SetupBuilder::nameServer(const std::vector<int>& on, int threads) {
   return keep(std::make_unique<NameServer>(options_.daemon, on, threads));
 }
 
-const Server& SceneBuilder::echo(const std::vector<EchoStep>& steps) {
+const Server& SetupBuilder::echo(const std::vector<EchoStep>& steps) {
   return keep(std::make_unique<Echo>(cores_.server, steps));
 }
 
-void SceneBuilder::registerName(const Server& server) {
+void SetupBuilder::registerName(const Server& server) {
   Socket socket = connectTo(server.port());
   for (const std::string& request : {sorvane_requests::newPort(), sorvane_requests::acceptPort()}) {
     socket.sendAll(request);
     (void)socket.receiveFrame();
   }
-  scene_.connections.push_back(std::move(socket));
+  setup_.connections.push_back(std::move(socket));
 }
 
-std::vector<Exchange> SceneBuilder::enterNames(const Server& server, std::size_t count) {
+std::vector<Exchange> SetupBuilder::enterNames(const Server& server, std::size_t count) {
   const auto nameOf = [](std::size_t number) { return fmt::format("db{:07}", number); };
   const std::size_t connections =
       std::min(count, static_cast<std::size_t>(options_.idleConnections));
@@ -70,37 +70,38 @@ std::vector<Exchange> SceneBuilder::enterNames(const Server& server, std::size_t
     for (std::size_t number = first; number < count; number += connections) {
       lookups[number] = sorvane_requests::findReconnected(nameOf(number), latest);
     }
-    scene_.connections.push_back(std::move(socket));
+    setup_.connections.push_back(std::move(socket));
   }
   return lookups;
 }
 
-void SceneBuilder::holdIdle(const Server& server, int count) {
+void SetupBuilder::holdIdle(const Server& server, int count) {
   std::vector<Socket> idle = openIdle(server.port(), count);
-  std::move(idle.begin(), idle.end(), std::back_inserter(scene_.connections));
+  std::move(idle.begin(), idle.end(), std::back_inserter(setup_.connections));
 }
 
-void SceneBuilder::steady(const std::string& name, const Server& server,
+void SetupBuilder::steady(const std::string& name, const Server& server,
                           std::vector<Exchange> exchanges, int connections) {
-  scene_.row.contenders.push_back(
+  setup_.row.contenders.push_back(
       {name, &server, [exchanges = std::move(exchanges), connections, port = server.port()] {
          return std::make_unique<SteadyLoad>(port, exchanges, connections);
        }});
 }
 
-// The answers hold a number of the server's own.
-void SceneBuilder::lookups(const std::string& name, const Server& server) {
-  steady(name, server, {learn(server.port(), sorvane_requests::findPort())}, kManyConnections);
+// The reply is recorded, since it holds a port number that each server chooses by itself.
+void SetupBuilder::lookups(const std::string& name, const Server& server) {
+  steady(name, server, {recordExchange(server.port(), sorvane_requests::findPort())},
+         kManyConnections);
 }
 
-void SceneBuilder::cycles(const std::string& name, const Server& server,
+void SetupBuilder::cycles(const std::string& name, const Server& server,
                           const std::vector<Cycle>& cycles) {
-  scene_.row.contenders.push_back({name, &server, [cycles, port = server.port()] {
+  setup_.row.contenders.push_back({name, &server, [cycles, port = server.port()] {
                                      return std::make_unique<CycleLoad>(port, cycles);
                                    }});
 }
 
-void SceneBuilder::rival(Rival::Kind kind, int connections, int depth) {
+void SetupBuilder::rival(Rival::Kind kind, int connections, int depth) {
   if (!options_.rivals) {
     return;
   }
@@ -112,9 +113,9 @@ void SceneBuilder::rival(Rival::Kind kind, int connections, int depth) {
   }
 }
 
-const Server& SceneBuilder::keep(std::unique_ptr<Server> server) {
-  scene_.servers.push_back(std::move(server));
-  return *scene_.servers.back();
+const Server& SetupBuilder::keep(std::unique_ptr<Server> server) {
+  setup_.servers.push_back(std::move(server));
+  return *setup_.servers.back();
 }
 
 }  // namespace sorvane::bench

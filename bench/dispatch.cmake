@@ -1,1 +1,0 @@
-sorvane_micro_benchmark(dispatch LINK sorvane_nameserver)

@@ -1,1 +1,0 @@
-sorvane_micro_benchmark(frame LINK sorvane_platform)

@@ -1,1 +1,0 @@
-sorvane_micro_benchmark(property_list LINK sorvane_platform)

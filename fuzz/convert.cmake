@@ -1,1 +1,0 @@
-sorvane_fuzzer(convert LINK sorvane_convert)

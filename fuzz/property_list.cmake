@@ -1,1 +1,0 @@
-sorvane_fuzzer(property_list LINK sorvane_platform)
