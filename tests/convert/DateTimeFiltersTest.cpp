@@ -29,8 +29,10 @@ struct Row {
 
 // It is 15 January 2024 12:34 at this test.
 struct DateAndTime : testing::Test {
-  ClockOfTest clock{"UTC0", kNow};
-  DisplayOfTest display;
+  DateAndTime() {
+    setZoneAndClock("UTC0", kNow);
+    VNConvertTypes::useSettingsForTest({});
+  }
 };
 
 using PreFilter = DateAndTime;
@@ -48,7 +50,7 @@ TEST_F(PreFilter, ShowsADateInTheStyleOfTheHost) {
                 {'4', "6.5.2004", "23.11.1987"},       {'5', "May 6, 2004", "Nov 23, 1987"},
                 {'\0', "May 6, 2004", "Nov 23, 1987"}, {'x', "May 6, 2004", "Nov 23, 1987"}};
   for (const auto& row : kTable) {
-    const DisplayOfTest styled(dateStyle(row.style));
+    VNConvertTypes::useSettingsForTest(dateStyle(row.style));
     EXPECT_EQ(filtered(VNConvertTypes::preFilter, "@2004-05-06"), row.may);
     EXPECT_EQ(filtered(VNConvertTypes::preFilter, "@1987-11-23"), row.november);
   }
@@ -57,7 +59,7 @@ TEST_F(PreFilter, ShowsADateInTheStyleOfTheHost) {
 TEST_F(PreFilter, LooksAtTheFirstCharacterOfTheStyleAlone) {
   DisplaySettings settings;
   std::strcpy(settings.pDate, "42");
-  const DisplayOfTest styled(settings);
+  VNConvertTypes::useSettingsForTest(settings);
   EXPECT_EQ(filtered(VNConvertTypes::preFilter, "@2004-05-06"), "6.5.2004");
 }
 
@@ -89,14 +91,14 @@ TEST_F(PreFilter, FillsShortYearsWithBlanksInTheNumericStyles) {
     const char* text;
   } kTable[] = {{'1', "6 May 4"}, {'2', "05-06-   4"}, {'3', "05/06/   4"}, {'4', "6.5.   4"}};
   for (const auto& row : kTable) {
-    const DisplayOfTest styled(dateStyle(row.style));
+    VNConvertTypes::useSettingsForTest(dateStyle(row.style));
     EXPECT_EQ(filtered(VNConvertTypes::preFilter, "@0004-05-06"), row.text);
   }
 }
 
 TEST_F(PreFilter, StaysWithinSixtyFourBytesForAnyNumbers) {
   for (const char style : {'0', '1', '2', '3', '4'}) {
-    const DisplayOfTest styled(dateStyle(style));
+    VNConvertTypes::useSettingsForTest(dateStyle(style));
     (void)filtered(VNConvertTypes::preFilter, "@-99999999999999999999999999999999999999999999999");
   }
 }
@@ -129,8 +131,8 @@ TEST_F(PostFilter, TakesWhatIsMissingFromToday) {
 }
 
 TEST(PostFilterInJuly, MakesALoneDayOneOfJanuaryUnlessItIsToday) {
-  const ClockOfTest clock("UTC0", 1721044800);  // 15 July 2024
-  const DisplayOfTest display;
+  setZoneAndClock("UTC0", 1721044800);  // 15 July 2024
+  VNConvertTypes::useSettingsForTest({});
   EXPECT_EQ(filtered(VNConvertTypes::postFilter, "20"), "@2024-01-20");
   EXPECT_EQ(filtered(VNConvertTypes::postFilter, "15"), "@2024-07-15");
   EXPECT_EQ(filtered(VNConvertTypes::postFilter, "?"), "@2024-07-15");
@@ -159,7 +161,7 @@ TEST_F(PreTimeFilter, ShowsTwelveHours) {
 }
 
 TEST_F(PreTimeFilter, ShowsTwentyFourHours) {
-  const DisplayOfTest styled(timeStyle('1'));
+  VNConvertTypes::useSettingsForTest(timeStyle('1'));
   constexpr Row kTable[] = {{"#00:05", "00:05"}, {"#12:00", "12:00"}, {"#23:59", "23:59"}, {"", ""},
                             {"#", "00:00"},      {"#7:30", "07:00"}};
   for (const Row& row : kTable) {
@@ -169,7 +171,7 @@ TEST_F(PreTimeFilter, ShowsTwentyFourHours) {
 
 TEST_F(PreTimeFilter, AnyOtherStyleMeansTwelveHours) {
   for (const char style : {'0', '2', '\0', 'x'}) {
-    const DisplayOfTest styled(timeStyle(style));
+    VNConvertTypes::useSettingsForTest(timeStyle(style));
     EXPECT_EQ(filtered(VNConvertTypes::preTimeFilter, "#19:05"), "7:05 pm");
   }
 }
@@ -201,7 +203,7 @@ TEST_F(DateAndTime, ConvertMethodsAreTheFilters) {
 
 TEST_F(DateAndTime, EveryMinuteOfADayReadsBackInBothStyles) {
   for (const char style : {'0', '1'}) {
-    const DisplayOfTest styled(timeStyle(style));
+    VNConvertTypes::useSettingsForTest(timeStyle(style));
     for (int minute = 0; minute < 24 * 60; ++minute) {
       char stored[16];
       std::snprintf(stored, sizeof(stored), "#%02d:%02d", minute / 60, minute % 60);
@@ -223,7 +225,7 @@ TEST_F(DateAndTime, EveryMinuteOfADayReadsBackInBothStyles) {
 TEST_F(DateAndTime, EveryDayOfFourHundredYearsReadsBackInEveryStyle) {
   using namespace std::chrono;
   for (const char style : {'0', '1', '2', '3', '4'}) {
-    const DisplayOfTest styled(dateStyle(style));
+    VNConvertTypes::useSettingsForTest(dateStyle(style));
     const sys_days end{year{2301} / 1 / 1};
     for (sys_days day{year{1901} / 1 / 1}; day < end; day += days{1}) {
       const year_month_day date{day};
@@ -245,13 +247,13 @@ TEST_F(DateAndTime, CurrentFieldsAreThoseOfTheLocalTime) {
   EXPECT_EQ(VNConvertTypes::currentDay(), 15);
   EXPECT_EQ(VNConvertTypes::currentHour(), 12);
   EXPECT_EQ(VNConvertTypes::currentMin(), 34);
-  const ClockOfTest east("EAST-14", kNow);
+  setZoneAndClock("EAST-14", kNow);
   EXPECT_EQ(VNConvertTypes::currentDay(), 16);
   EXPECT_EQ(VNConvertTypes::currentHour(), 2);
 }
 
 TEST_F(DateAndTime, CurrentFieldsAreRightBeforeTheUnixEpoch) {
-  const ClockOfTest early("UTC0", -1);
+  setZoneAndClock("UTC0", -1);
   EXPECT_EQ(VNConvertTypes::currentYear(), 1969);
   EXPECT_EQ(VNConvertTypes::currentMonth(), 12);
   EXPECT_EQ(VNConvertTypes::currentMin(), 59);

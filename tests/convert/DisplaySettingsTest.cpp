@@ -3,6 +3,7 @@
 
 #include <thread>
 
+#include "convert/Calendar.h"
 #include "convert/GuardedBuffer.h"
 #include "convert/SettingsOfTest.h"
 #include "convert/VNConvertTypes.h"
@@ -81,8 +82,8 @@ TEST(DisplaySettings, AreLoadedByTheFirstConversionOfEachKind) {
       {"floatToDateTime", [](char* text) { VNConvertTypes::floatToDateTime(0, text); }},
       {"formatMoney", [](char* text) { VNConvertTypes::formatMoney(1, text); }},
       {"formatMoneyLL", [](char* text) { VNConvertTypes::formatMoneyLL(1, text); }}};
-  const ClockOfTest clock("EAST-3", 0);
-  const OffsetOfTest restored(0);
+  setZoneAndClock("EAST-3", 0);
+  initGMTOffset(0);
   DefaultsFileOfTest file("{ Date = 1; }");
   for (const auto& conversion : conversions) {
     VNConvertTypes::resetForTest();
@@ -107,8 +108,8 @@ TEST(DisplaySettings, AreLoadedAnewByInitDefaults) {
 }
 
 TEST(DateTimeToFloat, AndBackUseTheZoneOfTheHost) {
-  const ClockOfTest clock("EAST-3", 0);
-  const OffsetOfTest restored(0);
+  setZoneAndClock("EAST-3", 0);
+  initGMTOffset(0);
   const DefaultsFileOfTest file("{}");
   EXPECT_EQ(VNConvertTypes::dateTimeToFloat("2001-01-01 00:00:00"), -10800);
   GuardedBuffer buffer(64);

@@ -18,7 +18,7 @@ constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
 
 struct Money : testing::Test {
-  DisplayOfTest display;
+  Money() { VNConvertTypes::useSettingsForTest({}); }
 };
 
 using Filter = char* (*)(char*);
@@ -127,7 +127,7 @@ TEST(MoneyWithPrefixAndPostfix, PutsThemAroundTheNumber) {
   DisplaySettings settings;
   std::strcpy(settings.pMoneyPre, "EUR ");
   std::strcpy(settings.pMoneyPost, " net");
-  const DisplayOfTest display(settings);
+  VNConvertTypes::useSettingsForTest(settings);
   EXPECT_EQ(formatted(-123456), "EUR -1,234.56 net");
   EXPECT_EQ(formattedLong(-5), "EUR 0.-5 net");
 }
@@ -138,7 +138,7 @@ TEST(MoneyWithPrefixAndPostfix, OfFullLengthFitsItsBuffer) {
   std::fill_n(settings.pMoneyPost, 47, 'z');
   settings.pMoneyPre[31] = '\0';
   settings.pMoneyPost[47] = '\0';
-  const DisplayOfTest display(settings);
+  VNConvertTypes::useSettingsForTest(settings);
   EXPECT_EQ(formatted(kLeast),
             std::string(31, 'a') + "-92,233,720,368,547,758.08" + std::string(47, 'z'));
 }

@@ -9,16 +9,6 @@
 
 namespace sorvane::test {
 
-/// The display settings in force for the life of the object; built-in ones where a test names none.
-struct DisplayOfTest {
-  explicit DisplayOfTest(const DisplaySettings& settings = {}) {
-    VNConvertTypes::useSettingsForTest(settings);
-  }
-  ~DisplayOfTest() { VNConvertTypes::resetForTest(); }
-  DisplayOfTest(const DisplayOfTest&) = delete;
-  DisplayOfTest& operator=(const DisplayOfTest&) = delete;
-};
-
 /// A date or time style by its first character.
 [[nodiscard]] inline DisplaySettings dateStyle(char style) {
   DisplaySettings settings;
@@ -41,7 +31,6 @@ class DefaultsFileOfTest {
     write(content);
     VNConvertTypes::resetForTest();
   }
-  ~DefaultsFileOfTest() { VNConvertTypes::resetForTest(); }
   DefaultsFileOfTest(const DefaultsFileOfTest&) = delete;
   DefaultsFileOfTest& operator=(const DefaultsFileOfTest&) = delete;
 

@@ -12,7 +12,7 @@ namespace sorvane::test {
 namespace {
 
 struct TypedData : testing::Test {
-  DisplayOfTest display;
+  TypedData() { VNConvertTypes::useSettingsForTest({}); }
 
   // The text of a value, which is given at an odd address.
   template <typename Value>

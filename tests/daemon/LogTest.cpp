@@ -5,34 +5,25 @@
 #include <vector>
 
 #include "daemon/Log.h"
-#include "platform/Console.h"
 #include "platform/Settings.h"
-#include "support/OwnMounts.h"
-#include "support/OwnProcess.h"
+#include "support/ConsoleLines.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 #include "system/Streams.h"
 
 namespace sorvane {
 namespace {
 
-std::vector<std::string> consoleLines;
-
 /// A run of the daemon in an installation folder of the test's own, as far as its log is concerned.
 class Log : public testing::Test {
  protected:
   void SetUp() override {
-    consoleLines.clear();
-    setConsoleSink([](std::string_view line) { consoleLines.emplace_back(line); });
     Settings settings;
     settings.installationDirectory = folder_.path().string();
     Settings::replaceForTest(settings);
     std::filesystem::create_directory(folder_ / "Logs");
   }
-  void TearDown() override {
-    runEnds();
-    setConsoleSink(nullptr);
-    Settings::replaceForTest(Settings());
-  }
+  void TearDown() override { runEnds(); }
 
   static void runEnds() {
     if (nameserverlog != nullptr) {
@@ -43,6 +34,7 @@ class Log : public testing::Test {
 
   [[nodiscard]] std::filesystem::path file() const { return folder_ / "Logs/infoserver_log"; }
 
+  const test::ConsoleLines console_;
   test::TemporaryFolder folder_;
 };
 
@@ -82,10 +74,10 @@ TEST_F(Log, WithoutItsFolderIsNoneAndCostsOneConsoleLine) {
   std::filesystem::remove(folder_ / "Logs");
   openLog();
   EXPECT_EQ(nameserverlog, nullptr);
-  EXPECT_EQ(consoleLines, std::vector<std::string>{"Could not open nameserver log file"});
+  EXPECT_EQ(console_.all(), std::vector<std::string>{"Could not open nameserver log file"});
   printToLog("dropped");
   EXPECT_FALSE(std::filesystem::exists(folder_ / "Logs"));
-  EXPECT_EQ(consoleLines.size(), 1U);
+  EXPECT_EQ(console_.all().size(), 1U);
 }
 
 TEST_F(Log, WhereAFolderHasItsNameIsNone) {
@@ -116,25 +108,28 @@ TEST_F(Log, GoesOnWhenAFullDiskHasRoomAgain) {
 }
 
 TEST_F(Log, KeepsTheEntriesOfManyThreadsWhole) {
+  constexpr std::size_t kEntries = 100;
+  constexpr std::size_t kLetters = 50;
+  const std::string letters = "abcd";
   openLog();
   std::vector<std::thread> threads;
-  for (char letter : {'a', 'b', 'c', 'd'}) {
+  for (const char letter : letters) {
     threads.emplace_back([letter] {
-      for (int i = 0; i < 100; ++i) printToLog(std::string(50, letter).c_str());
+      for (std::size_t i = 0; i < kEntries; ++i) printToLog(std::string(kLetters, letter).c_str());
     });
   }
   for (std::thread& thread : threads) thread.join();
   const std::string content = test::readFile(file());
-  EXPECT_EQ(content.size(), 4U * 100 * 51);
-  for (std::size_t line = 0; line < content.size(); line += 51) {
-    EXPECT_EQ(content.substr(line, 51), std::string(50, content[line]) + "\n");
+  EXPECT_EQ(content.size(), letters.size() * kEntries * (kLetters + 1));
+  for (std::size_t line = 0; line < content.size(); line += kLetters + 1) {
+    EXPECT_EQ(content.substr(line, kLetters + 1), std::string(kLetters, content[line]) + "\n");
   }
 }
 
 TEST_F(Log, QbSyslogWritesToTheConsoleWhateverThePriority) {
   QB_syslog(0, "text");
   QB_syslog(-7, "50%% of %s and %n");
-  EXPECT_EQ(consoleLines, (std::vector<std::string>{"text", "50% of %s and %n"}));
+  EXPECT_EQ(console_.all(), (std::vector<std::string>{"text", "50% of %s and %n"}));
 }
 
 TEST(FormattedWithoutArguments, PrintsTwoPercentSignsAsOneAndAllElseAsItStands) {

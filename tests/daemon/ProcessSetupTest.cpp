@@ -1,27 +1,24 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <signal.h>
 #include <stdio.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
 
 #include "daemon/ProcessSetup.h"
-#include "support/OwnProcess.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 
 namespace sorvane {
 namespace {
 
-using test::endOfProcess;
+using test::ForkedPart;
+using test::inOwnPids;
 using test::inOwnProcess;
-using test::startOwnProcess;
 
 bool isIgnored(int signal) {
   struct sigaction action {};
@@ -58,14 +55,14 @@ class Detach : public testing::Test {
 TEST_F(Detach, EndsTheStartingProcessWithStatus0WhileAChildGoesOn) {
   int gate[2];
   ASSERT_EQ(pipe2(gate, O_CLOEXEC), 0);
-  const pid_t starting = startOwnProcess([&] {
+  ForkedPart starting([&] {
     const pid_t before = getpid();
     detach();
     char go = 0;
     EXPECT_EQ(read(gate[0], &go, 1), 1);
     tell(getpid() != before ? "child" : "itself");
   });
-  EXPECT_EQ(endOfProcess(starting), 0) << "the parent does not wait for its child";
+  EXPECT_EQ(starting.wait(), 0) << "the parent does not wait for its child";
   EXPECT_EQ(write(gate[1], "!", 1), 1);
   EXPECT_EQ(heard(), "child");
   close(gate[0]);
@@ -73,7 +70,7 @@ TEST_F(Detach, EndsTheStartingProcessWithStatus0WhileAChildGoesOn) {
 }
 
 TEST_F(Detach, IgnoresHangupAndTheEndOfChildrenAndKeepsSessionAndFolder) {
-  const pid_t starting = startOwnProcess([this] {
+  ForkedPart starting([this] {
     const pid_t session = getsid(0);
     const pid_t group = getpgid(0);
     const auto folder = std::filesystem::current_path();
@@ -84,26 +81,26 @@ TEST_F(Detach, IgnoresHangupAndTheEndOfChildrenAndKeepsSessionAndFolder) {
          (isIgnored(SIGINT) ? "INT " : "") + (isIgnored(SIGTERM) ? "TERM " : "") +
          (kept ? "kept" : "changed"));
   });
-  EXPECT_EQ(endOfProcess(starting), 0);
+  EXPECT_EQ(starting.wait(), 0);
   EXPECT_EQ(heard(), "HUP CHLD kept");
 }
 
 TEST_F(Detach, WritesWaitingOutputOnce) {
   const test::TemporaryFolder folder;
   const std::string output = (folder / "output").string();
-  const pid_t starting = startOwnProcess([&] {
+  ForkedPart starting([&] {
     ASSERT_NE(freopen(output.c_str(), "w", stdout), nullptr);
     printf("once");
     detach();
     fflush(stdout);
   });
-  EXPECT_EQ(endOfProcess(starting), 0);
+  EXPECT_EQ(starting.wait(), 0);
   EXPECT_EQ(heard(), "");
   EXPECT_EQ(test::readFile(output), "once");
 }
 
 TEST_F(Detach, GoesOnInTheSameProcessWhereForkingFails) {
-  const pid_t starting = startOwnProcess([this] {
+  ForkedPart starting([this] {
     if (geteuid() == 0) {
       ASSERT_EQ(setgid(65534), 0);
       ASSERT_EQ(setuid(65534), 0);  // the limit does not hold for root
@@ -115,11 +112,11 @@ TEST_F(Detach, GoesOnInTheSameProcessWhereForkingFails) {
     detach();
     tell(getpid() == before && isIgnored(SIGHUP) && isIgnored(SIGCHLD) ? "itself" : "other");
   });
-  EXPECT_EQ(endOfProcess(starting), 0);
+  EXPECT_EQ(starting.wait(), 0);
   EXPECT_EQ(heard(), "itself");
 }
 
-/// Lowers a soft limit below the hard one, and answers what raiseResourceLimits made of it.
+/// Lowers a soft limit below the hard one, and returns what raiseResourceLimits made of it.
 rlimit raisedFrom(decltype(RLIMIT_NOFILE) resource, rlim_t soft) {
   rlimit limit{};
   EXPECT_EQ(getrlimit(resource, &limit), 0);
@@ -188,58 +185,47 @@ class StopWord : public testing::Test {
       GTEST_SKIP() << "needs root, for a PID namespace that the stop command cannot leave: skipped";
     }
   }
+};
 
-  /// Runs `test` as the first process of a PID namespace, with /proc to match.
-  static void inOwnPids(const std::function<void()>& test) {
-    inOwnProcess([&] {
-      ASSERT_EQ(unshare(CLONE_NEWPID | CLONE_NEWNS), 0);
-      inOwnProcess([&] {
-        ASSERT_EQ(getpid(), 1);
-        ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
-        ASSERT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
-        test();
-      });
-    });
+/// A process of that name that runs until it is stopped.
+class Named {
+ public:
+  explicit Named(const char* name)
+      : process_([name](const ForkedPart& self) {
+          signal(SIGTERM, SIG_DFL);
+          prctl(PR_SET_NAME, name);
+          self.tell(0);
+          for (;;) pause();
+        }) {
+    EXPECT_EQ(process_.hear(), 0) << "it does not have its name";
   }
+  ForkedPart* operator->() { return &process_; }
 
-  /// Starts a process of that name that runs until it is stopped; returns when it has its name.
-  static pid_t startNamed(const char* name) {
-    int ready[2];
-    EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
-    const pid_t started = startOwnProcess([&] {
-      signal(SIGTERM, SIG_DFL);
-      prctl(PR_SET_NAME, name);
-      EXPECT_EQ(write(ready[1], "!", 1), 1);
-      for (;;) pause();
-    });
-    char byte = 0;
-    EXPECT_EQ(read(ready[0], &byte, 1), 1);
-    close(ready[0]);
-    close(ready[1]);
-    return started;
-  }
+ private:
+  ForkedPart process_;
 };
 
 TEST_F(StopWord, StopsEveryNameServerAndEndsWithStatus0) {
   inOwnPids([] {
-    const pid_t first = startNamed("sorvinfo");
-    const pid_t second = startNamed("sorvinfo");
-    const pid_t other = startNamed("sorvinfo2");
-    const pid_t stopping = startOwnProcess([] {
+    Named first("sorvinfo");
+    Named second("sorvinfo");
+    Named other("sorvinfo2");
+    ForkedPart stopping([] {
       prctl(PR_SET_NAME, "sorvinfo");
       stopAllNameServers();
     });
-    EXPECT_EQ(endOfProcess(stopping), 0) << "it does not stop itself";
-    EXPECT_EQ(endOfProcess(first), -SIGTERM);
-    EXPECT_EQ(endOfProcess(second), -SIGTERM);
-    EXPECT_EQ(waitpid(other, nullptr, WNOHANG), 0) << "another program goes on";
-    kill(other, SIGKILL);
-    EXPECT_EQ(endOfProcess(other), -SIGKILL);
+    EXPECT_EQ(stopping.wait(), 0) << "it does not stop itself";
+    EXPECT_EQ(first->wait(), -SIGTERM);
+    EXPECT_EQ(second->wait(), -SIGTERM);
+    EXPECT_EQ(other->wait(std::chrono::milliseconds(0)), std::nullopt) << "another program goes on";
   });
 }
 
 TEST_F(StopWord, WithNothingToStopEndsWithStatus0) {
-  inOwnPids([] { EXPECT_EQ(endOfProcess(startOwnProcess([] { stopAllNameServers(); })), 0); });
+  inOwnPids([] {
+    ForkedPart stopping([] { stopAllNameServers(); });
+    EXPECT_EQ(stopping.wait(), 0);
+  });
 }
 
 }  // namespace

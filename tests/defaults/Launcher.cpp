@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -70,21 +68,11 @@ void Launcher::start(const Answer& answer) {
   settings.basePort = port + 1;
   settings.threads = 1;
   Settings::replaceForTest(settings);
-  const pid_t parent = getpid();
-  process_ = fork();
-  if (process_ == 0) {
+  process_.emplace([&] {
     Delegate delegate(folder_.path(), answer);
-    if (getppid() == parent) {
-      NetConnection::runServerForSocket(listening, delegate);
-    }
-    _exit(1);
-  }
+    NetConnection::runServerForSocket(listening, delegate);
+  });
   close(listening);
-}
-
-Launcher::~Launcher() {
-  kill(process_, SIGKILL);
-  waitpid(process_, nullptr, 0);
 }
 
 std::vector<std::string> Launcher::requests() const {

@@ -1,15 +1,15 @@
 // A launcher of the tests' own, on the project's server side, in a process of its own.
 #pragma once
 
-#include <sys/types.h>
-
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/NetConnection.h"
+#include "support/ForkedPart.h"
 #include "support/TestFiles.h"
 
 namespace sorvane::test {
@@ -20,14 +20,13 @@ class Launcher {
  public:
   static constexpr const char* kPassword = "open sesame";
 
-  /// How it answers a request; runs in the launcher's process.
+  /// How it replies to a request; runs in the launcher's process.
   using Answer = std::function<Reply(const Message& request, NetConnection& sender)>;
 
   /// A launcher that keeps `defaults`, a text.
   explicit Launcher(std::string_view defaults);
-  /// A launcher that answers whatever the test wants.
+  /// A launcher that replies whatever the test wants.
   explicit Launcher(Answer answer);
-  ~Launcher();
   Launcher(const Launcher&) = delete;
   Launcher& operator=(const Launcher&) = delete;
 
@@ -42,7 +41,7 @@ class Launcher {
   [[nodiscard]] std::filesystem::path defaultsFile() const { return folder_ / "SorvDefaults"; }
 
   TemporaryFolder folder_;
-  pid_t process_ = -1;
+  std::optional<ForkedPart> process_;
 };
 
 }  // namespace sorvane::test

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "discovery/ARendezvousController.h"
-#include "platform/Console.h"
 #include "platform/SocketAddress.h"
 #include "platform/bonjour/scripted/ScriptedServiceDiscovery.h"
+#include "support/ConsoleLines.h"
 
 namespace sorvane::test {
 
@@ -30,18 +30,10 @@ class ControllerTest : public ::testing::Test {
  protected:
   static constexpr std::uint16_t kPort = 20221;
 
-  ControllerTest() {
-    lines().clear();
-    setConsoleSink([](std::string_view line) { lines().emplace_back(line); });
-    controller.setDelegate(&delegate);
-  }
-  ~ControllerTest() override { setConsoleSink(nullptr); }
+  ControllerTest() { controller.setDelegate(&delegate); }
 
   /// The console's lines since the test began.
-  static std::vector<std::string>& lines() {
-    static auto* const lines = new std::vector<std::string>;
-    return *lines;
-  }
+  [[nodiscard]] std::vector<std::string> lines() const { return console.all(); }
 
   [[nodiscard]] NetServiceBrowserDelegate& browserDelegate() const {
     return *network.browser->delegate();
@@ -81,6 +73,7 @@ class ControllerTest : public ::testing::Test {
 
   using Texts = std::vector<std::string>;
 
+  const ConsoleLines console;
   ScriptedServiceDiscovery network;
   CountingDelegate delegate;
   ARendezvousController controller{"", "_sorvane._tcp", kPort, network};

@@ -1,69 +1,27 @@
 // The info server as a message handler: its instance, its lock, its guard.
-#include <unistd.h>
-
 #include <atomic>
-#include <fstream>
-#include <functional>
 #include <mutex>
 #include <thread>
 
 #include "infoserver/InfoServer.h"
 #include "infoserver/InfoserverController.h"
-#include "platform/Console.h"
 #include "platform/Settings.h"
 #include "registry/PortDescriptor.h"
+#include "support/ConsoleLines.h"
+#include "support/WatchedThread.h"
 
 namespace sorvane::test {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> consoleLines;
-
-/// A thread that can be asked whether it sleeps, for a lock for example.
-class WatchedThread {
- public:
-  explicit WatchedThread(std::function<void()> work)
-      : thread_([this, work = std::move(work)] {
-          number_ = ::gettid();
-          work();
-          done_ = true;
-        }) {}
-  ~WatchedThread() { thread_.join(); }
-
-  /// True once the thread sleeps in the middle of its work; false when it got through.
-  [[nodiscard]] bool comesToAWait() const {
-    while (!done_) {
-      const int number = number_;
-      std::ifstream status("/proc/self/task/" + std::to_string(number) + "/stat");
-      std::string line;
-      std::getline(status, line);
-      const std::size_t afterName = line.rfind(") ");
-      if (number != 0 && afterName != std::string::npos && line[afterName + 2] == 'S') {
-        return !done_;
-      }
-      std::this_thread::yield();
-    }
-    return false;
-  }
-
- private:
-  std::atomic<int> number_ = 0;
-  std::atomic<bool> done_ = false;
-  std::thread thread_;
-};
-
 class InfoServer : public InfoServerTest {
  protected:
-  InfoServer() {
-    consoleLines.clear();
-    setConsoleSink([](std::string_view line) { consoleLines.emplace_back(line); });
-    start();
-  }
-  ~InfoServer() override { setConsoleSink(nullptr); }
+  InfoServer() { start(); }
 
   /// A request that raises: neither the entry nor a fallback is there.
   const Message raising_ = request("get_userpreferences", {{"key", "nobody"}});
+  const ConsoleLines console_;
 };
 
 TEST_F(InfoServer, IsTheGlobalObjectWhileItLives) {
@@ -95,30 +53,30 @@ TEST_F(InfoServer, AnswersACommandThatRaisesWithAnEmptyDictionaryAndGoesOn) {
   EXPECT_TRUE(server_->commLock().tryLock()) << "the lock is released";
   server_->commLock().unlock();
   sets("anna", {});
-  EXPECT_TRUE(consoleLines.empty()) << consoleLines.front();
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
 }
 
 TEST_F(InfoServer, TellsTheConsoleOfACommandThatRaisesWhenVerbose) {
   server_->runConnection(true);
   EXPECT_EQ(asks(raising_), kEmptyDictionary);
   EXPECT_EQ(asks("get_userpreferences", {}), kNil);
-  ASSERT_EQ(consoleLines.size(), 1U) << "nothing is told of a missing key";
-  EXPECT_NE(consoleLines[0].find("An exception was detected."), std::string::npos);
+  ASSERT_EQ(console_.all().size(), 1U) << "nothing is told of a missing key";
+  EXPECT_NE(console_.all()[0].find("An exception was detected."), std::string::npos);
 
   server_->runConnection(false);
   EXPECT_EQ(asks(raising_), kEmptyDictionary);
-  EXPECT_EQ(consoleLines.size(), 1U);
+  EXPECT_EQ(console_.all().size(), 1U);
 }
 
 TEST_F(InfoServer, TellsTheConsoleOfAFailedWriteWhenVerboseAlone) {
   fs::remove_all(file_.parent_path());
   writeFile(file_.parent_path(), "a file where the folder should be");
   sets("anna", {});
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
   server_->runConnection(true);
   sets("anna", {});
-  ASSERT_EQ(consoleLines.size(), 1U);
-  EXPECT_NE(consoleLines[0].find("Not a directory"), std::string::npos) << consoleLines[0];
+  ASSERT_EQ(console_.all().size(), 1U);
+  EXPECT_NE(console_.all()[0].find("Not a directory"), std::string::npos) << console_.all()[0];
 }
 
 TEST_F(InfoServer, DeliveredWithTheLockHeldRaisesWhereTheGuardWouldAnswer) {

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "infoserver/InfoServer.h"
-#include "support/OwnMounts.h"
+#include "support/OwnNamespaces.h"
 
 namespace sorvane::test {
 namespace {

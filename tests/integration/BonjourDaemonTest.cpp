@@ -14,8 +14,8 @@ constexpr const char* kPeer = SORVANE_BINARY_DIR "/tests/programs/bonjour_peer";
 class BonjourDaemon : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (const std::string obstacle = NetworkNamespace::obstacle(); !obstacle.empty()) {
-      GTEST_SKIP() << obstacle;
+    if (const std::string why = whyNoOwnNetwork(); !why.empty()) {
+      GTEST_SKIP() << why;
     }
   }
 
@@ -30,15 +30,7 @@ class BonjourDaemon : public ::testing::Test {
       beta.startDaemons();
       finder = beta.start(kPeer, {"browse", "_sorvane._tcp"});
     }
-    [[nodiscard]] int timesFound() const {
-      const std::string output = finder->output();
-      int count = 0;
-      for (std::size_t at = output.find("found alpha\n"); at != std::string::npos;
-           at = output.find("found alpha\n", at + 1)) {
-        ++count;
-      }
-      return count;
-    }
+    [[nodiscard]] int timesFound() const { return timesIn(finder->output(), "found alpha\n"); }
 
     AvahiHost alpha{"alpha"};
     AvahiHost beta{"beta"};
@@ -102,7 +94,7 @@ TEST_F(BonjourDaemon, IsBackAfterAvahiWasRestarted) {
   ASSERT_TRUE(network.finder->prints("removed alpha\n"));
   EXPECT_TRUE(serves(network));
   network.alpha.startAvahi();
-  EXPECT_TRUE(waitUntil([&] { return network.timesFound() == 2; })) << network.server.console();
+  EXPECT_TRUE(network.finder->prints("found alpha\n", 2)) << network.server.console();
 }
 
 TEST_F(BonjourDaemon, StartedBeforeAvahiIsFoundOnceThatComes) {
@@ -123,8 +115,7 @@ TEST_F(BonjourDaemon, WithoutDBusServesWithOneConsoleLineAndIsFoundOnceBothCome)
   EXPECT_TRUE(serves(network));
   network.alpha.startDaemons();
   EXPECT_TRUE(network.finder->prints("alpha 198.51.100.1 20221\n"));
-  const std::string console = network.server.console();
-  EXPECT_EQ(console.find("Bonjour:"), console.rfind("Bonjour:")) << console;
+  EXPECT_EQ(timesIn(network.server.console(), "Bonjour:"), 1) << network.server.console();
 }
 
 TEST_F(BonjourDaemon, ServesWhileAvahiHangs) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "integration/AvahiHost.h"
+#include "support/ConsoleLines.h"
 
 namespace sorvane::test {
 namespace {
@@ -12,8 +13,8 @@ constexpr const char* kPeer = SORVANE_BINARY_DIR "/tests/programs/bonjour_peer";
 class BonjourService : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (const std::string obstacle = NetworkNamespace::obstacle(); !obstacle.empty()) {
-      GTEST_SKIP() << obstacle;
+    if (const std::string why = whyNoOwnNetwork(); !why.empty()) {
+      GTEST_SKIP() << why;
     }
   }
 
@@ -34,14 +35,6 @@ class BonjourService : public ::testing::Test {
   }
   static std::unique_ptr<Program> browse(const AvahiHost& host, const std::string& type = kType) {
     return host.start(kPeer, {"browse", type});
-  }
-  static int linesWith(const std::string& text, const std::string& output) {
-    int count = 0;
-    for (std::size_t at = output.find(text); at != std::string::npos;
-         at = output.find(text, at + 1)) {
-      ++count;
-    }
-    return count;
   }
 };
 
@@ -125,7 +118,7 @@ TEST_F(BonjourService, IsPublishedOnceDBusComes) {
   ASSERT_TRUE(publisher->complains("Bonjour: Avahi cannot be reached"));
   network.a.startDaemons();
   EXPECT_TRUE(publisher->prints("published one\n")) << publisher->errors();
-  EXPECT_EQ(linesWith("Bonjour:", publisher->errors()), 1);
+  EXPECT_EQ(timesIn(publisher->errors(), "Bonjour:"), 1);
 }
 
 TEST_F(BonjourService, IsBackAfterAvahiWasRestarted) {
@@ -139,10 +132,9 @@ TEST_F(BonjourService, IsBackAfterAvahiWasRestarted) {
   network.a.stopAvahi();
   ASSERT_TRUE(finder->prints("removed one\n"));
   network.a.startAvahi();
-  EXPECT_TRUE(waitUntil([&] { return linesWith("found one\n", finder->output()) == 2; }))
-      << publisher->errors();
-  EXPECT_TRUE(waitUntil([&] { return linesWith("published one\n", publisher->output()) == 2; }));
-  EXPECT_EQ(linesWith("Bonjour:", publisher->errors()), 1) << publisher->errors();
+  EXPECT_TRUE(finder->prints("found one\n", 2)) << publisher->errors();
+  EXPECT_TRUE(publisher->prints("published one\n", 2));
+  EXPECT_EQ(timesIn(publisher->errors(), "Bonjour:"), 1) << publisher->errors();
 }
 
 TEST_F(BonjourService, IsBackAfterDBusWasRestarted) {
@@ -153,8 +145,7 @@ TEST_F(BonjourService, IsBackAfterDBusWasRestarted) {
   network.a.stopBus();
   network.a.stopAvahi();
   network.a.startDaemons();
-  EXPECT_TRUE(waitUntil([&] { return linesWith("published one\n", publisher->output()) == 2; }))
-      << publisher->errors();
+  EXPECT_TRUE(publisher->prints("published one\n", 2)) << publisher->errors();
 }
 
 TEST_F(BonjourService, IsFoundAgainByABrowserWhoseAvahiWasRestarted) {
@@ -167,9 +158,7 @@ TEST_F(BonjourService, IsFoundAgainByABrowserWhoseAvahiWasRestarted) {
   network.b.stopAvahi();
   ASSERT_TRUE(finder->prints("removed one\n"));
   network.b.startAvahi();
-  EXPECT_TRUE(waitUntil([&] {
-    return linesWith("one 198.51.100.1 20221\n", finder->output()) >= 2;
-  })) << finder->errors();
+  EXPECT_TRUE(finder->prints("one 198.51.100.1 20221\n", 2)) << finder->errors();
 }
 
 TEST_F(BonjourService, ThatMakesNoSenseIsNotPublished) {

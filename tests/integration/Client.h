@@ -61,7 +61,7 @@ class Client {
 
   // ---- A database
 
-  /// Asks for a port number under that name; answers it.
+  /// Asks for a port number under that name; returns it.
   std::string asksForPort(std::string_view name, std::string_view host = "dbhost",
                           std::string_view type = "database") {
     const auto reply = asks(
@@ -69,7 +69,7 @@ class Client {
     return reply && reply->size() == 1 ? reply->front().second : "(none)";
   }
   bool accepts() { return asks(Message({{"acceptPort", ""}})) == Texts{{"acceptPort", ""}}; }
-  /// Asks for a number and accepts; answers the number.
+  /// Asks for a number and accepts; returns the number.
   std::string registers(std::string_view name) {
     std::string number = asksForPort(name);
     EXPECT_TRUE(accepts());

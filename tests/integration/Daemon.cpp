@@ -177,7 +177,7 @@ std::string Daemon::log() const {
 }
 
 bool Daemon::logs(const std::string& text) const {
-  return waitUntil([&] { return log().find(text) != std::string::npos; });
+  return comesToHold(tree_ / "Logs/infoserver_log", text);
 }
 
 std::unique_ptr<NetConnection> Daemon::connection() const {

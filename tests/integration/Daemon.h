@@ -12,6 +12,7 @@
 
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
+#include "support/ConsoleLines.h"
 #include "support/Program.h"
 #include "support/RawConnection.h"
 #include "support/TestFiles.h"
@@ -87,7 +88,7 @@ class Daemon {
   [[nodiscard]] std::optional<Message> ask(const Message& request) const;
 
   /// Registers a database on a connection of its own, which stays open until `unregisters` or the
-  /// end; answers whether it was accepted.
+  /// end; true when it was accepted.
   [[nodiscard]] bool registers(const std::string& name, const std::string& host = "dbhost",
                                const std::string& type = "database");
   /// Closes that connection, and waits until the name is gone.

@@ -161,8 +161,8 @@ TEST(ForegroundServer, EndsOnTerminationAtOnceAndIgnoresHangupAndInterrupt) {
 }
 
 TEST(ForegroundServer, CanBeInterruptedAsLongAsItDoesNotServe) {
-  if (const std::string obstacle = NetworkNamespace::obstacle(); !obstacle.empty()) {
-    GTEST_SKIP() << obstacle;
+  if (const std::string why = whyNoOwnNetwork(); !why.empty()) {
+    GTEST_SKIP() << why;
   }
   const NetworkNamespace host;
   connectToNothing(host, "192.0.2.2/24");

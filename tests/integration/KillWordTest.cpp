@@ -1,29 +1,14 @@
 // The word that stops every name server of a host. It runs only where it can reach nothing else: in
 // a PID namespace of the test's own.
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <signal.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include "integration/Daemon.h"
-#include "support/OwnProcess.h"
+#include "support/OwnNamespaces.h"
 
 namespace sorvane::test {
 namespace {
-
-/// Runs `test` as the first process of a PID namespace, with /proc to match.
-void inOwnPids(const std::function<void()>& test) {
-  inOwnProcess([&] {
-    ASSERT_EQ(unshare(CLONE_NEWPID | CLONE_NEWNS), 0);
-    inOwnProcess([&] {
-      ASSERT_EQ(getpid(), 1) << "the word would reach others";
-      ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
-      ASSERT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
-      test();
-    });
-  });
-}
 
 class KillWord : public testing::TestWithParam<std::vector<std::string>> {
  protected:

@@ -16,14 +16,6 @@ namespace {
 
 using namespace std::string_literals;
 
-std::size_t count(const std::string& text, const std::string& part) {
-  std::size_t found = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++found;
-  }
-  return found;
-}
-
 /// The client's end, as the server's console names its peer.
 std::string ownAddress(const RawConnection& client) {
   sockaddr_in address{};
@@ -153,10 +145,10 @@ TEST(HalfFrame, ThatThePeerClosesOnIsForgottenWithoutAWord) {
 // ---- A flood
 
 TEST(FloodOfMalformedFrames, WritesAFewLinesAndThenTheNumberOfThoseLeftOut) {
-  constexpr std::size_t kFirstLines = 20;
+  constexpr int kFirstLines = 20;
   Daemon server;
   server.start();
-  std::size_t sent = 0;
+  int sent = 0;
   const auto sendsOne = [&] {
     RawConnection client = server.rawConnection();
     ASSERT_TRUE(client.send("nonsense"));
@@ -166,16 +158,16 @@ TEST(FloodOfMalformedFrames, WritesAFewLinesAndThenTheNumberOfThoseLeftOut) {
   while (sent < 1000) {
     sendsOne();
   }
-  EXPECT_EQ(count(server.console(), "\n"), kFirstLines);
+  EXPECT_EQ(timesIn(server.console(), "\n"), kFirstLines);
   // The flood goes on for as long as lines are left out: ten seconds in all.
   ASSERT_TRUE(waitUntil([&] {
     sendsOne();
-    return count(server.console(), "\n") > kFirstLines;
+    return timesIn(server.console(), "\n") > kFirstLines;
   }));
   const std::string expected =
       "]: " + std::to_string(sent - kFirstLines - 1) + " lines like the next one were left out\n";
-  EXPECT_EQ(count(server.console(), expected), 1U) << expected << server.console();
-  EXPECT_EQ(count(server.console(), "connection closed, wrong mark\n"), kFirstLines + 1);
+  EXPECT_EQ(timesIn(server.console(), expected), 1) << expected << server.console();
+  EXPECT_EQ(timesIn(server.console(), "connection closed, wrong mark\n"), kFirstLines + 1);
 }
 
 TEST(FloodOfMalformedFrames, DelaysNobodyWhenTheConsoleIsNotRead) {

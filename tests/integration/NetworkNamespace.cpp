@@ -2,11 +2,8 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,11 +13,9 @@
 namespace sorvane::test {
 namespace {
 
-constexpr int kNamespaces = CLONE_NEWNET | CLONE_NEWNS;
-
-// Answers 0, or the errno of what failed.
+// Returns 0, or the errno of what failed.
 int separate() {
-  const bool done = unshare(kNamespaces) == 0 &&
+  const bool done = unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
                     mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                     mount("tmpfs", "/run", "tmpfs", 0, "mode=755") == 0 &&
                     mkdir("/run/lock", 0777) == 0;
@@ -37,56 +32,25 @@ bool enterOne(pid_t holder, const char* kind, int type) {
 
 }  // namespace
 
-std::string NetworkNamespace::obstacle() {
-  const pid_t child = fork();
-  if (child == 0) {
-    _exit(unshare(kNamespaces) == 0 ? 0 : errno);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  const int error = WIFEXITED(status) ? WEXITSTATUS(status) : ECHILD;
-  return error == 0
-             ? ""
-             : std::string("network and mount namespaces cannot be made: ") + std::strerror(error);
-}
-
-NetworkNamespace::NetworkNamespace() {
-  int ready[2];
-  if (pipe2(ready, O_CLOEXEC) != 0 || (holder_ = fork()) < 0) {
-    throw std::runtime_error("no process for a network namespace");
-  }
-  if (holder_ == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int error = separate();
-    if (write(ready[1], &error, sizeof error) == sizeof error) {
-      close(ready[0]);
-      close(ready[1]);
-      while (true) {
-        pause();
-      }
-    }
-    _exit(1);
-  }
-  int error = ECHILD;
-  close(ready[1]);
-  const ssize_t received = read(ready[0], &error, sizeof error);
-  close(ready[0]);
-  if (received != sizeof error || error != 0) {
+NetworkNamespace::NetworkNamespace()
+    : holder_([](const ForkedPart& self) {
+        self.tell(separate());
+        for (;;) {
+          pause();
+        }
+      }) {
+  const int error = holder_.hear().value_or(ECHILD);
+  if (error != 0) {
     throw std::runtime_error(std::string("no network namespace: ") + std::strerror(error));
   }
   run("ip", {"link", "set", "lo", "up"});
 }
 
-NetworkNamespace::~NetworkNamespace() {
-  kill(holder_, SIGKILL);
-  waitpid(holder_, nullptr, 0);
-}
-
 void NetworkNamespace::enter() const {
   // Alone with its folders: a thread of a sanitizer's runtime would keep it out of the other
   // mounts.
-  if (unshare(CLONE_FS) != 0 || !enterOne(holder_, "net", CLONE_NEWNET) ||
-      !enterOne(holder_, "mnt", CLONE_NEWNS)) {
+  if (unshare(CLONE_FS) != 0 || !enterOne(process(), "net", CLONE_NEWNET) ||
+      !enterOne(process(), "mnt", CLONE_NEWNS)) {
     _exit(125);
   }
 }

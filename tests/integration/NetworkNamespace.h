@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/OwnNamespaces.h"
 #include "support/Program.h"
 
 namespace sorvane::test {
@@ -17,17 +18,11 @@ namespace sorvane::test {
 /// with the test program.
 class NetworkNamespace {
  public:
-  /// Why this process cannot make one (no privilege); empty when it can.
-  [[nodiscard]] static std::string obstacle();
-
   /// An exception when it cannot be made.
   NetworkNamespace();
-  ~NetworkNamespace();
-  NetworkNamespace(const NetworkNamespace&) = delete;
-  NetworkNamespace& operator=(const NetworkNamespace&) = delete;
 
   /// The process that holds the namespace open.
-  [[nodiscard]] pid_t process() const { return holder_; }
+  [[nodiscard]] pid_t process() const { return holder_.process(); }
 
   /// Moves the calling process, a new one with one thread, inside: for `Program::Options`. It ends
   /// with status 125 when that is not possible.
@@ -37,7 +32,7 @@ class NetworkNamespace {
   Outcome run(const std::string& program, std::vector<std::string> arguments) const;
 
  private:
-  pid_t holder_ = -1;
+  ForkedPart holder_;
 };
 
 /// A cable between two hosts: an interface "eth0" in each, up, with these addresses, such as

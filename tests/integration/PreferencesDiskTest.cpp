@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "integration/Preferences.h"
-#include "support/OwnMounts.h"
+#include "support/OwnNamespaces.h"
 
 namespace sorvane::test {
 namespace {
@@ -74,7 +74,7 @@ class PreferencesOnASlowDisk : public ::testing::Test {
   void stopDisk() { writeFile(gate_, ""); }
   void releaseDisk() { fs::remove(gate_); }
   [[nodiscard]] bool diskIsWaitedFor() const {
-    return waitUntil([&] { return fs::exists(gate_.string() + ".waiting"); });
+    return comesToHold(gate_.string() + ".waiting", "waiting");
   }
 
   TemporaryFolder folder_;

@@ -189,7 +189,7 @@ TEST_F(SorvctlTree, DefaultsAreChangedThroughTheLauncherWithAPasswordFromStandar
   const Outcome outcome =
       run(program(), {"--port", port, "defaults", "set", "Time", "1"}, "secret word\nmore\n");
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
-  EXPECT_TRUE(waitUntil([&] { return launcher.finished() == 1; }));
+  EXPECT_TRUE(launcher.finishes(1));
   EXPECT_NE(received.find("Time = 1;"), std::string::npos) << received;
   EXPECT_NE(received.find("Date = 3;"), std::string::npos) << received;
   EXPECT_NE(received.find(entry("parameter", std::string("secret word\0", 12))), std::string::npos);

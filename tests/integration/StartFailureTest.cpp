@@ -15,14 +15,6 @@
 namespace sorvane::test {
 namespace {
 
-std::size_t count(const std::string& text, const std::string& part) {
-  std::size_t found = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++found;
-  }
-  return found;
-}
-
 // ---- The port
 
 TEST(PortInUse, CostsThreeMessagesAndEndsWithStatusZero) {
@@ -76,7 +68,7 @@ TEST(MissingLogFolder, CostsOneConsoleLineAndTheServerRuns) {
   EXPECT_TRUE(server.registers("db1"));
   EXPECT_FALSE(server.ask({{"findPort", "db1"}})) << "without a log a command may raise, too";
   EXPECT_TRUE(server.complains("Exception detected."));
-  EXPECT_EQ(count(server.console(), "Could not open nameserver log file\n"), 1U);
+  EXPECT_EQ(timesIn(server.console(), "Could not open nameserver log file\n"), 1);
   EXPECT_FALSE(std::filesystem::exists(server.tree() / "Logs"));
 }
 
@@ -139,10 +131,10 @@ TEST(UnknownSettings, CostOneLineEachAndAreIgnored) {
   server.setting("Zebra", "( 1, 2 )").setting("baseport", "7");
   server.start();
   const std::string console = server.console();
-  EXPECT_EQ(count(console, "\n"), 2U) << console;
-  EXPECT_EQ(count(console, "sorvane.conf:8: the unknown setting Zebra is ignored\n"), 1U)
+  EXPECT_EQ(timesIn(console, "\n"), 2) << console;
+  EXPECT_EQ(timesIn(console, "sorvane.conf:8: the unknown setting Zebra is ignored\n"), 1)
       << console;
-  EXPECT_EQ(count(console, "sorvane.conf:9: the unknown setting baseport is ignored\n"), 1U)
+  EXPECT_EQ(timesIn(console, "sorvane.conf:9: the unknown setting baseport is ignored\n"), 1)
       << console;
 }
 
@@ -221,8 +213,8 @@ TEST_P(FewDescriptors, EndTheStartWithStatusZeroAndNothingButLines) {
     setrlimit(RLIMIT_NOFILE, &limit);
   });
   EXPECT_EQ(server.waitForExit(), 0) << server.console();
-  EXPECT_GT(count(server.console(), "\n"), 0U);
-  EXPECT_EQ(count(server.console(), "\n"), count(server.console(), "sorvinfo["))
+  EXPECT_GT(timesIn(server.console(), "\n"), 0);
+  EXPECT_EQ(timesIn(server.console(), "\n"), timesIn(server.console(), "sorvinfo["))
       << server.console();
 }
 

@@ -32,8 +32,8 @@ void onNetworkOf(const NetworkNamespace& host, const std::function<void()>& work
 class VanishedPeer : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (const std::string obstacle = NetworkNamespace::obstacle(); !obstacle.empty()) {
-      GTEST_SKIP() << obstacle;
+    if (const std::string why = whyNoOwnNetwork(); !why.empty()) {
+      GTEST_SKIP() << why;
     }
     connectByCable(here_, "192.0.2.1/24", there_, "192.0.2.2/24");
     server_.launch({"-verbose"}, [this] { here_.enter(); });

@@ -85,7 +85,7 @@ TEST_F(Controller, RegistersItsOwnTwoPorts) {
 TEST_F(Controller, RunsWithoutALogWhenItCannotBeOpened) {
   std::filesystem::remove_all(folder_ / "Logs");
   NameServer server;
-  EXPECT_EQ(consoleLines, std::vector<std::string>{"Could not open nameserver log file"});
+  EXPECT_EQ(console_.all(), std::vector<std::string>{"Could not open nameserver log file"});
   sorvkeyController::logMessage("dropped");
   EXPECT_EQ(Peer(server).registers("db1"), "5001");
   EXPECT_FALSE(std::filesystem::exists(folder_ / "Logs"));

@@ -79,9 +79,9 @@ TEST_F(Delivery, OfACommandThatRaisesIsNilAndReportedAndTheNextOneIsServed) {
   EXPECT_FALSE(peer_.sends(request).has_value());
   const std::string text =
       "Exception detected. Command could not be executed\n" + request.description() + "\n";
-  ASSERT_FALSE(consoleLines.empty());
+  ASSERT_FALSE(console_.all().empty());
   std::string console;
-  for (const std::string& line : consoleLines) {
+  for (const std::string& line : console_.all()) {
     console += line + "\n";
   }
   EXPECT_NE(console.find("Exception detected. Command could not be executed"), std::string::npos);
@@ -104,7 +104,7 @@ TEST_F(Delivery, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
   EXPECT_THROW(peer_.accepts(), std::runtime_error);
   setTimeSource(nullptr);
   EXPECT_FALSE(serverLockIsFree());
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
   EXPECT_TRUE(peer_.sends(kPing).has_value());
   server_.serverLock().unlock();
 
@@ -137,7 +137,7 @@ TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
   peer_.accepts();
   setTimeSource(nullptr);
   EXPECT_EQ(peer_.finds("db1"), "5001");
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
   EXPECT_TRUE(server_.registry().setDirtyLock().tryLock());
   server_.registry().setDirtyLock().unlock();
 }
@@ -190,7 +190,7 @@ TEST_F(Delivery, WithoutWaitingLeavesTheReportOfAnExceptionToTheOtherDelivery) {
   EXPECT_EQ(withoutWaiting(request), std::nullopt);
   EXPECT_TRUE(output_.empty());
   EXPECT_EQ(log(), "");
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
   EXPECT_TRUE(serverLockIsFree());
   EXPECT_EQ(server_.deliverCommunication(request, connection_), Reply::none());
   EXPECT_NE(log(), "");

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,12 +13,13 @@
 #include "platform/TimeSource.h"
 #include "platform/VNHost.h"
 #include "registry/Peer.h"
+#include "support/ConsoleLines.h"
+#include "support/ProcessState.h"
 #include "support/TestFiles.h"
 
 namespace sorvane::test {
 
-inline std::mutex consoleMutex;
-inline std::vector<std::string> consoleLines;
+inline const ResetWithProcessState verboseState([] { sorvkey_verbose = 0; });
 
 /// The controller, with the steps of its start within reach.
 class NameServer : public sorvkeyController {
@@ -35,11 +35,6 @@ class NameServerTest : public testing::Test {
  protected:
   NameServerTest() {
     std::filesystem::create_directory(folder_ / "Logs");
-    consoleLines.clear();
-    setConsoleSink([](std::string_view line) {
-      const std::lock_guard hold(consoleMutex);
-      consoleLines.emplace_back(line);
-    });
     settings_.basePort = 5000;
     settings_.installationDirectory = folder_.path();
     settings_.serverConfigDirectory = folder_ / "Config";
@@ -52,13 +47,6 @@ class NameServerTest : public testing::Test {
     settings_.dynamicAddress = false;
     settingsChanged();
   }
-  ~NameServerTest() override {
-    sorvkey_verbose = 0;
-    setTimeSource(nullptr);
-    setConsoleSink(nullptr);
-    Settings::replaceForTest({});
-    VNHost::resetForTest();
-  }
 
   void settingsChanged() {
     Settings::replaceForTest(settings_);
@@ -66,6 +54,7 @@ class NameServerTest : public testing::Test {
   }
   std::string log() const { return readFile(folder_ / "Logs" / "infoserver_log"); }
 
+  const ConsoleLines console_;
   TemporaryFolder folder_;
   Settings settings_;
 };

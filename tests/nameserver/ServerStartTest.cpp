@@ -14,7 +14,6 @@ namespace {
 class ServerStart : public NameServerTest {
  protected:
   ServerStart() { ServiceDiscovery::replaceForTest(&discovery_); }
-  ~ServerStart() override { ServiceDiscovery::replaceForTest(nullptr); }
 
   std::size_t servicesPublished() {
     server_.publish();

@@ -17,7 +17,7 @@ TEST_F(SingleInstance, TakesTheProcessLockAndKeepsIt) {
   server_._startupLockConnection();
   const auto other = VNFileLock::fileLockWithSorvaneProcessName("sorvinfo");
   EXPECT_FALSE(other->obtainLock());
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
 }
 
 TEST_F(SingleInstance, EndsWithStatusZeroWhenTheLockIsHeldElsewhere) {
@@ -36,7 +36,7 @@ TEST_F(SingleInstance, EndsWithStatusZeroWhenTheLockIsHeldElsewhere) {
 TEST_F(SingleInstance, OnAStaticHostTheLookEndsAfterTheLock) {
   server_.runGlobalLook();
   EXPECT_EQ(log(), "");
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
   EXPECT_FALSE(VNFileLock::fileLockWithSorvaneProcessName("sorvinfo")->obtainLock());
 }
 
@@ -44,7 +44,7 @@ TEST_F(SingleInstance, WhenVerboseTellsThatTheLockWasTaken) {
   sorvkey_verbose = 1;
   server_.runGlobalLook();
   EXPECT_EQ(log(), "succeeded. \n");
-  EXPECT_EQ(consoleLines, std::vector<std::string>{"succeeded. "});
+  EXPECT_EQ(console_.all(), std::vector<std::string>{"succeeded. "});
 }
 
 TEST(AddressWatch, ChecksEveryThirtySecondsUntilTheAddressChanged) {
@@ -106,7 +106,7 @@ TEST_F(TerminateOther, SaysNothingWhenItCannotBeReached) {
   settingsChanged();
   sorvkeyController::terminateOtherNameserver("localhost");
   EXPECT_EQ(log(), "");
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
 }
 
 TEST_F(SingleInstance, KnowsTheAddressOfThisHost) {

@@ -6,16 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/Console.h"
 #include "platform/TimeSource.h"
 #include "registry/Dispatch.h"
 #include "registry/Peer.h"
 #include "registry/Registry.h"
+#include "support/ConsoleLines.h"
 
 namespace sorvane::test {
 
 inline std::vector<std::string> loggedLines;
-inline std::vector<std::string> consoleLines;
 inline double movedTime = 1000.0;
 
 class CommandServer : public NetConnectionDelegate {
@@ -53,16 +52,12 @@ class CommandServer : public NetConnectionDelegate {
   std::string lastLogLine;
 };
 
-/// The clock that the test moves, for as long as this lives.
-class MovedClock {
- public:
+/// Makes the clock one that the test moves.
+struct MovedClock {
   MovedClock() {
     movedTime = 1000.0;
     setTimeSource([] { return movedTime; });
   }
-  ~MovedClock() { setTimeSource(nullptr); }
-  MovedClock(const MovedClock&) = delete;
-  MovedClock& operator=(const MovedClock&) = delete;
 };
 
 /// A host of the test's own making, a clock that the test moves, and the lines that were written.
@@ -70,11 +65,8 @@ class CommandTest : public testing::Test {
  protected:
   CommandTest() {
     loggedLines.clear();
-    consoleLines.clear();
-    setConsoleSink([](std::string_view line) { consoleLines.emplace_back(line); });
     hostIs("10.1.2.3", false);
   }
-  ~CommandTest() override { setConsoleSink(nullptr); }
 
   void hostIs(std::string_view address, bool dynamic) {
     server_.host = {.name = "testhost",
@@ -88,6 +80,7 @@ class CommandTest : public testing::Test {
                     }};
   }
 
+  ConsoleLines console_;
   MovedClock clock_;  // before the server, which asks it when it is made
   CommandServer server_;
 };

@@ -131,7 +131,7 @@ TEST_F(SorvexecConnectHost, WithoutNameOrAddressHasNoReply) {
     }
     EXPECT_EQ(peer_.answer(request), "(nil)") << missing;
   }
-  EXPECT_TRUE(consoleLines.empty());
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
 }
 
 TEST_F(SorvexecConnectHost, WithoutAnEthernetAddressFailsWithAConsoleLine) {
@@ -139,7 +139,7 @@ TEST_F(SorvexecConnectHost, WithoutAnEthernetAddressFailsWithAConsoleLine) {
                           {"hostName", "hostA"},
                           {"portHostAddress", "10.0.0.7"}}),
             "failed");
-  EXPECT_EQ(consoleLines,
+  EXPECT_EQ(console_.all(),
             std::vector<std::string>{"ethernetAddress missing from sorvexec communication"});
 }
 

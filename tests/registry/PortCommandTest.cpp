@@ -321,7 +321,7 @@ TEST_F(FindPort, OnALocalOnlyHostAnswersLocalRequestersAlone) {
   };
   for (const LocalOnlyCase& each : cases) {
     hostIs(each.hostAddress, each.dynamic);
-    consoleLines.clear();
+    console_.clear();
     Peer peer(server_);
     const std::string byAddress = peer.answer(
         {{"findPort", "db1"}, {"portHost", "x"}, {"portHostAddress", each.requesterAddress}},
@@ -336,7 +336,7 @@ TEST_F(FindPort, OnALocalOnlyHostAnswersLocalRequestersAlone) {
     EXPECT_EQ(server_.lastMayWait, !each.answered);
     const std::vector<std::string> refusals(
         2, "Remote user failed because server is configured for non-network access");
-    EXPECT_EQ(consoleLines, each.answered ? std::vector<std::string>{} : refusals);
+    EXPECT_EQ(console_.all(), each.answered ? std::vector<std::string>{} : refusals);
   }
 }
 

@@ -17,7 +17,6 @@ class PortDescriptorTest : public testing::Test {
     now = 500.0;
     setTimeSource([] { return now; });
   }
-  ~PortDescriptorTest() override { setTimeSource(nullptr); }
 
   PortDescriptor record_;
   WatchList list_;

@@ -10,16 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "support/ForkedPart.h"
 #include "support/TestFiles.h"
+#include "support/WaitUntil.h"
 
 namespace sorvane::test {
-
-/// The longest that a test waits for something that should happen; passing it fails the test.
-inline constexpr std::chrono::seconds kPatience{30};
-
-/// Asks every few milliseconds until the answer is yes; false when it never was within the limit.
-[[nodiscard]] bool waitUntil(const std::function<bool()>& condition,
-                             std::chrono::milliseconds limit = kPatience);
 
 /// One run of a program. Its standard output and error go into files of the run's own; it is killed
 /// at the end of the object's life, and when the test program dies.
@@ -32,12 +27,11 @@ class Program {
 
   Program(const std::filesystem::path& file, std::vector<std::string> arguments);
   Program(const std::filesystem::path& file, std::vector<std::string> arguments, Options options);
-  ~Program();
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  [[nodiscard]] pid_t process() const { return process_; }
-  void signal(int number) const;
+  [[nodiscard]] pid_t process() const { return process_.process(); }
+  void signal(int number) const { process_.signal(number); }
   [[nodiscard]] bool isRunning();
 
   /// Waits for the end: the exit status, or 128 and the number of the signal that ended it. Nothing
@@ -46,14 +40,19 @@ class Program {
 
   [[nodiscard]] std::string output() const { return readFile(folder_ / "output"); }
   [[nodiscard]] std::string errors() const { return readFile(folder_ / "errors"); }
-  /// Waits until the standard output, or error, holds that text.
-  [[nodiscard]] bool prints(const std::string& text) const;
-  [[nodiscard]] bool complains(const std::string& text) const;
+  /// Waits until the standard output, or error, holds that text so many times; false when it does
+  /// not within `kPatience`.
+  [[nodiscard]] bool prints(const std::string& text, int times = 1) const;
+  [[nodiscard]] bool complains(const std::string& text, int times = 1) const;
 
  private:
-  TemporaryFolder folder_;
-  pid_t process_ = -1;
-  std::optional<int> status_;
+  /// The folder with the files that its standard streams lead to.
+  struct Streams : TemporaryFolder {
+    explicit Streams(const std::string& input);
+  };
+
+  const Streams folder_;  // before the process, which opens what lies there
+  ForkedPart process_;
 };
 
 /// What a program that was run to its end left.

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "platform/Message.h"
-#include "support/Program.h"
+#include "support/WaitUntil.h"
 #include "support/WireBytes.h"
 
 namespace sorvane::test {

@@ -1,12 +1,14 @@
 #include "support/ScriptedPeer.h"
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <stdexcept>
 
+#include "support/WaitUntil.h"
 #include "support/WireBytes.h"
 
 namespace sorvane::test {
@@ -70,6 +72,13 @@ void PeerConnection::waitForClose() {
   }
 }
 
+bool PeerConnection::isClosedByPeer(std::chrono::milliseconds limit) {
+  pollfd waiting{socket_, POLLIN, 0};
+  char byte = 0;
+  return poll(&waiting, 1, static_cast<int>(limit.count())) > 0 &&
+         recv(socket_, &byte, 1, MSG_PEEK) <= 0;
+}
+
 ScriptedPeer::ScriptedPeer(Script script) : listener_(boundSocket(port_)) {
   if (listen(listener_, 16) != 0) {
     throw std::runtime_error("a peer cannot listen");
@@ -90,9 +99,36 @@ ScriptedPeer::~ScriptedPeer() {
   close(listener_);
 }
 
+int ScriptedPeer::connections() const {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  return connections_;
+}
+
+bool ScriptedPeer::accepts(int connections) const {
+  std::unique_lock<std::mutex> hold(mutex_);
+  return changed_.wait_for(hold, kPatience, [&] { return connections_ >= connections; });
+}
+
+bool ScriptedPeer::finishes(int connections) const {
+  std::unique_lock<std::mutex> hold(mutex_);
+  return changed_.wait_for(hold, kPatience, [&] { return finished_ >= connections; });
+}
+
 bool ScriptedPeer::begin(int accepted) {
   const std::lock_guard<std::mutex> hold(mutex_);
-  current_ = accepted;
+  if (!ending_) {
+    current_ = accepted;
+    ++connections_;
+    changed_.notify_all();
+  }
+  return !ending_;
+}
+
+bool ScriptedPeer::finish() {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  current_ = -1;
+  ++finished_;
+  changed_.notify_all();
   return !ending_;
 }
 
@@ -103,15 +139,13 @@ void ScriptedPeer::serve(const Script& script) {
       close(accepted);
       return;
     }
-    ++connections_;
     PeerConnection connection(accepted);
     script(connection);
-    ++finished_;
-    if (!begin(-1)) {
-      close(accepted);
+    const bool goesOn = finish();
+    close(accepted);
+    if (!goesOn) {
       return;
     }
-    close(accepted);
   }
 }
 

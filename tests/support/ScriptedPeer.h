@@ -1,7 +1,8 @@
 // A TCP server that follows a script: the other side for tests of clients.
 #pragma once
 
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <mutex>
@@ -26,6 +27,8 @@ class PeerConnection {
   void shutdownWriting();
   /// Reads until the client closes: the way to stay silent.
   void waitForClose();
+  /// Waits that long, unless the client closes or sends before; true when it has closed.
+  [[nodiscard]] bool isClosedByPeer(std::chrono::milliseconds limit);
 
  private:
   int socket_;
@@ -43,22 +46,27 @@ class ScriptedPeer {
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;
 
   [[nodiscard]] int port() const { return port_; }
-  [[nodiscard]] int connections() const { return connections_; }
-  /// How many of them the script has finished with.
-  [[nodiscard]] int finished() const { return finished_; }
+  [[nodiscard]] int connections() const;
+  /// Waits until it has accepted so many, or the script has finished with so many.
+  [[nodiscard]] bool accepts(int connections) const;
+  [[nodiscard]] bool finishes(int connections) const;
 
  private:
   void serve(const Script& script);
-  /// Notes the connection that is served from now on; false at the end of the peer's life.
+  /// Notes a connection that is served from now on; false at the end of the peer's life.
   [[nodiscard]] bool begin(int accepted);
+  /// Notes that it has been served; false at the end of the peer's life.
+  [[nodiscard]] bool finish();
 
   int port_ = 0;  // before the listener, whose making sets it
   int listener_ = -1;
-  std::atomic<int> connections_ = 0;
-  std::atomic<int> finished_ = 0;
-  std::mutex mutex_;
-  int current_ = -1;     // under mutex_: the connection that is being served
-  bool ending_ = false;  // under mutex_
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;  // when one of the counts below has changed
+  // Guarded by mutex_.
+  int connections_ = 0;
+  int finished_ = 0;
+  int current_ = -1;  // the connection that is being served
+  bool ending_ = false;
   std::thread thread_;
 };
 

@@ -25,10 +25,15 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
-/// The whole content of a file; fails the running test and answers "" when it cannot be read.
+/// The whole content of a file; fails the running test and returns "" when it cannot be read.
 std::string readFile(const std::filesystem::path& path);
 
 /// Writes a file anew, creating the folders above it.
 void writeFile(const std::filesystem::path& path, std::string_view content);
+
+/// Waits until a file, which need not be there yet, holds that text so many times; false when it
+/// does not within `kPatience`, and when there is no folder for it.
+[[nodiscard]] bool comesToHold(const std::filesystem::path& path, std::string_view text,
+                               int times = 1);
 
 }  // namespace sorvane::test

@@ -6,8 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "support/OwnMounts.h"
-#include "support/OwnProcess.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 #include "system/Files.h"
 #include "system/PathText.h"
@@ -224,7 +223,6 @@ class Backslashes : public Files {
   };
 
   void SetUp() override { ProcessInfo::replaceForTest(&windows_); }
-  void TearDown() override { ProcessInfo::replaceForTest(nullptr); }
 
   Windows windows_;
 };

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "support/OwnMounts.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 #include "system/ProcessInfo.h"
 

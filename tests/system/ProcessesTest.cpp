@@ -14,9 +14,9 @@
 #include "platform/NSException.h"
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
-#include "support/InterruptedThread.h"
-#include "support/OwnProcess.h"
+#include "support/ForkedPart.h"
 #include "support/TestFiles.h"
+#include "support/WatchedThread.h"
 #include "system/ProcessInfo.h"
 #include "system/Processes.h"
 #include "system/Streams.h"
@@ -38,18 +38,9 @@ class HostNames : public testing::Test {
     mutable std::atomic<int> asked{0};
   };
 
-  void SetUp() override {
-    ProcessInfo::replaceForTest(&system_);
-    resetProcessIDForTest();
-  }
-  void TearDown() override {
-    ProcessInfo::replaceForTest(nullptr);
-    resetProcessIDForTest();
-    Settings::replaceForTest(Settings());
-    VNHost::resetForTest();
-  }
+  void SetUp() override { ProcessInfo::replaceForTest(&system_); }
 
-  /// The name that the host object answers, and the one that the system answers.
+  /// The name that the host object has, and the one that the system has.
   void hostIsNamed(const std::string& hostObject, const std::string& system = "") {
     Settings settings;
     settings.hostName = hostObject;
@@ -149,7 +140,7 @@ using Clock = std::chrono::steady_clock;
 
 TEST(Sleep, GoesOnAfterASignal) {
   const auto start = Clock::now();
-  test::InterruptedThread sleeper([] { VN_sleep(1); });
+  test::WatchedThread sleeper([] { VN_sleep(1); });
   sleeper.interrupt();
   sleeper.interrupt();
   sleeper.join();
@@ -202,8 +193,7 @@ TEST_F(Launch, OfWhatIsNoProgramRaises) {
 
 TEST_F(Launch, LeavesNoDeadProcessBehind) {
   const int number = QB_launch(program("exit 3").c_str())->processIdentifier();
-  while (kill(number, 0) == 0) std::this_thread::yield();
-  EXPECT_EQ(errno, ESRCH);
+  EXPECT_TRUE(test::waitUntil([&] { return kill(number, 0) != 0 && errno == ESRCH; }));
 }
 
 TEST_F(Launch, WorksWhereEndedChildrenAreReapedByTheSystem) {
@@ -240,19 +230,23 @@ TEST_F(Launch, SystemHoldsTheSystemLock) {
   ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
   VN_rclose(-1);  // makes the lock
   std::atomic<bool> ended = false;
-  std::thread command([&] {
+  test::WatchedThread command([&] {
     QB_system(("read line < '" + gate + "'").c_str());
     ended = true;
   });
-  while (pthread_mutex_trylock(systemLock) == 0) {
-    pthread_mutex_unlock(systemLock);
-    std::this_thread::yield();
-  }
+  ASSERT_TRUE(test::waitUntil([] {
+    const bool free = pthread_mutex_trylock(systemLock) == 0;
+    if (free) {
+      pthread_mutex_unlock(systemLock);
+    }
+    return !free;
+  }));
   std::atomic<bool> opened = false;
-  std::thread opener([&] {
+  test::WatchedThread opener([&] {
     VN_rclose(VN_ropen((folder_ / "file").c_str()));
     opened = true;
   });
+  EXPECT_TRUE(opener.comesToAWait());
   EXPECT_FALSE(ended);
   EXPECT_FALSE(opened);
   FILE* stream = fopen(gate.c_str(), "w");  // not by the wrapper, which would wait

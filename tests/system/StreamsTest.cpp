@@ -5,14 +5,14 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/InterruptedThread.h"
-#include "support/OwnMounts.h"
-#include "support/OwnProcess.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
+#include "support/WatchedThread.h"
 #include "system/Streams.h"
 
 namespace sorvane {
@@ -132,9 +132,8 @@ TEST_F(Streams, ReadAnswersHowManyBytesCame) {
 }
 
 TEST_F(Streams, RopenCreatesADataFileAndKeepsAnExistingOne) {
-  const mode_t mask = umask(022);
+  umask(022);
   int descriptor = VN_ropen(path_.c_str());
-  umask(mask);
   ASSERT_GE(descriptor, 0);
   struct stat facts {};
   ASSERT_EQ(fstat(descriptor, &facts), 0);
@@ -210,7 +209,7 @@ TEST_F(Streams, AnInterruptedRreadGoesOn) {
   Pipe pipe;
   char buffer[4] = "";
   int answer = -1;
-  test::InterruptedThread reader([&] { answer = VN_rread(pipe.ends[0], buffer, 3); });
+  test::WatchedThread reader([&] { answer = VN_rread(pipe.ends[0], buffer, 3); });
   reader.interrupt();
   ASSERT_EQ(VN_rwrite(pipe.ends[1], "abc", 3), 1);
   reader.join();
@@ -264,16 +263,18 @@ TEST_F(Streams, OpenAndCloseWaitForTheSystemLockReadingAndWritingDoNot) {
   EXPECT_EQ(VN_rseek(descriptor, 0), 1);
 
   std::atomic<int> done{0};
-  std::vector<std::thread> waiters;
+  std::list<test::WatchedThread> waiters;
   waiters.emplace_back([&] { VN_fclose(stream), ++done; });
   waiters.emplace_back([&] { VN_rclose(descriptor), ++done; });
   waiters.emplace_back([&] { VN_rclose(VN_ropen(path_.c_str())), ++done; });
   waiters.emplace_back([&] { VN_fclose(VN_fopen(path_.c_str(), "r")), ++done; });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // room for a wrong one to get by
+  for (const test::WatchedThread& waiter : waiters) {
+    EXPECT_TRUE(waiter.comesToAWait()) << "it got by";
+  }
   EXPECT_EQ(done, 0);
 
   ASSERT_EQ(QB_unlock_mutex(systemLock), 0);
-  for (std::thread& waiter : waiters) waiter.join();
+  waiters.clear();
   EXPECT_EQ(done, 4);
   stream_ = nullptr;
 }

@@ -7,7 +7,8 @@
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
 #include "platform/client/FakeResolver.h"
-#include "support/ChildProcess.h"
+#include "support/ConsoleLines.h"
+#include "support/ForkedPart.h"
 #include "support/Program.h"
 #include "support/ScriptedPeer.h"
 #include "support/TestFiles.h"
@@ -29,10 +30,6 @@ class NameServerHostFile : public testing::Test {
     Settings::replaceForTest(settings);
     VNHost::resetForTest();
   }
-  ~NameServerHostFile() override {
-    Settings::replaceForTest(Settings());
-    VNHost::resetForTest();
-  }
 
   [[nodiscard]] std::filesystem::path file() const { return folder_ / "SorvNameServerHost"; }
 
@@ -46,13 +43,14 @@ class NameServerHostFile : public testing::Test {
 
   bool found_ = false;
 
- private:
-  TemporaryFolder folder_;
   ScriptedPeer nameServer_{[](PeerConnection& client) {
     while (client.receiveRequest()) {
       client.send(frameOfBody(""));
     }
   }};
+
+ private:
+  TemporaryFolder folder_;
 };
 
 TEST_F(NameServerHostFile, PathIsThatOfTheSettings) {
@@ -94,7 +92,8 @@ TEST_F(NameServerHostFile, UsesTheFirstWordOfTheFirstLineThatHasOne) {
   resolveAs("first.test", {"127.0.0.1"});
   writeFile(file(), "# comment\n\n \tfirst.test second.test\nthird.test\n");
   EXPECT_FALSE(search());
-  EXPECT_TRUE(waitUntil([this] { return connections() == 1; })) << "first.test was not tried";
+  EXPECT_TRUE(nameServer_.accepts(1)) << "first.test was not tried";
+  EXPECT_EQ(connections(), 1);
 }
 
 TEST_F(NameServerHostFile, ThatNamesAnUnknownHostNamesNobody) {
@@ -106,14 +105,14 @@ TEST_F(NameServerHostFile, ThatNamesAnUnknownHostNamesNobody) {
 
 TEST_F(NameServerHostFile, ThatCannotBeReadNamesNobodyAndCostsAConsoleLine) {
   const auto searchOnce = [this](const char* what) {
-    const ChildEnd child = runInChild([this] {
+    const PartEnd part = outputOfPart([this] {
       EXPECT_FALSE(search());
       EXPECT_TRUE(found_);
     });
-    EXPECT_EQ(child.status, 0) << what << " " << child.output << "signal " << child.signal;
-    EXPECT_TRUE(
-        child.errors.ends_with("]: name server host file " + file().string() + " cannot be read\n"))
-        << what << " " << child.errors;
+    EXPECT_EQ(part.status, 0) << what << " " << part.output;
+    EXPECT_EQ(withoutProgramName(part.errors),
+              "name server host file " + file().string() + " cannot be read\n")
+        << what;
     std::filesystem::remove(file());
   };
   std::filesystem::create_directory(file());

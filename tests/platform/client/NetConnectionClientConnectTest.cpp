@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Answers every request with the same frame, and keeps the requests.
+/// Replies to every request with the same frame, and keeps the requests.
 class AnsweringPeer {
  public:
   explicit AnsweringPeer(std::string answer)
@@ -268,7 +268,7 @@ TEST(Invalidate, DeliversWhatWasSent) {
     ASSERT_TRUE(connection.connectToPort("127.0.0.1", peer.port()));
     ASSERT_TRUE(connection.sendRequest({{"action", "terminate"}}));
     connection.invalidate();
-    EXPECT_TRUE(waitUntil([&] { return peer.finished() == 1; }));
+    EXPECT_TRUE(peer.finishes(1));
   }
   EXPECT_EQ(received, entry("action", std::string("terminate\0", 10)));
 }

@@ -6,10 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/Console.h"
 #include "platform/Settings.h"
 #include "platform/VNFileLock.h"
-#include "support/ChildProcess.h"
+#include "support/ConsoleLines.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 
 namespace sorvane {
@@ -21,48 +21,26 @@ constexpr uid_t kOtherUser = 65002;
 /// A process that takes the lock and keeps it until it is ended.
 class Holder {
  public:
-  explicit Holder(uid_t user = getuid()) {
-    int obtained[2];
-    EXPECT_EQ(pipe(obtained), 0);
-    process_ = fork();
-    if (process_ == 0) {
-      alarm(30);
-      close(obtained[0]);
-      const bool may = setuid(user) == 0;
-      const auto lock = VNFileLock::fileLockWithSorvaneProcessName("program");
-      const char answer = may && lock->obtainLock() ? 'y' : 'n';
-      if (write(obtained[1], &answer, 1) == 1) {
-        pause();
-      }
-      _exit(1);
-    }
-    close(obtained[1]);
-    char answer = 0;
-    EXPECT_EQ(read(obtained[0], &answer, 1), 1);
-    EXPECT_EQ(answer, 'y') << "the holder did not get the lock";
-    close(obtained[0]);
+  explicit Holder(uid_t user = getuid())
+      : process_([user](const test::ForkedPart& self) {
+          const bool may = setuid(user) == 0;
+          const auto lock = VNFileLock::fileLockWithSorvaneProcessName("program");
+          self.tell(may && lock->obtainLock() ? 1 : 0);
+          pause();
+        }) {
+    EXPECT_EQ(process_.hear(), 1) << "the holder did not get the lock";
   }
-  ~Holder() { end(); }
-  Holder(const Holder&) = delete;
-  Holder& operator=(const Holder&) = delete;
 
-  void end() {
-    if (process_ > 0) {
-      kill(process_, SIGKILL);
-      waitpid(process_, nullptr, 0);
-      process_ = 0;
-    }
-  }
-  [[nodiscard]] std::string number() const { return std::to_string(process_); }
+  void end() { process_.end(); }
+  [[nodiscard]] std::string number() const { return std::to_string(process_.process()); }
 
  private:
-  pid_t process_ = 0;
+  test::ForkedPart process_;
 };
 
 class VNFileLockTest : public testing::Test {
  protected:
   VNFileLockTest() { useFolder(folder_.path().string()); }
-  ~VNFileLockTest() override { Settings::replaceForTest(Settings()); }
 
   static void useFolder(const std::string& folder) {
     Settings settings;
@@ -75,17 +53,17 @@ class VNFileLockTest : public testing::Test {
   /// What a fresh process says to the console when it tries the lock; "obtained", "held" when it
   /// says nothing.
   static std::string errorsOfObtaining(uid_t user = getuid()) {
-    const test::ChildEnd child = test::runInChild([&] {
+    const test::PartEnd part = test::outputOfPart([&] {
       ASSERT_EQ(setuid(user), 0);
       printf("%s", VNFileLock::fileLockWithSorvaneProcessName("program")->obtainLock() ? "obtained"
                                                                                        : "held");
     });
-    EXPECT_EQ(child.status, 0) << child.output;
-    if (child.errors.empty()) {
-      return child.output;
+    EXPECT_EQ(part.status, 0) << part.output;
+    if (part.errors.empty()) {
+      return part.output;
     }
-    EXPECT_EQ(child.output, "held");
-    return child.errors.substr(child.errors.find("]: ") + 3);
+    EXPECT_EQ(part.output, "held");
+    return test::withoutProgramName(part.errors);
   }
 
   mode_t modeOf(const std::filesystem::path& path) const {
@@ -143,7 +121,6 @@ TEST_F(VNFileLockTest, TellsTheProcessNumberOfItsHolderToEverybody) {
   const Holder holder;
   EXPECT_EQ(test::readFile(file_), holder.number() + "\n");
   EXPECT_EQ(modeOf(file_), 0644U);
-  umask(022);
 }
 
 TEST_F(VNFileLockTest, ReplacesALongerNumberOfAnEarlierHolder) {
@@ -156,7 +133,6 @@ TEST_F(VNFileLockTest, CreatesAMissingFolderThatEveryUserMayUse) {
   umask(077);
   useFolder(folder_ / "a/b");
   EXPECT_TRUE(obtains());
-  umask(022);
   EXPECT_EQ(modeOf(folder_ / "a"), 0755U);
   EXPECT_EQ(modeOf(folder_ / "a/b"), 01777U);
 }
@@ -248,7 +224,7 @@ TEST_F(VNFileLockOfTwoUsers, ServesOnAFileSystemThatIsReadOnly) {
   if (const std::string why = test::whyNoOwnNetwork(); !why.empty()) {
     GTEST_SKIP() << why;
   }
-  const test::ChildEnd child = test::runInOwnNetwork([&] {
+  test::inOwnNetwork([&] {
     const std::string folder = folder_ / "readonly";
     std::filesystem::create_directory(folder);
     ASSERT_EQ(mount("none", folder.c_str(), "tmpfs", 0, nullptr), 0);
@@ -258,7 +234,6 @@ TEST_F(VNFileLockOfTwoUsers, ServesOnAFileSystemThatIsReadOnly) {
     const Holder holder;
     EXPECT_FALSE(obtains());
   });
-  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/AtomicFile.h"
-#include "support/OwnMounts.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 
 namespace {

@@ -1,10 +1,8 @@
 // Whole-file replacement: what a file and its folder look like afterwards.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "platform/AtomicFile.h"
+#include "support/ForkedPart.h"
 #include "support/TestFiles.h"
 
 namespace sorvane {
@@ -75,10 +74,8 @@ TEST_F(ReplaceFile, ReplacesLongerShorterAndEmptyContent) {
 }
 
 TEST_F(ReplaceFile, TakesAPathRelativeToTheWorkingFolder) {
-  const fs::path before = fs::current_path();
   fs::current_path(folder_.path());
   replaces("file", "content");
-  fs::current_path(before);
   EXPECT_EQ(readFile(file_), "content");
 }
 
@@ -114,26 +111,21 @@ TEST_F(ReplaceFile, ShrinksTheRightsOfAGroupThatCannotBeKept) {
   ASSERT_EQ(::chown(file_.c_str(), 4711, 4712), 0);
   ASSERT_EQ(::chmod(file_.c_str(), 0664), 0);
   ASSERT_EQ(::chmod(folder_.path().c_str(), 0777), 0);
-  const pid_t child = fork();
-  ASSERT_NE(child, -1);
-  if (child == 0) {
-    const bool became = ::setgid(4800) == 0 && ::setuid(4800) == 0;
-    ::_exit(became && !replaceFile(file_.string(), "new") ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  test::inOwnProcess([this] {
+    ASSERT_EQ(::setgid(4800), 0);
+    ASSERT_EQ(::setuid(4800), 0);
+    replaces(file_, "new");
+  });
   EXPECT_EQ(statusOf(file_).st_uid, 4800U);
   EXPECT_EQ(modeOf(file_), 0644);
   EXPECT_EQ(readFile(file_), "new");
 }
 
 TEST_F(ReplaceFile, GivesANewFileTheUsualModeLessTheMask) {
-  const mode_t before = ::umask(0);
+  ::umask(0);
   replaces(folder_ / "open", "");
   ::umask(077);
   replaces(folder_ / "masked", "");
-  ::umask(before);
   EXPECT_EQ(modeOf(folder_ / "open"), 0644) << "nobody else may write it, whatever the mask";
   EXPECT_EQ(modeOf(folder_ / "masked"), 0600);
 }
@@ -211,17 +203,17 @@ TEST_F(ReplaceFile, EndedAtAnyMomentLeavesAWholeFileAndAtMostOneTemporary) {
   const std::string second(300000, 'b');
   replaces(file_, first);
   for (int round = 0; round < 40; ++round) {
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
+    test::ForkedPart writing([&](const test::ForkedPart& self) {
+      self.tell(0);
       for (;;) {
         (void)replaceFile(file_.string(), second);
         (void)replaceFile(file_.string(), first);
       }
-    }
-    ::usleep(static_cast<useconds_t>(200 + round * 137));  // where it is hit is the point
-    ::kill(child, SIGKILL);
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    });
+    ASSERT_EQ(writing.hear(), 0);
+    // Nothing is waited for here: each round hits the writer at another moment.
+    ::usleep(static_cast<useconds_t>(round * 137));
+    writing.end();
     const std::string content = readFile(file_);
     EXPECT_TRUE(content == first || content == second) << "a part of a content is left";
     EXPECT_LE(namesIn(folder_.path()).size(), 2U);

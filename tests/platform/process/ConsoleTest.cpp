@@ -10,13 +10,16 @@
 #include <thread>
 
 #include "platform/Console.h"
-#include "support/ChildProcess.h"
+#include "support/ConsoleLines.h"
+#include "support/OwnNamespaces.h"
 
 namespace sorvane {
 namespace {
 
-using test::ChildEnd;
-using test::runInChild;
+using test::ConsoleLines;
+using test::inOwnProcess;
+using test::outputOfPart;
+using test::timesIn;
 
 /// The prefix that the running program puts before each line.
 std::string prefix() { return "platform_tests[" + std::to_string(getpid()) + "]: "; }
@@ -32,61 +35,40 @@ std::string readAvailable(int descriptor) {
   return text;
 }
 
-std::size_t occurrences(const std::string& text, const std::string& what) {
-  std::size_t count = 0;
-  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += what.size()) {
-    ++count;
-  }
-  return count;
-}
-
-/// Everything that a child wrote, with the prefix shown as "P: ".
-std::string shown(const std::string& text) {
-  std::string result;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = text.find('\n', at);
-    const std::string line = text.substr(at, end - at);
-    const std::size_t close = line.find("]: ");
-    EXPECT_EQ(line.rfind("platform_tests[", 0), 0U) << line;
-    result += "P: " + line.substr(close + 3) + "\n";
-    at = end + 1;
-  }
-  return result;
-}
-
+/// The lines that the console shows of a text, the program's name left out.
 std::string linesOf(const char* text) {
-  return shown(runInChild([&] { consoleLine(text); }).errors);
+  return test::withoutProgramName(outputOfPart([&] { consoleLine(text); }).errors);
 }
 
 TEST(Console, LineCarriesTheNameAndTheNumberOfTheProcess) {
-  const ChildEnd child = runInChild([] {
+  const test::PartEnd part = outputOfPart([] {
     printf("%s", prefix().c_str());
     consoleLine("hello");
   });
-  EXPECT_EQ(child.errors, child.output + "hello\n");
+  EXPECT_EQ(part.errors, part.output + "hello\n");
 }
 
 TEST(Console, TextWithLineFeedsBecomesSeveralLines) {
-  EXPECT_EQ(linesOf("one\ntwo"), "P: one\nP: two\n");
-  EXPECT_EQ(linesOf("one\n\ntwo"), "P: one\nP: \nP: two\n");
-  EXPECT_EQ(linesOf(""), "P: \n");
+  EXPECT_EQ(linesOf("one\ntwo"), "one\ntwo\n");
+  EXPECT_EQ(linesOf("one\n\ntwo"), "one\n\ntwo\n");
+  EXPECT_EQ(linesOf(""), "\n");
 }
 
 TEST(Console, OneLineFeedAtTheEndAddsNoLine) {
-  EXPECT_EQ(linesOf("one\n"), "P: one\n");
-  EXPECT_EQ(linesOf("one\n\n"), "P: one\nP: \n");
-  EXPECT_EQ(linesOf("\n"), "P: \n");
+  EXPECT_EQ(linesOf("one\n"), "one\n");
+  EXPECT_EQ(linesOf("one\n\n"), "one\n\n");
+  EXPECT_EQ(linesOf("\n"), "\n");
 }
 
-TEST(Console, TextIsNeverAFormat) { EXPECT_EQ(linesOf("100 %s%n %%"), "P: 100 %s%n %%\n"); }
+TEST(Console, TextIsNeverAFormat) { EXPECT_EQ(linesOf("100 %s%n %%"), "100 %s%n %%\n"); }
 
 TEST(Console, LineLongerThanAPipeTakesAtOnceIsWrittenWhole) {
   const std::string text(20000, 'x');
-  EXPECT_EQ(linesOf(text.c_str()), "P: " + text + "\n");
+  EXPECT_EQ(linesOf(text.c_str()), text + "\n");
 }
 
 TEST(Console, PipeThatNobodyReadsIsNotWaitedForAndTheLossIsCounted) {
-  const ChildEnd child = runInChild([] {
+  inOwnProcess([] {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
@@ -94,7 +76,7 @@ TEST(Console, PipeThatNobodyReadsIsNotWaitedForAndTheLossIsCounted) {
     for (int i = 0; i < kLines; ++i) {
       consoleLine("a line that is long enough to fill the pipe before all of them are written");
     }
-    const std::size_t taken = occurrences(readAvailable(ends[0]), "a line that");
+    const int taken = timesIn(readAvailable(ends[0]), "a line that");
     EXPECT_LT(taken, kLines);
     EXPECT_GT(taken, 100);
     consoleLine("read again");
@@ -103,11 +85,10 @@ TEST(Console, PipeThatNobodyReadsIsNotWaitedForAndTheLossIsCounted) {
                                           "read again\n");
     EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0) << "the shared flags were changed";
   });
-  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 TEST(Console, TerminalThatTakesNothingIsNotWaitedFor) {
-  const ChildEnd child = runInChild([] {
+  inOwnProcess([] {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_GE(master, 0);
     ASSERT_EQ(grantpt(master), 0);
@@ -118,42 +99,38 @@ TEST(Console, TerminalThatTakesNothingIsNotWaitedFor) {
     for (int i = 0; i < 5000; ++i) {
       consoleLine("a line that is long enough to fill the terminal's queue in a while");
     }
-    EXPECT_GT(occurrences(readAvailable(master), "a line that"), 10U);
+    EXPECT_GT(timesIn(readAvailable(master), "a line that"), 10);
   });
-  EXPECT_EQ(child.status, 0) << child.output << " signal " << child.signal;
 }
 
 TEST(Console, SocketThatNobodyReadsIsNotWaitedFor) {
-  const ChildEnd child = runInChild([] {
+  inOwnProcess([] {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
     for (int i = 0; i < 20000; ++i) {
       consoleLine("a line that is long enough to fill the socket's queue in a while");
     }
-    EXPECT_GT(occurrences(readAvailable(ends[0]), "a line that"), 100U);
+    EXPECT_GT(timesIn(readAvailable(ends[0]), "a line that"), 100);
   });
-  EXPECT_EQ(child.status, 0) << child.output << " signal " << child.signal;
 }
 
 TEST(Console, PipeWithoutAReaderEndsNothing) {
-  const ChildEnd child = runInChild([] {
+  inOwnProcess([] {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
     close(ends[0]);
     close(ends[1]);
-    consoleLine("into the void");
+    consoleLine("nobody reads this");
   });
-  EXPECT_EQ(child.status, 0) << child.output << " signal " << child.signal;
 }
 
 TEST(Console, ClosedStandardErrorEndsNothing) {
-  const ChildEnd child = runInChild([] {
+  inOwnProcess([] {
     close(STDERR_FILENO);
-    consoleLine("into the void");
+    consoleLine("nobody reads this");
   });
-  EXPECT_EQ(child.status, 0) << child.output << " signal " << child.signal;
 }
 
 /// A system log of the child's own: a socket in a /dev that only the child sees.
@@ -178,7 +155,7 @@ TEST(Console, LineGoesToTheSystemLogWhereOneRuns) {
   if (const std::string why = test::whyNoOwnNetwork(); !why.empty()) {
     GTEST_SKIP() << why;
   }
-  const ChildEnd child = test::runInOwnNetwork([] {
+  test::inOwnNetwork([] {
     const OwnSystemLog log;
     consoleLine("100 %s%n");
     const std::string entry = log.next();
@@ -186,59 +163,44 @@ TEST(Console, LineGoesToTheSystemLogWhereOneRuns) {
     EXPECT_NE(entry.find("platform_tests"), std::string::npos) << entry;
     EXPECT_NE(entry.find(": 100 %s%n"), std::string::npos) << entry;
   });
-  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 TEST(Console, SystemLogThatIsNotReadIsNotWaitedFor) {
   if (const std::string why = test::whyNoOwnNetwork(); !why.empty()) {
     GTEST_SKIP() << why;
   }
-  const ChildEnd child = test::runInOwnNetwork([] {
+  const test::PartEnd part = test::outputInOwnNetwork([] {
     const OwnSystemLog log;
     for (int i = 0; i < 2000; ++i) {
       consoleLine("again");
     }
     EXPECT_NE(log.next(), "");
   });
-  EXPECT_EQ(child.status, 0) << child.output << " signal " << child.signal;
+  EXPECT_EQ(part.status, 0) << part.output;
 }
 
-/// The lines that a sink received.
-std::vector<std::string>& sunk() {
-  static std::vector<std::string> lines;
-  return lines;
-}
-
-class ConsoleSinkTest : public testing::Test {
- protected:
-  ConsoleSinkTest() {
-    sunk().clear();
-    setConsoleSink([](std::string_view line) { sunk().emplace_back(line); });
-  }
-  ~ConsoleSinkTest() override { setConsoleSink(nullptr); }
-};
-
-TEST_F(ConsoleSinkTest, ReceivesEachLineBare) {
+TEST(ConsoleSink, ReceivesEachLineBare) {
+  const ConsoleLines lines;
   consoleLine("one\ntwo\n");
-  EXPECT_EQ(sunk(), (std::vector<std::string>{"one", "two"}));
+  EXPECT_EQ(lines.all(), (std::vector<std::string>{"one", "two"}));
 }
 
-TEST_F(ConsoleSinkTest, RateLimitLetsABurstThroughAndCountsTheRest) {
+TEST(ConsoleRateLimit, LetsABurstThroughAndCountsTheRest) {
+  ConsoleLines lines;
   ConsoleRateLimit limit;
   const ConsoleRateLimit::Clock::time_point start{std::chrono::hours(1)};
   for (int i = 0; i < ConsoleRateLimit::kBurst + 7; ++i) {
     limit.line("flood", start + std::chrono::milliseconds(i));
   }
-  EXPECT_EQ(sunk(), std::vector<std::string>(ConsoleRateLimit::kBurst, "flood"));
-  sunk().clear();
+  EXPECT_EQ(lines.all(), std::vector<std::string>(ConsoleRateLimit::kBurst, "flood"));
+  lines.clear();
   limit.line("later", start + std::chrono::seconds(ConsoleRateLimit::kSeconds));
-  EXPECT_EQ(sunk(), (std::vector<std::string>{"7 lines like the next one were left out", "later"}));
+  EXPECT_EQ(lines.all(),
+            (std::vector<std::string>{"7 lines like the next one were left out", "later"}));
 }
 
-TEST_F(ConsoleSinkTest, RateLimitOfManyThreadsLetsOneBurstThrough) {
-  static std::atomic<int> lines;
-  lines = 0;
-  setConsoleSink([](std::string_view) { ++lines; });
+TEST(ConsoleRateLimit, OfManyThreadsLetsOneBurstThrough) {
+  const ConsoleLines lines;
   ConsoleRateLimit limit;
   const auto now = ConsoleRateLimit::Clock::now();
   std::vector<std::thread> threads;
@@ -252,7 +214,7 @@ TEST_F(ConsoleSinkTest, RateLimitOfManyThreadsLetsOneBurstThrough) {
   for (std::thread& thread : threads) {
     thread.join();
   }
-  EXPECT_EQ(lines, ConsoleRateLimit::kBurst);
+  EXPECT_EQ(lines.count("flood"), ConsoleRateLimit::kBurst);
 }
 
 }  // namespace

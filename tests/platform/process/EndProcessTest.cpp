@@ -6,34 +6,34 @@
 #include <thread>
 
 #include "platform/EndProcess.h"
-#include "support/ChildProcess.h"
+#include "support/ForkedPart.h"
 
 namespace sorvane {
 namespace {
 
 TEST(EndProcess, FlushesStandardOutputAndEndsWithStatus0) {
-  const test::ChildEnd child = test::runInChild([] {
+  const test::PartEnd part = test::outputOfPart([] {
     printf("not flushed yet");
     endProcess();
   });
-  EXPECT_EQ(child.status, 0);
-  EXPECT_EQ(child.output, "not flushed yet");
+  EXPECT_EQ(part.status, 0);
+  EXPECT_EQ(part.output, "not flushed yet");
 }
 
 TEST(EndProcess, RunsNoExitHandler) {
-  const test::ChildEnd child = test::runInChild([] {
+  const test::PartEnd part = test::outputOfPart([] {
     atexit([] { _exit(7); });
     endProcess();
   });
-  EXPECT_EQ(child.status, 0);
+  EXPECT_EQ(part.status, 0);
 }
 
 TEST(EndProcess, WorksFromAnyThread) {
-  const test::ChildEnd child = test::runInChild([] {
+  const test::PartEnd part = test::outputOfPart([] {
     std::thread([] { endProcess(); }).join();
     _exit(7);
   });
-  EXPECT_EQ(child.status, 0);
+  EXPECT_EQ(part.status, 0);
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "platform/PlainFile.h"
-#include "support/ChildProcess.h"
+#include "support/ForkedPart.h"
 #include "support/TestFiles.h"
 
 namespace sorvane {
@@ -82,13 +82,12 @@ TEST_F(PlainFile, ThatThisUserMayNotReadTellsTheReasonOfTheSystem) {
   test::writeFile(path_, "text");
   ASSERT_EQ(chmod(path_.c_str(), 0), 0);
   ASSERT_EQ(chmod(folder_.path().c_str(), 0755), 0);
-  const test::ChildEnd child = test::runInChild([this] {
+  test::inOwnProcess([this] {
     if (geteuid() == 0) {
       ASSERT_EQ(seteuid(65534), 0);
     }
     EXPECT_EQ(errorOf(path_), std::errc::permission_denied);
   });
-  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 TEST_F(PlainFile, MayBeReachedThroughALink) {
@@ -102,9 +101,7 @@ TEST_F(PlainFile, IsNoFolderPipeOrDevice) {
   ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), 0600), 0);
   EXPECT_EQ(failureOf(folder_ / "folder", 10), Kind::noPlainFile);
   EXPECT_EQ(failureOf("/dev/null", 10), Kind::noPlainFile);
-  const test::ChildEnd child =
-      test::runInChild([this] { EXPECT_EQ(failureOf(folder_ / "pipe", 10), Kind::noPlainFile); });
-  EXPECT_EQ(child.status, 0) << child.output << "signal " << child.signal;
+  test::inOwnProcess([this] { EXPECT_EQ(failureOf(folder_ / "pipe", 10), Kind::noPlainFile); });
 }
 
 TEST_F(PlainFile, IsNotWaitedForWhileAPipeTakesItsPlace) {
@@ -113,7 +110,7 @@ TEST_F(PlainFile, IsNotWaitedForWhileAPipeTakesItsPlace) {
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   test::writeFile(text, "text");
   fs::create_symlink(text, path_);
-  const test::ChildEnd child = test::runInChild([&] {
+  test::inOwnProcess([&] {
     std::atomic<bool> stop = false;
     std::thread exchanging([&] {
       for (bool isPipe = true; !stop; isPipe = !isPipe) {
@@ -132,7 +129,6 @@ TEST_F(PlainFile, IsNotWaitedForWhileAPipeTakesItsPlace) {
     stop = true;
     exchanging.join();
   });
-  EXPECT_EQ(child.status, 0) << child.output << "signal " << child.signal;
 }
 
 }  // namespace

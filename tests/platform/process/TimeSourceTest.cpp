@@ -23,7 +23,7 @@ TEST(TimeSource, CountsFromTheFirstOfJanuary2001) {
   EXPECT_LE(asked, systemSeconds() - epoch + 1e-3);
 }
 
-TEST(TimeSource, AnswersTheClockOfATestUntilItIsPutBack) {
+TEST(TimeSource, IsTheClockOfATestUntilItIsPutBack) {
   setTimeSource([] { return 12.5; });
   EXPECT_EQ(timeIntervalSinceReferenceDate(), 12.5);
   setTimeSource(nullptr);

@@ -4,11 +4,9 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <stdexcept>
 #include <thread>
 
-#include "platform/Console.h"
 #include "platform/NSException.h"
 #include "platform/VNHost.h"
 
@@ -20,9 +18,6 @@ struct Tracker {
   std::atomic<int> inside{0};
   bool ended = false;
 };
-
-std::mutex linesMutex;
-std::vector<std::string> lines;  // guarded by linesMutex
 
 }  // namespace
 
@@ -96,7 +91,9 @@ void ScriptedDelegate::endCommunication(NetConnection& connection) {
   if (tracker == nullptr || tracker->inside != 0 || std::exchange(tracker->ended, true)) {
     ++overlaps;
   }
+  const std::lock_guard<std::mutex> hold(mutex_);
   ++ended;
+  changed_.notify_all();
 }
 
 void ScriptedDelegate::openGate() {
@@ -108,6 +105,11 @@ void ScriptedDelegate::openGate() {
 bool ScriptedDelegate::arriveAtGate(int requests) {
   std::unique_lock<std::mutex> hold(mutex_);
   return changed_.wait_for(hold, kPatience, [&] { return atGate_ >= requests; });
+}
+
+bool ScriptedDelegate::seeEndsOf(int connections) {
+  std::unique_lock<std::mutex> hold(mutex_);
+  return changed_.wait_for(hold, kPatience, [&] { return ended >= connections; });
 }
 
 ServedDelegate::ServedDelegate(Settings settings) : delegate_(new ScriptedDelegate) {
@@ -122,30 +124,6 @@ ServedDelegate::ServedDelegate(Settings settings) : delegate_(new ScriptedDelega
   std::thread([socket, delegate = delegate_] {
     NetConnection::runServerForSocket(socket, *delegate);
   }).detach();
-}
-
-ConsoleLines::ConsoleLines() {
-  setConsoleSink([](std::string_view line) {
-    const std::lock_guard<std::mutex> hold(linesMutex);
-    lines.emplace_back(line);
-  });
-}
-
-ConsoleLines::~ConsoleLines() {
-  setConsoleSink(nullptr);
-  const std::lock_guard<std::mutex> hold(linesMutex);
-  lines.clear();
-}
-
-int ConsoleLines::count(const std::string& text) const {
-  const std::lock_guard<std::mutex> hold(linesMutex);
-  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
-    return line.find(text) != std::string::npos;
-  }));
-}
-
-bool ConsoleLines::hold(const std::string& text) const {
-  return waitUntil([&] { return count(text) > 0; });
 }
 
 }  // namespace sorvane::test

@@ -12,16 +12,17 @@
 
 #include "platform/NetConnection.h"
 #include "platform/Settings.h"
+#include "support/ConsoleLines.h"
 #include "support/RawConnection.h"
 
 namespace sorvane::test {
 
 /// The requests that it understands, each by the presence of a key:
-///   "echo" answers the request itself; "nil" answers nil; "big" (a number) answers {"data": so
-///   many bytes}; "count" answers {"result": how many were delivered before}; "wait" cannot be
+///   "echo" returns the request itself; "nil" returns nil; "big" (a number) returns {"data": so
+///   many bytes}; "count" returns {"result": how many were delivered before}; "wait" cannot be
 ///   delivered without waiting, and waits until `openGate`; "stop" waits for that on the serving
 ///   thread, as no delegate may; "raise" raises what a command may raise; "raiseOther" raises what
-///   it may not. Anything else is answered with an empty dictionary.
+///   it may not. Anything else returns an empty dictionary.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void startCommunication(NetConnection& connection) override;
@@ -33,21 +34,23 @@ class ScriptedDelegate : public NetConnectionDelegate {
   void openGate();
   /// Waits until so many requests are inside the gate or have passed it.
   [[nodiscard]] bool arriveAtGate(int requests);
+  /// Waits until so many connections have ended.
+  [[nodiscard]] bool seeEndsOf(int connections);
 
   std::atomic<int> started{0};
   std::atomic<int> delivered{0};
   std::atomic<int> ended{0};
-  std::atomic<int> overlaps{
-      0};  ///< times that two operations of one connection ran at once, or out of order
+  /// How often two operations of one connection ran at once, or out of order.
+  std::atomic<int> overlaps{0};
 
  private:
   void waitAtGate();
   Reply answer(const Message& request, NetConnection& sender);
 
   std::mutex mutex_;
-  std::condition_variable changed_;
-  bool gateIsOpen_ = false;  // guarded by mutex_
-  int atGate_ = 0;           // guarded by mutex_
+  std::condition_variable changed_;  // also when `ended` grows
+  bool gateIsOpen_ = false;          // guarded by mutex_
+  int atGate_ = 0;                   // guarded by mutex_
 };
 
 /// Serves on a free port of 127.0.0.1 from its making; for ever, since a server does not end:
@@ -63,16 +66,6 @@ class ServedDelegate {
  private:
   ScriptedDelegate* const delegate_;
   int port_ = 0;
-};
-
-/// The console's lines from its making to its end.
-class ConsoleLines {
- public:
-  ConsoleLines();
-  ~ConsoleLines();
-  /// Waits until a line holds that text.
-  [[nodiscard]] bool hold(const std::string& text) const;
-  [[nodiscard]] int count(const std::string& text) const;
 };
 
 }  // namespace sorvane::test

@@ -5,30 +5,19 @@
 
 #include <filesystem>
 
-#include "platform/Console.h"
 #include "platform/NSException.h"
 #include "platform/PropertyList.h"
 #include "platform/Settings.h"
 #include "platform/VNGlobalPath.h"
-#include "support/ChildProcess.h"
+#include "support/ConsoleLines.h"
+#include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 
 namespace sorvane {
 namespace {
 
-std::vector<std::string>& consoleLines() {
-  static std::vector<std::string> lines;
-  return lines;
-}
-
 class SettingsTest : public testing::Test {
  protected:
-  SettingsTest() {
-    consoleLines().clear();
-    setConsoleSink([](std::string_view line) { consoleLines().emplace_back(line); });
-  }
-  ~SettingsTest() override { setConsoleSink(nullptr); }
-
   Settings settingsOf(const std::string& text) {
     test::writeFile(file_, text);
     return Settings::read(file_.c_str(), "/opt/product/bin");
@@ -49,6 +38,7 @@ class SettingsTest : public testing::Test {
     return text.substr(file_.string().size() + 1);
   }
 
+  const test::ConsoleLines console_;
   const test::TemporaryFolder folder_;
   const std::filesystem::path file_ = folder_ / "sorvane.conf";
 };
@@ -117,7 +107,7 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
   EXPECT_EQ(settings.maxConnections, 100);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::milliseconds(1500));
   EXPECT_EQ(settings.threads, 3);
-  EXPECT_TRUE(consoleLines().empty());
+  EXPECT_TRUE(console_.all().empty());
 }
 
 TEST_F(SettingsTest, DerivedPathsFollowTheInstallationDirectory) {
@@ -240,7 +230,7 @@ TEST_F(SettingsTest, FileThatThisUserMayNotReadNamesTheReason) {
   test::writeFile(file_, "BasePort = 30000;");
   ASSERT_EQ(chmod(file_.c_str(), 0), 0);
   ASSERT_EQ(chmod(folder_.path().c_str(), 0755), 0);
-  const test::ChildEnd child = test::runInChild([this] {
+  test::inOwnProcess([this] {
     if (geteuid() == 0) {
       ASSERT_EQ(seteuid(65534), 0);
     }
@@ -251,14 +241,13 @@ TEST_F(SettingsTest, FileThatThisUserMayNotReadNamesTheReason) {
       EXPECT_EQ(withoutFile(error.what()), "1: cannot be read: Permission denied");
     }
   });
-  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 TEST_F(SettingsTest, UnknownKeyCostsOneConsoleLineAndIsIgnored) {
   EXPECT_EQ(settingsOf("BasePort = 30000;\n\"Base\\nPort\" = (1);\nbaseport = 5;").basePort, 30000);
-  ASSERT_EQ(consoleLines().size(), 2U);
-  EXPECT_EQ(withoutFile(consoleLines()[0]), "2: the unknown setting \"Base\\nPort\" is ignored");
-  EXPECT_EQ(withoutFile(consoleLines()[1]), "3: the unknown setting baseport is ignored");
+  ASSERT_EQ(console_.all().size(), 2U);
+  EXPECT_EQ(withoutFile(console_.all()[0]), "2: the unknown setting \"Base\\nPort\" is ignored");
+  EXPECT_EQ(withoutFile(console_.all()[1]), "3: the unknown setting baseport is ignored");
 }
 
 /// The probe in a tree of its own; it prints what its settings are there.
@@ -276,8 +265,8 @@ class InstalledProgram {
     execl(program_.c_str(), program_.c_str(), nullptr);
     _exit(99);
   }
-  [[nodiscard]] test::ChildEnd run() const {
-    return test::runInChild([this] { become(); });
+  [[nodiscard]] test::PartEnd run() const {
+    return test::outputOfPart([this] { become(); });
   }
 
  private:
@@ -288,22 +277,22 @@ class InstalledProgram {
 TEST(SettingsOfAProcess, AreThoseBesideItsExecutable) {
   const InstalledProgram program;
   test::writeFile(program.file(), "BasePort = 30001;");
-  const test::ChildEnd child = program.run();
-  EXPECT_EQ(child.status, 0);
-  EXPECT_EQ(child.output, "port 30001\ninstalled in " + program.folder() + "\nconfig in " +
-                              program.folder() + "/Config\npreferences " + program.folder() +
-                              "/Users/SorvPreferences\n");
+  const test::PartEnd part = program.run();
+  EXPECT_EQ(part.status, 0);
+  EXPECT_EQ(part.output, "port 30001\ninstalled in " + program.folder() + "\nconfig in " +
+                             program.folder() + "/Config\npreferences " + program.folder() +
+                             "/Users/SorvPreferences\n");
 }
 
 TEST(SettingsOfAProcess, WithAnErrorCostOneConsoleLineAndEndItWithStatus0) {
   const InstalledProgram program;
   test::writeFile(program.file(), "\nBasePort = none;");
-  const test::ChildEnd child = program.run();
-  EXPECT_EQ(child.status, 0);
-  EXPECT_EQ(child.output, "");
+  const test::PartEnd part = program.run();
+  EXPECT_EQ(part.status, 0);
+  EXPECT_EQ(part.output, "");
   const std::string expected =
       program.file().string() + ":2: BasePort: a whole number from 2 to 65534 is needed\n";
-  EXPECT_EQ(child.errors.substr(child.errors.find("]: ") + 3), expected) << child.errors;
+  EXPECT_EQ(test::withoutProgramName(part.errors), expected);
 }
 
 TEST(SettingsOfAProcess, AreThoseOfTheSystemWhenNoneLieBesideTheExecutable) {
@@ -312,12 +301,12 @@ TEST(SettingsOfAProcess, AreThoseOfTheSystemWhenNoneLieBesideTheExecutable) {
   }
   const InstalledProgram program;
   const auto portWithSystemFile = [&] {
-    const test::ChildEnd child = test::runInOwnNetwork([&] {
+    const test::PartEnd part = test::outputInOwnNetwork([&] {
       ASSERT_EQ(mount("none", "/etc", "tmpfs", 0, nullptr), 0);
       test::writeFile("/etc/sorvane/sorvane.conf", "BasePort = 30002;");
       program.become();
     });
-    return child.output.substr(0, child.output.find('\n'));
+    return part.output.substr(0, part.output.find('\n'));
   };
   EXPECT_EQ(portWithSystemFile(), "port 30002");
   test::writeFile(program.file(), "BasePort = 30003;");
@@ -325,7 +314,7 @@ TEST(SettingsOfAProcess, AreThoseOfTheSystemWhenNoneLieBesideTheExecutable) {
 }
 
 TEST(SettingsOfAProcess, CanBeReplacedByATest) {
-  const test::ChildEnd child = test::runInChild([] {
+  test::inOwnProcess([] {
     Settings settings;
     settings.installationDirectory = "/somewhere";
     Settings::replaceForTest(settings);
@@ -334,7 +323,6 @@ TEST(SettingsOfAProcess, CanBeReplacedByATest) {
     Settings::replaceForTest(settings);
     EXPECT_EQ(VNGlobalPath::sorvanePath(), "/elsewhere");
   });
-  EXPECT_EQ(child.status, 0) << child.output;
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
-#include "support/InterruptedThread.h"
+#include "support/WatchedThread.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <fstream>
 #include <string>
 
@@ -22,33 +22,38 @@ char stateOfThread(pid_t number) {
   return end == std::string::npos || end + 2 >= text.size() ? '?' : text[end + 2];
 }
 
-void waitForState(const std::atomic<pid_t>& number, char state) {
-  while (number == 0 || stateOfThread(number) != state) {
-    std::this_thread::yield();
-  }
-}
-
 }  // namespace
 
-InterruptedThread::InterruptedThread(std::function<void()> body) {
+WatchedThread::WatchedThread(std::function<void()> body) {
   struct sigaction action {};
   action.sa_handler = takeSignal;  // without SA_RESTART: the call itself comes back
   sigaction(SIGUSR1, &action, &earlier_);
   thread_ = std::thread([this, body = std::move(body)] {
     number_ = gettid();
     body();
+    done_ = true;
   });
 }
 
-InterruptedThread::~InterruptedThread() {
+WatchedThread::~WatchedThread() {
   if (thread_.joinable()) {
     thread_.join();
   }
   sigaction(SIGUSR1, &earlier_, nullptr);
 }
 
-void InterruptedThread::interrupt() {
-  waitForState(number_, 'S');
+bool WatchedThread::comesToAWait() const {
+  while (!done_) {
+    if (number_ != 0 && stateOfThread(number_) == 'S') {
+      return !done_;
+    }
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+void WatchedThread::interrupt() {
+  ASSERT_TRUE(comesToAWait());
   const int before = signalsTaken;
   pthread_kill(thread_.native_handle(), SIGUSR1);
   while (signalsTaken == before) {

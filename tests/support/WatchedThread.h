@@ -1,4 +1,4 @@
-// A thread whose system calls a test can interrupt by a signal.
+// A thread of a test that can be seen waiting, and interrupted.
 #pragma once
 
 #include <pthread.h>
@@ -11,13 +11,17 @@
 namespace sorvane::test {
 
 /// Runs `body` on a thread of its own. While one lives, SIGUSR1 of this process belongs to it.
-class InterruptedThread {
+class WatchedThread {
  public:
-  explicit InterruptedThread(std::function<void()> body);
-  ~InterruptedThread();
-  InterruptedThread(const InterruptedThread&) = delete;
-  InterruptedThread& operator=(const InterruptedThread&) = delete;
+  explicit WatchedThread(std::function<void()> body);
+  /// Waits until `body` is done.
+  ~WatchedThread();
+  WatchedThread(const WatchedThread&) = delete;
+  WatchedThread& operator=(const WatchedThread&) = delete;
 
+  /// Returns true once the thread waits in the middle of `body`, for a lock for example, and false
+  /// when it gets through without.
+  [[nodiscard]] bool comesToAWait() const;
   /// Waits until the thread waits in a system call, and interrupts that.
   void interrupt();
   /// Waits until `body` is done.
@@ -26,6 +30,7 @@ class InterruptedThread {
  private:
   struct sigaction earlier_ {};
   std::atomic<pid_t> number_{0};
+  std::atomic<bool> done_{false};
   std::thread thread_;
 };
 
