@@ -64,7 +64,7 @@ class Protocol : public Served {};
 
 TEST_F(Protocol, ExamplesOfBytesAreWhatTheServerAnswers) {
   const auto blocks = fencedBlocks("docs/protocol.md", "");
-  EXPECT_EQ(blocks.size(), 3U);
+  EXPECT_FALSE(blocks.empty());
   for (const std::string& block : blocks) {
     std::istringstream lines(block);
     std::string frames[2];  // the request, and behind an empty line the reply

@@ -2,12 +2,19 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 
 namespace sorvane::test {
+namespace {
+
+constexpr int kPatienceForPoll = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+
+}  // namespace
 
 HeldServerLock::HeldServerLock(Daemon& server) : server_(server) {
   const auto path = server.tree() / "Logs/infoserver_log";
@@ -21,25 +28,23 @@ HeldServerLock::HeldServerLock(Daemon& server) : server_(server) {
 HeldServerLock::~HeldServerLock() { close(log_); }
 
 void HeldServerLock::hold() {
-  const std::string filling(4096, 'x');
-  for (std::size_t bytes = filling.size(); bytes > 0; bytes /= 2) {
-    while (write(log_, filling.data(), bytes) > 0) {
-    }
-  }
+  readLog();
+  const int room = fcntl(log_, F_SETPIPE_SZ, 4096);
+  ASSERT_GT(room, 0);
   holder_ = std::make_unique<RawConnection>(server_.rawConnection());
-  ASSERT_TRUE(holder_->send(frame(Message({{"findPort", "nobody"}, {"portHost", "h"}}))));
-  ASSERT_TRUE(waitUntil([this] {
-    RawConnection waiting = server_.rawConnection();
-    return waiting.send(frame(Message({{"action", "changeTimestamp"}}))) &&
-           waiting.staysSilent(std::chrono::milliseconds(100));
-  })) << "commands are still answered";
+  const std::string longer(2 * static_cast<std::size_t>(room), 'x');  // than the pipe takes
+  ASSERT_TRUE(holder_->send(frame(Message({{"findPort", "nobody"}, {"portHost", longer}}))));
+  pollfd begun{log_, POLLIN, 0};
+  ASSERT_EQ(poll(&begun, 1, kPatienceForPoll), 1) << "the search is not written to the log";
 }
 
 void HeldServerLock::release() {
-  ASSERT_TRUE(waitUntil([this] {
+  fcntl(log_, F_SETPIPE_SZ, 1 << 20);
+  do {
     readLog();
-    return !holder_->staysSilent(std::chrono::milliseconds(1));
-  }));
+    std::array<pollfd, 2> either{{{log_, POLLIN, 0}, {holder_->descriptor(), POLLIN, 0}}};
+    ASSERT_GT(poll(either.data(), either.size(), kPatienceForPoll), 0);
+  } while (holder_->staysSilent(std::chrono::milliseconds(0)));
   EXPECT_EQ(holder_->receiveFrame()->message().text("notFound"), "notFound");
   readLog();
 }

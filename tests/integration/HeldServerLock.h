@@ -8,8 +8,8 @@
 
 namespace sorvane::test {
 
-/// Its log is a pipe, which takes no more while the lock is held: a verbose server's search is
-/// written there with `serverLock` held.
+/// Its log is a pipe: a verbose server's search is written there with `serverLock` held, and is
+/// longer than the pipe takes before somebody reads it.
 ///
 /// Example:
 ///   Daemon server;

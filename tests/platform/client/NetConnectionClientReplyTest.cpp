@@ -1,7 +1,6 @@
-#include <atomic>
 #include <chrono>
+#include <future>
 #include <string>
-#include <thread>
 
 #include "platform/NetConnection.h"
 #include "platform/wire/Frame.h"
@@ -157,33 +156,27 @@ TEST(SilentServer, EndsTheConnectionAtTheLimit) {
 }
 
 TEST(SlowServer, IsHeldToTheLimitHoweverOftenItSendsAByte) {
-  std::atomic<bool> over = false;
-  Conversation peer([&over](PeerConnection& client) {
+  Conversation peer([](PeerConnection& client) {
+    (void)client.receiveRequest();
     client.send(frameWith("SV", 1, 1, 1000000, ""));
-    while (!over && client.send("x")) {
-      std::this_thread::sleep_for(1ms);
+    while (!client.isClosedByPeer(1ms) && client.send("x")) {
     }
   });
   peer.connection.setTimeLimits(5s, 150ms);
   EXPECT_FALSE(peer.connection.sendDictionary(kRequest));
   EXPECT_NE(peer.connection.lastError().find("no answer in time"), std::string::npos);
-  over = true;
 }
 
 TEST(ServerThatDoesNotRead, EndsTheSendingAtTheLimit) {
-  std::atomic<bool> over = false;
-  Conversation peer([&over](PeerConnection&) {
-    while (!over) {
-      std::this_thread::sleep_for(1ms);
-    }
-  });
+  std::promise<void> over;
+  Conversation peer([over = over.get_future().share()](PeerConnection&) { over.wait(); });
   peer.connection.setTimeLimits(5s, 150ms);
   Message large;
   large.setData("a", std::string(std::size_t{32} << 20, 'x'));
   EXPECT_FALSE(peer.connection.sendRequest(large));
   EXPECT_NE(peer.connection.lastError().find("did not take the request in time"),
             std::string::npos);
-  over = true;
+  over.set_value();
 }
 
 TEST(ServerThatCloses, IsToldApartFromASilentOne) {
