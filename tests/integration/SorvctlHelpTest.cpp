@@ -1,10 +1,14 @@
 // The help of sorvctl, and the table of its commands in README.md.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/Documents.h"
 #include "support/Program.h"
 
 namespace sorvane::test {
@@ -128,13 +132,12 @@ const std::vector<Command>& commands() {
   return all;
 }
 
-/// The rows of the first table below this heading.
+/// The rows of the tables below this heading of README.md.
 Texts tableBelow(const std::string& heading) {
-  const Texts lines = linesOf(readFile(std::filesystem::path(SORVANE_SOURCE_DIR) / "README.md"));
-  const auto isRow = [](const std::string& line) { return line.rfind('|', 0) == 0; };
-  const auto begin =
-      std::find_if(std::find(lines.begin(), lines.end(), heading), lines.end(), isRow);
-  return {begin, std::find_if_not(begin, lines.end(), isRow)};
+  Texts lines =
+      chapter(documentLines(std::filesystem::path(SORVANE_SOURCE_DIR) / "README.md"), heading);
+  std::erase_if(lines, [](const std::string& line) { return line.rfind('|', 0) != 0; });
+  return lines;
 }
 
 TEST(SorvctlHelp, OfEachCommandHasAnExampleOfIt) {
