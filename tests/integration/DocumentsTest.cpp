@@ -1,51 +1,20 @@
-// What the documents show is tried out as it stands there.
+// The examples of docs/protocol.md, tried out as they are printed there.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <filesystem>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "integration/Client.h"
+#include "support/Documents.h"
 
 namespace sorvane::test {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> linesOf(const fs::path& document) {
-  std::istringstream stream(readFile(fs::path(SORVANE_SOURCE_DIR) / document));
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(stream, line);) {
-    lines.push_back(line);
-  }
-  return lines;
-}
-
-/// The texts between fences of that kind ("python", or "" for the plain ones).
-std::vector<std::string> fencedBlocks(const fs::path& document, const std::string& kind) {
-  std::vector<std::string> blocks;
-  bool inside = false;
-  bool wanted = false;
-  for (const std::string& line : linesOf(document)) {
-    if (line.rfind("```", 0) != 0) {
-      if (inside && wanted) {
-        blocks.back() += line + "\n";
-      }
-      continue;
-    }
-    inside = !inside;
-    wanted = inside && line == "```" + kind;
-    if (wanted) {
-      blocks.emplace_back();
-    }
-  }
-  return blocks;
-}
+const fs::path kProtocol = fs::path(SORVANE_SOURCE_DIR) / "docs/protocol.md";
 
 /// The bytes that a line begins with, two hexadecimal digits each; three blanks end them.
 std::string leadingBytes(const std::string& line) {
@@ -63,7 +32,7 @@ std::string leadingBytes(const std::string& line) {
 class Protocol : public Served {};
 
 TEST_F(Protocol, ExamplesOfBytesAreWhatTheServerAnswers) {
-  const auto blocks = fencedBlocks("docs/protocol.md", "");
+  const auto blocks = fencedBlocks(documentLines(kProtocol), "");
   EXPECT_FALSE(blocks.empty());
   for (const std::string& block : blocks) {
     std::istringstream lines(block);
@@ -80,7 +49,7 @@ TEST_F(Protocol, ExamplesOfBytesAreWhatTheServerAnswers) {
 }
 
 TEST_F(Protocol, ClientWorksAsItIsPrinted) {
-  const auto blocks = fencedBlocks("docs/protocol.md", "python");
+  const auto blocks = fencedBlocks(documentLines(kProtocol), "python");
   ASSERT_EQ(blocks.size(), 1U);
   if (run("/usr/bin/env", {"python3", "--version"}).status != 0) {
     GTEST_SKIP() << "there is no python3 on this machine";
@@ -101,93 +70,6 @@ TEST_F(Protocol, ClientWorksAsItIsPrinted) {
                 "'portType': 'database'}\n"
                 "{'result': '" +
                 tool().resultOf("hostInfo") + "'}\n");
-}
-
-/// The built tree, installed where the documents say, and a name server started from it.
-class FirstSteps : public ::testing::Test {
- protected:
-  void SetUp() override {
-    const std::string install =
-        "cmake --install '" SORVANE_BINARY_DIR "' --prefix '" + stage_.string() + "' > /dev/null";
-    ASSERT_EQ(system(install.c_str()), 0) << install;
-    writeFile(stage_ / "etc/sorvane.conf",
-              "BasePort = " + std::to_string(ports_.base()) +
-                  ";\nBonjourDisabled = YES;\nHostName = testhost;\nLockDirectory = \"" +
-                  stage_.string() + "\";\n");
-    server_.emplace(stage_ / "bin/sorvinfo", std::vector<std::string>{"noexit"});
-  }
-  ~FirstSteps() override {
-    for (const auto& folder : fs::directory_iterator("/proc")) {
-      std::error_code gone;
-      const fs::path where = fs::read_symlink(folder.path() / "cwd", gone);
-      if (!gone && where == tree_.path()) {
-        ADD_FAILURE() << "left behind: " << folder.path();
-        ::kill(std::stoi(folder.path().filename()), SIGKILL);
-      }
-    }
-  }
-
-  /// Whether that word of sorvctl succeeds.
-  [[nodiscard]] bool can(std::vector<std::string> words) const {
-    return run(stage_ / "bin/sorvctl", std::move(words)).status == 0;
-  }
-  /// The lines of the chapter "First steps", as they are to be typed.
-  [[nodiscard]] static std::vector<std::string> commands() {
-    std::vector<std::string> commands;
-    bool inChapter = false;
-    for (const std::string& line : linesOf("README.md")) {
-      if (line.rfind("## ", 0) == 0) {
-        inChapter = line == "## First steps";
-      } else if (inChapter && line.rfind("    ", 0) == 0) {
-        commands.push_back(line.substr(4));
-      }
-    }
-    return commands;
-  }
-
-  FreePorts ports_;
-  TemporaryFolder tree_;
-  const fs::path stage_ = tree_ / "build/stage";
-  std::optional<Program> server_;
-};
-
-/// Somebody who types waits until a registration has begun, and ended.
-std::string typed(const std::string& command) {
-  constexpr const char* kFinds = "sorvctl find db1 > /dev/null 2>&1; do :; done\n";
-  if (command.back() == '&') {
-    return command + "\nuntil " + kFinds;
-  }
-  if (command.rfind("kill", 0) == 0) {
-    return command + "\nwhile " + kFinds;
-  }
-  return command + "\necho status $?\n";
-}
-
-TEST_F(FirstSteps, OfTheReadmeWorkAsTheyArePrinted) {
-  ASSERT_TRUE(waitUntil([this] { return can({"ping"}); })) << server_->errors();
-  std::string script;
-  std::string statuses;
-  for (const std::string& command : commands()) {
-    script += typed(command);
-  }
-  Program shell("/bin/bash", {"--norc"}, {script, [this] {
-                                            if (::chdir(tree_.path().c_str()) != 0) {
-                                              _exit(126);
-                                            }
-                                          }});
-  ASSERT_EQ(shell.wait(), 0) << shell.output() << shell.errors();
-  std::istringstream output(shell.output());
-  for (std::string line; std::getline(output, line);) {
-    if (line.rfind("status ", 0) == 0) {
-      statuses += line.substr(7);
-    }
-  }
-  EXPECT_EQ(statuses, "000000001") << shell.output() << shell.errors();
-  for (const char* text : {"disk nearly full", "testhost", "running", "database", "{"}) {
-    EXPECT_NE(shell.output().find(text), std::string::npos) << text << "\n" << shell.output();
-  }
-  EXPECT_TRUE(can({"terminate"}));
-  EXPECT_EQ(server_->wait(), 0);
 }
 
 }  // namespace
