@@ -279,9 +279,10 @@ void takeApartOwn(benchmark::State& state) {
   measure(state, [](std::size_t i) {
     double rest = dateValues()[i];
     const int year = sorvane::secondsToYear(&rest);
-    const int fields[] = {year, sorvane::secondsToMonth(&rest, sorvane::isLeapYear(year)),
-                          sorvane::secondsToDays(&rest), sorvane::secondsToHours(&rest),
-                          sorvane::secondsToMin(&rest)};
+    // Not const here and below: DoNotOptimize of a constant is deprecated.
+    int fields[] = {year, sorvane::secondsToMonth(&rest, sorvane::isLeapYear(year)),
+                    sorvane::secondsToDays(&rest), sorvane::secondsToHours(&rest),
+                    sorvane::secondsToMin(&rest)};
     benchmark::DoNotOptimize(fields);
   });
 }
@@ -289,11 +290,11 @@ void takeApartOwn(benchmark::State& state) {
 void takeApartChrono(benchmark::State& state) {
   measure(state, [](std::size_t i) {
     const Fields fields = fieldsOf(dateValues()[i]);
-    const int numbers[] = {static_cast<int>(fields.date.year()),
-                           static_cast<int>(static_cast<unsigned>(fields.date.month())),
-                           static_cast<int>(static_cast<unsigned>(fields.date.day())),
-                           static_cast<int>(fields.time.hours().count()),
-                           static_cast<int>(fields.time.minutes().count())};
+    int numbers[] = {static_cast<int>(fields.date.year()),
+                     static_cast<int>(static_cast<unsigned>(fields.date.month())),
+                     static_cast<int>(static_cast<unsigned>(fields.date.day())),
+                     static_cast<int>(fields.time.hours().count()),
+                     static_cast<int>(fields.time.minutes().count())};
     benchmark::DoNotOptimize(numbers);
   });
 }
