@@ -1,5 +1,6 @@
 # shellcheck shell=bash disable=SC2034
-# Debian packages that the other scripts need. To be read in by common.sh.
+# Debian packages that the other scripts need. To be read in by common.sh. Of A|B, a package that has one name in
+# newer releases and another in older ones, the first that the release has is installed.
 
 # What building and running takes.
 build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev libcli11-dev
@@ -7,7 +8,8 @@ build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
                python3)
-fuzz_packages=(clang clang-14 libclang-rt-14-dev)
+clang_packages=(clang)
+fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')
 format_packages=(clang-format)
 tidy_packages=(clang-tidy)
 
@@ -42,20 +44,32 @@ allow_services() {
   trap - EXIT
 }
 
-# missing_packages NAME...: those that are not installed, a line each.
+# is_installed NAME
+is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
+
+# missing_packages NAME...: those that are not installed under any of their names, a line each.
 missing_packages() {
-  local name
-  for name in "$@"; do
-    case "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" in
-      installed) ;;
-      *) echo "$name" ;;
-    esac
+  local names name
+  for names in "$@"; do
+    for name in ${names//|/ }; do
+      is_installed "$name" && continue 2
+    done
+    echo "$names"
   done
+}
+
+# name_here NAME|NAME...: the first name that the package lists know; the last one when they know none.
+name_here() {
+  local name
+  for name in ${1//|/ }; do
+    if apt-cache show "$name" >/dev/null 2>&1; then break; fi
+  done
+  echo "$name"
 }
 
 # install_packages NAME...: installs those that are missing, and nothing when none is.
 install_packages() {
-  local missing
+  local missing names=()
   mapfile -t missing < <(missing_packages "$@")
   [ "${#missing[@]}" -eq 0 ] && return
   command -v apt-get >/dev/null || fail "these packages are missing, and there is no apt-get: ${missing[*]}"
@@ -63,7 +77,8 @@ install_packages() {
   keep_services_stopped
   as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq update ||
     fail "the package lists could not be read"
+  mapfile -t names < <(for name in "${missing[@]}"; do name_here "$name"; done)
   as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -y --no-install-recommends \
-    -o Dpkg::Use-Pty=0 install "${missing[@]}" >/dev/null || fail "the packages could not be installed"
+    -o Dpkg::Use-Pty=0 install "${names[@]}" >/dev/null || fail "the packages could not be installed"
   allow_services
 }
