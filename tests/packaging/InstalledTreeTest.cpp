@@ -10,8 +10,8 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/Console.h"
 #include "platform/Settings.h"
+#include "support/ConsoleLines.h"
 #include "support/TestFiles.h"
 
 namespace sorvane {
@@ -95,11 +95,9 @@ TEST_F(SettingsExample, HasEachSettingOnceAndNothingElse) {
   EXPECT_EQ(keys.size(), std::tuple_size_v<decltype(everySetting(defaults()))>);
   EXPECT_EQ(keys.size(), std::set<std::string>(keys.begin(), keys.end()).size());
 
-  static std::string unknownKeys;
-  setConsoleSink([](std::string_view line) { unknownKeys += std::string(line) + "\n"; });
+  const test::ConsoleLines console;  // gets a line for each unknown key
   static_cast<void>(settingsOf(allInForce_));
-  setConsoleSink(nullptr);
-  EXPECT_EQ(unknownKeys, "");
+  EXPECT_EQ(console.all(), std::vector<std::string>());
 }
 
 }  // namespace
