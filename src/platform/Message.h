@@ -26,9 +26,9 @@ struct MessageEntry {
 /// An entry on the wire: the length of the key in two bytes, that of the value in four, both.
 inline constexpr std::size_t kEntryHeaderBytes = 6;
 
-/// Writes an entry in the wire form to `out`, which has room for
-/// `kEntryHeaderBytes + key.size() + value.size()` bytes; answers where it ends. The key must be
-/// UTF-8 without a NUL, at most 65,535 bytes; nobody checks it here.
+/// Writes an entry in wire form to `out` and returns where it ends. `out` must have room for
+/// `kEntryHeaderBytes + key.size() + value.size()` bytes. The key must be UTF-8 without a NUL and
+/// have at most 65,535 bytes; this is not checked.
 inline char* writeEntry(char* out, std::string_view key, std::string_view value) {
   storeBigEndian16(out, static_cast<std::uint16_t>(key.size()));
   storeBigEndian32(out + 2, static_cast<std::uint32_t>(value.size()));
@@ -36,7 +36,7 @@ inline char* writeEntry(char* out, std::string_view key, std::string_view value)
   return std::copy_n(value.data(), value.size(), out);
 }
 
-/// The same for a text, whose value takes a byte more: its terminating NUL.
+/// Does the same for a text. Its value is one byte longer: the terminating NUL.
 inline char* writeTextEntry(char* out, std::string_view key, std::string_view text) {
   char* const end = writeEntry(out, key, text);
   storeBigEndian32(out + 2, static_cast<std::uint32_t>(text.size() + 1));
@@ -44,21 +44,21 @@ inline char* writeTextEntry(char* out, std::string_view key, std::string_view te
   return end + 1;
 }
 
-/// Appends entries to a buffer in the wire form; the buffer belongs to the caller. No key may come
-/// twice; nobody checks it here.
+/// Appends entries in wire form to a buffer that the caller owns. No key may be written twice; this
+/// is not checked.
 class MessageWriter {
  public:
   explicit MessageWriter(ByteBuffer& buffer) : buffer_(buffer) {}
 
-  /// A text value: the bytes of `text` and one NUL.
+  /// Appends a text value: the bytes of `text` and one NUL.
   void text(std::string_view key, std::string_view text) {
     writeTextEntry(buffer_.extend(kEntryHeaderBytes + key.size() + text.size() + 1), key, text);
   }
-  /// A data value, exactly these bytes.
+  /// Appends a data value: exactly these bytes.
   void data(std::string_view key, std::string_view bytes) {
     writeEntry(buffer_.extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
   }
-  /// Entries that are in the wire form already.
+  /// Appends entries that are in wire form already.
   void entries(std::string_view encoded) { buffer_.append(encoded); }
 
  private:
