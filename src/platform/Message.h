@@ -65,16 +65,17 @@ class MessageWriter {
   ByteBuffer& buffer_;
 };
 
-/// True when the keys are equal. Keys of one length often differ in their first byte; comparing
-/// that here saves a call.
+/// True when the keys are equal. Keys of one length often differ in their first byte; comparing it
+/// first saves a call.
 [[nodiscard]] inline bool areEqualKeys(std::string_view left, std::string_view right) {
   return left.size() == right.size() &&
          (left.empty() || (left.front() == right.front() && left == right));
 }
 
-/// A dictionary from text keys to bytes. Keys are unique and the order in which they came is kept.
-/// A message either owns its bytes (built with `setText` and `setData`, or read from a reply) or
-/// lies in somebody's buffer (a request being delivered). It can be moved; `owned` copies it.
+/// A dictionary from text keys to bytes. Keys are unique, and the entries keep the order in which
+/// they came. A message either owns its bytes (it was built with `setText` and `setData`, or read
+/// from a reply) or is a view of a buffer (a request that is being delivered). It can be moved;
+/// `owned` copies it.
 class Message {
  public:
   Message() = default;
@@ -85,37 +86,37 @@ class Message {
   Message& operator=(const Message&) = delete;
   ~Message() = default;
 
-  /// A message of the same entries that owns its bytes.
+  /// Returns a message of the same entries that owns its bytes.
   [[nodiscard]] Message owned() const;
 
   /// Adds an entry, or replaces the value of the key in its place.
   Message& setText(std::string_view key, std::string_view text);
   Message& setData(std::string_view key, std::string_view bytes);
 
-  /// Makes this message the dictionary that `body` holds, in place: nothing is copied, and nothing
-  /// allocated once the entry list has grown to its working size. `body` must outlive the use.
-  /// Answers null, or why it is no dictionary (a static text); the message is then empty.
+  /// Makes this message a view of the dictionary in `body`, which must outlive it. Copies nothing,
+  /// and allocates nothing once the entry list has grown to its working size. Returns null, or why
+  /// `body` is no dictionary (a static text); the message is then empty.
   [[nodiscard]] const char* readBody(std::string_view body);
 
-  /// The entries in the order in which they came.
+  /// Returns the entries in the order in which they came.
   [[nodiscard]] const std::vector<MessageEntry>& entries() const { return entries_; }
-  /// All entries in the wire form, back to back.
+  /// Returns all entries in wire form, back to back.
   [[nodiscard]] std::string_view body() const { return body_; }
 
   [[nodiscard]] bool contains(std::string_view key) const { return find(key) != nullptr; }
-  /// The bytes under a key; nothing when the key is missing.
+  /// Returns the bytes under a key, or nothing when the key is missing.
   [[nodiscard]] std::optional<std::string_view> data(std::string_view key) const;
-  /// The text under a key, without what follows its first NUL; nothing when the key is missing or
-  /// the value is no text (no bytes at all, or not UTF-8). For readers that have an answer of their
-  /// own for that.
+  /// Returns the text under a key, up to its first NUL. Returns nothing when the key is missing or
+  /// its value is no text: it has no bytes at all or is not UTF-8.
   [[nodiscard]] std::optional<std::string_view> text(std::string_view key) const;
-  /// The text under a key that a command needs. Raises NSException when it is missing or no text.
+  /// Returns the text under a key. Raises NSException when the key is missing or its value is no
+  /// text.
   [[nodiscard]] std::string_view requiredText(std::string_view key) const;
-  /// The text under a key that may be left out: nothing when the key is missing. Raises NSException
-  /// when its value is no text.
+  /// Returns the text under a key, or nothing when the key is missing. Raises NSException when its
+  /// value is no text.
   [[nodiscard]] std::optional<std::string_view> optionalText(std::string_view key) const;
 
-  /// The message as text, a property list of its values: texts as strings, other bytes as data.
+  /// Returns the message as the text of a property list: texts as strings, other values as data.
   [[nodiscard]] std::string description() const;
 
  private:
@@ -130,7 +131,7 @@ class Message {
   }
   [[noreturn]] static void raiseNoText(std::string_view key, bool isMissing);
   Message& set(std::string_view key, std::string_view value, bool terminated);
-  /// Makes the entries, which point into bytes at `before`, point at the same places of `owned_`.
+  /// Moves the views of the entries from the bytes at `before` to the same places in `owned_`.
   void viewOwned(const char* before);
 
   std::string owned_;  // empty while the bytes are somebody else's
@@ -138,15 +139,15 @@ class Message {
   std::vector<MessageEntry> entries_;  // views into body_
 };
 
-/// The text of a value that is a text and nothing else: UTF-8 whose only NUL is its last byte. For
-/// showing a value, where `textOfValue` would leave out what follows the first NUL.
+/// Returns the text of a value that is a text and nothing else: UTF-8 whose only NUL is its last
+/// byte. Use it to show a value; `textOfValue` leaves out what follows the first NUL.
 [[nodiscard]] std::optional<std::string_view> wholeTextOfValue(std::string_view bytes);
 
-/// `textOfValue` of any bytes.
+/// Does what `textOfValue` does, without its short way for common texts.
 [[nodiscard]] std::optional<std::string_view> textOfUnusualValue(std::string_view bytes);
 
-/// The text of a value: its bytes up to the first NUL, or all of them; nothing when it has no bytes
-/// or is not UTF-8.
+/// Returns the text of a value: its bytes up to the first NUL, or all of them when it has none.
+/// Returns nothing when the value has no bytes or is not UTF-8.
 [[nodiscard]] inline std::optional<std::string_view> textOfValue(std::string_view bytes) {
   if (!bytes.empty() && bytes.back() == '\0') {
     const std::string_view text = bytes.substr(0, bytes.size() - 1);
