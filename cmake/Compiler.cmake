@@ -5,6 +5,13 @@ if(SORVANE_WERROR)
   add_compile_options(-Werror)
 endif()
 
+# Date values and amounts are the same on every processor: each operation rounds to 64 bits. Otherwise many
+# processors round once for a product and a sum, and x86 of 32 bits calculates in 80.
+add_compile_options(-ffp-contract=off)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(i.86|x86)" AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_options(-msse2 -mfpmath=sse)
+endif()
+
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 sees an overlap in std::string's own operator+ (its bug 105651), in optimised builds alone.
   add_compile_options(-Wno-restrict)

@@ -12,7 +12,7 @@ namespace {
 // The values that stand for null.
 constexpr double kNullDouble = 0x1p-149;
 constexpr auto kNullInt = std::numeric_limits<std::int32_t>::min();
-constexpr long kNullLong = 2147483648;
+constexpr auto kNullLong = static_cast<long>(2147483648);  // the most negative one of 32 bits
 constexpr auto kNullLongLong = std::numeric_limits<std::int64_t>::min();
 
 constexpr std::size_t kDoubleBytes = 330;
