@@ -81,9 +81,12 @@ TEST_F(InfoServer, TellsTheConsoleOfAFailedWriteWhenVerboseAlone) {
 
 TEST_F(InfoServer, DeliveredWithTheLockHeldRaisesWhereTheGuardWouldAnswer) {
   const std::lock_guard hold(server_->commLock());
+  ByteBuffer output;
+  client_.setReplyBuffer(&output);
   EXPECT_THROW((void)server_->deliverLockedCommunication(raising_, client_), NSException);
   EXPECT_EQ(server_->deliverLockedCommunication(request("get_userpreferences", {}), client_),
             Reply::none());
+  EXPECT_TRUE(output.empty());
 }
 
 TEST_F(InfoServer, GivesTheSendersRecordItsInfoDictionaryWhateverTheRequest) {
