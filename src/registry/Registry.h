@@ -102,7 +102,8 @@ class Registry {
 template <typename Use>
 void Registry::forEachPort(Use&& use) {
   std::size_t next = 0;
-  for (bool more = true; more;) {
+  bool more = true;
+  while (more) {
     state_.with([&](const RegistryState& state) {
       const PortTable& map = state.map;
       std::array<PortDescriptor*, kSlice> records;

@@ -83,7 +83,10 @@ void mountSmallDisk(const std::filesystem::path& folder, std::size_t kibibytes) 
 }
 
 void setReadOnly(const std::filesystem::path& folder, bool readOnly) {
-  const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
+  unsigned long flags = MS_REMOUNT;
+  if (readOnly) {
+    flags |= MS_RDONLY;
+  }
   ASSERT_EQ(mount(nullptr, folder.c_str(), nullptr, flags, nullptr), 0) << std::strerror(errno);
 }
 
