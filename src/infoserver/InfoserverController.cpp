@@ -7,6 +7,7 @@
 #include "infoserver/PreferenceCommands.h"
 #include "platform/Console.h"
 #include "platform/NSException.h"
+#include "platform/Settings.h"
 #include "platform/VNGlobalPath.h"
 #include "registry/PortDescriptor.h"
 
@@ -22,7 +23,8 @@ InfoserverController* InfoserverController::globalObject() { return instance; }
 InfoserverController::InfoserverController()
     : InfoserverController(VNGlobalPath::sorvaneUserFilePath()) {}
 
-InfoserverController::InfoserverController(std::string preferenceFile) {
+InfoserverController::InfoserverController(std::string preferenceFile)
+    : remoteRegistration_(Settings::current().remoteRegistration) {
   instance = this;
   userPreferences_.emplace(std::move(preferenceFile));
 }
@@ -52,7 +54,8 @@ Reply InfoserverController::deliverLockedCommunication(const Message& request,
     record->createInfo();
   }
   PreferenceRequest preferenceRequest{*userPreferences_, request, sender.replyWriter(),
-                                      verboseMode_};
+                                      verboseMode_,
+                                      remoteRegistration_ || sender.isFromThisMachine()};
   return handlePreferenceRequest(preferenceRequest);
 }
 

@@ -67,6 +67,7 @@ class InfoserverController : public NetConnectionDelegate {
   [[nodiscard]] VNThreadLock& commLock() { return commLock_; }
 
  private:
+  const bool remoteRegistration_;  // other machines may change the preferences
   VNThreadLock commLock_;
   std::atomic<bool> verboseMode_ = false;
   std::optional<PreferenceStore> userPreferences_;  // guarded by commLock_; empty only while the

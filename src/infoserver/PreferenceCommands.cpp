@@ -109,10 +109,10 @@ Reply getPreferences(PreferenceRequest& request) {
 }
 
 constexpr std::array<PreferenceCommand, 4> kCommands = {{
-    {"get_userpreferences_key", getPreferencesKey},
-    {"set_userpreferences_key", setPreferencesKey},
-    {"set_userpreferences", setPreferences},
-    {"get_userpreferences", getPreferences},
+    {"get_userpreferences_key", getPreferencesKey, false},
+    {"set_userpreferences_key", setPreferencesKey, true},
+    {"set_userpreferences", setPreferences, true},
+    {"get_userpreferences", getPreferences, false},
 }};
 
 }  // namespace
@@ -123,7 +123,7 @@ Reply handlePreferenceRequest(PreferenceRequest& request) {
   if (const std::optional<std::string_view> action = request.message.text("action")) {
     for (const PreferenceCommand& command : kCommands) {
       if (equalIgnoringCase(*action, command.word)) {
-        return command.handle(request);
+        return command.changes && !request.mayChange ? Reply::none() : command.handle(request);
       }
     }
   }

@@ -15,7 +15,8 @@ struct PreferenceRequest {
   PreferenceStore& preferences;
   const Message& message;
   MessageWriter reply;
-  bool verbose;  ///< write failures of the file to the console
+  bool verbose;    ///< write failures of the file to the console
+  bool mayChange;  ///< the sender may change the preferences
 };
 
 /// A command: the text of "action" that selects it, compared ignoring the case of ASCII letters,
@@ -24,6 +25,7 @@ struct PreferenceRequest {
 struct PreferenceCommand {
   std::string_view word;
   Reply (*handle)(PreferenceRequest& request);
+  bool changes;  ///< the reply is nil, and nothing is done, for a sender that may not change
 };
 
 /// Returns all commands, in the order in which their words are compared.

@@ -58,7 +58,7 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
     return std::nullopt;
   }
   try {
-    return rule.carryOut(command).reply();
+    return carryOut(rule, command).reply();
   } catch (const NSException&) {
     // A command that raises has changed nothing, so it can be delivered a second time. Reporting it
     // may wait for a console and a disk.
@@ -89,7 +89,7 @@ Reply sorvkeyController::deliverCommunication(const Message& request, NetConnect
 
 Reply sorvkeyController::deliverCommunicationLocked(const Message& request, NetConnection& sender) {
   CommandContext command = context(request, sender);
-  const Outcome outcome = ruleFor(request).carryOut(command);
+  const Outcome outcome = carryOut(ruleFor(request), command);
   switch (outcome.kind()) {
     case Outcome::Kind::reply:
       break;

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "daemon/Log.h"
+#include "platform/Settings.h"
 #include "platform/VNHost.h"
 
 namespace sorvane {
@@ -16,6 +17,8 @@ HostFacts factsOf(const VNHost& host) {
           .ethernetAddress = host.ethernetAddress(),
           .hasOnlyLoopbackAddress = host.address() == "127.0.0.1" && !host.isDynamic(),
           .basePort = NetConnection::basePortNumber(),
+          .takesRemoteControl = Settings::current().remoteControl,
+          .takesRemoteRegistration = Settings::current().remoteRegistration,
           .aliasOf = NetConnection::aliasForAdress};
 }
 

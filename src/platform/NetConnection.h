@@ -93,6 +93,11 @@ class NetConnection {
   }
   void setContextObject(std::shared_ptr<void> object) { context_ = std::move(object); }
 
+  /// True when the other side runs on this machine, as its address tells: a loopback address, or
+  /// one of this machine's interfaces. On a connection without an address, such as one that a test
+  /// makes, true.
+  [[nodiscard]] virtual bool isFromThisMachine() const { return true; }
+
   /// Returns a writer for the reply to the request that is being delivered. It writes straight into
   /// the connection's output.
   [[nodiscard]] MessageWriter replyWriter() { return MessageWriter(*replyBuffer_); }

@@ -8,6 +8,9 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
+
+#include "platform/IPNetwork.h"
 
 namespace sorvane {
 
@@ -31,8 +34,11 @@ struct Settings {
   std::size_t maxMessageBytes = 1048576;                    ///< largest body of a request, bytes
   int maxConnections = 0;  ///< 0: the soft descriptor limit less 32
   std::chrono::milliseconds partialMessageTimeout{
-      30000};       ///< from a frame's first byte to its last
-  int threads = 0;  ///< serving threads; 0: one for each core
+      30000};                              ///< from a frame's first byte to its last
+  int threads = 0;                         ///< serving threads; 0: one for each core
+  std::vector<IPNetwork> allowedNetworks;  ///< who may connect; empty: everyone
+  bool remoteControl = true;               ///< other machines may end the process
+  bool remoteRegistration = true;  ///< other machines may change what is registered and kept
 
   /// Returns the settings of this process. The first call reads them. If the file cannot be read or
   /// parsed, or if a value makes no sense, the process writes one console line with file, line and

@@ -17,29 +17,30 @@ bool always(const CommandContext& /*context*/) { return true; }
 Outcome infoServer(CommandContext& /*context*/) { return Outcome::notRecognised(); }
 
 using Keys = std::array<std::string_view, 4>;
+using enum Effect;
 constexpr Keys kNewPortKeys = {key::newPort, key::portHost, key::portName, key::portType};
 
 // The order is part of the protocol: the first row that matches a request applies to it.
 // clang-format off
 constexpr DispatchRule kRules[] = {
-    // keys                action                 command              may wait
-    {{key::reconnectPort}, "",                    reconnectPort,       never},
-    {{key::findPort},      "",                    findPort,            findPortMayWait},
-    {{key::acceptPort},    "",                    acceptPort,          never},
-    {{key::terminate},     "",                    terminate,           always},
-    {{},                   "restart",             restart,             always},
-    {kNewPortKeys,         "",                    newPort,             never},
-    {{},                   "needsRefresh",        needsRefresh,        never},
-    {{},                   "setAlertState",       setAlertState,       never},
-    {{},                   "setDatabaseState",    setDatabaseState,    never},
-    {{},                   "databaseStates",      databaseStates,      databaseStatesMayWait},
-    {{},                   "watchPortChanges",    watchPortChanges,    never},
-    {{},                   "didPortsChange",      didPortsChange,      never},
-    {{},                   "changeTimestamp",     changeTimestamp,     never},
-    {{},                   "sorvexecConnectHost", sorvexecConnectHost, always},
-    {{},                   "hostInfo",            hostInfo,            always},
-    {{},                   "hostList",            hostList,            never},
-    {{},                   "",                    infoServer,          always},
+    // keys                action                 effect       command              may wait
+    {{key::reconnectPort}, "",                    registers,   reconnectPort,       never},
+    {{key::findPort},      "",                    reads,       findPort,            findPortMayWait},
+    {{key::acceptPort},    "",                    registers,   acceptPort,          never},
+    {{key::terminate},     "",                    endsProcess, terminate,           always},
+    {{},                   "restart",             endsProcess, restart,             always},
+    {kNewPortKeys,         "",                    registers,   newPort,             never},
+    {{},                   "needsRefresh",        registers,   needsRefresh,        never},
+    {{},                   "setAlertState",       registers,   setAlertState,       never},
+    {{},                   "setDatabaseState",    registers,   setDatabaseState,    never},
+    {{},                   "databaseStates",      reads,       databaseStates,      databaseStatesMayWait},
+    {{},                   "watchPortChanges",    reads,       watchPortChanges,    never},
+    {{},                   "didPortsChange",      reads,       didPortsChange,      never},
+    {{},                   "changeTimestamp",     reads,       changeTimestamp,     never},
+    {{},                   "sorvexecConnectHost", registers,   sorvexecConnectHost, always},
+    {{},                   "hostInfo",            reads,       hostInfo,            always},
+    {{},                   "hostList",            reads,       hostList,            never},
+    {{},                   "",                    reads,       infoServer,          always},
 };
 // clang-format on
 
@@ -66,6 +67,18 @@ bool isAction(std::string_view action, std::string_view word) {
   return action.size() == word.size() && (action == word || equalIgnoringCase(action, word));
 }
 
+bool isReserved(Effect effect, const HostFacts& host) {
+  switch (effect) {
+    case reads:
+      return false;
+    case registers:
+      return !host.takesRemoteRegistration;
+    case endsProcess:
+      return !host.takesRemoteControl;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::span<const DispatchRule> dispatchRules() { return kRules; }
@@ -87,6 +100,13 @@ const DispatchRule& ruleFor(const Message& request) {
       return *rule;
     }
   }
+}
+
+Outcome carryOut(const DispatchRule& rule, CommandContext& context) {
+  if (isReserved(rule.effect, context.host) && !context.sender.isFromThisMachine()) {
+    return Reply::none();
+  }
+  return rule.command(context);
 }
 
 }  // namespace sorvane

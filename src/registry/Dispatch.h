@@ -2,12 +2,20 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
 #include "registry/CommandContext.h"
 
 namespace sorvane {
+
+/// What a command does beyond reading. The settings may reserve it for this machine.
+enum class Effect : std::uint8_t {
+  reads,        ///< changes nothing but what concerns the sender's own polling
+  registers,    ///< changes the registry or the lists
+  endsProcess,  ///< ends the process
+};
 
 /// One row of the dispatch table: which requests it matches, and the command that carries them out.
 struct DispatchRule {
@@ -16,7 +24,8 @@ struct DispatchRule {
   std::array<std::string_view, 4> keys;
   /// The text of "action" must be this, in any letter case. Empty for a row that does not ask.
   std::string_view action;
-  Command carryOut;
+  Effect effect;
+  Command command;
   MayWait mayWait;
 };
 
@@ -26,5 +35,9 @@ struct DispatchRule {
 
 /// Returns the rule that applies to a request.
 [[nodiscard]] const DispatchRule& ruleFor(const Message& request);
+
+/// Carries out the command of the rule. The reply is nil, and the command is not carried out, when
+/// the settings reserve its effect for this machine and the sender is on another one.
+Outcome carryOut(const DispatchRule& rule, CommandContext& context);
 
 }  // namespace sorvane

@@ -15,7 +15,9 @@ struct HostFacts {
   std::string ethernetAddress;  ///< six lower-case hex groups joined by colons
   /// The host serves its own machine only: its address is 127.0.0.1 and is not one that changes.
   bool hasOnlyLoopbackAddress = false;
-  std::int64_t basePort = 0;  ///< of the framework
+  std::int64_t basePort = 0;            ///< of the framework
+  bool takesRemoteControl = true;       ///< other machines may end the process
+  bool takesRemoteRegistration = true;  ///< other machines may change the registry
   /// Returns the alias that the settings give to an address, or nothing.
   std::optional<std::string> (*aliasOf)(std::string_view address) = nullptr;
 };

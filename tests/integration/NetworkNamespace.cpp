@@ -1,6 +1,7 @@
 #include "integration/NetworkNamespace.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 namespace sorvane::test {
 namespace {
@@ -64,6 +66,16 @@ Outcome NetworkNamespace::run(const std::string& program,
                              inside.errors());
   }
   return {status, inside.output(), inside.errors()};
+}
+
+void onNetworkOf(const NetworkNamespace& host, const std::function<void()>& work) {
+  std::thread([&] {
+    const std::string path = "/proc/" + std::to_string(host.process()) + "/ns/net";
+    const int network = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(setns(network, CLONE_NEWNET), 0);
+    close(network);
+    work();
+  }).join();
 }
 
 void connectByCable(const NetworkNamespace& one, const std::string& addressOfOne,

@@ -35,6 +35,10 @@ class NetworkNamespace {
   ForkedPart holder_;
 };
 
+/// Runs `work` on a thread in that host's network, to its end. Sockets that it makes belong to that
+/// network, whoever uses them later.
+void onNetworkOf(const NetworkNamespace& host, const std::function<void()>& work);
+
 /// A cable between two hosts: an interface "eth0" in each, up, with these addresses, such as
 /// "192.0.2.1/24".
 void connectByCable(const NetworkNamespace& one, const std::string& addressOfOne,

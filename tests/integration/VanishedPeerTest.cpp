@@ -1,12 +1,7 @@
 // Database hosts that vanish without a word, as by a power cut.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <functional>
-#include <thread>
 
 #include "integration/Daemon.h"
 #include "integration/NetworkNamespace.h"
@@ -17,17 +12,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kPromised{30};
-
-/// Sockets made by `work` belong to that host's network, whoever uses them later.
-void onNetworkOf(const NetworkNamespace& host, const std::function<void()>& work) {
-  std::thread([&] {
-    const std::string path = "/proc/" + std::to_string(host.process()) + "/ns/net";
-    const int network = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(setns(network, CLONE_NEWNET), 0);
-    close(network);
-    work();
-  }).join();
-}
 
 class VanishedPeer : public ::testing::Test {
  protected:

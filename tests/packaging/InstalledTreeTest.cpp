@@ -47,11 +47,13 @@ auto everySetting(const Settings& settings) {
   const auto& [basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled, dynamicAddress,
                hostName, address, ethernetAddress, aliases, maxMessageBytes, maxConnections,
-               partialMessageTimeout, threads] = settings;
+               partialMessageTimeout, threads, allowedNetworks, remoteControl, remoteRegistration] =
+      settings;
   return std::tuple(basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                     nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled,
                     dynamicAddress, hostName, address, ethernetAddress, aliases, maxMessageBytes,
-                    maxConnections, partialMessageTimeout, threads);
+                    maxConnections, partialMessageTimeout, threads, allowedNetworks, remoteControl,
+                    remoteRegistration);
 }
 
 /// The example of the settings file, as it stands and with every setting in force.
@@ -82,6 +84,8 @@ TEST_F(SettingsExample, ShowsEverySettingWithItsDefault) {
   expected.address = "192.0.2.7";
   expected.ethernetAddress = "02:00:5e:10:00:07";
   expected.aliases = {{"192.0.2.7", "198.51.100.7"}};
+  expected.allowedNetworks = {*IPNetwork::parse("192.0.2.0/24"),
+                              *IPNetwork::parse("2001:db8::/32")};
   EXPECT_EQ(everySetting(settingsOf(allInForce_)), everySetting(expected));
 }
 

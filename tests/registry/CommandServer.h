@@ -35,7 +35,7 @@ class CommandServer : public NetConnectionDelegate {
                            host,     services, verbose};
     const DispatchRule& rule = ruleFor(request);
     lastMayWait = rule.mayWait(context);
-    const Outcome outcome = rule.carryOut(context);
+    const Outcome outcome = carryOut(rule, context);
     lastKind = outcome.kind();
     lastLogLine = outcome.logLine();
     return outcome.reply();

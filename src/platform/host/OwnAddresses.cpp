@@ -1,77 +1,63 @@
-#include <arpa/inet.h>
+#include "platform/OwnAddresses.h"
+
 #include <ifaddrs.h>
-#include <netinet/in.h>
-#include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
-#include <optional>
+#include <utility>
 
 #include "platform/host/HostNetwork.h"
 
 namespace sorvane {
 namespace {
 
-std::optional<in_addr> readIPv4(const std::string& text) {
-  in_addr address{};
-  if (inet_pton(AF_INET, text.c_str(), &address) == 1) {
-    return address;
-  }
-  return std::nullopt;
-}
-
-std::optional<in6_addr> readIPv6(const std::string& text) {
-  in6_addr address{};
-  if (inet_pton(AF_INET6, text.substr(0, text.find('%')).c_str(), &address) == 1) {
-    return address;
-  }
-  return std::nullopt;
-}
-
-bool isLoopback(const in_addr& address) { return (ntohl(address.s_addr) >> 24) == 127; }
-
-/// Returns true if an interface has this address.
-bool isOfAnInterface(int family, const void* address, std::size_t length) {
-  ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) {
-    return false;
-  }
-  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, freeifaddrs);
-  for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
-    if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != family) {
-      continue;
-    }
-    const void* theirs = family == AF_INET
-                             ? static_cast<const void*>(
-                                   &reinterpret_cast<const sockaddr_in*>(each->ifa_addr)->sin_addr)
-                             : &reinterpret_cast<const sockaddr_in6*>(each->ifa_addr)->sin6_addr;
-    if (memcmp(theirs, address, length) == 0) {
-      return true;
-    }
-  }
-  return false;
-}
-
-bool isOfThisHost(const in_addr& address) {
-  return isLoopback(address) || isOfAnInterface(AF_INET, &address, sizeof address);
+bool isOneOf(const std::vector<IPAddress>& addresses, const IPAddress& address) {
+  return std::find(addresses.begin(), addresses.end(), address) != addresses.end();
 }
 
 }  // namespace
 
+std::optional<std::vector<IPAddress>> interfaceAddresses() {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) {
+    return std::nullopt;
+  }
+  const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, freeifaddrs);
+  std::vector<IPAddress> addresses;
+  for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
+    if (each->ifa_addr == nullptr) {
+      continue;
+    }
+    if (const auto address = IPAddress::of(*each->ifa_addr)) {
+      addresses.push_back(*address);
+    }
+  }
+  return addresses;
+}
+
+bool OwnAddresses::contains(const IPAddress& address, Clock::time_point now) {
+  if (address.isLoopback()) {
+    return true;
+  }
+  const std::lock_guard<std::mutex> hold(mutex_);
+  if (now >= askAgainAt_) {
+    if (auto addresses = interfaceAddresses()) {
+      addresses_ = std::move(*addresses);
+    }
+    askAgainAt_ = now + kRemembered;
+  }
+  return isOneOf(addresses_, address);
+}
+
 bool isAddressOfThisHost(const std::string& text) {
-  if (const auto address = readIPv4(text)) {
-    return isOfThisHost(*address);
+  const bool isIPv6 = text.find(':') != std::string::npos;
+  const auto address = IPAddress::parse(isIPv6 ? text.substr(0, text.find('%')) : text);
+  if (!address || address->isLoopback()) {
+    return address.has_value();
   }
-  const auto address = readIPv6(text);
-  if (!address) {
-    return false;
-  }
-  if (IN6_IS_ADDR_V4MAPPED(&*address)) {
-    in_addr mapped{};
-    memcpy(&mapped, &address->s6_addr[12], sizeof mapped);
-    return isOfThisHost(mapped);
-  }
-  return IN6_IS_ADDR_LOOPBACK(&*address) || isOfAnInterface(AF_INET6, &*address, sizeof *address);
+  const auto own = interfaceAddresses();
+  return own && isOneOf(*own, *address);
 }
 
 std::string systemHostName() {

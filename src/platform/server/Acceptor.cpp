@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 
 #include "platform/server/SocketCalls.h"
@@ -40,7 +41,23 @@ void Acceptor::acceptOne(Poller& poller) {
     closeSocket(descriptor);
     return;
   }
+  if (!mayConnect(descriptor)) {
+    console_.line(peerName(descriptor) + ": closed, AllowedNetworks has no network for it");
+    closeSocket(descriptor);
+    return;
+  }
   leastLoaded().adopt(descriptor);
+}
+
+bool Acceptor::mayConnect(int descriptor) const {
+  const auto& allowed = context_.allowedNetworks;
+  if (allowed.empty()) {
+    return true;
+  }
+  const auto peer = peerAddress(descriptor);
+  return peer && (std::any_of(allowed.begin(), allowed.end(),
+                              [&](const IPNetwork& each) { return each.contains(*peer); }) ||
+                  context_.ownAddresses.contains(*peer));
 }
 
 void Acceptor::pause(Poller& poller) {

@@ -35,6 +35,7 @@ class Acceptor {
   void goOn(Poller& poller);
 
  private:
+  [[nodiscard]] bool mayConnect(int descriptor) const;
   void pause(Poller& poller);
   [[nodiscard]] ServingLoop& leastLoaded() const;
 

@@ -1,4 +1,4 @@
-// The listening socket, and the name of a peer for messages.
+// The listening socket, and the address of a peer.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -64,6 +64,15 @@ int NetConnection::createServerSocketForPort(int port) {
   const int descriptor = listenOnAllIPv6(number);
   // IPv4 alone is for systems without IPv6. It must not be tried for a port that is taken.
   return descriptor >= 0 || errno == EADDRINUSE ? descriptor : listenOnIPv4(INADDR_ANY, number);
+}
+
+std::optional<IPAddress> peerAddress(int descriptor) {
+  sockaddr_storage address{};
+  socklen_t bytes = sizeof address;
+  if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &bytes) != 0) {
+    return std::nullopt;
+  }
+  return IPAddress::of(reinterpret_cast<const sockaddr&>(address));
 }
 
 std::string peerName(int descriptor) {

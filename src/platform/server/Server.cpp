@@ -54,7 +54,7 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
   auto& deliveries = *new WaitingThreads(kWaitingThreads);
   orderedWork();  // starts its thread before the first connection comes
   auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
-                                     settings.partialMessageTimeout};
+                                     settings.partialMessageTimeout, settings.allowedNetworks};
   auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;
   const int threads = threadCount(settings.threads);
   loops.reserve(static_cast<std::size_t>(threads));

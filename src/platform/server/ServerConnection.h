@@ -85,6 +85,9 @@ class ServerConnection final : public NetConnection {
 
   // ---- ServerConnectionPhases.cpp: leftovers, deadlines, refusing and closing
 
+  /// See NetConnection. Any thread.
+  [[nodiscard]] bool isFromThisMachine() const override;
+
   /// Handles the end of a deadline: closes the connection if it lingers, otherwise refuses it.
   void expire();
 

@@ -20,6 +20,11 @@ ConsoleRateLimit& refusals() {
 
 }  // namespace
 
+bool ServerConnection::isFromThisMachine() const {
+  const auto peer = peerAddress(descriptor_);
+  return peer && loop_.context().ownAddresses.contains(*peer);
+}
+
 void ServerConnection::resume() {
   phase_ = Phase::reading;
   if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) || !sendLeftover()) {

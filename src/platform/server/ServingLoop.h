@@ -38,8 +38,10 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/IPNetwork.h"
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
+#include "platform/OwnAddresses.h"
 #include "platform/server/DeadlineQueue.h"
 #include "platform/server/Poller.h"
 #include "platform/server/WaitingThreads.h"
@@ -56,7 +58,9 @@ struct ServerContext {
   WaitingThreads& deliveries;  ///< for requests that have to wait
   std::size_t maximumBodyBytes;
   std::chrono::milliseconds partialMessageTimeout;
-  std::atomic<int> connections{0};  ///< open connections of all loops
+  const std::vector<IPNetwork> allowedNetworks;  ///< who may connect; empty: everyone
+  OwnAddresses ownAddresses{};                   ///< these may always connect
+  std::atomic<int> connections{0};               ///< open connections of all loops
 };
 
 /// Unless noted otherwise, call these only from the loop's own thread.

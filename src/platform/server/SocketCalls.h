@@ -4,8 +4,11 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/IPNetwork.h"
 
 namespace sorvane {
 
@@ -33,6 +36,9 @@ void closeSocket(int descriptor);
 [[nodiscard]] bool setConnectionOptions(int listener);
 
 // ---- ListeningSocket.cpp
+
+/// Returns the address of the peer, or nothing if the peer is gone.
+[[nodiscard]] std::optional<IPAddress> peerAddress(int descriptor);
 
 /// Returns the address and port of the peer for messages: "10.0.0.5:4711" or "[fe80::1]:4711", or
 /// "a peer that is gone".

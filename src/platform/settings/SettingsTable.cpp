@@ -143,6 +143,24 @@ std::map<std::string, std::string, std::less<>> aliases(const PropertyList& valu
   return result;
 }
 
+std::vector<IPNetwork> networks(const PropertyList& value) {
+  if (value.array() == nullptr) {
+    failNeeding("a list of networks");
+  }
+  std::vector<IPNetwork> result;
+  for (const PropertyList& each : *value.array()) {
+    const auto network = IPNetwork::parse(text(each));
+    if (!network) {
+      throw NSException(
+          describeString(text(each)) +
+          " is no network: an address, \"/\" and the number of leading bits that count "
+          "are needed, and no bits of the address behind these");
+    }
+    result.push_back(*network);
+  }
+  return result;
+}
+
 struct Row {
   const char* key;
   void (*apply)(Settings& settings, const PropertyList& value);
@@ -169,6 +187,9 @@ constexpr Row kRows[] = {
        s.maxConnections = wholeNumber(v, 0, std::numeric_limits<int>::max()); }},
     {"PartialMessageTimeout", [](Settings& s, const PropertyList& v) { s.partialMessageTimeout = seconds(v); }},
     {"Threads", [](Settings& s, const PropertyList& v) { s.threads = wholeNumber(v, 0, kMaximumThreads); }},
+    {"AllowedNetworks", [](Settings& s, const PropertyList& v) { s.allowedNetworks = networks(v); }},
+    {"RemoteControl", [](Settings& s, const PropertyList& v) { s.remoteControl = yesOrNo(v); }},
+    {"RemoteRegistration", [](Settings& s, const PropertyList& v) { s.remoteRegistration = yesOrNo(v); }},
 };
 // clang-format on
 

@@ -62,6 +62,9 @@ TEST_F(SettingsTest, WithoutAFileAreTheDefaults) {
   EXPECT_EQ(settings.maxConnections, 0);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::seconds(30));
   EXPECT_EQ(settings.threads, 0);
+  EXPECT_TRUE(settings.allowedNetworks.empty());
+  EXPECT_TRUE(settings.remoteControl);
+  EXPECT_TRUE(settings.remoteRegistration);
 }
 
 TEST_F(SettingsTest, OfAProgramBelowTheRootLieThere) {
@@ -88,7 +91,10 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
     MaxMessageBytes = 4294967295;
     MaxConnections = 100;
     PartialMessageTimeout = 1.5;
-    Threads = 3;)");
+    Threads = 3;
+    AllowedNetworks = ( "192.0.2.0/24", "2001:db8::/32", 198.51.100.7 );
+    RemoteControl = NO;
+    RemoteRegistration = NO;)");
   EXPECT_EQ(settings.basePort, 30000);
   EXPECT_EQ(settings.installationDirectory, "/srv/product");
   EXPECT_EQ(settings.serverConfigDirectory, "/srv/the config");
@@ -107,6 +113,11 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
   EXPECT_EQ(settings.maxConnections, 100);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::milliseconds(1500));
   EXPECT_EQ(settings.threads, 3);
+  EXPECT_EQ(settings.allowedNetworks,
+            (std::vector{*IPNetwork::parse("192.0.2.0/24"), *IPNetwork::parse("2001:db8::/32"),
+                         *IPNetwork::parse("198.51.100.7/32")}));
+  EXPECT_FALSE(settings.remoteControl);
+  EXPECT_FALSE(settings.remoteRegistration);
   EXPECT_TRUE(console_.all().empty());
 }
 
@@ -190,6 +201,14 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
       {"PartialMessageTimeout = nan;", kTimeout},
       {"PartialMessageTimeout = inf;", kTimeout},
       {"PartialMessageTimeout = 86401;", kTimeout},
+      {"AllowedNetworks = \"192.0.2.0/24\";", "1: AllowedNetworks: a list of networks is needed"},
+      {"AllowedNetworks = ( () );", "1: AllowedNetworks: a text is needed"},
+      {"AllowedNetworks = ( \"192.0.2.1/24\" );",
+       "1: AllowedNetworks: \"192.0.2.1/24\" is no network: an address, \"/\" and the number of "
+       "leading "
+       "bits that count are needed, and no bits of the address behind these"},
+      {"RemoteControl = 2;", "1: RemoteControl: YES or NO is needed"},
+      {"RemoteRegistration = AUTO;", "1: RemoteRegistration: YES or NO is needed"},
       {"Threads = 1025;", "1: Threads: a whole number from 0 to 1024 is needed"},
   };
   for (const Refusal& each : refusals) {
