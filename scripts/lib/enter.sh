@@ -9,6 +9,7 @@ root=$1
 cache=$2
 shift 2
 
+mount --bind "$root" "$root"
 mount -t proc proc "$root/proc"
 mount -t sysfs -o ro sysfs "$root/sys"
 mount -t devpts -o newinstance,ptmxmode=0666,mode=620 devpts "$root/dev/pts"
@@ -24,6 +25,11 @@ variables=(PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOM
 for name in http_proxy https_proxy no_proxy HTTP_PROXY HTTPS_PROXY NO_PROXY; do
   if [ -n "${!name-}" ]; then variables+=("$name=${!name}"); fi
 done
+# The root becomes that of the namespace, and the old one goes. With chroot the system would refuse the tests mounts
+# and users of their own.
+cd "$root"
+pivot_root . .
+umount -l .
+cd /sorvinfo
 # No exec: this process stays the first one, and takes in the processes that lost their parent.
-# shellcheck disable=SC2016  # for the shell inside
-env -i "${variables[@]}" chroot "$root" /bin/bash -c 'cd /sorvinfo && exec "$@"' bash "$@"
+env -i "${variables[@]}" "$@"
