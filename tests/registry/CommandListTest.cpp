@@ -57,5 +57,33 @@ TEST(CommandList, OfTheProtocolHasTheRulesInTheirOrder) {
   }
 }
 
+/// What docs/security.md says of the setting that reserves commands for this machine.
+std::string reservedBy(const std::string& setting) {
+  std::string text;
+  for (const std::string& line :
+       chapter(documentLines(std::filesystem::path(SORVANE_SOURCE_DIR) / "docs/security.md"),
+               "## What to set")) {
+    const bool isItsRow = line.find("`" + setting + " = NO` | ") != std::string::npos;
+    const bool isListed =
+        setting == "RemoteRegistration" && line.find("RemoteControl") == std::string::npos;
+    if (isItsRow || isListed) {
+      text += line + "\n";
+    }
+  }
+  return text;
+}
+
+TEST(CommandList, OfTheSecurityPageHasEachCommandUnderTheSettingThatReservesIt) {
+  const std::string control = reservedBy("RemoteControl");
+  const std::string registration = reservedBy("RemoteRegistration");
+  for (const DispatchRule& rule : dispatchRules().first(dispatchRules().size() - 1)) {
+    const std::string command = recognisedBy(rule);
+    EXPECT_EQ(control.find(command) != std::string::npos, rule.effect == Effect::endsProcess)
+        << command;
+    EXPECT_EQ(registration.find(command) != std::string::npos, rule.effect == Effect::registers)
+        << command;
+  }
+}
+
 }  // namespace
 }  // namespace sorvane::test
