@@ -2,6 +2,7 @@
 // held.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -14,7 +15,8 @@ namespace sorvane {
 ///     const bool none = numbers.with([](const std::vector<int>& all) { return all.empty(); });
 ///
 /// `with` holds the mutex during the call and returns what the operation returns. The operation
-/// must not wait for anything.
+/// must not wait for anything. A thread that has called `lock` holds the mutex until it calls
+/// `unlock`, and its calls of `with` in between take no mutex.
 template <typename Value>
 class Guarded {
  public:
@@ -23,18 +25,42 @@ class Guarded {
 
   template <typename Operation>
   decltype(auto) with(Operation&& operation) {
-    const std::lock_guard<std::mutex> hold(mutex_);
+    const auto hold = holdUnlessLocked();
     return std::forward<Operation>(operation)(value_);
   }
 
   template <typename Operation>
   decltype(auto) with(Operation&& operation) const {
-    const std::lock_guard<std::mutex> hold(mutex_);
+    const auto hold = holdUnlessLocked();
     return std::forward<Operation>(operation)(value_);
   }
 
+  /// Takes the mutex for several calls of `with` on this thread. Not recursive.
+  void lock() {
+    mutex_.lock();
+    owner_.store(thisThread(), std::memory_order_relaxed);
+  }
+  void unlock() {
+    owner_.store(nullptr, std::memory_order_relaxed);
+    mutex_.unlock();
+  }
+
  private:
+  /// Returns an address that no other living thread returns.
+  static const void* thisThread() {
+    static thread_local const char mark = 0;
+    return &mark;
+  }
+  // Only the thread itself stores its own address, so it never sees it by mistake.
+  [[nodiscard]] std::unique_lock<std::mutex> holdUnlessLocked() const {
+    if (owner_.load(std::memory_order_relaxed) == thisThread()) {
+      return {};
+    }
+    return std::unique_lock(mutex_);
+  }
+
   mutable std::mutex mutex_;
+  std::atomic<const void*> owner_ = nullptr;  // the thread that called `lock`
   Value value_;
 };
 

@@ -1,24 +1,43 @@
 // Requests that came together on one connection.
 #pragma once
 
-#include <mutex>
-
-#include "platform/VNThreadLock.h"
+#include <array>
+#include <cstddef>
 
 namespace sorvane {
 
-/// Spans several deliveries, one after the other, on one serving thread. The delegate may keep a
-/// lock from one delivery to the next instead of taking it for each. A turn is short: it ends, and
-/// releases the lock, before the server sends or waits.
+/// Spans several deliveries, one after the other, on one serving thread. The delegate may keep
+/// locks from one delivery to the next instead of taking them for each. A turn is short: it ends,
+/// and releases the locks, before the server sends or waits.
 class Turn {
  public:
-  /// True when the turn holds this lock.
-  [[nodiscard]] bool holds(const VNThreadLock& lock) const { return held_.mutex() == &lock; }
-  /// Takes over a lock that this thread holds. A turn holds one lock at most.
-  void keep(VNThreadLock& lock) { held_ = {lock, std::adopt_lock}; }
+  Turn() = default;
+  ~Turn() {
+    while (count_ > 0) {
+      const Kept& last = kept_[--count_];
+      last.unlock(last.lock);
+    }
+  }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+  /// True when the turn keeps any lock.
+  [[nodiscard]] bool holdsLocks() const { return count_ > 0; }
+  /// Takes over a lock that this thread holds. The lock taken over last is released first. A turn
+  /// keeps two locks at most.
+  template <typename Lock>
+  void keep(Lock& lock) {
+    kept_[count_++] = {&lock, [](void* kept) { static_cast<Lock*>(kept)->unlock(); }};
+  }
 
  private:
-  std::unique_lock<VNThreadLock> held_;
+  struct Kept {
+    void* lock;
+    void (*unlock)(void* lock);
+  };
+
+  std::array<Kept, 2> kept_;
+  std::size_t count_ = 0;
 };
 
 }  // namespace sorvane

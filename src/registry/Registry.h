@@ -80,6 +80,13 @@ class Registry {
   /// Held while watchers are set dirty; only ever tried.
   [[nodiscard]] VNThreadLock& setDirtyLock() { return setDirtyLock_; }
 
+  // ---- Several commands at once
+
+  /// Takes the inner lock for several operations on this thread. Not recursive. Any other operation
+  /// waits meanwhile, also the end of a connection: release it soon.
+  void lock() { state_.lock(); }
+  void unlock() { state_.unlock(); }
+
   // ---- Host lists and the two cached lists
 
   /// Calls `operation(RegistryState&)` inside the inner lock and returns its result.

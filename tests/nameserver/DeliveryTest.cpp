@@ -1,6 +1,7 @@
 #include <stdexcept>
 
 #include "nameserver/NameServer.h"
+#include "support/WatchedThread.h"
 
 namespace sorvane::test {
 namespace {
@@ -129,6 +130,19 @@ TEST_F(Delivery, WithoutWaitingKeepsTheServerLockUntilTheTurnEnds) {
     EXPECT_FALSE(serverLockIsFree());
   }
   EXPECT_TRUE(serverLockIsFree());
+}
+
+TEST_F(Delivery, WithoutWaitingKeepsTheRegistryUntilTheTurnEnds) {
+  std::optional<Turn> turn(std::in_place);
+  EXPECT_EQ(withoutWaiting({{"findPort", "x"}, {"portHost", "h"}}, *turn), Reply::written());
+  std::size_t seen = 99;
+  WatchedThread closing([&] { seen = server_.registry().portCount(); });
+  EXPECT_TRUE(closing.comesToAWait());
+  EXPECT_EQ(withoutWaiting({{"findPort", "y"}, {"portHost", "h"}}, *turn), Reply::written());
+  EXPECT_EQ(seen, 99U);
+  turn.reset();
+  closing.join();
+  EXPECT_EQ(seen, 0U);
 }
 
 TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {

@@ -18,9 +18,10 @@ namespace {
 // When this much output is due, it is sent and the loop's other connections get their turn, even if
 // more requests have come: a few bytes of request can ask for megabytes of reply.
 constexpr std::size_t kOutputAtOnce = 256 * 1024;
-// A lock is kept for this many requests at most. They take about a microsecond; other serving
-// threads try for the lock longer than that.
-constexpr int kRequestsOfTurn = 16;
+// Locks are kept for this many requests at most, and not beyond a long reply. Other serving threads
+// try for a lock longer than such requests take.
+constexpr int kRequestsOfTurn = 64;
+constexpr std::size_t kOutputOfTurn = 16 * 1024;
 // A larger output buffer is freed after use.
 constexpr std::size_t kKeptOutput = 1024 * 1024;
 
@@ -145,6 +146,7 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
   const std::size_t maximumBody = loop_.context().maximumBodyBytes;
   std::optional<Turn> turn(std::in_place);
   int requestsOfTurn = 0;
+  std::size_t outputBefore = loop_.output().size();
   while (served.bytes < input.size()) {
     const std::string_view rest = input.substr(served.bytes);
     const FrameHeader header = readFrameHeader(rest, maximumBody);
@@ -169,9 +171,11 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
       served.isCutShort = served.bytes < input.size();
       break;
     }
-    if (++requestsOfTurn == kRequestsOfTurn) {
+    if (++requestsOfTurn == kRequestsOfTurn ||
+        loop_.output().size() - outputBefore > kOutputOfTurn) {
       turn.emplace();
       requestsOfTurn = 0;
+      outputBefore = loop_.output().size();
     }
   }
   return served;
