@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "integration/Client.h"
 #include "integration/Daemon.h"
 #include "integration/NetworkNamespace.h"
 #include "support/Texts.h"
@@ -137,48 +138,48 @@ TEST_F(Access, ToTheProcessFromElsewhereEndsItByDefault) {
   EXPECT_EQ(server_.waitForExit(), 0);
 }
 
-// Every command that changes something, with a reply to tell that it did.
+/// A request that changes something, and the reply that tells that it did.
 struct Change {
-  Message request;
+  Texts request;
   Texts reply;
 };
 
-std::vector<Change> changes() {
-  const Message reconnect{
-      {"reconnectPort", "db"}, {"portNumber", "1"}, {"portHost", "h"}, {"portType", "t"}};
-  const Texts success = {{"result", "success"}};
-  const Texts succeed = {{"result", "succeed"}};
-  return {
-      {{{"newPort", ""}, {"portName", "db"}, {"portHost", "h"}, {"portType", "t"}}, {}},
-      {reconnect, *textsOf(reconnect)},
-      {{{"acceptPort", ""}}, {{"acceptPort", ""}}},
-      {request("needsRefresh", {}), success},
-      {request("setAlertState", {{"databaseName", "db"}, {"state", "s"}}), success},
-      {request("setDatabaseState", {{"databaseName", "db"}, {"state", "s"}}), success},
-      {request(
-           "sorvexecConnectHost",
-           {{"hostName", "h"}, {"portHostAddress", "a"}, {"ethernetAddress", "02:00:00:00:00:01"}}),
-       {{"result", "connected"}}},
-      {request("set_userpreferences_key", {{"key", "k"}}), succeed},
-      {request("set_userpreferences", {{"key", "k"}}), succeed},
-  };
-}
+const Texts kReconnect = {
+    {"reconnectPort", "db"}, {"portNumber", "1"}, {"portHost", "h"}, {"portType", "t"}};
+const Texts kSuccess = {{"result", "success"}};
+
+const Change kChanges[] = {
+    {{{"newPort", ""}, {"portName", "db"}, {"portHost", "h"}, {"portType", "t"}}, {}},
+    {kReconnect, kReconnect},
+    {{{"acceptPort", ""}}, {{"acceptPort", ""}}},
+    {{{"action", "needsRefresh"}}, kSuccess},
+    {{{"action", "setAlertState"}, {"databaseName", "db"}, {"state", "s"}}, kSuccess},
+    {{{"action", "setDatabaseState"}, {"databaseName", "db"}, {"state", "s"}}, kSuccess},
+    {{{"action", "sorvexecConnectHost"},
+      {"hostName", "h"},
+      {"portHostAddress", "a"},
+      {"ethernetAddress", "02:00:00:00:00:01"}},
+     {{"result", "connected"}}},
+    {{{"action", "set_userpreferences_key"}, {"key", "k"}}, *kSucceed},
+    {{{"action", "set_userpreferences"}, {"key", "k"}}, *kSucceed},
+};
 
 TEST_F(Access, ToTheRegistryFromElsewhereGetsNoDictionaryWithoutRemoteRegistration) {
   server_.setting("RemoteRegistration", "NO");
   start();
   const auto own = connects(here_, "127.0.0.1");
   const auto stranger = connects(there_, "192.0.2.1");
-  for (const Change& each : changes()) {
-    EXPECT_EQ(textsOfReply(*stranger, each.request), kNilReply) << each.request.description();
+  for (const Change& each : kChanges) {
+    EXPECT_EQ(textsOfReply(*stranger, textsMessage(each.request)), kNilReply)
+        << ::testing::PrintToString(each.request);
   }
   EXPECT_EQ(textsOfReply(*own, {{"findPort", "db"}, {"portHost", "h"}}),
             (Texts{{"notFound", "notFound"}}));
-  for (const Change& each : changes()) {
-    const Texts reply = textsOfReply(*own, each.request);
+  for (const Change& each : kChanges) {
+    const Texts reply = textsOfReply(*own, textsMessage(each.request));
     EXPECT_TRUE(each.reply.empty() ? reply.size() == 1 && reply[0].first == "portNumber"
                                    : reply == each.reply)
-        << each.request.description();
+        << ::testing::PrintToString(each.request);
   }
 }
 
@@ -186,7 +187,7 @@ TEST_F(Access, ThatOnlyReadsIsTheSameFromElsewhereWithoutRemoteRegistration) {
   server_.setting("RemoteRegistration", "NO");
   start();
   const auto own = connects(here_, "127.0.0.1");
-  ASSERT_TRUE(own->sendDictionary(changes()[1].request));
+  ASSERT_TRUE(own->sendDictionary(textsMessage(kReconnect)));
   const auto stranger = connects(there_, "2001:db8::1");
   EXPECT_EQ(textsOfReply(*stranger, {{"findPort", "db"}, {"portHost", "h"}}),
             (Texts{{"portNumber", "1"},

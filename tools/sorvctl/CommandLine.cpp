@@ -3,8 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/Settings.h"
@@ -106,6 +108,16 @@ CLI::App* chosen(CLI::App& application) {
   return at;
 }
 
+/// The help, the same with every version of the parser: from 2.6 on it leaves out "Usage:".
+class HelpFormatter : public CLI::Formatter {
+ public:
+  std::string make_usage(const CLI::App* application, std::string name) const override {
+    std::string usage = CLI::Formatter::make_usage(application, std::move(name));
+    usage.erase(0, usage.find_first_not_of('\n'));
+    return usage.starts_with("Usage:") ? usage : "Usage: " + usage;
+  }
+};
+
 }  // namespace
 
 int runCommandLine(int count, const char* const* arguments) {
@@ -114,6 +126,7 @@ int runCommandLine(int count, const char* const* arguments) {
   std::map<const CLI::App*, Handler> handlers;
   application.require_subcommand(0, 1);
   application.footer(kStatuses);
+  application.formatter(std::make_shared<HelpFormatter>());
   application.get_formatter()->label("SUBCOMMAND", "COMMAND");
   addCommonOptions(application, options);
   for (const Command& command : allCommands()) {
