@@ -43,4 +43,20 @@ class Descriptor {
   int number_ = -1;
 };
 
+// ---- process/DescriptorLinux.cpp, process/DescriptorMacos.cpp. Programs that this process starts
+// do not inherit what these functions open. On Linux this holds also for a program that another
+// thread starts meanwhile.
+
+/// Opens a socket as socket(2) does, with the default protocol. Returns none on failure and sets
+/// `errno`.
+[[nodiscard]] Descriptor openSocket(int family, int type);
+
+struct PipeEnds {
+  Descriptor reading;
+  Descriptor writing;
+};
+
+/// Opens a pipe whose ends do not wait. Both ends are none on failure; `errno` has the reason.
+[[nodiscard]] PipeEnds openPipe();
+
 }  // namespace sorvane

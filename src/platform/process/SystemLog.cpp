@@ -12,7 +12,7 @@ namespace {
 
 /// Returns true if the log's queue has room. syslog() would wait for a full queue.
 bool systemLogTakesLine() {
-  const Descriptor queue(socket(AF_UNIX, SOCK_DGRAM, 0));
+  const Descriptor queue = openSocket(AF_UNIX, SOCK_DGRAM);
   if (!queue.isOpen()) {
     return false;
   }

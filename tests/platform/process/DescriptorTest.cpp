@@ -1,11 +1,15 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <type_traits>
 
 #include "platform/Descriptor.h"
+#include "platform/RecordedSockets.h"
+#include "support/ForkedPart.h"
 
 namespace sorvane {
 namespace {
@@ -78,6 +82,52 @@ TEST(Descriptor, ReleasedIsLeftOpen) {
   EXPECT_FALSE(descriptor.isOpen());
   EXPECT_TRUE(isOpenNumber(number));
   ::close(number);
+}
+
+bool isInherited(const Descriptor& descriptor) {
+  return (fcntl(descriptor.number(), F_GETFD) & FD_CLOEXEC) == 0;
+}
+
+TEST(OpenSocket, IsNotInheritedFromItsFirstMomentOn) {
+  const test::RecordedSockets sockets;
+  const Descriptor opened = openSocket(AF_INET, SOCK_DGRAM);
+  ASSERT_TRUE(opened.isOpen());
+  EXPECT_FALSE(isInherited(opened));
+  ASSERT_EQ(sockets.all().size(), 1U);
+  EXPECT_NE(sockets.all()[0].type & SOCK_CLOEXEC, 0);
+}
+
+TEST(OpenSocket, ThatFailsIsNoneWithTheReason) {
+  test::RecordedSockets sockets;
+  sockets.refuse(AF_INET, EMFILE);
+  EXPECT_FALSE(openSocket(AF_INET, SOCK_DGRAM).isOpen());
+  EXPECT_EQ(errno, EMFILE);
+}
+
+TEST(OpenPipe, IsNotInheritedAndDoesNotWait) {
+  const PipeEnds pipe = openPipe();
+  ASSERT_TRUE(pipe.reading.isOpen());
+  EXPECT_FALSE(isInherited(pipe.reading));
+  EXPECT_FALSE(isInherited(pipe.writing));
+  char byte = 0;
+  EXPECT_EQ(read(pipe.reading.number(), &byte, 1), -1);
+  EXPECT_EQ(errno, EAGAIN);
+  EXPECT_EQ(write(pipe.writing.number(), "x", 1), 1);
+  EXPECT_EQ(read(pipe.reading.number(), &byte, 1), 1);
+  while (write(pipe.writing.number(), "x", 1) == 1) {
+  }
+  EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST(OpenPipe, WithoutAFreeDescriptorIsNone) {
+  test::inOwnProcess([] {
+    const rlimit none{0, 0};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const PipeEnds pipe = openPipe();
+    EXPECT_EQ(errno, EMFILE);
+    EXPECT_FALSE(pipe.reading.isOpen());
+    EXPECT_FALSE(pipe.writing.isOpen());
+  });
 }
 
 TEST(Descriptor, KeepsTheReasonOfAnEarlierFailure) {
