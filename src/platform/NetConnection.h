@@ -53,8 +53,9 @@ class NetConnection {
   // and `lastError` tells why.
 
   /// Connects to a server of the host: "VN_nameserver" and "VN_infoserver" at the base port,
-  /// "sorvexec" one below it, any other at the port that the host's name server tells. An empty
-  /// host means this one.
+  /// "sorvexec" one below it. For any other, asks the name server of the host and connects to the
+  /// port that it tells, at the host that the server has registered. If that host does not resolve,
+  /// or is the asked one, connects at the asked host. An empty host means this one.
   [[nodiscard]] bool connectToServer(std::string_view server, std::string_view host);
   /// Connects to a port of a host.
   [[nodiscard]] bool connectToPort(std::string_view host, int port);
@@ -65,7 +66,8 @@ class NetConnection {
   [[nodiscard]] std::optional<Message> sendData(std::string_view data, std::string_view action,
                                                 std::string_view parameter);
   /// Sends a request without waiting for its reply. `receiveReply` then takes the replies in order.
-  /// Replies that arrive meanwhile are kept, so any number of requests may be sent first.
+  /// Replies that arrive meanwhile are kept, so any number of requests may be sent first. One call
+  /// reads 64 MiB at most.
   [[nodiscard]] bool sendRequest(const Message& request);
   [[nodiscard]] std::optional<Message> receiveReply();
   /// Closes the connection; does nothing when it is not connected.

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "integration/Client.h"
+#include "platform/Settings.h"
+#include "support/ScriptedPeer.h"
 
 namespace sorvane::test {
 namespace {
@@ -236,6 +238,31 @@ TEST(LocalOnlyServer, AnswersAskersOfItsOwnMachineAlone) {
   EXPECT_FALSE(isAnswered({{"portHost", "localhost"}, {"portHostAddress", "10.0.0.5"}}, "db1"));
   EXPECT_TRUE(
       server.complains("Remote user failed because server is configured for non-network access\n"));
+}
+
+TEST(LocalOnlyServer, IsAskedByItsOwnMachineAtWhateverAddress) {
+  const ScriptedPeer database([](PeerConnection& client) {
+    while (client.receiveRequest()) {
+      client.send(frameOfTexts({{"here", "db1"}}));
+    }
+  });
+  Daemon server;
+  server.setting("Address", "127.0.0.1");
+  server.start();
+  Client registered(server);
+  ASSERT_TRUE(registered.asks(Message({{"reconnectPort", "db1"},
+                                       {"portNumber", std::to_string(database.port())},
+                                       {"portHost", "localhost"},
+                                       {"portType", "database"}})));
+  Settings settings;
+  settings.basePort = server.basePort();
+  Settings::replaceForTest(settings);
+  for (const char* host : {"::1", "127.0.1.1", "localhost", ""}) {
+    NetConnection connection;
+    connection.setTimeLimits(kPatience, kPatience);
+    EXPECT_TRUE(connection.connectToServer("db1", host)) << host << ": " << connection.lastError();
+    EXPECT_TRUE(connection.sendDictionary({{"who", ""}})) << host << ": " << connection.lastError();
+  }
 }
 
 TEST(LocalOnlyServer, WithAnAddressThatMayChangeAnswersEveryone) {

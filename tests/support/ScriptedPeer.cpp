@@ -1,5 +1,6 @@
 #include "support/ScriptedPeer.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -15,12 +16,12 @@ namespace sorvane::test {
 
 namespace {
 
-/// A socket bound to a free port of 127.0.0.1.
-int boundSocket(int& port) {
+/// A socket bound to a free port of an IPv4 address.
+int boundSocket(const char* text, int& port) {
   const int bound = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  inet_pton(AF_INET, text, &address.sin_addr);
   socklen_t size = sizeof address;
   if (bind(bound, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
       getsockname(bound, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
@@ -79,7 +80,8 @@ bool PeerConnection::isClosedByPeer(std::chrono::milliseconds limit) {
          recv(socket_, &byte, 1, MSG_PEEK) <= 0;
 }
 
-ScriptedPeer::ScriptedPeer(Script script) : listener_(boundSocket(port_)) {
+ScriptedPeer::ScriptedPeer(Script script, const char* address)
+    : listener_(boundSocket(address, port_)) {
   if (listen(listener_, 16) != 0) {
     throw std::runtime_error("a peer cannot listen");
   }
@@ -151,7 +153,7 @@ void ScriptedPeer::serve(const Script& script) {
 
 int closedPort() {
   int port = 0;
-  close(boundSocket(port));
+  close(boundSocket(kPeerAddress, port));
   return port;
 }
 

@@ -34,13 +34,15 @@ class PeerConnection {
   int socket_;
 };
 
-/// Listens on a free port of 127.0.0.1 and runs the script for one connection after the other, on a
-/// thread of its own; the connection closes when the script returns.
+inline constexpr const char* kPeerAddress = "127.0.0.1";
+
+/// Listens on a free port of an IPv4 address and runs the script for one connection after the
+/// other, on a thread of its own; the connection closes when the script returns.
 class ScriptedPeer {
  public:
   using Script = std::function<void(PeerConnection&)>;
 
-  explicit ScriptedPeer(Script script);
+  explicit ScriptedPeer(Script script, const char* address = kPeerAddress);
   ~ScriptedPeer();
   ScriptedPeer(const ScriptedPeer&) = delete;
   ScriptedPeer& operator=(const ScriptedPeer&) = delete;

@@ -1,10 +1,14 @@
 #include "platform/client/ClientConnection.h"
 
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
 #include "platform/Settings.h"
+#include "platform/VNHost.h"
 #include "platform/client/Diagnostics.h"
+#include "platform/client/HostAddresses.h"
+#include "platform/client/ServerPlace.h"
 #include "platform/wire/Frame.h"
 
 namespace sorvane {
@@ -13,9 +17,14 @@ namespace {
 
 constexpr std::size_t kKeptInputBytes = std::size_t{1} << 20;
 constexpr int kLastPort = 65535;
+constexpr const char* kThisHostAddress = "127.0.0.1";
 
 ClientSocket::Deadline afterNow(std::chrono::milliseconds limit) {
   return std::chrono::steady_clock::now() + limit;
+}
+
+std::string nameOfHost(std::string_view host) {
+  return std::string(host.empty() ? std::string_view(kThisHostAddress) : host);
 }
 
 std::optional<int> portOfText(std::string_view text) {
@@ -61,15 +70,24 @@ NetConnection::Client::Deadline NetConnection::Client::replyDeadline() const {
 }
 
 bool NetConnection::Client::connect(std::string_view host, int port, Deadline deadline) {
+  const std::string name = nameOfHost(host);
+  return begin(name, port) && reach(addressesOfHost(name, deadline), port, deadline);
+}
+
+bool NetConnection::Client::begin(const std::string& host, int port) {
   close();
   lastError.clear();
   closedByPeer = false;
-  const std::string name(host.empty() ? std::string_view("127.0.0.1") : host);
-  peer_ = name + " port " + std::to_string(port);
-  if (port < 1 || port > kLastPort) {
-    return fail("cannot connect to " + peer_ + ": there is no such port");
+  peer_ = host + " port " + std::to_string(port);
+  return (port >= 1 && port <= kLastPort) ||
+         fail("cannot connect to " + peer_ + ": there is no such port");
+}
+
+bool NetConnection::Client::reach(const HostAddresses& found, int port, Deadline deadline) {
+  if (found.addresses.empty()) {
+    return fail("cannot connect to " + peer_ + ": " + found.failure);
   }
-  if (const ClientSocket::Failure failure = socket_.connect(name, port, deadline)) {
+  if (const ClientSocket::Failure failure = socket_.connect(found.addresses, port, deadline)) {
     return fail("cannot connect to " + peer_ + ": " + failure->words);
   }
   connected = true;
@@ -81,30 +99,49 @@ bool NetConnection::Client::connect(std::string_view host, int port, Deadline de
 
 bool NetConnection::Client::connectToRegistered(std::string_view server, std::string_view host,
                                                 Deadline deadline) {
-  if (!connect(host, basePortNumber(), deadline)) {
+  const std::string name = nameOfHost(host);
+  if (!begin(name, basePortNumber())) {
     return false;
   }
-  // The name server returns the address that the request contains. The other servers of its host
-  // are at the address at which the name server was reached.
-  const std::string address = peerAddress();
-  const std::string asked = "the name server at " + peer_;
-  const std::optional<Message> found =
-      exchange({{"findPort", server},
-                {"portHost", host.empty() ? std::string_view("localhost") : host},
-                {"portHostAddress", address}},
-               deadline);
-  if (!found) {
-    return fail(lastError.empty() ? asked + " does not serve this host" : lastError);
+  const HostAddresses found = addressesOfHost(name, deadline);
+  if (!reach(found, basePortNumber(), deadline)) {
+    return false;
   }
-  if (found->contains("notFound")) {
-    return fail(asked + " knows no \"" + std::string(server) + "\"");
+  const AskedHost asked = askedHost(name, found.addresses);
+  // A name server that serves its own machine alone replies to "localhost" and "127.0.0.1" only.
+  const std::string ownName = asked.isThisHost ? "localhost" : name;
+  const std::string ownAddress =
+      asked.isThisHost ? kThisHostAddress : asked.place.addresses.front();
+  const std::string nameServer = "the name server at " + peer_;
+  const std::optional<Message> reply = exchange(
+      {{"findPort", server}, {"portHost", ownName}, {"portHostAddress", ownAddress}}, deadline);
+  if (!reply) {
+    return fail(lastError.empty() ? nameServer + " does not serve this host" : lastError);
   }
-  const std::optional<int> port = portOfText(found->text("portNumber").value_or(""));
+  if (reply->contains("notFound")) {
+    return fail(nameServer + " knows no \"" + std::string(server) + "\"");
+  }
+  const std::optional<int> port = portOfText(reply->text("portNumber").value_or(""));
   if (!port) {
-    return fail(asked + " gave no port number for \"" + std::string(server) + "\"");
+    return fail(nameServer + " gave no port number for \"" + std::string(server) + "\"");
   }
-  const std::string reached(found->text("portHostAddress").value_or(address));
-  return connect(reached, *port, deadline);
+  // The reply's "portHostAddress" is no help: it is the one that the request contained.
+  const HostPlace place =
+      placeOfServer(std::string(reply->text("portHost").value_or("")), asked, deadline);
+  return begin(place.name, *port) && reach({place.addresses, {}}, *port, deadline);
+}
+
+AskedHost NetConnection::Client::askedHost(const std::string& name,
+                                           const std::vector<std::string>& addresses) const {
+  AskedHost asked{{name, addresses}, VNHost::currentHost().isThisHost(peerAddress())};
+  std::vector<std::string>& all = asked.place.addresses;
+  // A server may listen on another address of its host than the name server.
+  if (asked.isThisHost) {
+    all.emplace_back(kThisHostAddress);
+  }
+  all.insert(all.begin(), peerAddress());
+  all.erase(std::remove(all.begin() + 1, all.end(), all.front()), all.end());
+  return asked;
 }
 
 bool NetConnection::Client::send(const Message& request, Deadline deadline) {
@@ -115,7 +152,9 @@ bool NetConnection::Client::send(const Message& request, Deadline deadline) {
   }
   output_.clear();
   appendFrame(output_, request.body());
-  if (const ClientSocket::Failure failure = socket_.send(output_.view(), input_, deadline)) {
+  const std::size_t maximumInput = input_.size() + kMaximumReplyBytes;
+  if (const ClientSocket::Failure failure =
+          socket_.send(output_.view(), input_, maximumInput, deadline)) {
     return fail("cannot send to " + peer_ + ": " + failure->words, failure->closedByPeer);
   }
   ++awaited_;

@@ -5,10 +5,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "platform/client/ClientSocket.h"
+#include "platform/client/HostAddresses.h"
+#include "platform/client/ServerPlace.h"
 
 namespace sorvane {
 
@@ -38,6 +41,13 @@ struct NetConnection::Client {
   bool closedByPeer = false;
 
  private:
+  /// Closes the old connection and notes where the new one leads. Returns false if there is no such
+  /// port.
+  [[nodiscard]] bool begin(const std::string& host, int port);
+  [[nodiscard]] bool reach(const HostAddresses& found, int port, Deadline deadline);
+  /// Returns the host to which this client is connected, given its addresses.
+  [[nodiscard]] AskedHost askedHost(const std::string& name,
+                                    const std::vector<std::string>& addresses) const;
   bool fail(std::string reason, bool byPeer = false);
   void forgetReplies();
   void dropTakenInput();

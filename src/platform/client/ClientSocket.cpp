@@ -6,16 +6,22 @@
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/write.hpp>
+#include <cerrno>
 #include <cstdint>
 #include <functional>
 
-#include "platform/client/HostAddresses.h"
+#include "platform/Descriptor.h"
 
 namespace sorvane {
 
 namespace {
 
 constexpr std::size_t kReadBytes = std::size_t{64} << 10;
+constexpr const char* kNoAnswer = "no answer in time";
+
+bool isOver(ClientSocket::Deadline deadline) {
+  return std::chrono::steady_clock::now() >= deadline;
+}
 
 ClientSocket::Reason notInTime(const char* words) { return {words, false}; }
 
@@ -51,16 +57,25 @@ struct ClientSocket::Loop {
   }
 
   Failure attempt(const asio::ip::tcp::endpoint& endpoint, Deadline deadline) {
-    socket = asio::ip::tcp::socket(io);
-    bool finished = false;
     asio::error_code result;
+    Descriptor opened = openSocket(endpoint.protocol().family(), endpoint.protocol().type());
+    if (!opened.isOpen()) {
+      return reason({errno, asio::error::get_system_category()});
+    }
+    socket = asio::ip::tcp::socket(io);
+    socket.assign(endpoint.protocol(), opened.number(), result);
+    if (result) {
+      return reason(result);
+    }
+    static_cast<void>(opened.release());  // the socket object has it now
+    bool finished = false;
     socket.async_connect(endpoint, [&](const asio::error_code& error) {
       result = error;
       finished = true;
     });
     if (!runUntil(finished, deadline)) {
       cancelAll();
-      return notInTime("no answer in time");
+      return notInTime(kNoAnswer);
     }
     if (result) {
       return reason(result);
@@ -78,7 +93,8 @@ struct ClientSocket::Loop {
     return error;
   }
 
-  Failure sendWhileReading(std::string_view bytes, std::string& input, Deadline deadline) {
+  Failure sendWhileReading(std::string_view bytes, std::string& input, std::size_t maximumInput,
+                           Deadline deadline) {
     bool finished = false;
     bool stopping = false;
     asio::error_code result;
@@ -86,12 +102,14 @@ struct ClientSocket::Loop {
       socket.async_read_some(asio::buffer(chunk),
                              [&](const asio::error_code& error, std::size_t count) {
                                input.append(chunk.data(), count);
-                               if (!error && !stopping) {
+                               if (!error && !stopping && input.size() < maximumInput) {
                                  readOn();
                                }
                              });
     };
-    readOn();
+    if (input.size() < maximumInput) {
+      readOn();
+    }
     asio::async_write(socket, asio::buffer(bytes.data(), bytes.size()),
                       [&](const asio::error_code& error, std::size_t) {
                         result = error;
@@ -110,11 +128,11 @@ struct ClientSocket::Loop {
 ClientSocket::ClientSocket() : loop_(std::make_unique<Loop>()) {}
 ClientSocket::~ClientSocket() = default;
 
-ClientSocket::Failure ClientSocket::connect(const std::string& host, int port, Deadline deadline) {
-  const HostAddresses found = addressesOfHost(host, deadline);
-  Failure failure = Reason{found.failure, false};
-  auto left = static_cast<int>(found.addresses.size());
-  for (const std::string& text : found.addresses) {
+ClientSocket::Failure ClientSocket::connect(const std::vector<std::string>& addresses, int port,
+                                            Deadline deadline) {
+  Failure failure;
+  auto left = static_cast<int>(addresses.size());
+  for (const std::string& text : addresses) {
     asio::error_code error;
     const asio::ip::address address = asio::ip::make_address(text, error);
     const auto now = std::chrono::steady_clock::now();
@@ -130,25 +148,28 @@ ClientSocket::Failure ClientSocket::connect(const std::string& host, int port, D
 }
 
 ClientSocket::Failure ClientSocket::send(std::string_view bytes, std::string& input,
-                                         Deadline deadline) {
+                                         std::size_t maximumInput, Deadline deadline) {
   asio::error_code error;
   while (!bytes.empty() && !error) {
     bytes.remove_prefix(loop_->socket.write_some(asio::buffer(bytes.data(), bytes.size()), error));
   }
   Failure failure;
   if (error == asio::error::would_block) {
-    failure = loop_->sendWhileReading(bytes, input, deadline);
+    failure = loop_->sendWhileReading(bytes, input, maximumInput, deadline);
   } else if (error) {
     failure = reason(error);
   }
   if (failure) {
-    while (!loop_->readArrived(input)) {
+    while (input.size() < maximumInput && !isOver(deadline) && !loop_->readArrived(input)) {
     }
   }
   return failure;
 }
 
 ClientSocket::Failure ClientSocket::receive(std::string& input, Deadline deadline) {
+  if (isOver(deadline)) {
+    return notInTime(kNoAnswer);
+  }
   asio::error_code error = loop_->readArrived(input);
   while (error == asio::error::would_block) {
     bool readable = false;
@@ -156,7 +177,7 @@ ClientSocket::Failure ClientSocket::receive(std::string& input, Deadline deadlin
                              [&](const asio::error_code&) { readable = true; });
     if (!loop_->runUntil(readable, deadline)) {
       loop_->cancelAll();
-      return notInTime("no answer in time");
+      return notInTime(kNoAnswer);
     }
     error = loop_->readArrived(input);
   }

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sorvane {
 
@@ -26,16 +28,21 @@ class ClientSocket {
   ClientSocket(const ClientSocket&) = delete;
   ClientSocket& operator=(const ClientSocket&) = delete;
 
-  /// Connects to the first address of the host that accepts. Each address gets an equal share of
-  /// the time that is left, so that a silent one does not use up the time of the others.
-  [[nodiscard]] Failure connect(const std::string& host, int port, Deadline deadline);
+  /// Connects to the first of the numeric addresses that accepts. There must be at least one. Each
+  /// gets an equal share of the time that is left, so that a silent one does not use up the time of
+  /// the others.
+  [[nodiscard]] Failure connect(const std::vector<std::string>& addresses, int port,
+                                Deadline deadline);
 
   /// Sends all bytes. While the peer takes none, the bytes that it sends are appended to `input`,
   /// so that a peer which waits until its replies are read goes on. After a failure `input`
-  /// contains what had arrived before.
-  [[nodiscard]] Failure send(std::string_view bytes, std::string& input, Deadline deadline);
+  /// contains what had arrived before. Reading ends at the deadline, and when `input` has
+  /// `maximumInput` bytes or more.
+  [[nodiscard]] Failure send(std::string_view bytes, std::string& input, std::size_t maximumInput,
+                             Deadline deadline);
 
-  /// Waits for at least one byte and appends what arrives to `input`.
+  /// Waits for at least one byte and appends what arrives to `input`. After the deadline it fails,
+  /// even if bytes keep coming.
   [[nodiscard]] Failure receive(std::string& input, Deadline deadline);
 
   /// Returns the numeric address of the peer; empty if there is none.

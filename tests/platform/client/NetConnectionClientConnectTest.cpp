@@ -3,13 +3,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "platform/NetConnection.h"
-#include "platform/Settings.h"
+#include "platform/RecordedSockets.h"
+#include "platform/client/AnsweringPeer.h"
 #include "platform/client/FakeResolver.h"
 #include "support/Program.h"
 #include "support/ScriptedPeer.h"
@@ -19,33 +20,6 @@ namespace sorvane::test {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// Replies to every request with the same frame, and keeps the requests.
-class AnsweringPeer {
- public:
-  explicit AnsweringPeer(std::string answer)
-      : peer_([this, answer = std::move(answer)](PeerConnection& client) {
-          while (auto request = client.receiveRequest()) {
-            {
-              const std::lock_guard<std::mutex> hold(mutex_);
-              requests_.push_back(*request);
-            }
-            client.send(answer);
-          }
-        }) {}
-
-  [[nodiscard]] int port() const { return peer_.port(); }
-  [[nodiscard]] int connections() const { return peer_.connections(); }
-  [[nodiscard]] std::vector<std::string> requests() {
-    const std::lock_guard<std::mutex> hold(mutex_);
-    return requests_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> requests_;
-  ScriptedPeer peer_;
-};
 
 /// An address that takes no connection and refuses none: its queue of waiting ones is full.
 class SilentAddress {
@@ -76,14 +50,6 @@ class SilentAddress {
   int listener_ = -1;
   int fillers_[4] = {};
 };
-
-void useBasePort(int port) {
-  Settings settings;
-  settings.basePort = port;
-  Settings::replaceForTest(settings);
-}
-
-std::string emptyDictionary() { return frameOfBody(""); }
 
 TEST(ConnectToPort, OfAListeningServerSucceeds) {
   AnsweringPeer peer(emptyDictionary());
@@ -174,6 +140,23 @@ TEST(ConnectToPort, AgainAfterAFailureSucceeds) {
   EXPECT_TRUE(connection.sendDictionary({{"ping", ""}}));
 }
 
+TEST(ConnectToPort, UsesASocketThatNoStartedProgramInherits) {
+  AnsweringPeer peer(emptyDictionary());
+  const RecordedSockets sockets;
+  NetConnection connection;
+  ASSERT_TRUE(connection.connectToPort("127.0.0.1", peer.port()));
+  ASSERT_EQ(sockets.of(AF_INET).size(), 1U);
+  EXPECT_NE(sockets.of(AF_INET)[0].type & SOCK_CLOEXEC, 0);
+}
+
+TEST(ConnectToPort, WithoutASocketTellsSo) {
+  RecordedSockets sockets;
+  sockets.refuse(AF_INET, EMFILE);
+  NetConnection connection;
+  EXPECT_FALSE(connection.connectToPort("127.0.0.1", 1));
+  EXPECT_EQ(connection.lastError(), "cannot connect to 127.0.0.1 port 1: Too many open files");
+}
+
 TEST(ConnectToServer, FindsTheNameServerAndTheInfoServerAtTheBasePort) {
   AnsweringPeer peer(emptyDictionary());
   useBasePort(peer.port());
@@ -198,7 +181,8 @@ TEST(ConnectToServer, AsksTheNameServerForAnyOther) {
   AnsweringPeer nameServer(frameOfTexts({{"portNumber", number},
                                          {"portName", "db1"},
                                          {"portHostAddress", "127.0.0.1"},
-                                         {"portHost", "elsewhere"}}));
+                                         {"portHost", "unknown.test"}}));
+  resolveAs("unknown.test", {});
   useBasePort(nameServer.port());
   NetConnection connection;
   ASSERT_TRUE(connection.connectToServer("db1", "")) << connection.lastError();
