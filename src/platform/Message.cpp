@@ -41,6 +41,12 @@ bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {
 
 }  // namespace
 
+void raiseEntryTooLong(std::string_view key) {
+  constexpr std::size_t kShownBytes = 40;
+  throw NSException("\"" + std::string(key.substr(0, kShownBytes)) +
+                    "\" or its value is too long for a message");
+}
+
 Message::Message(std::initializer_list<std::pair<std::string_view, std::string_view>> texts) {
   for (const auto& [key, text] : texts) {
     setText(key, text);
@@ -91,6 +97,14 @@ Message& Message::setData(std::string_view key, std::string_view bytes) {
 }
 
 Message& Message::set(std::string_view key, std::string_view value, bool terminated) {
+  const std::uint64_t newBytes = std::uint64_t{value.size()} + (terminated ? 1 : 0);
+  requireEntryLengths(key, newBytes);
+  const MessageEntry* const old = find(key);
+  const std::size_t keptBytes =
+      body_.size() - (old == nullptr ? 0 : kEntryHeaderBytes + key.size() + old->value.size());
+  if (keptBytes + kEntryHeaderBytes + key.size() + newBytes > kMaximumValueBytes) {
+    raiseEntryTooLong(key);
+  }
   ByteBuffer encoded;
   MessageWriter writer(encoded);
   const auto write = [&] { terminated ? writer.text(key, value) : writer.data(key, value); };
@@ -137,7 +151,9 @@ const char* Message::readBody(std::string_view body) {
     const std::size_t keyBytes = loadBigEndian16(at);
     const std::size_t valueBytes = loadBigEndian32(at + 2);
     at += kEntryHeaderBytes;
-    if (keyBytes + valueBytes > static_cast<std::size_t>(end - at)) {
+    const auto left = static_cast<std::size_t>(end - at);
+    // Not as a sum: that of the two lengths may be too great for 32 bits.
+    if (keyBytes > left || valueBytes > left - keyBytes) {
       fault = "an entry runs past the body";
       break;
     }

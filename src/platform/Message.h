@@ -44,18 +44,35 @@ inline char* writeTextEntry(char* out, std::string_view key, std::string_view te
   return end + 1;
 }
 
+/// The longest key of an entry, in bytes, and the longest value: their lengths have two and four
+/// bytes on the wire.
+inline constexpr std::size_t kMaximumKeyBytes = 65535;
+inline constexpr std::uint64_t kMaximumValueBytes = 4294967295;
+
+[[noreturn]] void raiseEntryTooLong(std::string_view key);
+
+/// Raises NSException if the key or the value is too long to travel. `valueBytes` includes the
+/// terminating NUL of a text.
+inline void requireEntryLengths(std::string_view key, std::uint64_t valueBytes) {
+  if (key.size() > kMaximumKeyBytes || valueBytes > kMaximumValueBytes) {
+    raiseEntryTooLong(key);
+  }
+}
+
 /// Appends entries in wire form to a buffer that the caller owns. No key may be written twice; this
-/// is not checked.
+/// is not checked. A key or value that is too long raises NSException and writes nothing.
 class MessageWriter {
  public:
   explicit MessageWriter(ByteBuffer& buffer) : buffer_(buffer) {}
 
   /// Appends a text value: the bytes of `text` and one NUL.
   void text(std::string_view key, std::string_view text) {
+    requireEntryLengths(key, std::uint64_t{text.size()} + 1);
     writeTextEntry(buffer_.extend(kEntryHeaderBytes + key.size() + text.size() + 1), key, text);
   }
   /// Appends a data value: exactly these bytes.
   void data(std::string_view key, std::string_view bytes) {
+    requireEntryLengths(key, bytes.size());
     writeEntry(buffer_.extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
   }
   /// Appends entries that are in wire form already.
@@ -89,7 +106,9 @@ class Message {
   /// Returns a message of the same entries that owns its bytes.
   [[nodiscard]] Message owned() const;
 
-  /// Adds an entry, or replaces the value of the key in its place.
+  /// Adds an entry, or replaces the value of the key in its place. Raises NSException and changes
+  /// nothing if the key has more than `kMaximumKeyBytes` bytes, or if the value or all entries
+  /// together would have more than `kMaximumValueBytes`.
   Message& setText(std::string_view key, std::string_view text);
   Message& setData(std::string_view key, std::string_view bytes);
 

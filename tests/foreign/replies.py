@@ -128,6 +128,8 @@ REQUESTS = [
     ("i", texts(ping="") + frame(entry(b"a", b"b"), length=200001)),
     ("j", texts(ping="") + frame(struct.pack(">HI", 1, 2) + b"ab")),
     ("k", texts(ping="") + frame(struct.pack(">HI", 1, 0xFFFFFFFF) + b"ab")),
+    # Lengths whose sum is 4 in 32 bits. What follows makes sense to a reader that takes this sum.
+    ("k2", texts(ping="") + frame(struct.pack(">HI", 5, 0xFFFFFFFF) + b"ping" + entry(b" " * 0x2020, b""))),
     ("l", texts(ping="") + frame(entry(b"a", b"1") + entry(b"a", b"2"))),
     ("m", texts(ping="") + frame(entry(b"\xff", b""))),
     ("n", texts(ping="") + frame(entry(b"a\0b", b""))),

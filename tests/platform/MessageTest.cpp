@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <type_traits>
 
@@ -40,6 +41,56 @@ TEST(Message, SettingAKeyAgainReplacesItInItsPlace) {
   EXPECT_EQ(message.entries()[0].key, "a");
   EXPECT_EQ(message.text("a"), "longer than before");
   EXPECT_EQ(message.text("b"), "2");
+}
+
+TEST(Message, TakesAKeyOfTheGreatestLength) {
+  const std::string key(kMaximumKeyBytes, 'k');
+  Message message;
+  message.setText(key, "1").setData("other", "2");
+  EXPECT_EQ(message.text(key), "1");
+  EXPECT_EQ(message.body(), entry(key, "1" + kNul) + entry("other", "2"));
+}
+
+TEST(Message, RefusesAKeyThatIsTooLongAndStaysAsItWas) {
+  const std::string key(kMaximumKeyBytes + 1, 'k');
+  Message message({{"a", "1"}});
+  EXPECT_THROW(message.setText(key, "2"), NSException);
+  EXPECT_THROW(message.setData(key, "2"), NSException);
+  EXPECT_THROW(Message({{key, ""}}), NSException);
+  EXPECT_EQ(message.body(), entry("a", "1" + kNul));
+  EXPECT_EQ(message.text("a"), "1");
+}
+
+#if SIZE_MAX > 0xFFFFFFFF
+/// A value of that length that nobody may read: there are not so many bytes.
+std::string_view valueOf(std::uint64_t bytes) { return {"", bytes}; }
+
+TEST(Message, RefusesAValueThatIsTooLongAndStaysAsItWas) {
+  Message message({{"a", "1"}});
+  EXPECT_THROW(message.setData("a", valueOf(kMaximumValueBytes + 1)), NSException);
+  EXPECT_THROW(message.setText("a", valueOf(kMaximumValueBytes)), NSException) << "with its NUL";
+  EXPECT_THROW(message.setData("b", valueOf(kMaximumValueBytes - 7)), NSException)
+      << "more than a frame with the entry before it";
+  EXPECT_EQ(message.body(), entry("a", "1" + kNul));
+}
+
+TEST(MessageWriter, RefusesAValueThatIsTooLongAndWritesNothing) {
+  ByteBuffer buffer;
+  MessageWriter writer(buffer);
+  EXPECT_THROW(writer.data("a", valueOf(kMaximumValueBytes + 1)), NSException);
+  EXPECT_THROW(writer.text("a", valueOf(kMaximumValueBytes)), NSException) << "with its NUL";
+  EXPECT_TRUE(buffer.empty());
+}
+#endif
+
+TEST(MessageWriter, RefusesAKeyThatIsTooLongAndWritesNothing) {
+  const std::string key(kMaximumKeyBytes + 1, 'k');
+  ByteBuffer buffer;
+  MessageWriter writer(buffer);
+  writer.text("a", "1");
+  EXPECT_THROW(writer.text(key, "2"), NSException);
+  EXPECT_THROW(writer.data(key, "2"), NSException);
+  EXPECT_EQ(buffer.view(), entry("a", "1" + kNul));
 }
 
 TEST(Message, IsReadInPlace) {
@@ -122,6 +173,9 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"HeaderCut", std::string("\0\1\0\0\0", 5), "an entry runs past the body"},
         Malformed{"ValueCut", entry("k", "value").substr(0, 9), "an entry runs past the body"},
         Malformed{"HugeValue", std::string("\0\1\xff\xff\xff\xff", 6) + "kv",
+                  "an entry runs past the body"},
+        Malformed{"LengthsWhoseSumIsFourIn32Bits",
+                  std::string("\0\5\xff\xff\xff\xffping", 10) + entry(std::string(0x2020, ' '), ""),
                   "an entry runs past the body"},
         Malformed{"SecondEntryCut", entry("a", "1") + std::string(3, '\0'),
                   "an entry runs past the body"},

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -36,6 +38,14 @@ TEST(ByteBuffer, KeepsItsMemoryWhenItIsCutOffOrCleared) {
   EXPECT_TRUE(buffer.empty());
   buffer.append(std::string(1001, 'z'));
   EXPECT_EQ(buffer.data(), bytes);
+}
+
+TEST(ByteBuffer, OfMoreBytesThanThereCanBeRaisesAndStaysAsItWas) {
+  ByteBuffer buffer;
+  buffer.append("text");
+  EXPECT_THROW(static_cast<void>(buffer.extend(std::numeric_limits<std::size_t>::max())),
+               std::bad_alloc);
+  EXPECT_EQ(buffer.view(), "text");
 }
 
 TEST(ByteBuffer, IsEmptyAndWithoutMemoryAfterItWasMoved) {
