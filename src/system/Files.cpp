@@ -17,20 +17,26 @@ bool copyPath(const char* source, const char* destination) {
   return from && to && copyTree(*from, *to);
 }
 
+/// The path without the slashes at its end. With them, a link to a folder would mean that folder.
+fs::path withoutSlashAtEnd(const fs::path& path) {
+  return path.has_filename() ? path : path.parent_path();
+}
+
 /// True for the root, and for a path that ends in "." or "..". Removing such a folder would remove
 /// the path that leads to it.
 bool isNeverRemoved(const fs::path& path) {
-  const fs::path last = path.has_filename() ? path.filename() : path.parent_path().filename();
+  const fs::path last = withoutSlashAtEnd(path).filename();
   return last.empty() || last == "." || last == "..";
 }
 
 bool removePath(const char* path, PathCopy copy) {
-  const auto target = adaptedPath(path, copy);
-  if (!target || isNeverRemoved(*target)) {
+  const auto given = adaptedPath(path, copy);
+  std::error_code error;
+  // A slash at the end of a plain file's path makes it a place where nothing exists.
+  if (!given || isNeverRemoved(*given) || !fs::exists(fs::symlink_status(*given, error))) {
     return false;
   }
-  std::error_code error;
-  const std::uintmax_t removed = fs::remove_all(*target, error);
+  const std::uintmax_t removed = fs::remove_all(withoutSlashAtEnd(*given), error);
   return !error && removed > 0;
 }
 

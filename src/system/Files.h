@@ -38,7 +38,8 @@ int VN_removeDirectory(const char* path);
 
 /// Removes the file, link (not its target) or whole tree at the path. Returns false when nothing
 /// exists at the path, or when something in the tree cannot be removed. Returns false and removes
-/// nothing when the path ends in "." or "..", or names the root.
+/// nothing when the path ends in "." or "..", or names the root. A slash at the end changes nothing
+/// for a link to a folder: the link is removed, not the folder.
 [[nodiscard]] bool VN_removeFile(const char* path);
 
 }  // namespace sorvane

@@ -2,15 +2,48 @@
 
 #include <sys/wait.h>
 
+#include <future>
+#include <system_error>
 #include <thread>
+#include <utility>
 
+#include "platform/NSException.h"
+#include "platform/SpawnProgram.h"
 #include "platform/WithoutInterruption.h"
 
 namespace sorvane {
+namespace {
 
-std::shared_ptr<LaunchedTask> LaunchedTask::watching(int processIdentifier) {
-  std::shared_ptr<LaunchedTask> task(new LaunchedTask(processIdentifier));
-  std::thread([task] { task->reap(); }).detach();
+/// The thread comes before the program, so that no program is left unwatched.
+template <typename Work>
+std::thread startWatcher(const std::string& path, Work work) {
+  try {
+    return std::thread(std::move(work));
+  } catch (const std::system_error& error) {
+    throw NSException(path +
+                      " cannot be launched: there is no thread for it: " + error.code().message());
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<LaunchedTask> LaunchedTask::launch(const std::string& path) {
+  std::shared_ptr<LaunchedTask> task(new LaunchedTask);
+  std::promise<bool> outcome;
+  std::thread watcher = startWatcher(path, [task, started = outcome.get_future()]() mutable {
+    if (started.get()) {
+      task->reap();
+    }
+  });
+  try {
+    task->processIdentifier_ = spawnProgram(path);
+  } catch (...) {
+    outcome.set_value(false);
+    watcher.join();
+    throw;
+  }
+  outcome.set_value(true);
+  watcher.detach();
   return task;
 }
 

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <string>
 
 namespace sorvane {
 
@@ -12,9 +13,9 @@ namespace sorvane {
 /// thread may call the methods.
 class LaunchedTask {
  public:
-  /// Starts a thread that waits for the child process `processIdentifier`. Nothing else may wait
-  /// for that process.
-  [[nodiscard]] static std::shared_ptr<LaunchedTask> watching(int processIdentifier);
+  /// Starts the program at `path` without arguments. Raises NSException when the program, or the
+  /// thread that waits for it, cannot be started; the program does not run then.
+  [[nodiscard]] static std::shared_ptr<LaunchedTask> launch(const std::string& path);
 
   [[nodiscard]] int processIdentifier() const { return processIdentifier_; }
   [[nodiscard]] bool isRunning() const;
@@ -22,10 +23,10 @@ class LaunchedTask {
   void waitUntilExit() const;
 
  private:
-  explicit LaunchedTask(int processIdentifier) : processIdentifier_(processIdentifier) {}
+  LaunchedTask() = default;
   void reap();
 
-  const int processIdentifier_;
+  int processIdentifier_ = 0;  ///< set before anybody else has the object
 
   mutable std::mutex mutex_;
   mutable std::condition_variable ended_;

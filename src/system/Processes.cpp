@@ -9,7 +9,6 @@
 #include <string>
 #include <thread>
 
-#include "platform/SpawnProgram.h"
 #include "platform/VNHost.h"
 #include "system/ProcessInfo.h"
 #include "system/SystemLock.h"
@@ -72,9 +71,7 @@ void VN_sleep(int seconds) {
   std::this_thread::sleep_until(std::chrono::steady_clock::now() + std::chrono::seconds(seconds));
 }
 
-std::shared_ptr<LaunchedTask> QB_launch(const char* path) {
-  return LaunchedTask::watching(spawnProgram(path));
-}
+std::shared_ptr<LaunchedTask> QB_launch(const char* path) { return LaunchedTask::launch(path); }
 
 int QB_system(const char* command) {
   const SystemLock lock;

@@ -26,7 +26,8 @@ void VN_sleep(int seconds);
 
 /// Starts the program at `path` without arguments and does not wait for it. The returned task tells
 /// the process number and when the program has ended; the caller may drop it at once. Raises
-/// NSException when the program cannot be started. Any thread.
+/// NSException when the program cannot be started, also when there is no thread to wait for its
+/// end. Any thread.
 std::shared_ptr<LaunchedTask> QB_launch(const char* path);
 
 /// Runs a shell command and waits for its end. Holds the system lock meanwhile, so no function of

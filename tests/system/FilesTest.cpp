@@ -64,6 +64,30 @@ TEST_F(Files, RemovesAFileALinkAndATree) {
   EXPECT_FALSE(fs::exists(at("tree")));
 }
 
+TEST_F(Files, RemovingALinkWithASlashAtItsEndLeavesTheFolderBehindIt) {
+  for (const char* slashes : {"/", "//"}) {
+    writeFile(at("tree/file"), "text");
+    fs::create_symlink("tree", at("link"));
+    EXPECT_TRUE(VN_removeFile((at("link") + slashes).c_str()));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(at("link"))));
+    EXPECT_EQ(readFile(at("tree/file")), "text");
+    fs::create_symlink("tree", at("link"));
+    EXPECT_EQ(VN_removeDirectory((at("link") + slashes).c_str()), 1);
+    EXPECT_FALSE(fs::exists(fs::symlink_status(at("link"))));
+    EXPECT_EQ(readFile(at("tree/file")), "text");
+  }
+}
+
+TEST_F(Files, RemovingTakesASlashAtTheEndForFoldersOnly) {
+  writeFile(at("tree/file"), "text");
+  EXPECT_FALSE(VN_removeFile((at("tree/file") + "/").c_str())) << "nothing exists there";
+  fs::create_symlink("nowhere", at("dangling"));
+  EXPECT_FALSE(VN_removeFile((at("dangling") + "/").c_str())) << "nothing exists there";
+  EXPECT_EQ(readFile(at("tree/file")), "text");
+  EXPECT_TRUE(VN_removeFile((at("tree") + "//").c_str()));
+  EXPECT_FALSE(fs::exists(at("tree")));
+}
+
 TEST_F(Files, RemovingWhatIsMissingAnswersNoForAFileAnd1ForAFolder) {
   EXPECT_FALSE(VN_removeFile(at("missing").c_str()));
   EXPECT_EQ(VN_removeDirectory(at("missing").c_str()), 1);

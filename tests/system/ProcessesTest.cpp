@@ -191,6 +191,20 @@ TEST_F(Launch, OfWhatIsNoProgramRaises) {
   EXPECT_THROW(static_cast<void>(QB_launch((folder_ / "text").c_str())), NSException);
 }
 
+TEST_F(Launch, WithoutAThreadRaisesAndStartsNothing) {
+  test::inOwnProcess([this] {
+    const std::string path = program("exit 0");
+    // No thread can have so large a stack.
+    pthread_attr_t attributes;
+    ASSERT_EQ(pthread_getattr_default_np(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, std::size_t{1} << 46), 0);
+    ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
+    EXPECT_THROW(static_cast<void>(QB_launch(path.c_str())), NSException);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD) << "a program was started";
+  });
+}
+
 TEST_F(Launch, LeavesNoDeadProcessBehind) {
   const int number = QB_launch(program("exit 3").c_str())->processIdentifier();
   EXPECT_TRUE(test::waitUntil([&] { return kill(number, 0) != 0 && errno == ESRCH; }));
