@@ -8,10 +8,12 @@
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
+#include "platform/Settings.h"
 
 int main(int argc, char** argv) {
   using namespace sorvane;
   recordArguments(argc, argv);
+  Settings::endProcessOnBadFile();
   const StartMode mode = startMode(VN_parameter(1));
   if (mode == StartMode::stopAll) {
     stopAllNameServers();

@@ -41,9 +41,13 @@ struct Settings {
   bool remoteRegistration = true;  ///< other machines may change what is registered and kept
 
   /// Returns the settings of this process. The first call reads them. If the file cannot be read or
-  /// parsed, or if a value makes no sense, the process writes one console line with file, line and
-  /// reason, and ends with status 0. An unknown key causes one console line. Any thread.
+  /// parsed, or if a value makes no sense, that costs one console line with file, line and reason,
+  /// and all defaults hold. An unknown key causes one console line. Any thread.
   [[nodiscard]] static const Settings& current();
+
+  /// From now on, a bad file ends the process with status 0 after its console line. For programs
+  /// that must not serve, or be used, with settings that were not meant. Call it before `current`.
+  static void endProcessOnBadFile();
 
   /// Reads the settings of this process as `current` does, but raises NSException if the file is
   /// bad.

@@ -107,15 +107,12 @@ class CurrentSettings {
     }
     const std::lock_guard<std::mutex> hold(mutex_);
     if (current_.load(std::memory_order_relaxed) == nullptr) {
-      try {
-        keepLocked(Settings::readForThisProcess());
-      } catch (const NSException& error) {
-        consoleLine(error.what());
-        endProcess();
-      }
+      keepLocked(readOrDefaults());
     }
     return *current_.load(std::memory_order_relaxed);
   }
+
+  void endProcessOnBadFile() { endsProcess_.store(true, std::memory_order_relaxed); }
 
   void replace(Settings settings) {
     const std::lock_guard<std::mutex> hold(mutex_);
@@ -123,11 +120,24 @@ class CurrentSettings {
   }
 
  private:
+  [[nodiscard]] Settings readOrDefaults() const {
+    try {
+      return Settings::readForThisProcess();
+    } catch (const NSException& error) {
+      consoleLine(error.what());
+      if (endsProcess_.load(std::memory_order_relaxed)) {
+        endProcess();
+      }
+      return Settings::read(nullptr, executableFolder());
+    }
+  }
+
   void keepLocked(Settings settings) {
     kept_.push_back(std::make_unique<Settings>(std::move(settings)));
     current_.store(kept_.back().get(), std::memory_order_release);
   }
 
+  std::atomic<bool> endsProcess_{false};
   std::atomic<const Settings*> current_{nullptr};
   std::mutex mutex_;
   std::vector<std::unique_ptr<const Settings>> kept_;  // guarded by mutex_
@@ -142,6 +152,8 @@ CurrentSettings& currentSettings() {
 }  // namespace
 
 const Settings& Settings::current() { return currentSettings().get(); }
+
+void Settings::endProcessOnBadFile() { currentSettings().endProcessOnBadFile(); }
 
 Settings Settings::readForThisProcess() {
   const std::string folder = executableFolder();

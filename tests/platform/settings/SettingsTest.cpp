@@ -280,12 +280,17 @@ class InstalledProgram {
   [[nodiscard]] std::string folder() const { return tree_.path().string(); }
 
   /// Replaces the running process.
-  void become() const {
-    execl(program_.c_str(), program_.c_str(), nullptr);
+  void become(const char* argument = nullptr) const {
+    execl(program_.c_str(), program_.c_str(), argument, nullptr);
     _exit(99);
   }
-  [[nodiscard]] test::PartEnd run() const {
-    return test::outputOfPart([this] { become(); });
+  [[nodiscard]] test::PartEnd run(const char* argument = nullptr) const {
+    return test::outputOfPart([&] { become(argument); });
+  }
+  /// What it prints when it has the settings of this port and the defaults.
+  [[nodiscard]] std::string printed(const std::string& port) const {
+    return "port " + port + "\ninstalled in " + folder() + "\nconfig in " + folder() +
+           "/Config\npreferences " + folder() + "/Users/SorvPreferences\n";
   }
 
  private:
@@ -298,15 +303,24 @@ TEST(SettingsOfAProcess, AreThoseBesideItsExecutable) {
   test::writeFile(program.file(), "BasePort = 30001;");
   const test::PartEnd part = program.run();
   EXPECT_EQ(part.status, 0);
-  EXPECT_EQ(part.output, "port 30001\ninstalled in " + program.folder() + "\nconfig in " +
-                             program.folder() + "/Config\npreferences " + program.folder() +
-                             "/Users/SorvPreferences\n");
+  EXPECT_EQ(part.output, program.printed("30001"));
 }
 
-TEST(SettingsOfAProcess, WithAnErrorCostOneConsoleLineAndEndItWithStatus0) {
+TEST(SettingsOfAProcess, WithAnErrorCostOneConsoleLineAndAllDefaultsHold) {
+  const InstalledProgram program;
+  test::writeFile(program.file(), "BasePort = 30001;\nThreads = none;");
+  const test::PartEnd part = program.run();
+  EXPECT_EQ(part.status, 0);
+  EXPECT_EQ(part.output, program.printed("20221"));
+  const std::string expected =
+      program.file().string() + ":2: Threads: a whole number from 0 to 1024 is needed\n";
+  EXPECT_EQ(test::withoutProgramName(part.errors), expected);
+}
+
+TEST(SettingsOfAProcess, WithAnErrorEndItWithStatus0WhereItWantsThat) {
   const InstalledProgram program;
   test::writeFile(program.file(), "\nBasePort = none;");
-  const test::PartEnd part = program.run();
+  const test::PartEnd part = program.run("strict");
   EXPECT_EQ(part.status, 0);
   EXPECT_EQ(part.output, "");
   const std::string expected =
