@@ -60,29 +60,30 @@ const char* SSDefaults::getDefault(const char* key) {
   return found->second.string()->c_str();
 }
 
-void SSDefaults::setDefault(const char* key, const char* value) {
+SSDefaults& SSDefaults::setDefault(const char* key, const char* value) {
   defaults().insert_or_assign(key, PropertyList(value));
+  return *this;
 }
 
-void SSDefaults::readDefaults() {
+SSDefaults& SSDefaults::readDefaults() {
   defaultDictionary_.reset();
   defaultDictionary_ = readDefaultDictionary().value_or(Dictionary{});
+  return *this;
 }
 
-std::optional<SSDefaults::Dictionary> SSDefaults::readDefaultDictionary() const {
+std::optional<SSDefaults::Dictionary> SSDefaults::readDefaultDictionary() {
+  lastError_.clear();
   if (hostName_.empty()) {
     return localDatabasePreferences();
   }
   NetConnection launcher;
   if (!connectTo(launcher)) {
+    lastError_ = launcher.lastError();
     return std::nullopt;  // on purpose not the local file: it has the defaults of this host
   }
   const auto reply = launcher.sendDictionary(Message{{"action", "getDatabasePreferences"}});
-  const bool isAnswered = launcher.lastError().empty();
+  lastError_ = launcher.lastError();
   launcher.invalidate();
-  if (!isAnswered) {
-    return std::nullopt;
-  }
   return dictionaryFromText(reply ? reply->text("data").value_or("") : "");
 }
 
@@ -110,6 +111,9 @@ int SSDefaults::writeDefaultDictionary(const Dictionary* dictionary, std::string
   return reply && equalIgnoringCase(reply->text("result").value_or(""), "succeed") ? 1 : 0;
 }
 
-void SSDefaults::freeDefaults() { defaultDictionary_.reset(); }
+SSDefaults& SSDefaults::freeDefaults() {
+  defaultDictionary_.reset();
+  return *this;
+}
 
 }  // namespace sorvane

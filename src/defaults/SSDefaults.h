@@ -21,7 +21,7 @@ class NetConnection;
 /// The defaults are read when they are first needed, and stay in memory until `freeDefaults`.
 /// Nothing is thrown: defaults that cannot be read are empty. A call that talks to a launcher waits
 /// at most for the time limits of `NetConnection`, unless `setTimeLimit` sets another. Only one
-/// thread may use an object at a time.
+/// thread may use an object at a time. Calls that return `SSDefaults&` return the object itself.
 class SSDefaults {
  public:
   /// Texts by their keys. A value that is not a text counts as absent, but is kept when the
@@ -43,13 +43,17 @@ class SSDefaults {
   /// set again, or until the defaults in memory are read again or freed.
   [[nodiscard]] const char* getDefault(const char* key);
   /// Sets a text in memory only.
-  void setDefault(const char* key, const char* value);
+  SSDefaults& setDefault(const char* key, const char* value);
 
   /// Drops the defaults in memory and reads them again. They are empty when none can be read.
-  void readDefaults();
+  SSDefaults& readDefaults();
   /// Reads the stored defaults and returns them. Those in memory stay as they are. Returns nothing
-  /// when the host cannot be reached or its launcher gives no reply.
-  [[nodiscard]] std::optional<Dictionary> readDefaultDictionary() const;
+  /// when the host cannot be reached. The defaults of a launcher that was reached and gives no
+  /// usable reply are empty.
+  [[nodiscard]] std::optional<Dictionary> readDefaultDictionary();
+  /// Returns why the last reading got no reply from a launcher, in words; empty when it got one or
+  /// needed none. Empty defaults that were not read should not be written back.
+  [[nodiscard]] const std::string& lastError() const { return lastError_; }
   /// Reads the file of this host and returns its defaults. Returns an empty dictionary when the
   /// file is not a property list with a dictionary on top.
   [[nodiscard]] static Dictionary localDatabasePreferences();
@@ -62,7 +66,7 @@ class SSDefaults {
   int writeDefaultDictionary(const Dictionary* dictionary, std::string_view password);
 
   /// Drops the defaults in memory. The next use reads them again.
-  void freeDefaults();
+  SSDefaults& freeDefaults();
 
  private:
   [[nodiscard]] Dictionary& defaults();
@@ -71,6 +75,7 @@ class SSDefaults {
   const std::string hostName_;                          // empty: this host
   std::optional<std::chrono::milliseconds> timeLimit_;  // nothing: those of NetConnection
   std::optional<Dictionary> defaultDictionary_;         // nothing until first needed
+  std::string lastError_;
 };
 
 }  // namespace sorvane

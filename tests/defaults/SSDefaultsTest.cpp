@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstring>
 
 #include "defaults/Launcher.h"
@@ -190,6 +191,43 @@ TEST_F(RemoteDefaults, AreEmptyWhereTheReplyHasNoData) {
     const Launcher launcher(answer);
     EXPECT_EQ(SSDefaults::newForHost(kHost)->readDefaultDictionary(), SSDefaults::Dictionary{});
   }
+}
+
+TEST_F(RemoteDefaults, OfALauncherThatAcceptsAndSaysNothingAreEmpty) {
+  const ScriptedPeer launchers[] = {
+      ScriptedPeer([](PeerConnection& client) { client.waitForClose(); }),
+      ScriptedPeer([](PeerConnection&) {}),  // closes at once
+      ScriptedPeer([](PeerConnection& client) { client.send("rubbish"); })};
+  for (const ScriptedPeer& launcher : launchers) {
+    Settings settings = Settings::current();
+    settings.basePort = launcher.port() + 1;
+    Settings::replaceForTest(settings);
+    const auto defaults = SSDefaults::newForHost(kHost);
+    defaults->setTimeLimit(std::chrono::milliseconds(500));
+    EXPECT_EQ(defaults->readDefaultDictionary(), SSDefaults::Dictionary{});
+    EXPECT_NE(defaults->lastError(), "");
+  }
+}
+
+TEST_F(RemoteDefaults, TellWhyTheyWereNotRead) {
+  const auto defaults = SSDefaults::newForHost(kHost);
+  Settings settings = Settings::current();
+  settings.basePort = closedPort() + 1;
+  Settings::replaceForTest(settings);
+  EXPECT_EQ(defaults->readDefaultDictionary(), std::nullopt);
+  EXPECT_NE(defaults->lastError(), "");
+  const Launcher launcher("{}");
+  EXPECT_EQ(defaults->readDefaultDictionary(), SSDefaults::Dictionary{});
+  EXPECT_EQ(defaults->lastError(), "");
+}
+
+TEST_F(LocalDefaults, SettersAndReadersReturnTheObject) {
+  fileHolds("{ Date = 1; Time = 1; }");
+  const auto defaults = SSDefaults::newDirectLoad();
+  SSDefaults& returned = defaults->readDefaults().setDefault("Date", "2").setDefault("Time", "3");
+  EXPECT_EQ(&returned, defaults.get());
+  EXPECT_STREQ(defaults->getDefault("Date"), "2");
+  EXPECT_STREQ(defaults->freeDefaults().getDefault("Date"), "1");
 }
 
 TEST_F(RemoteDefaults, AreReadUpToTheTerminatorOrTheEndOfTheData) {

@@ -36,8 +36,9 @@ SSDefaults defaultsOf(const Session& session, const std::string& host) {
 /// Reads the defaults. Throws a Failure when the host cannot be reached or does not reply. Taking
 /// its defaults for empty would lose them when they are written back.
 SSDefaults::Dictionary read(const Session& session, const std::string& host) {
-  auto defaults = defaultsOf(session, host).readDefaultDictionary();
-  if (!defaults) {
+  SSDefaults store = defaultsOf(session, host);
+  auto defaults = store.readDefaultDictionary();
+  if (!defaults || !store.lastError().empty()) {
     throw Failure(Status::notReached,
                   "the launcher of " + host + " cannot be reached, or does not answer");
   }
