@@ -29,7 +29,9 @@ ARendezvousController::~ARendezvousController() {
   for (const std::shared_ptr<NetService>& service : stoppedServices_) {
     service->setDelegate(nullptr);
   }
+  forgetServices();
   serviceBrowser_->stop();
+  serviceBrowser_->setDelegate(nullptr);
 }
 
 void ARendezvousController::setDelegate(ARendezvousDelegate* delegate) {
@@ -102,7 +104,7 @@ void ARendezvousController::activateBrowsing(bool flag) {
     return;
   }
   serviceBrowser_->stop();
-  discoveredServicesWithInfo_.clear();
+  forgetServices();
   tellDelegate();
 }
 
@@ -123,6 +125,24 @@ void ARendezvousController::refreshBrowsing() {
   discovery_.runLoop().perform(laterCalls_.cancellable([this] { startBrowsing(); }));
 }
 
+void ARendezvousController::forgetServices() {
+  leaveFoundServices([](const NetService&) { return true; });
+  discoveredServicesWithInfo_.clear();
+}
+
+template <typename IsGone>
+void ARendezvousController::leaveFoundServices(IsGone isGone) {
+  std::erase_if(foundServices_, [&](const std::shared_ptr<NetService>& service) {
+    if (!isGone(*service)) {
+      return false;
+    }
+    if (service->delegate() == this) {
+      service->setDelegate(nullptr);
+    }
+    return true;
+  });
+}
+
 void ARendezvousController::tellDelegate() {
   if (delegate_ != nullptr) {
     delegate_->discoveredServicesDidChange(*this);
@@ -136,19 +156,24 @@ void ARendezvousController::netServiceDidNotPublish(NetService&, std::string_vie
 
 void ARendezvousController::netServiceBrowserDidFindService(
     NetServiceBrowser&, const std::shared_ptr<NetService>& service, bool) {
+  if (!browsing_) {
+    return;
+  }
+  foundServices_.push_back(service);
   service->setDelegate(this);
   service->resolve();
 }
 
 void ARendezvousController::netServiceBrowserDidRemoveService(
     NetServiceBrowser&, const std::shared_ptr<NetService>& service, bool) {
+  leaveFoundServices([&](const NetService& found) { return found.isEqual(*service); });
   removeInfoService(*service);
   tellDelegate();
 }
 
 void ARendezvousController::netServiceBrowserDidStopSearch(NetServiceBrowser& browser) {
   if (&browser == serviceBrowser_.get()) {
-    discoveredServicesWithInfo_.clear();
+    forgetServices();
     tellDelegate();
   }
 }
@@ -161,6 +186,9 @@ void ARendezvousController::netServiceDidResolveAddress(
     const std::shared_ptr<NetService>& service) {
   // On purpose every address is read as an IPv4 address, whatever its family.
   for (const std::string& bytes : service->addresses()) {
+    if (service->delegate() != this) {
+      return;  // the delegate of this object has switched browsing off
+    }
     const Ipv4SocketAddress address = readAsIpv4SocketAddress(bytes);
     if (address.dottedAddress == "127.0.0.1") {
       continue;

@@ -100,6 +100,11 @@ class ARendezvousController : private NetServiceDelegate, private NetServiceBrow
   void createService();
   void createBrowser();
   void search();
+  /// Drops the records, and what was found and may still resolve.
+  void forgetServices();
+  /// Takes the controller off the found services that `isGone` selects.
+  template <typename IsGone>
+  void leaveFoundServices(IsGone isGone);
   void tellDelegate();
   bool addInfoService(const std::shared_ptr<NetService>& service, const std::string& name,
                       const std::string& ip, std::int32_t port);
@@ -130,6 +135,7 @@ class ARendezvousController : private NetServiceDelegate, private NetServiceBrow
   std::unique_ptr<SocketPort> socketPort_;
   std::int32_t portNumber_;
   std::vector<std::shared_ptr<DiscoveredService>> discoveredServicesWithInfo_;
+  std::vector<std::shared_ptr<NetService>> foundServices_;  // those whose delegate this object is
   ARendezvousDelegate* delegate_ = nullptr;
   CancellableCalls laterCalls_;
 };

@@ -6,6 +6,15 @@ namespace {
 
 class Browsing : public ControllerTest {
  protected:
+  class OtherServiceDelegate : public NetServiceDelegate {};
+
+  /// The addresses of a service become known; its delegate is told if it still has one.
+  static void resolveIfAsked(const std::shared_ptr<ScriptedNetService>& service,
+                             const std::vector<std::string>& addresses) {
+    if (service->delegate() != nullptr) {
+      resolve(service, addresses);
+    }
+  }
   [[nodiscard]] std::size_t searches() const { return network.browser->searches.size(); }
 };
 
@@ -145,6 +154,62 @@ TEST_F(Browsing, IgnoresTheReportsThatChangeNothing) {
   service->delegate()->netServiceDidNotResolve(*service, "no");
   EXPECT_EQ(delegate.calls, 0);
   EXPECT_TRUE(lines().empty());
+}
+
+TEST_F(Browsing, SwitchedOffAddsNoRecordOfAServiceThatResolvesLater) {
+  controller.activateBrowsing(true);
+  const auto late = network.browser->find("late");
+  controller.activateBrowsing(false);
+  resolveIfAsked(late, {"10.0.0.1"});
+  EXPECT_EQ(records(), Texts{});
+  controller.activateBrowsing(true);
+  resolveIfAsked(late, {"10.0.0.1"});
+  EXPECT_EQ(records(), Texts{}) << "it was found by a search that is over";
+}
+
+TEST_F(Browsing, SwitchedOffResolvesNoServiceThatIsFoundLater) {
+  controller.activateBrowsing(true);
+  controller.activateBrowsing(false);
+  const auto late = network.browser->find("late");
+  EXPECT_EQ(late->timesResolved, 0);
+  EXPECT_EQ(late->delegate(), nullptr);
+}
+
+TEST_F(Browsing, SwitchedOffByTheDelegateAddsNoFurtherRecord) {
+  class Impatient : public ARendezvousDelegate {
+    void discoveredServicesDidChange(ARendezvousController& sender) override {
+      sender.activateBrowsing(false);
+    }
+  };
+  Impatient impatient;
+  controller.setDelegate(&impatient);
+  controller.activateBrowsing(true);
+  const auto service = found("one", {"10.0.0.1", "10.0.0.2"});
+  EXPECT_EQ(records(), Texts{});
+}
+
+TEST_F(Browsing, AddsNoRecordOfAServiceThatResolvesAfterItIsGone) {
+  controller.activateBrowsing(true);
+  const auto service = network.browser->find("one");
+  removed(service);
+  resolveIfAsked(service, {"10.0.0.1"});
+  EXPECT_EQ(records(), Texts{});
+}
+
+TEST_F(Browsing, EndsAsDelegateWithTheController) {
+  std::shared_ptr<ScriptedNetService> found;
+  std::shared_ptr<ScriptedNetService> othersByNow;
+  OtherServiceDelegate another;
+  {
+    ARendezvousController other("", "_sorvane._tcp", kPort, network);
+    other.activateBrowsing(true);
+    found = network.browser->find("one");
+    othersByNow = network.browser->find("two");
+    othersByNow->setDelegate(&another);
+    EXPECT_NE(found->delegate(), nullptr);
+  }
+  EXPECT_EQ(found->delegate(), nullptr);
+  EXPECT_EQ(othersByNow->delegate(), &another);
 }
 
 TEST_F(Browsing, EndsWithTheController) {
