@@ -31,7 +31,7 @@ class VNHost {
   [[nodiscard]] bool isLocalAccessOnly() const { return localAccessOnly_; }
   [[nodiscard]] bool isBonjourDisabled() const { return bonjourDisabled_; }
   /// True if the address is dynamic, that is, may change. The settings decide; if they do not, true
-  /// if the system assigned the address for a limited time.
+  /// if the system assigned the address for a limited time, or does not tell.
   [[nodiscard]] bool isDynamic() const { return dynamic_; }
 
   /// Returns true if `nameOrAddress` means this host: if it is the host's name, its short name,

@@ -9,8 +9,9 @@ namespace sorvane {
 
 /// An IPv4 address of an interface.
 struct InterfaceAddress {
-  std::string address;       ///< dotted
-  bool hasLifetime = false;  ///< assigned for a limited time; false if the system does not tell
+  std::string address;  ///< dotted
+  /// Whether it was assigned for a limited time; nullopt if the system does not tell.
+  std::optional<bool> hasLifetime;
 };
 
 struct NetworkInterface {

@@ -57,7 +57,7 @@ struct ScopedAddress {
 ScopedAddress readAddress(const nlmsghdr& entry) {
   constexpr std::uint32_t kForEver = std::numeric_limits<std::uint32_t>::max();
   const auto& fixed = fixedPart<ifaddrmsg>(entry);
-  ScopedAddress result{{}, fixed.ifa_scope};
+  ScopedAddress result{{"", false}, fixed.ifa_scope};
   visitAttributes<ifaddrmsg>(entry, [&](unsigned type, const char* bytes, std::size_t length) {
     if (type == IFA_LOCAL) {  // IFA_ADDRESS would be the other end of a point-to-point link
       result.address.address = dotted(bytes, length);

@@ -20,23 +20,28 @@ std::string dotted(const sockaddr& address) {
   return text;
 }
 
-/// Returns the address of the default route; empty if there is no such route. It is the address
-/// from which a datagram to an outside host would be sent. Nothing is sent: connecting a datagram
-/// socket only chooses the route.
-std::string addressTowardsOutside() {
+/// Returns the address of the default route; empty if there is no such route, nullopt if the system
+/// cannot tell now. It is the address from which a datagram to an outside host would be sent.
+/// Nothing is sent: connecting a datagram socket only chooses the route.
+std::optional<std::string> addressTowardsOutside() {
   sockaddr_in outside{};
   outside.sin_family = AF_INET;
   outside.sin_port = htons(9);
   inet_pton(AF_INET, "192.0.2.1", &outside.sin_addr);  // RFC 5737: no host has it
+  const Descriptor datagrams = openSocket(AF_INET, SOCK_DGRAM);
+  if (!datagrams.isOpen()) {
+    return std::nullopt;
+  }
+  if (connect(datagrams.number(), reinterpret_cast<const sockaddr*>(&outside), sizeof outside) !=
+      0) {
+    return "";
+  }
   sockaddr_in own{};
   socklen_t length = sizeof own;
-  const Descriptor datagrams(socket(AF_INET, SOCK_DGRAM, 0));
-  const bool known =
-      datagrams.isOpen() &&
-      connect(datagrams.number(), reinterpret_cast<const sockaddr*>(&outside), sizeof outside) ==
-          0 &&
-      getsockname(datagrams.number(), reinterpret_cast<sockaddr*>(&own), &length) == 0;
-  return known ? dotted(reinterpret_cast<const sockaddr&>(own)) : "";
+  if (getsockname(datagrams.number(), reinterpret_cast<sockaddr*>(&own), &length) != 0) {
+    return std::nullopt;
+  }
+  return dotted(reinterpret_cast<const sockaddr&>(own));
 }
 
 NetworkInterface& interfaceNamed(HostNetwork& network, const char* name) {
@@ -58,8 +63,12 @@ std::optional<HostNetwork> readHostNetwork() {
     return std::nullopt;
   }
   const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, freeifaddrs);
+  std::optional<std::string> source = addressTowardsOutside();
+  if (!source) {
+    return std::nullopt;
+  }
   HostNetwork network;
-  network.defaultRouteSource = addressTowardsOutside();
+  network.defaultRouteSource = *std::move(source);
   for (const ifaddrs* each = list; each != nullptr; each = each->ifa_next) {
     NetworkInterface& interface = interfaceNamed(network, each->ifa_name);
     interface.up = (each->ifa_flags & IFF_UP) != 0;
@@ -72,7 +81,7 @@ std::optional<HostNetwork> readHostNetwork() {
       continue;
     }
     const std::string address = dotted(*each->ifa_addr);
-    interface.addresses.push_back({address, false});
+    interface.addresses.push_back({address, std::nullopt});
     if (address == network.defaultRouteSource) {
       network.defaultRouteInterface = interface.name;
     }

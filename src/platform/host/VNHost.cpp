@@ -44,8 +44,9 @@ VNHost::VNHost() {
   address_ = localAccessOnly_ ? kLoopbackAddress : settings.address.value_or(systemAddress.address);
   ethernetAddress_ =
       settings.ethernetAddress ? *settings.ethernetAddress : ethernetAddressOfHost(known, address_);
-  // The system's time limit counts only for the address that the system assigned.
-  dynamic_ = settings.dynamicAddress.value_or(systemAddress.hasLifetime &&
+  // The system's time limit counts only for the address that the system assigned. An address of
+  // which the system does not tell it may have one.
+  dynamic_ = settings.dynamicAddress.value_or(systemAddress.hasLifetime.value_or(true) &&
                                               systemAddress.address == address_);
 }
 

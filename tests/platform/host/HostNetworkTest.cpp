@@ -16,14 +16,14 @@ NetworkInterface card() {
 TEST(AddressOfHost, IsThatOfTheDefaultRoutesInterface) {
   const InterfaceAddress address = addressOfHost({{loopback(), bridge(), card()}, "eth0", ""});
   EXPECT_EQ(address.address, "10.0.0.5");
-  EXPECT_TRUE(address.hasLifetime);
+  EXPECT_EQ(address.hasLifetime, true);
 }
 
 TEST(AddressOfHost, IsTheOneThatTheDefaultRoutePrefers) {
   const InterfaceAddress address =
       addressOfHost({{loopback(), bridge(), card()}, "eth0", "10.0.0.6"});
   EXPECT_EQ(address.address, "10.0.0.6");
-  EXPECT_FALSE(address.hasLifetime);
+  EXPECT_EQ(address.hasLifetime, false);
 }
 
 TEST(AddressOfHost, WithoutADefaultRouteIsTheFirstThatIsUpAndNotLoopback) {
@@ -41,7 +41,7 @@ TEST(AddressOfHost, OfADefaultRouteWithoutAddressIsTheFirstOther) {
 TEST(AddressOfHost, WithoutAnyIsTheLoopbackAddress) {
   EXPECT_EQ(addressOfHost({{loopback()}, "", ""}).address, "127.0.0.1");
   EXPECT_EQ(addressOfHost({}).address, "127.0.0.1");
-  EXPECT_FALSE(addressOfHost({}).hasLifetime);
+  EXPECT_EQ(addressOfHost({}).hasLifetime, false);
 }
 
 TEST(EthernetAddressOfHost, IsOfTheInterfaceThatHoldsTheAddress) {
