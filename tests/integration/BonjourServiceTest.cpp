@@ -1,5 +1,13 @@
 // Services on a network of two hosts: how they are found, named, lost and found again.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/close_range.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "integration/AvahiHost.h"
 #include "support/ConsoleLines.h"
@@ -9,6 +17,25 @@ namespace {
 
 constexpr const char* kType = "_sorvane._tcp";
 constexpr const char* kPeer = SORVANE_BINARY_DIR "/tests/programs/bonjour_peer";
+
+/// The descriptors behind standard error that a program inherits which this process starts.
+std::vector<int> inheritedDescriptors(pid_t process) {
+  std::vector<int> inherited;
+  const std::filesystem::path folder = "/proc/" + std::to_string(process) + "/fdinfo";
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const int number = std::stoi(entry.path().filename());
+    std::istringstream lines(readFile(entry.path()));
+    std::string key;
+    while (lines >> key && key != "flags:") {
+    }
+    unsigned flags = 0;
+    lines >> std::oct >> flags;
+    if (number > STDERR_FILENO && (flags & O_CLOEXEC) == 0) {
+      inherited.push_back(number);
+    }
+  }
+  return inherited;
+}
 
 class BonjourService : public ::testing::Test {
  protected:
@@ -47,6 +74,42 @@ TEST_F(BonjourService, IsFoundByAnotherHostWithItsAddressAndPort) {
   EXPECT_TRUE(publisher->prints("published one\n")) << publisher->errors();
   EXPECT_TRUE(finder->prints("one 198.51.100.1 20221\n")) << finder->errors();
   EXPECT_EQ(publisher->errors(), "");
+}
+
+TEST_F(BonjourService, OfAHostWithSeveralAddressesHasThemAll) {
+  Network network;
+  network.a.network().run("ip", {"addr", "add", "198.51.100.7/24", "dev", "eth0"});
+  network.a.network().run("ip", {"addr", "add", "203.0.113.1/24", "dev", "eth0"});
+  network.a.startDaemons();
+  network.b.startDaemons();
+  const auto finder = browse(network.b);
+  const auto publisher = publish(network.a, "one");
+  EXPECT_TRUE(finder->prints("one 198.51.100.1 20221\n")) << publisher->errors();
+  EXPECT_TRUE(finder->prints("one 198.51.100.7 20221\n")) << finder->output();
+  EXPECT_TRUE(finder->prints("one 203.0.113.1 20221\n")) << finder->output();
+}
+
+TEST_F(BonjourService, IsFoundAtAnAddressThatItsHostGetsLater) {
+  Network network;
+  network.a.startDaemons();
+  network.b.startDaemons();
+  const auto finder = browse(network.b);
+  const auto publisher = publish(network.a, "one");
+  ASSERT_TRUE(finder->prints("one 198.51.100.1 20221\n")) << publisher->errors();
+  network.a.network().run("ip", {"addr", "add", "203.0.113.1/24", "dev", "eth0"});
+  EXPECT_TRUE(finder->prints("one 203.0.113.1 20221\n")) << finder->output();
+}
+
+TEST_F(BonjourService, LeavesNoDescriptorToTheProgramsThatItsProcessStarts) {
+  Network network;
+  network.a.startDaemons();
+  const auto enter = [inside = network.a.inside()] {
+    inside();
+    close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // what it inherits itself does not count
+  };
+  Program publisher(kPeer, {"publish", "one", kType, "20221"}, {"", enter});
+  ASSERT_TRUE(publisher.prints("published one\n")) << publisher.errors();
+  EXPECT_EQ(inheritedDescriptors(publisher.process()), std::vector<int>{});
 }
 
 TEST_F(BonjourService, WithoutANameHasThatOfItsHost) {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,9 @@ using AvahiPlace = std::pair<AvahiIfIndex, AvahiProtocol>;
 
 /// Belongs to the browser that found it, which tells it the places where it is found. Others may
 /// keep it after the browser has lost it, but then it resolves no more.
+///
+/// In each place a resolver finds the service's host, its port and one address. All addresses of
+/// the host in that place come from a search for its address records.
 class AvahiFoundService : public NetService,
                           public std::enable_shared_from_this<AvahiFoundService> {
  public:
@@ -49,19 +53,30 @@ class AvahiFoundService : public NetService,
     AvahiFoundService* service = nullptr;
     AvahiPlace place;
     AvahiServiceResolver* resolver = nullptr;  // null while not resolving
-    std::string address;                       // empty until known
+    AvahiRecordBrowser* records = nullptr;     // the address records of `host`; null without it
+    std::string host;                          // empty until known
+    std::uint16_t port = 0;
+    std::set<std::string> addresses;  // numeric
   };
 
   void start(Resolution& resolution);
   static void end(Resolution& resolution);
-  void resolved(Resolution& resolution, const AvahiAddress& address, std::uint16_t port);
+  static void endRecords(Resolution& resolution);
+  void resolved(Resolution& resolution, const std::string& host, const AvahiAddress& address,
+                std::uint16_t port);
+  void searchRecords(Resolution& resolution);
   void retry(const AvahiPlace& place);
+  void tellAddresses();
   static void resolverReports(AvahiServiceResolver* resolver, AvahiIfIndex interface,
                               AvahiProtocol protocol, AvahiResolverEvent event, const char* name,
                               const char* type, const char* domain, const char* hostName,
                               const AvahiAddress* address, std::uint16_t port,
                               AvahiStringList* texts, AvahiLookupResultFlags flags,
                               void* resolution);
+  static void recordsReport(AvahiRecordBrowser* records, AvahiIfIndex interface,
+                            AvahiProtocol protocol, AvahiBrowserEvent event, const char* name,
+                            std::uint16_t recordClass, std::uint16_t type, const void* data,
+                            std::size_t bytes, AvahiLookupResultFlags flags, void* resolution);
 
   AvahiLink& link_;
   AvahiClient* client_;  // null once lost

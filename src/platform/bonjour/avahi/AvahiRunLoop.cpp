@@ -1,7 +1,5 @@
 #include "platform/bonjour/avahi/AvahiRunLoop.h"
 
-#include <avahi-common/error.h>
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
@@ -12,11 +10,6 @@
 
 namespace sorvane {
 namespace {
-
-void makeQuiet(int descriptor) {
-  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
-}
 
 void swallow(AvahiWatch*, int descriptor, AvahiWatchEvent, void*) {
   char bytes[64];
@@ -40,8 +33,6 @@ void AvahiRunLoop::performAfterDelay(std::chrono::milliseconds delay, Call call)
   wake();
 }
 
-// The loop has a pipe of its own. The library's wakeup may lose track of a byte that is written
-// while another thread empties the library's pipe; the library's loop then spins.
 void AvahiRunLoop::wake() {
   const int descriptor = wakeDescriptor_;
   if (descriptor >= 0) {
@@ -51,19 +42,12 @@ void AvahiRunLoop::wake() {
 }
 
 bool AvahiRunLoop::prepare() {
-  int ends[2];
-  poll_ = avahi_simple_poll_new();
-  if (poll_ == nullptr) {
+  pipe_ = openPipe();
+  if (!pipe_.reading.isOpen()) {
     return false;
   }
-  if (pipe(ends) != 0) {
-    avahi_simple_poll_free(poll_);
-    return false;
-  }
-  makeQuiet(ends[0]);
-  makeQuiet(ends[1]);
-  poll()->watch_new(poll(), ends[0], AVAHI_WATCH_IN, swallow, nullptr);
-  wakeDescriptor_ = ends[1];
+  poll()->watch_new(poll(), pipe_.reading.number(), AVAHI_WATCH_IN, swallow, nullptr);
+  wakeDescriptor_ = pipe_.writing.number();
   return true;
 }
 
@@ -76,13 +60,9 @@ void AvahiRunLoop::run() {
     }
     std::this_thread::sleep_for(std::chrono::seconds(1));
   }
-  int outcome = 0;
-  while (outcome == 0) {
+  do {
     calls_.makeDue(Clock::now());
-    const std::optional<std::chrono::milliseconds> time = calls_.waitingTime(Clock::now());
-    outcome =
-        avahi_simple_poll_iterate(poll_, time.has_value() ? static_cast<int>(time->count()) : -1);
-  }
+  } while (watches_.wait(calls_.waitingTime(Clock::now())));
   consoleLine("Bonjour: its run loop has failed; nothing is published or found any more");
 }
 

@@ -1,11 +1,11 @@
 // The run loop of Bonjour. All calls of the Avahi library are made on its thread.
 #pragma once
 
-#include <avahi-common/simple-watch.h>
-
 #include <atomic>
 
+#include "platform/Descriptor.h"
 #include "platform/RunLoop.h"
+#include "platform/bonjour/avahi/AvahiWatches.h"
 
 namespace sorvane {
 
@@ -19,7 +19,7 @@ class AvahiRunLoop : public RunLoop {
   void performAfterDelay(std::chrono::milliseconds delay, Call call) override;
 
   /// The loop in the form that the Avahi library uses. Only for the loop's thread.
-  [[nodiscard]] const AvahiPoll* poll() const { return avahi_simple_poll_get(poll_); }
+  [[nodiscard]] const AvahiPoll* poll() const { return watches_.functions(); }
 
  private:
   void run();
@@ -29,7 +29,8 @@ class AvahiRunLoop : public RunLoop {
   DelayedCalls calls_;
   // A byte that is written here ends the loop's wait. -1 until the loop watches it.
   std::atomic<int> wakeDescriptor_ = -1;
-  AvahiSimplePoll* poll_ = nullptr;
+  PipeEnds pipe_;
+  AvahiWatches watches_;
 };
 
 }  // namespace sorvane
