@@ -1,4 +1,4 @@
-# Warnings and sanitizers, the same for every target of the project.
+# Warnings, hardening and sanitizers, the same for every target of the project.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                     -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wundef)
 if(SORVANE_WERROR)
@@ -19,6 +19,29 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     add_compile_options(-Wno-tsan)  # Asio uses fences, which this sanitizer passes over
   endif()
 endif()
+
+# Strangers reach these programs, so a mistake in them must be hard to use: addresses differ in each process, tables of
+# functions and return addresses cannot be overwritten unnoticed, and the library's copies check their room.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+add_compile_options(-fstack-protector-strong)
+foreach(flag stack-clash-protection cf-protection)
+  string(MAKE_C_IDENTIFIER "SORVANE_HAS_${flag}" has)
+  check_cxx_compiler_flag(-f${flag} ${has})
+  if(${has})
+    add_compile_options(-f${flag})
+  endif()
+endforeach()
+if(NOT APPLE)  # there the linker does this by itself
+  add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+endif()
+if(NOT SORVANE_SANITIZERS)  # a sanitizer checks the same calls itself
+  # Fortified functions need an optimised build.
+  add_compile_options($<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE>
+                      $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-D_FORTIFY_SOURCE=2>)
+endif()
+add_compile_definitions($<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 
 if(SORVANE_SANITIZERS)
   add_compile_options(-fsanitize=${SORVANE_SANITIZERS} -fno-omit-frame-pointer)

@@ -38,7 +38,8 @@ TEST(InstalledTree, HasTheProgramsTheExamplesAndTheEmptyFolders) {
   EXPECT_EQ(installedTree(folder / "moved here"),
             (std::vector<std::string>{"Config/", "Logs/", "Users/", "bin/", "bin/sorvctl",
                                       "bin/sorvinfo", "etc/", "etc/sorvane.conf.example", "share/",
-                                      "share/sorvinfo/", "share/sorvinfo/sorvinfo.service"}));
+                                      "share/sorvinfo/", "share/sorvinfo/sorvinfo.logrotate",
+                                      "share/sorvinfo/sorvinfo.service"}));
 }
 
 /// Every setting. A new one does not compile until it is named here, and then the example must have
