@@ -15,6 +15,7 @@
 #include "registry/CommandContext.h"
 #include "registry/HostLists.h"
 #include "registry/Registry.h"
+#include "registry/RetiredTexts.h"
 
 namespace sorvane {
 
@@ -69,7 +70,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Forgets what the connection had registered (`endConnection`), logs the removal of a launcher
   /// host, and tells the info server. Takes no `serverLock`.
   void endCommunication(NetConnection& connection) override;
-  void cleanupAfterMessage() override {}
+  /// Frees the texts that the message has replaced.
+  void cleanupAfterMessage() override { releaseRetiredTexts(); }
   [[nodiscard]] bool reconnect() override { return false; }
   [[nodiscard]] bool lazyreconnect() override { return false; }
 

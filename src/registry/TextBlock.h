@@ -19,16 +19,18 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "platform/Message.h"
 #include "platform/NSException.h"
+#include "registry/RetiredTexts.h"
 
 namespace sorvane {
 
 /// Holds as many texts as `keys` has elements. A text whose key is not empty lies in the block as
 /// the entry of a message under that key. The object is one pointer, which is null while all texts
-/// are nil. A view that `text` or `entries` returns is valid until the block is changed. Not
-/// synchronised.
+/// are nil. A view that `text` or `entries` returns is valid while the block is not changed, and
+/// then for as long as RetiredTexts.h says. Not synchronised.
 template <const auto& keys>
 class TextBlock {
  public:
@@ -57,9 +59,21 @@ class TextBlock {
   /// Has the processor fetch the block, which is about to be read.
   void prefetch() const { __builtin_prefetch(block_.get()); }
 
-  /// Replaces all texts. They may be views into this block. Raises NSException and changes nothing
-  /// when they are longer than 2 GiB together.
-  void setAll(const Texts& texts) {
+  /// Returns all texts, as `setAll` takes them.
+  [[nodiscard]] Texts texts() const {
+    Texts texts;
+    for (std::size_t index = 0; index < kCount; ++index) {
+      texts[index] = text(index);
+    }
+    return texts;
+  }
+
+  /// Returns the size of the block; 0 while all texts are nil.
+  [[nodiscard]] std::size_t bytes() const {
+    return block_ == nullptr ? 0 : kEndsBytes + endOf(kCount - 1);
+  }
+  /// Returns what `bytes` would return with these texts.
+  [[nodiscard]] static std::size_t bytesWith(const Texts& texts) {
     std::size_t bytes = 0;
     bool allNil = true;
     for (std::size_t index = 0; index < kCount; ++index) {
@@ -68,20 +82,29 @@ class TextBlock {
         allNil = false;
       }
     }
-    if (bytes >= kNil) {
+    return allNil ? 0 : kEndsBytes + bytes;
+  }
+
+  /// Replaces all texts. They may be views into this block. Raises NSException and changes nothing
+  /// when they are longer than 2 GiB together.
+  void setAll(const Texts& texts) {
+    const std::size_t needed = bytesWith(texts);
+    if (needed >= kNil) {
       throw NSException("the texts of a port record are too long");
     }
-    block_ = allNil ? nullptr : built(texts, bytes);
+    std::unique_ptr<char[]> block = needed == 0 ? nullptr : built(texts, needed);
+    const std::size_t replacedBytes = bytes();
+    block_.swap(block);
+    if (block != nullptr) {
+      retireText(std::move(block), replacedBytes);
+    }
   }
 
   /// Replaces one text.
   void set(std::size_t index, std::optional<std::string_view> text) {
-    Texts texts;
-    for (std::size_t each = 0; each < kCount; ++each) {
-      texts[each] = this->text(each);
-    }
-    texts[index] = text;
-    setAll(texts);
+    Texts all = texts();
+    all[index] = text;
+    setAll(all);
   }
 
  private:
@@ -106,7 +129,7 @@ class TextBlock {
   }
 
   [[nodiscard]] static std::unique_ptr<char[]> built(const Texts& texts, std::size_t bytes) {
-    std::unique_ptr<char[]> block(new char[kEndsBytes + bytes]);
+    std::unique_ptr<char[]> block(new char[bytes]);
     char* const contents = block.get() + kEndsBytes;
     char* out = contents;
     for (std::size_t index = 0; index < kCount; ++index) {

@@ -271,5 +271,17 @@ TEST_F(EndOfProcess, OnRestartHasStatusZeroAndItsLogLine) {
   EXPECT_EQ(log(), "sorvinfo was asked to restart.\n");
 }
 
+TEST_F(Delivery, KeepsTheTextsThatItReplacesUntilItsCleanup) {
+  peer_.reconnects("the first name of this database");
+  server_.cleanupAfterMessage();
+  EXPECT_EQ(retiredTexts, 0U);
+  const std::string_view name = *peer_.record().portName();
+  peer_.reconnects("another name");
+  EXPECT_EQ(name, "the first name of this database");
+  EXPECT_EQ(retiredTexts, 1U);
+  server_.cleanupAfterMessage();
+  EXPECT_EQ(retiredTexts, 0U);
+}
+
 }  // namespace
 }  // namespace sorvane::test
