@@ -108,9 +108,18 @@ Reply sorvkeyController::deliverCommunicationLocked(const Message& request, NetC
 
 void sorvkeyController::endCommunication(NetConnection& connection) {
   const auto record = connection.contextObject<PortDescriptor>();
-  if (const auto removedHost = endConnection(registry_, record.get())) {
-    NetConnection::performWaiting(
-        [line = "REMOVE HOST " + *removedHost + " \n"] { sorvkeyController::logMessage(line); });
+  const ConnectionEnd end = endConnection(registry_, record.get());
+  if (end.removedHost) {
+    NetConnection::performWaiting([line = "REMOVE HOST " + *end.removedHost + " \n"] {
+      sorvkeyController::logMessage(line);
+    });
+  }
+  if (end.droppedPorts > 0) {
+    NetConnection::performWaiting([this, ports = end.droppedPorts] {
+      droppedPortsConsole_.line(std::to_string(ports) +
+                                " ports that ended connections had left behind were dropped: all "
+                                "of them together may not take that much memory");
+    });
   }
   if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
     infoserver_->endCommunication(connection);

@@ -26,7 +26,9 @@ HostFacts factsOf(const VNHost& host) {
 
 int sorvkey_verbose = 0;
 
-sorvkeyController::sorvkeyController() : host_(factsOf(VNHost::currentHost())) {
+sorvkeyController::sorvkeyController()
+    : host_(factsOf(VNHost::currentHost())),
+      registry_({.all = Settings::current().maxRegistryBytes}) {
   instance = this;
   openLog();
 }

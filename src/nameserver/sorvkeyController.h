@@ -9,6 +9,7 @@
 
 #include "discovery/ARendezvousController.h"
 #include "infoserver/InfoserverController.h"
+#include "platform/Console.h"
 #include "platform/NetConnection.h"
 #include "platform/VNFileLock.h"
 #include "platform/VNThreadLock.h"
@@ -133,6 +134,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // Protect themselves.
   Registry registry_;
   VNThreadLock serverLock_;
+  ConsoleRateLimit droppedPortsConsole_;
   // Set during the start, before connections are served.
   std::unique_ptr<InfoserverController> infoserver_;
   bool startupFlag_ = false;

@@ -13,6 +13,7 @@
 #include "platform/NSException.h"
 #include "platform/Utf8.h"
 #include "platform/wire/ByteBuffer.h"
+#include "platform/wire/Frame.h"
 #include "platform/wire/WireInteger.h"
 
 namespace sorvane {
@@ -59,27 +60,45 @@ inline void requireEntryLengths(std::string_view key, std::uint64_t valueBytes) 
   }
 }
 
+/// Returns how many bytes `writeTextEntry` writes for a text of that length.
+[[nodiscard]] constexpr std::size_t textEntryBytes(std::string_view key, std::size_t textBytes) {
+  return kEntryHeaderBytes + key.size() + textBytes + 1;
+}
+
 /// Appends entries in wire form to a buffer that the caller owns. No key may be written twice; this
-/// is not checked. A key or value that is too long raises NSException and writes nothing.
+/// is not checked. A key or value that is too long, or an entry with which more than `mostBytes`
+/// would have been written, raises NSException and writes nothing.
 class MessageWriter {
  public:
-  explicit MessageWriter(ByteBuffer& buffer) : buffer_(buffer) {}
+  explicit MessageWriter(ByteBuffer& buffer, std::size_t mostBytes = ~std::size_t{0})
+      : buffer_(buffer), bytesLeft_(mostBytes) {}
 
   /// Appends a text value: the bytes of `text` and one NUL.
   void text(std::string_view key, std::string_view text) {
     requireEntryLengths(key, std::uint64_t{text.size()} + 1);
-    writeTextEntry(buffer_.extend(kEntryHeaderBytes + key.size() + text.size() + 1), key, text);
+    writeTextEntry(extend(textEntryBytes(key, text.size())), key, text);
   }
   /// Appends a data value: exactly these bytes.
   void data(std::string_view key, std::string_view bytes) {
     requireEntryLengths(key, bytes.size());
-    writeEntry(buffer_.extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
+    writeEntry(extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
   }
   /// Appends entries that are in wire form already.
-  void entries(std::string_view encoded) { buffer_.append(encoded); }
+  void entries(std::string_view encoded) {
+    std::copy_n(encoded.data(), encoded.size(), extend(encoded.size()));
+  }
 
  private:
+  [[nodiscard]] char* extend(std::size_t bytes) {
+    if (bytes > bytesLeft_) {
+      throw NSException("the message would be too long");
+    }
+    bytesLeft_ -= bytes;
+    return buffer_.extend(bytes);
+  }
+
   ByteBuffer& buffer_;
+  std::size_t bytesLeft_;
 };
 
 /// True when the keys are equal. Keys of one length often differ in their first byte; comparing it

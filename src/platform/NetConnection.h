@@ -101,8 +101,10 @@ class NetConnection {
   [[nodiscard]] virtual bool isFromThisMachine() const { return true; }
 
   /// Returns a writer for the reply to the request that is being delivered. It writes straight into
-  /// the connection's output.
-  [[nodiscard]] MessageWriter replyWriter() { return MessageWriter(*replyBuffer_); }
+  /// the connection's output, and raises NSException when the reply becomes longer than any may be.
+  [[nodiscard]] MessageWriter replyWriter() {
+    return MessageWriter(*replyBuffer_, kMaximumReplyBytes);
+  }
 
  protected:
   void setReplyBuffer(ByteBuffer* buffer) { replyBuffer_ = buffer; }

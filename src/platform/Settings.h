@@ -32,7 +32,8 @@ struct Settings {
   std::optional<std::string> ethernetAddress;               ///< nullopt: that of the system
   std::map<std::string, std::string, std::less<>> aliases;  ///< an alias by its address
   std::size_t maxMessageBytes = 1048576;                    ///< largest body of a request, bytes
-  int maxConnections = 0;  ///< 0: the soft descriptor limit less 32
+  int maxConnections = 0;                      ///< 0: the soft descriptor limit less 32
+  std::uint64_t maxRegistryBytes = 536870912;  ///< what peers have registered, with its costs
   std::chrono::milliseconds partialMessageTimeout{
       30000};                              ///< from a frame's first byte to its last
   int threads = 0;                         ///< serving threads; 0: one for each core

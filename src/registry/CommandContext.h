@@ -25,7 +25,7 @@ struct CommandContext {
   Registry& registry;
   const Message& request;
   const NetConnection& sender;
-  MessageWriter reply;  ///< writes the reply; a command that raises has written nothing
+  MessageWriter reply;  ///< writes the reply; raises NSException when it becomes too long
   const HostFacts& host;
   const ServerServices& services;
   const bool verbose;  ///< some commands then log what they do
@@ -42,6 +42,14 @@ struct CommandContext {
     return sender.contextObject<PortDescriptor>();
   }
 
+  /// Returns the reply that is the request itself. Raises NSException when no reply may be that
+  /// long, so call it before anything is changed.
+  [[nodiscard]] Reply requestAsReply() const {
+    if (request.body().size() > kMaximumReplyBytes) {
+      throw NSException("the reply would be too long");
+    }
+    return Reply::request();
+  }
   /// Writes the reply {"result": text}.
   Reply result(std::string_view text) {
     reply.text("result", text);
@@ -50,7 +58,8 @@ struct CommandContext {
 };
 
 /// A command reads its values first, which may raise NSException, then changes the registry, then
-/// writes its reply. A command that raises has changed nothing, so it can be delivered twice.
+/// writes its reply. A command that raises has changed nothing, so it can be delivered twice: one
+/// whose reply may be too long for a reply finds that out before it changes anything.
 using Command = Outcome (*)(CommandContext& context);
 
 /// Returns true when the command may have to wait for a disk or a console, or has much work to do.

@@ -3,12 +3,6 @@
 namespace sorvane {
 namespace {
 
-void removePort(Registry& registry, const PortDescriptor& record) {
-  if (record.portKey() && record.portName()) {
-    registry.removePort(*record.portName());
-  }
-}
-
 std::optional<std::string> removeLauncherHost(Registry& registry, const PortDescriptor& record) {
   if (record.portName() != "sorvexec") {
     return std::nullopt;
@@ -22,18 +16,19 @@ std::optional<std::string> removeLauncherHost(Registry& registry, const PortDesc
 
 }  // namespace
 
-std::optional<std::string> endConnection(Registry& registry, PortDescriptor* record) {
+ConnectionEnd endConnection(Registry& registry, PortDescriptor* record) {
   if (record != nullptr) {
     registry.watchingPortsList().remove(*record);
   }
   registry.stampTime();
-  std::optional<std::string> removedHost;
+  ConnectionEnd end;
   if (record != nullptr) {
-    removePort(registry, *record);
-    removedHost = removeLauncherHost(registry, *record);
+    registry.endPort(*record);
+    end.removedHost = removeLauncherHost(registry, *record);
   }
+  end.droppedPorts = registry.takeDroppedPorts();
   registry.setWatchToDirty();
-  return removedHost;
+  return end;
 }
 
 }  // namespace sorvane

@@ -1,7 +1,9 @@
 #include "registry/HostLists.h"
 
 #include <algorithm>
-#include <cstddef>
+#include <utility>
+
+#include "platform/NSException.h"
 
 namespace sorvane {
 
@@ -26,10 +28,15 @@ void HostLists::createHostList() {
 }
 
 void HostLists::connect(std::string_view hostName, std::string_view address) {
+  std::string key = joinedKey(hostName, address);
+  const bool isListed =
+      hostList && std::find(hostList->begin(), hostList->end(), key) != hostList->end();
+  if (isListed && hostList->size() >= kMostHosts) {
+    throw NSException("the list of hosts is full");
+  }
   createBoth();
   hostNameString = hostName;
-  std::string key = joinedKey(hostName, address);
-  if (std::find(hostList->begin(), hostList->end(), key) != hostList->end()) {
+  if (isListed) {
     hostList->push_back(std::move(key));
   }
 }

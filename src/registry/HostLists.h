@@ -1,6 +1,7 @@
 // The launcher hosts that are connected.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,8 +23,12 @@ class HostLists {
   /// Makes the first list, empty, unless it exists.
   void createHostList();
 
+  /// The first list has at most this many keys.
+  static constexpr std::size_t kMostHosts = 10000;
+
   /// Notes the host's name. Appends the key of name and address to the first list, deliberately
-  /// only when the key is on it already: a list that is empty stays empty.
+  /// only when the key is on it already: a list that is empty stays empty. Raises NSException and
+  /// changes nothing when the list is full.
   void connect(std::string_view hostName, std::string_view address);
 
   /// Removes the first occurrence of the key from the first list, and the element at the same

@@ -22,23 +22,19 @@ struct DecimalText {
   const std::string_view text;
 };
 
-void enter(CommandContext& context, std::string_view name) {
-  context.registry.enterPort(name, context.sharedRecord());
-  context.registry.setWatchToDirty();
-}
-
 // What both registering commands set on the record. An address that the request does not carry
-// stays as it was.
-void fill(PortDescriptor& record, const Message& request, std::string_view name,
-          std::string_view host, std::string_view number, std::string_view type) {
+// stays as it was. The result has views of the arguments.
+PortDescriptor::Registration registrationOf(const PortDescriptor& record, const Message& request,
+                                            std::string_view portKey, std::string_view name,
+                                            std::string_view host, std::string_view number,
+                                            std::string_view type) {
   const auto address = request.optionalText(key::portHostAddress);
-  const std::string portKey = joinedKey(name, host);
-  record.setRegistration({.portKey = portKey,
-                          .portName = name,
-                          .portHostAddress = address ? address : record.portHostAddress(),
-                          .portHost = host,
-                          .portNumber = number,
-                          .portType = type});
+  return {.portKey = portKey,
+          .portName = name,
+          .portHostAddress = address ? address : record.portHostAddress(),
+          .portHost = host,
+          .portNumber = number,
+          .portType = type};
 }
 
 }  // namespace
@@ -49,17 +45,24 @@ Outcome newPort(CommandContext& context) {
   const std::string_view host = request.requiredText(key::portHost);
   const std::string_view name = request.requiredText(key::portName);
   const std::string_view type = request.requiredText(key::portType);
-  (void)request.optionalText(key::portHostAddress);  // raises before a number is spent
-
+  const std::string portKey = joinedKey(name, host);
   const std::int64_t basePort = context.host.basePort;
-  const DecimalText number(equalIgnoringCase(name, "sorvexec")
-                               ? basePort - 1
-                               : context.registry.takePortNumber(basePort));
-  if (record.portNumber() && record.portName()) {
-    context.registry.removePort(*record.portName());
-  }
-  fill(record, request, name, host, number.text, type);
-  context.reply.text(key::portNumber, number.text);
+  const bool isLauncher = equalIgnoringCase(name, "sorvexec");
+
+  std::int64_t number = basePort - 1;
+  const PortMap::Entry removed = context.registry.with([&](RegistryState& state) {
+    if (!isLauncher) {
+      number = state.maxport == 0 ? basePort + 1 : state.maxport;
+    }
+    const DecimalText text(number);
+    PortMap::Entry former = state.map.replaceRegistration(
+        record, registrationOf(record, request, portKey, name, host, text.text, type));
+    if (!isLauncher) {
+      state.maxport = number + 1;
+    }
+    return former;
+  });
+  context.reply.text(key::portNumber, DecimalText(number).text);
   return Reply::written();
 }
 
@@ -68,17 +71,27 @@ Outcome acceptPort(CommandContext& context) {
   if (!name) {
     throw NSException("a record without a name cannot be entered");
   }
-  enter(context, *name);
-  return Reply::request();
+  const Reply reply = context.requestAsReply();
+  context.registry.enterPort(*name, context.sharedRecord());
+  context.registry.setWatchToDirty();
+  return reply;
 }
 
 Outcome reconnectPort(CommandContext& context) {
   const Message& request = context.request;
   const std::string_view name = request.requiredText(key::reconnectPort);
-  fill(context.record(), request, name, request.requiredText(key::portHost),
-       request.requiredText(key::portNumber), request.requiredText(key::portType));
-  enter(context, name);
-  return Reply::request();
+  const std::string_view host = request.requiredText(key::portHost);
+  const std::string_view number = request.requiredText(key::portNumber);
+  const std::string_view type = request.requiredText(key::portType);
+  const std::string portKey = joinedKey(name, host);
+  const Reply reply = context.requestAsReply();
+  const PortDescriptor::Registration registration =
+      registrationOf(context.record(), request, portKey, name, host, number, type);
+  const PortMap::Record replaced = context.registry.with([&](RegistryState& state) {
+    return state.map.enterWith(registration, context.sharedRecord());
+  });
+  context.registry.setWatchToDirty();
+  return reply;
 }
 
 Outcome findPort(CommandContext& context) {

@@ -1,30 +1,79 @@
 #include "registry/PortDescriptor.h"
 
+#include <cstring>
+
 #include "platform/TimeSource.h"
 
 namespace sorvane {
+namespace {
+
+constexpr std::uint32_t kMostTimesOnWatchList = 0x7fffffffU;
+
+}  // namespace
 
 PortDescriptor::Registration PortDescriptor::registration() const {
   return {portKey(), portName(), portHostAddress(), portHost(), portNumber(), portType()};
 }
 
+PortDescriptor::PortBlock::Texts PortDescriptor::textsOf(const Registration& registration) {
+  return {registration.portNumber, registration.portName, registration.portHost,
+          registration.portType,   registration.portKey,  registration.portHostAddress};
+}
+
 void PortDescriptor::setRegistration(const Registration& registration) {
-  port_.setAll({registration.portNumber, registration.portName, registration.portHost,
-                registration.portType, registration.portKey, registration.portHostAddress});
+  port_.setAll(textsOf(registration));
+}
+
+std::size_t PortDescriptor::bytesOf(const Registration& registration) {
+  return registrationBytes(PortBlock::bytesWith(textsOf(registration)));
+}
+
+std::size_t PortDescriptor::registrationBytes(std::size_t blockBytes) {
+  constexpr std::size_t kControlBlock = 2 * sizeof(void*);
+  constexpr std::size_t kRecordAndInfo =
+      heapBytes(kControlBlock + sizeof(PortDescriptor)) + heapBytes(sizeof(Info));
+  return blockBytes == 0 ? 0 : heapBytes(blockBytes) + kRecordAndInfo;
 }
 
 std::optional<std::string_view> PortDescriptor::alertStatus() {
-  const auto alert = state_.text(kAlert);
-  if (alert && timeIntervalSinceReferenceDate() > alertStatusTimestamp_ + kAlertLifetime) {
+  const auto alert = alertAsSet();
+  if (alert && timeIntervalSinceReferenceDate() > alertStatusTimestamp() + kAlertLifetime) {
     state_.set(kAlert, std::nullopt);
     return std::nullopt;
   }
   return alert;
 }
 
+double PortDescriptor::alertStatusTimestamp() const {
+  double time = 0.0;
+  if (const auto bytes = state_.text(kAlertTime)) {
+    std::memcpy(&time, bytes->data(), sizeof time);
+  }
+  return time;
+}
+
+PortDescriptor::StateBlock::Texts PortDescriptor::withAlert(std::optional<std::string_view> text,
+                                                            const double& time) const {
+  StateBlock::Texts texts = state_.texts();
+  texts[kAlert] = text;
+  texts[kAlertTime] = std::string_view(reinterpret_cast<const char*>(&time), sizeof time);
+  return texts;
+}
+
 void PortDescriptor::setAlertStatus(std::optional<std::string_view> text) {
-  state_.set(kAlert, text);
-  alertStatusTimestamp_ = timeIntervalSinceReferenceDate();
+  const double now = timeIntervalSinceReferenceDate();
+  state_.setAll(withAlert(text, now));
+}
+
+std::size_t PortDescriptor::stateBytesWithAlert(std::string_view text) const {
+  const double anyTime = 0.0;
+  return heapBytes(StateBlock::bytesWith(withAlert(text, anyTime)));
+}
+
+std::size_t PortDescriptor::stateBytesWithStatus(std::string_view text) const {
+  StateBlock::Texts texts = state_.texts();
+  texts[kStatus] = text;
+  return heapBytes(StateBlock::bytesWith(texts));
 }
 
 void PortDescriptor::createInfo() {
@@ -34,12 +83,12 @@ void PortDescriptor::createInfo() {
 }
 
 bool PortDescriptor::isDirty() const {
-  return dirty_ || (timesSetDirty_ != nullptr &&
-                    timesSetDirty_->load(std::memory_order_acquire) != clearedAt_);
+  return dirty_ != 0 || (timesSetDirty_ != nullptr &&
+                         timesSetDirty_->load(std::memory_order_acquire) != clearedAt_);
 }
 
 void PortDescriptor::setDirty(bool dirty) {
-  dirty_ = dirty;
+  dirty_ = dirty ? 1 : 0;
   if (timesSetDirty_ != nullptr) {
     clearedAt_ = timesSetDirty_->load(std::memory_order_acquire);
   }
@@ -48,23 +97,27 @@ void PortDescriptor::setDirty(bool dirty) {
 bool PortDescriptor::takeDirty() {
   const std::uint64_t times =
       timesSetDirty_ == nullptr ? clearedAt_ : timesSetDirty_->load(std::memory_order_acquire);
-  const bool wasDirty = dirty_ || times != clearedAt_;
-  dirty_ = false;
+  const bool wasDirty = dirty_ != 0 || times != clearedAt_;
+  dirty_ = 0;
   clearedAt_ = times;
   return wasDirty;
 }
 
-void PortDescriptor::joinWatchList(const std::atomic<std::uint64_t>& timesSetDirty) {
+bool PortDescriptor::joinWatchList(const std::atomic<std::uint64_t>& timesSetDirty) {
   if (timesSetDirty_ == nullptr) {
     timesSetDirty_ = &timesSetDirty;
     clearedAt_ = timesSetDirty.load(std::memory_order_acquire);
   }
+  if (timesOnWatchList_ == kMostTimesOnWatchList) {
+    return false;
+  }
   ++timesOnWatchList_;
+  return true;
 }
 
 std::uint32_t PortDescriptor::leaveWatchList() {
   const std::uint32_t times = timesOnWatchList_;
-  dirty_ = isDirty();
+  dirty_ = isDirty() ? 1 : 0;
   timesSetDirty_ = nullptr;
   timesOnWatchList_ = 0;
   return times;

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "registry/HeapBytes.h"
 #include "registry/TextBlock.h"
 
 namespace sorvane {
@@ -17,13 +18,18 @@ namespace sorvane {
 /// Each live connection has one as its context object. The record is registered while the port map
 /// holds it. Connection and map share it, so make it with `std::make_shared`.
 ///
-/// A text getter returns nothing for nil. Its view is valid until a setter of the same group (the
-/// registration; state and alert) is called. A setter may be given such a view.
+/// A text getter returns nothing for nil. Its view is valid for as long as the record lives and the
+/// text is not replaced. When a setter replaces the text, or when an alert lapses, the view stays
+/// valid until the end of the current message: until the thread that has replaced the text calls
+/// `cleanupAfterMessage` of the delegate. RetiredTexts.h tells how many such texts a thread keeps
+/// at most, with or without a message. A setter may be given such a view.
 ///
 /// Threads: only commands of the record's own connection change the registration, the info
 /// dictionary and the dirty flag, with `serverLock` held. The end of that connection can therefore
 /// read them without a lock. Commands of any connection read and change state and alert, with
-/// `serverLock` held. The end of a connection never does, so the two groups share no memory.
+/// `serverLock` held. The end of a connection takes no `serverLock` and sees them inside the inner
+/// lock of the registry: whoever changes a text of a record that the registry knows does that
+/// inside that lock, too, through PortMap, which keeps the sums of what is held.
 class PortDescriptor {
  public:
   /// How long an alert lives after it was last set, seconds.
@@ -40,6 +46,15 @@ class PortDescriptor {
   };
 
   using Info = std::map<std::string, std::string, std::less<>>;
+
+  /// What the port map notes about the record. The registry's inner lock guards it.
+  struct Holdings {
+    std::uint32_t nameBytes = 0;      ///< blocks of the heap that the names of its entries take
+    std::uint32_t entries : 30 = 0;   ///< in how many slots of the map the record is
+    std::uint32_t isCounted : 1 = 0;  ///< the sums of the map contain the record
+    std::uint32_t hasLeft : 1 = 0;    ///< its connection has ended
+    std::uint32_t anchor = 0;         ///< the low bits of the hash of its oldest entry
+  };
 
   /// All texts are nil, there is no info dictionary, the time stamp is 0, and the record is dirty.
   PortDescriptor() = default;
@@ -69,6 +84,9 @@ class PortDescriptor {
   /// Replaces the whole registration with one allocation. Every setter of a text raises NSException
   /// and changes nothing when the texts of its group are longer than 2 GiB together.
   void setRegistration(const Registration& registration);
+  /// Returns what a registration costs to keep in a record, bytes: its block and the record itself.
+  [[nodiscard]] static std::size_t bytesOf(const Registration& registration);
+  [[nodiscard]] std::size_t registrationBytes() const { return registrationBytes(port_.bytes()); }
   void setPortKey(std::optional<std::string_view> text) { port_.set(kKey, text); }
   void setPortName(std::optional<std::string_view> text) { port_.set(kName, text); }
   void setPortHostAddress(std::optional<std::string_view> text) { port_.set(kAddress, text); }
@@ -87,8 +105,15 @@ class PortDescriptor {
   [[nodiscard]] std::optional<std::string_view> alertStatus();
   /// Sets the alert and starts its hour again, even when the text is the same.
   void setAlertStatus(std::optional<std::string_view> text);
+  /// Returns the alert as it was set, whether it is fresh or not. Changes nothing.
+  [[nodiscard]] std::optional<std::string_view> alertAsSet() const { return state_.text(kAlert); }
   /// When the alert was last set, seconds since the reference date; 0 before.
-  [[nodiscard]] double alertStatusTimestamp() const { return alertStatusTimestamp_; }
+  [[nodiscard]] double alertStatusTimestamp() const;
+
+  /// Returns what state and alert cost to keep, bytes; then what they would cost with another text.
+  [[nodiscard]] std::size_t stateBytes() const { return heapBytes(state_.bytes()); }
+  [[nodiscard]] std::size_t stateBytesWithStatus(std::string_view text) const;
+  [[nodiscard]] std::size_t stateBytesWithAlert(std::string_view text) const;
 
   // ---- Info dictionary: the info server's notes about this connection
 
@@ -109,10 +134,16 @@ class PortDescriptor {
 
   /// Puts the record on a watch list once more. `timesSetDirty` counts how often that list was set
   /// dirty; it must live for as long as the record is on the list. A record is on one list at most.
-  void joinWatchList(const std::atomic<std::uint64_t>& timesSetDirty);
+  /// Returns false when the record is on it too often to be counted once more.
+  bool joinWatchList(const std::atomic<std::uint64_t>& timesSetDirty);
   /// Takes the record off its list. Returns how often it was on it. The flag stays as it is.
   std::uint32_t leaveWatchList();
   [[nodiscard]] std::uint32_t timesOnWatchList() const { return timesOnWatchList_; }
+
+  // ---- Bounds
+
+  [[nodiscard]] const Holdings& holdings() const { return holdings_; }
+  [[nodiscard]] Holdings& holdings() { return holdings_; }
 
   /// Has the processor fetch the texts, which are about to be read.
   void prefetchTexts() const {
@@ -127,19 +158,27 @@ class PortDescriptor {
   enum PortText : std::uint8_t { kNumber, kName, kHost, kType, kKey, kAddress };
   static constexpr std::array<std::string_view, 6> kPortTexts = {
       "portNumber", "portName", "portHost", "portType", "", ""};
-  enum StateText : std::uint8_t { kStatus, kAlert };
-  static constexpr std::array<std::string_view, 2> kStateTexts = {"", ""};
+  enum StateText : std::uint8_t { kStatus, kAlert, kAlertTime };
+  static constexpr std::array<std::string_view, 3> kStateTexts = {"", "", ""};
+  using PortBlock = TextBlock<kPortTexts>;
+  using StateBlock = TextBlock<kStateTexts>;
 
-  TextBlock<kPortTexts> port_;
-  TextBlock<kStateTexts> state_;
-  double alertStatusTimestamp_ = 0.0;
+  // A registered record may get an info dictionary at any time: it is counted from the start.
+  [[nodiscard]] static std::size_t registrationBytes(std::size_t blockBytes);
+  [[nodiscard]] static PortBlock::Texts textsOf(const Registration& registration);
+  [[nodiscard]] StateBlock::Texts withAlert(std::optional<std::string_view> text,
+                                            const double& time) const;
+
+  PortBlock port_;
+  StateBlock state_;  // the time of the alert is there as its bytes: few records have one
   std::unique_ptr<Info> info_;
   // Setting all records of a list dirty costs one addition: the list counts how often that was
   // done, and a record remembers the count at which its flag was last cleared.
   const std::atomic<std::uint64_t>* timesSetDirty_ = nullptr;  // null while on no list
   std::uint64_t clearedAt_ = 0;
-  std::uint32_t timesOnWatchList_ = 0;
-  bool dirty_ = true;
+  std::uint32_t timesOnWatchList_ : 31 = 0;
+  std::uint32_t dirty_ : 1 = 1;
+  Holdings holdings_;
 };
 
 static_assert(sizeof(PortDescriptor) <= 56,

@@ -1,4 +1,4 @@
-// The port map: records by name.
+// The table of the ports: records by name.
 //
 // An open hash table. A name's search begins at the slot that its hash tells, and goes on slot by
 // slot (the last is followed by the first) until it finds the name or an empty slot:
@@ -15,6 +15,10 @@
 //
 // Each slot is one cache line and holds a name of up to 15 bytes itself, so finding a short name
 // costs one or two cache misses however many names there are.
+//
+// The entries of one record form a ring in the order in which they were made: each slot has the
+// numbers of its neighbours in the ring. When the record's connection ends, what is left of its
+// ring is put to the end of one ring of all entries that ended connections have left behind.
 #pragma once
 
 #include <cstddef>
@@ -32,44 +36,88 @@ namespace sorvane {
 /// Names are compared byte by byte. A record may be entered under several names. A slot keeps its
 /// place until the next `enter`, whatever is removed meanwhile. Not synchronised.
 class PortTable {
+ private:
+  using Hash = std::size_t;
+  static constexpr std::size_t kNone = ~std::size_t{0};
+
  public:
   using Record = std::shared_ptr<PortDescriptor>;
 
+  /// An entry that was removed. Destroying it frees memory, so do that where no lock is held.
+  struct Entry {
+    std::string name;
+    Record record;
+  };
+
+  /// Where a name is, or that it is not there. Valid until the table is changed.
+  class Place {
+   public:
+    [[nodiscard]] bool isTaken() const { return index_ != kNone; }
+
+   private:
+    friend class PortTable;
+    Place(Hash hash, std::size_t index) : hash_(hash), index_(index) {}
+    Hash hash_;
+    std::size_t index_;  // of the slot, or kNone
+  };
+
   [[nodiscard]] std::size_t size() const { return size_; }
 
+  [[nodiscard]] Place placeOf(std::string_view name) const {
+    const Hash hash = hashOf(name);
+    return {hash, indexOf(name, hash)};
+  }
+  /// Returns the record at a place that is taken. Valid until the table is changed.
+  [[nodiscard]] const Record& at(Place place) const { return slots_[place.index_].record; }
   /// Returns the record under the name, or null. Valid until the table is changed.
   [[nodiscard]] const Record* find(std::string_view name) const {
-    const std::size_t index = indexOf(name, hashOf(name));
-    return index == kNone ? nullptr : &slots_[index].record;
+    const Place place = placeOf(name);
+    return place.isTaken() ? &at(place) : nullptr;
   }
 
-  /// Enters a record, which must not be null, under the name. Returns the record that it replaces,
-  /// or null.
-  Record enter(std::string_view name, Record record);
+  /// Enters a record, which must not be null, under the name, whose place is `place`. The record's
+  /// connection must not have ended. Returns the record that it replaces, or null.
+  Record enter(Place place, std::string_view name, Record record);
 
-  /// Removes the record under the name and returns it, or null.
-  Record remove(std::string_view name);
+  /// Removes the entry at a place that is taken.
+  Entry remove(Place place);
 
   /// The number of slots, with a record or without.
   [[nodiscard]] std::size_t slotCount() const { return slots_.size(); }
   /// The record in a slot, or null.
   [[nodiscard]] const Record& inSlot(std::size_t index) const { return slots_[index].record; }
 
+  /// What the slots take, bytes. One slot takes `kSlotBytes`.
+  [[nodiscard]] std::size_t bytes() const { return slots_.size() * kSlotBytes; }
+  /// What they take in addition while a name is entered that is not there yet, bytes.
+  [[nodiscard]] std::size_t bytesToEnter() const { return slotsToMoveTo() * kSlotBytes; }
+  static constexpr std::size_t kSlotBytes = 64;
+
+  // ---- What ended connections have left behind
+
+  /// Notes that the connection of this record, which has entries, has ended.
+  void leaveBehind(const PortDescriptor& record);
+  /// Returns the place of the entry that was left behind first. There must be one.
+  [[nodiscard]] Place oldestLeftBehind() const { return {slots_[leftBehind_].hash, leftBehind_}; }
+
  private:
-  using Hash = std::size_t;
   // What a slot without a record holds in place of a hash. The hash of a name is never below
   // `kLeastHash`.
   static constexpr Hash kEmpty = 0;
   static constexpr Hash kRemoved = 1;
   static constexpr Hash kLeastHash = 2;
-  static constexpr std::size_t kNone = ~std::size_t{0};
+  // The neighbour of a slot that is alone in its ring. No table has that many slots.
+  static constexpr std::uint32_t kAlone = ~std::uint32_t{0};
 
   // Each is one cache line.
-  struct alignas(64) Slot {
+  struct alignas(kSlotBytes) Slot {
     Hash hash = kEmpty;
     std::string name;
     Record record;
+    std::uint32_t next = kAlone;
+    std::uint32_t previous = kAlone;
   };
+  static_assert(sizeof(Slot) == kSlotBytes);
 
   [[nodiscard]] static Hash hashOf(std::string_view name) {
     const Hash hash = std::hash<std::string_view>{}(name);
@@ -89,12 +137,31 @@ class PortTable {
     }
     return kNone;
   }
-  [[nodiscard]] Slot& freeSlot(Hash hash);
-  void makeRoom();
+  [[nodiscard]] std::size_t freeSlot(Hash hash) const;
+  // Returns how many slots the table must get before another name is entered; 0: it has room.
+  [[nodiscard]] std::size_t slotsToMoveTo() const;
+  void moveTo(std::size_t slots);
 
-  std::vector<Slot> slots_;  // a power of two of them, or none; at least one is empty
-  std::size_t size_ = 0;     // slots with a record
-  std::size_t removed_ = 0;  // slots that hold kRemoved
+  // The ring of a slot. `oldestOf` returns the first entry of a record that has entries.
+  [[nodiscard]] std::uint32_t oldestOf(const PortDescriptor& record) const;
+  [[nodiscard]] std::uint32_t nextOf(std::uint32_t index) const {
+    return slots_[index].next == kAlone ? index : slots_[index].next;
+  }
+  [[nodiscard]] std::uint32_t previousOf(std::uint32_t index) const {
+    return slots_[index].previous == kAlone ? index : slots_[index].previous;
+  }
+  void link(std::uint32_t index, std::uint32_t next);
+  // Puts the ring that begins at `first` to the end of the ring that begins at `to`.
+  void append(std::uint32_t first, std::uint32_t to);
+  void unlink(std::uint32_t index);
+
+  void put(std::size_t index, Record record);
+  Record take(std::size_t index);
+
+  std::vector<Slot> slots_;            // a power of two of them, or none; at least one is empty
+  std::size_t size_ = 0;               // slots with a record
+  std::size_t removed_ = 0;            // slots that hold kRemoved
+  std::uint32_t leftBehind_ = kAlone;  // the first slot of the ring of those left behind
 };
 
 }  // namespace sorvane

@@ -1,5 +1,6 @@
 #include "registry/Registry.h"
 
+#include <array>
 #include <mutex>
 #include <utility>
 
@@ -7,38 +8,56 @@
 #include "platform/TimeSource.h"
 
 namespace sorvane {
+namespace {
 
-Registry::Registry() { stampTime(); }
+constexpr std::size_t kLongAlertList = 65536;
+
+}  // namespace
+
+Registry::Registry(const RegistryLimits& limits) : state_(limits) { stampTime(); }
 
 void Registry::enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record) {
   // The replaced record is released outside the lock.
-  const PortTable::Record replaced =
+  const PortMap::Record replaced =
       state_.with([&](RegistryState& state) { return state.map.enter(name, std::move(record)); });
 }
 
-void Registry::removePort(std::string_view name) {
-  const PortTable::Record removed =
-      state_.with([&](RegistryState& state) { return state.map.remove(name); });
+void Registry::endPort(PortDescriptor& record) {
+  PortMap::Entry removed;
+  const bool leavesTooMuch = state_.with([&](RegistryState& state) {
+    removed = state.map.end(record);
+    return state.map.hasTooMuchLeftBehind();
+  });
+  if (leavesTooMuch) {
+    dropOldestLeftBehind();
+  }
+}
+
+void Registry::dropOldestLeftBehind() {
+  constexpr std::size_t kSliceOfEntries = 32;
+  bool more = true;
+  while (more) {
+    std::array<PortMap::Entry, kSliceOfEntries> dropped;  // destroyed outside the lock
+    std::size_t count = 0;
+    more = state_.with([&](RegistryState& state) {
+      while (count < dropped.size() && state.map.hasTooMuchLeftBehind()) {
+        dropped[count++] = state.map.removeOldestLeftBehind();
+      }
+      return count == dropped.size();
+    });
+    droppedPorts_ += count;
+  }
 }
 
 std::shared_ptr<PortDescriptor> Registry::port(std::string_view name) const {
   return state_.with([&](const RegistryState& state) {
-    const PortTable::Record* const found = state.map.find(name);
+    const PortMap::Record* const found = state.map.find(name);
     return found == nullptr ? nullptr : *found;
   });
 }
 
 std::size_t Registry::portCount() const {
   return state_.with([](const RegistryState& state) { return state.map.size(); });
-}
-
-std::int64_t Registry::takePortNumber(std::int64_t basePort) {
-  return state_.with([&](RegistryState& state) {
-    if (state.maxport == 0) {
-      state.maxport = basePort + 1;
-    }
-    return state.maxport++;
-  });
 }
 
 void Registry::setWatchToDirty() {
@@ -55,9 +74,14 @@ void Registry::setWatchToDirty() {
 
 void Registry::setWatchersDirty() {
   std::shared_ptr<const std::string> dropped;
+  std::shared_ptr<const std::string> droppedAlerts;
   const double now = timeIntervalSinceReferenceDate();
   state_.with([&](RegistryState& state) {
     dropped.swap(state.databaseStateString);
+    if (state.databaseAlertString != nullptr &&
+        state.databaseAlertString->size() > kLongAlertList) {
+      droppedAlerts.swap(state.databaseAlertString);
+    }
     ++state.stateVersion;
     watchingPortsList_.setAllDirty();
     state.timestampFlag = now;

@@ -22,14 +22,17 @@ namespace sorvane {
 /// locks: `serverLock`, then `setDirtyLock` (only ever tried), then the inner lock.
 class Registry {
  public:
-  Registry();
+  explicit Registry(const RegistryLimits& limits = {});
 
   // ---- Ports
 
-  /// Enters the record under the name; an earlier record of that name is replaced.
+  /// Enters the record under the name; an earlier record of that name is replaced. Raises
+  /// NSException and changes nothing when that would pass a limit.
   void enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record);
-  /// Removes the record under the name, whichever record that is.
-  void removePort(std::string_view name);
+  /// Notes that the record's connection has ended: removes the port of its name, whichever record
+  /// that is. Ports under further names are left behind. When these become too many, the oldest
+  /// ones are dropped.
+  void endPort(PortDescriptor& record);
   /// Returns the record under the name, or null.
   [[nodiscard]] std::shared_ptr<PortDescriptor> port(std::string_view name) const;
   /// Calls `use(const PortDescriptor&)` with the record under the name, inside the inner lock.
@@ -37,7 +40,7 @@ class Registry {
   template <typename Use>
   [[nodiscard]] bool withPort(std::string_view name, Use&& use) const {
     return state_.with([&](const RegistryState& state) {
-      const PortTable::Record* const found = state.map.find(name);
+      const PortMap::Record* const found = state.map.find(name);
       if (found == nullptr) {
         return false;
       }
@@ -45,15 +48,19 @@ class Registry {
       return true;
     });
   }
-  /// Calls `use(PortDescriptor&)` with the record of each entry. The inner lock is taken for a
-  /// slice of the map at a time, so that a long map delays no closing connection. `serverLock` must
-  /// be held: nothing is entered meanwhile, but entries may be removed.
+  /// Calls `use(PortMap&, PortDescriptor&)` with the record of each entry, inside the inner lock.
+  /// The lock is taken for a slice of the map at a time, so that a long map delays no closing
+  /// connection. `serverLock` must be held: nothing is entered meanwhile, but entries may be
+  /// removed.
   template <typename Use>
   void forEachPort(Use&& use);
   [[nodiscard]] std::size_t portCount() const;
 
-  /// Takes the next number of the port counter, which begins above the base port.
-  [[nodiscard]] std::int64_t takePortNumber(std::int64_t basePort);
+  /// Removes ports that ended connections have left behind, the oldest first, until those that
+  /// remain take no more than they may. A slice of them at a time is removed inside the inner lock.
+  void dropOldestLeftBehind();
+  /// Returns how many ports `dropOldestLeftBehind` has removed since the last call.
+  [[nodiscard]] std::uint64_t takeDroppedPorts() { return droppedPorts_.exchange(0); }
 
   // ---- Watchers
 
@@ -64,7 +71,8 @@ class Registry {
   /// watchers dirty, and repeats it when this change came too late for the first time.
   void setWatchToDirty();
   /// Sets all watchers dirty without taking `setDirtyLock`, notes the time and drops the state
-  /// list. The alert list deliberately stays.
+  /// list. The alert list deliberately stays, unless it is so long that it must not be held in
+  /// vain: it is built again with the state list.
   void setWatchersDirty();
   /// Advances the forced-refresh number: 1 to 10000, then 1 again.
   void setForceRefreshToDirty();
@@ -102,6 +110,7 @@ class Registry {
   Guarded<RegistryState> state_;
   WatchList watchingPortsList_;
   VNThreadLock setDirtyLock_;
+  std::atomic<std::uint64_t> droppedPorts_ = 0;
   // A change was made, and nobody has begun to set the watchers dirty since.
   std::atomic<bool> dirtyIsDue_ = false;
 };
@@ -111,8 +120,8 @@ void Registry::forEachPort(Use&& use) {
   std::size_t next = 0;
   bool more = true;
   while (more) {
-    state_.with([&](const RegistryState& state) {
-      const PortTable& map = state.map;
+    state_.with([&](RegistryState& state) {
+      PortMap& map = state.map;
       std::array<PortDescriptor*, kSlice> records;
       std::size_t count = 0;
       const std::size_t end = std::min(next + kSlice, map.slotCount());
@@ -128,7 +137,7 @@ void Registry::forEachPort(Use&& use) {
         records[each]->prefetchTexts();
       }
       for (std::size_t each = 0; each < count; ++each) {
-        use(*records[each]);
+        use(map, *records[each]);
       }
       more = next < map.slotCount();
     });

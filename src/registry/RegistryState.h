@@ -6,13 +6,15 @@
 #include <string>
 
 #include "registry/HostLists.h"
-#include "registry/PortTable.h"
+#include "registry/PortMap.h"
 
 namespace sorvane {
 
 /// Plain data. `Registry` holds it together with the lock that guards it.
 struct RegistryState {
-  PortTable map;
+  explicit RegistryState(const RegistryLimits& limits) : map(limits) {}
+
+  PortMap map;
   HostLists hosts;
   std::int64_t maxport = 0;             ///< the next port number to hand out; 0 before the first
   double timestampFlag = 0.0;           ///< last change, seconds since the reference date

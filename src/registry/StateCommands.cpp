@@ -1,5 +1,6 @@
 #include "registry/StateCommands.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -11,12 +12,17 @@ namespace {
 // Well below a tenth of a millisecond of work.
 constexpr std::size_t kPortsBuiltWithoutWaiting = 500;
 constexpr std::size_t kSlotsWalkedWithoutWaiting = 16 * kPortsBuiltWithoutWaiting;
+constexpr std::size_t kBytesBuiltWithoutWaiting = 65536;
+
+constexpr std::string_view kAlerts = "alerts";
+constexpr std::uint64_t kMostListBytes =
+    kMaximumReplyBytes - textEntryBytes("result", 0) - textEntryBytes(kAlerts, 0);
 
 constexpr std::string_view kState = "state";
 constexpr std::string_view kDatabaseName = "databaseName";
 
 using CachedList = std::shared_ptr<const std::string> RegistryState::*;
-using Setter = void (PortDescriptor::*)(std::optional<std::string_view>);
+using Setter = void (PortMap::*)(std::string_view name, std::string_view text);
 
 // A request that lacks a key drops the cached list, too. A request that raises changes nothing.
 Outcome setText(CommandContext& context, CachedList cachedList, Setter set) {
@@ -29,12 +35,18 @@ Outcome setText(CommandContext& context, CachedList cachedList, Setter set) {
     name = request.requiredText(kDatabaseName);
   }
   std::shared_ptr<const std::string> dropped;
-  context.registry.with([&](RegistryState& state) { dropped.swap(state.*cachedList); });
+  const bool hasTooMuchLeftBehind = context.registry.with([&](RegistryState& state) {
+    if (complete) {
+      (state.map.*set)(name, text);  // may raise
+    }
+    dropped.swap(state.*cachedList);
+    return state.map.hasTooMuchLeftBehind();
+  });
   if (!complete) {
     return context.result("failed");
   }
-  if (const auto record = context.registry.port(name)) {
-    (*record.*set)(text);
+  if (hasTooMuchLeftBehind) {  // the text belongs to one of them
+    context.registry.dropOldestLeftBehind();
   }
   const Reply reply = context.result("success");
   context.registry.setWatchToDirty();
@@ -44,23 +56,25 @@ Outcome setText(CommandContext& context, CachedList cachedList, Setter set) {
 }  // namespace
 
 Outcome setDatabaseState(CommandContext& context) {
-  return setText(context, &RegistryState::databaseStateString, &PortDescriptor::setPortStatus);
+  return setText(context, &RegistryState::databaseStateString, &PortMap::setStatus);
 }
 
 Outcome setAlertState(CommandContext& context) {
-  return setText(context, &RegistryState::databaseAlertString, &PortDescriptor::setAlertStatus);
+  return setText(context, &RegistryState::databaseAlertString, &PortMap::setAlert);
 }
 
 Outcome databaseStates(CommandContext& context) {
-  const StateSummary summary = StateSummary::current(context.registry);
+  const StateSummary summary = StateSummary::current(context.registry, kMostListBytes);
   const Reply reply = context.result(*summary.states);
-  context.reply.text("alerts", *summary.alerts);
+  context.reply.text(kAlerts, *summary.alerts);
   return reply;
 }
 
 bool databaseStatesMayWait(const CommandContext& context) {
-  return StateSummary::mustBuildFromMoreThan(kPortsBuiltWithoutWaiting, kSlotsWalkedWithoutWaiting,
-                                             context.registry);
+  return StateSummary::mustBuildMoreThan({.ports = kPortsBuiltWithoutWaiting,
+                                          .slots = kSlotsWalkedWithoutWaiting,
+                                          .bytes = kBytesBuiltWithoutWaiting},
+                                         context.registry);
 }
 
 }  // namespace sorvane

@@ -3,14 +3,33 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/NSException.h"
+
 namespace sorvane {
 namespace {
 
-constexpr std::size_t kInitialCapacity = 4096;
-constexpr std::size_t kRoomForOneEntry = 24;
+struct Lengths {
+  std::uint64_t states = 0;
+  std::uint64_t alerts = 0;  // what they are at most
+};
 
-bool isListed(std::string_view name) {
-  return name != "sorvexec" && name != "VN_nameserver" && name != "VN_infoserver";
+Lengths lengthsOf(Registry& registry) {
+  return registry.with([](const RegistryState& state) {
+    return Lengths{state.map.stateListBytes(), state.map.alertListBytes()};
+  });
+}
+
+Lengths requireShorterThan(std::uint64_t mostBytes, Registry& registry) {
+  Lengths lengths = lengthsOf(registry);
+  if (lengths.states <= mostBytes && lengths.states + lengths.alerts > mostBytes) {
+    // Alerts that have lapsed are counted until they are read.
+    registry.forEachPort([](PortMap& map, PortDescriptor& record) { (void)map.alertOf(record); });
+    lengths = lengthsOf(registry);
+  }
+  if (lengths.states + lengths.alerts > mostBytes) {
+    throw NSException("the lists of states and alerts are too long");
+  }
+  return lengths;
 }
 
 void appendEntry(std::string& list, std::string_view name, std::string_view text) {
@@ -22,36 +41,32 @@ void appendEntry(std::string& list, std::string_view name, std::string_view text
 
 }  // namespace
 
-StateSummary StateSummary::current(Registry& registry) {
-  StateSummary cached;
-  std::uint64_t version = 0;
-  std::size_t ports = 0;
-  const bool bothCached = registry.with([&](RegistryState& state) {
-    cached = {state.databaseStateString, state.databaseAlertString};
-    if (cached.states != nullptr && cached.alerts != nullptr) {
-      return true;
-    }
-    state.databaseStateString = nullptr;
-    state.databaseAlertString = nullptr;
-    version = state.stateVersion;
-    ports = state.map.size();
-    return false;
+StateSummary StateSummary::current(Registry& registry, std::uint64_t mostBytes) {
+  StateSummary cached = registry.with([](const RegistryState& state) {
+    return StateSummary{state.databaseStateString, state.databaseAlertString};
   });
-  if (bothCached) {
+  if (cached.states != nullptr && cached.alerts != nullptr) {
     return cached;
   }
+  const Lengths lengths = requireShorterThan(mostBytes, registry);
+  const std::uint64_t version = registry.with([](RegistryState& state) {
+    state.databaseStateString = nullptr;
+    state.databaseAlertString = nullptr;
+    return state.stateVersion;
+  });
+  cached = {};
 
   std::string states;
   std::string alerts;
-  states.reserve(kInitialCapacity + ports * kRoomForOneEntry);
-  alerts.reserve(kInitialCapacity);
-  registry.forEachPort([&](PortDescriptor& record) {
-    const std::string_view name = record.portName().value_or("");
-    if (!isListed(name)) {
+  states.reserve(lengths.states);
+  alerts.reserve(lengths.alerts);
+  registry.forEachPort([&](PortMap& map, PortDescriptor& record) {
+    const std::string_view name = PortMap::listedName(record);
+    if (!PortMap::isListed(name)) {
       return;
     }
-    appendEntry(states, name, record.portStatus().value_or("running"));
-    if (const auto alert = record.alertStatus()) {
+    appendEntry(states, name, PortMap::listedState(record));
+    if (const auto alert = map.alertOf(record)) {
       appendEntry(alerts, name, *alert);
     }
   });
@@ -70,10 +85,13 @@ void StateSummary::cache(Registry& registry, std::uint64_t version) const {
   });
 }
 
-bool StateSummary::mustBuildFromMoreThan(std::size_t ports, std::size_t slots, Registry& registry) {
+bool StateSummary::mustBuildMoreThan(const Work& work, Registry& registry) {
   return registry.with([&](const RegistryState& state) {
-    return (state.map.size() > ports || state.map.slotCount() > slots) &&
-           (state.databaseStateString == nullptr || state.databaseAlertString == nullptr);
+    const PortMap& map = state.map;
+    const bool isCached =
+        state.databaseStateString != nullptr && state.databaseAlertString != nullptr;
+    return !isCached && (map.size() > work.ports || map.slotCount() > work.slots ||
+                         map.stateListBytes() + map.alertListBytes() > work.bytes);
   });
 }
 

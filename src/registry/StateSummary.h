@@ -17,16 +17,24 @@ struct StateSummary {
 
   /// Returns the cached lists when both are there; otherwise builds and caches both. An alert is
   /// therefore still reported after its hour while both are cached. `serverLock` must be held.
-  [[nodiscard]] static StateSummary current(Registry& registry);
+  ///
+  /// Raises NSException before anything is built when both lists together would have more than
+  /// `mostBytes`.
+  [[nodiscard]] static StateSummary current(Registry& registry, std::uint64_t mostBytes);
 
   /// Caches both lists. If the registry has changed since `version`, only the alert list is cached:
   /// the state list may hold a port whose connection has closed meanwhile.
   void cache(Registry& registry, std::uint64_t version) const;
 
-  /// True when `current` would have to build the lists, and the map has more than `ports` entries
-  /// or more than `slots` slots.
-  [[nodiscard]] static bool mustBuildFromMoreThan(std::size_t ports, std::size_t slots,
-                                                  Registry& registry);
+  /// What it takes to build the lists.
+  struct Work {
+    std::size_t ports;    ///< entries of the map
+    std::size_t slots;    ///< slots of the map
+    std::uint64_t bytes;  ///< of both lists
+  };
+  /// True when `current` would have to build the lists, and one of the numbers is greater than
+  /// that of `work`.
+  [[nodiscard]] static bool mustBuildMoreThan(const Work& work, Registry& registry);
 };
 
 }  // namespace sorvane

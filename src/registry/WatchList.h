@@ -20,9 +20,10 @@ class WatchList {
  public:
   /// Appends the record, even when it is on the list already, and sets it dirty.
   void append(PortDescriptor& record) {
-    record.joinWatchList(timesSetDirty_);
+    if (record.joinWatchList(timesSetDirty_)) {
+      count_.fetch_add(1, std::memory_order_relaxed);
+    }
     record.setDirty(true);
-    count_.fetch_add(1, std::memory_order_relaxed);
   }
 
   /// Removes every occurrence of the record. Its dirty flag stays as it is.

@@ -93,6 +93,25 @@ TEST(MessageWriter, RefusesAKeyThatIsTooLongAndWritesNothing) {
   EXPECT_EQ(buffer.view(), entry("a", "1" + kNul));
 }
 
+TEST(MessageWriter, RaisesInsteadOfWritingMoreThanItMay) {
+  const std::string whole = entry("a", "text" + kNul) + entry("b", "xyz") + entry("c", "1");
+  for (const std::size_t less : {0U, 1U}) {
+    ByteBuffer written;
+    MessageWriter writer(written, whole.size() - less);
+    writer.text("a", "text");
+    writer.data("b", "xyz");
+    if (less == 0) {
+      writer.entries(entry("c", "1"));
+      EXPECT_EQ(written.view(), whole);
+    }
+    const std::size_t before = written.size();
+    EXPECT_THROW(writer.entries(entry("c", "1")), NSException);
+    EXPECT_THROW(writer.text("d", ""), NSException);
+    EXPECT_THROW(writer.data("e", "12"), NSException);
+    EXPECT_EQ(written.size(), before);
+  }
+}
+
 TEST(Message, IsReadInPlace) {
   const std::string body = entry("action", "hostInfo" + kNul) + entry("", "x");
   Message message;

@@ -19,6 +19,8 @@ inline double movedTime = 1000.0;
 
 class CommandServer : public NetConnectionDelegate {
  public:
+  explicit CommandServer(const RegistryLimits& limits = {}) : registry(limits) {}
+
   void startCommunication(NetConnection& connection) override {
     connection.setContextObject(std::make_shared<PortDescriptor>());
   }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "platform/NSException.h"
 #include "registry/HostLists.h"
 
 namespace sorvane {
@@ -51,6 +52,19 @@ TEST(HostLists, ConnectAppendsAKeyThatIsListedOnceMore) {
   EXPECT_EQ(hosts.hostList, (List{"b@2", "a@1", "a@1", "a@1"}));
   hosts.connect("A", "1");
   EXPECT_EQ(hosts.hostList->size(), 4U);
+}
+
+TEST(HostLists, TakeNoMoreKeysThanTheirBound) {
+  HostLists hosts;
+  hosts.hostList = List{"a@1"};
+  for (std::size_t count = 1; count < HostLists::kMostHosts; ++count) {
+    hosts.connect("a", "1");
+  }
+  EXPECT_EQ(hosts.hostList->size(), HostLists::kMostHosts);
+  EXPECT_THROW(hosts.connect("a", "1"), NSException);
+  EXPECT_EQ(hosts.hostList->size(), HostLists::kMostHosts);
+  hosts.connect("b", "1");
+  EXPECT_EQ(hosts.hostNameString, "b");
 }
 
 TEST(HostLists, RemoveTakesTheFirstMatchAndItsNeighbourInTheOtherList) {

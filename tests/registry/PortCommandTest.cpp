@@ -82,6 +82,13 @@ TEST_F(NewPort, RemovesTheEntryOfItsPreviousNameWhoeverHoldsIt) {
   EXPECT_EQ(first.finds("db1"), "(none)");
 }
 
+TEST_F(NewPort, CountsPortNumbersBeyondThoseOfTcp) {
+  server_.registry.with([](RegistryState& state) { state.maxport = 65535; });
+  Peer peer(server_);
+  EXPECT_EQ(peer.asksForPort("db1"), "65535");
+  EXPECT_EQ(peer.asksForPort("db2"), "65536");
+}
+
 TEST_F(NewPort, OfARecordWithoutANumberRemovesNothing) {
   Peer first(server_);
   first.registers("db1");

@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
 #include <map>
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "registry/PortTable.h"
 
@@ -11,11 +16,20 @@ namespace {
 
 PortTable::Record record() { return std::make_shared<PortDescriptor>(); }
 
+PortTable::Record enter(PortTable& table, std::string_view name, PortTable::Record record) {
+  return table.enter(table.placeOf(name), name, std::move(record));
+}
+
+PortTable::Record remove(PortTable& table, std::string_view name) {
+  const auto place = table.placeOf(name);
+  return place.isTaken() ? table.remove(place).record : nullptr;
+}
+
 TEST(PortTable, HasNothingAtFirst) {
   PortTable table;
   EXPECT_EQ(table.size(), 0U);
   EXPECT_EQ(table.find("db1"), nullptr);
-  EXPECT_EQ(table.remove("db1"), nullptr);
+  EXPECT_EQ(remove(table, "db1"), nullptr);
 }
 
 TEST(PortTable, TellsApartNamesThatDifferInAnyByte) {
@@ -25,7 +39,7 @@ TEST(PortTable, TellsApartNamesThatDifferInAnyByte) {
   std::map<std::string, PortTable::Record> entered;
   for (const std::string& name : names) {
     entered[name] = record();
-    EXPECT_EQ(table.enter(name, entered[name]), nullptr);
+    EXPECT_EQ(enter(table, name, entered[name]), nullptr);
   }
   for (const std::string& name : names) {
     ASSERT_NE(table.find(name), nullptr) << name;
@@ -38,10 +52,10 @@ TEST(PortTable, AnswersTheRecordThatIsReplacedOrRemoved) {
   PortTable table;
   const auto first = record();
   const auto second = record();
-  table.enter("db1", first);
-  EXPECT_EQ(table.enter("db1", second), first);
+  enter(table, "db1", first);
+  EXPECT_EQ(enter(table, "db1", second), first);
   EXPECT_EQ(table.size(), 1U);
-  EXPECT_EQ(table.remove("db1"), second);
+  EXPECT_EQ(remove(table, "db1"), second);
   EXPECT_EQ(table.size(), 0U);
   EXPECT_EQ(table.find("db1"), nullptr);
 }
@@ -49,15 +63,15 @@ TEST(PortTable, AnswersTheRecordThatIsReplacedOrRemoved) {
 TEST(PortTable, LetsGoOfWhatIsRemoved) {
   PortTable table;
   const auto kept = record();
-  table.enter("db1", kept);
-  table.remove("db1");
+  enter(table, "db1", kept);
+  remove(table, "db1");
   EXPECT_EQ(kept.use_count(), 1);
 }
 
 TEST(PortTable, KeepsASlotInItsPlaceWhileOthersAreRemoved) {
   PortTable table;
   for (int number = 0; number < 1000; ++number) {
-    table.enter("db" + std::to_string(number), record());
+    enter(table, "db" + std::to_string(number), record());
   }
   std::map<std::size_t, PortTable::Record> before;
   for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
@@ -65,7 +79,7 @@ TEST(PortTable, KeepsASlotInItsPlaceWhileOthersAreRemoved) {
   }
   std::map<PortTable::Record, bool> gone;
   for (int number = 0; number < 1000; number += 2) {
-    gone[table.remove("db" + std::to_string(number))] = true;
+    gone[remove(table, "db" + std::to_string(number))] = true;
   }
   for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
     if (!gone.contains(before[slot])) {
@@ -78,9 +92,9 @@ TEST(PortTable, KeepsASlotInItsPlaceWhileOthersAreRemoved) {
 TEST(PortTable, DoesNotGrowWhileAsManyNamesGoAsCome) {
   PortTable table;
   for (int number = 0; number < 100000; ++number) {
-    table.enter("db" + std::to_string(number), record());
+    enter(table, "db" + std::to_string(number), record());
     if (number >= 100) {
-      ASSERT_NE(table.remove("db" + std::to_string(number - 100)), nullptr);
+      ASSERT_NE(remove(table, "db" + std::to_string(number - 100)), nullptr);
     }
   }
   EXPECT_EQ(table.size(), 100U);
@@ -91,12 +105,12 @@ TEST(PortTable, DoesNotGrowWhileAsManyNamesGoAsCome) {
 TEST(PortTable, GivesBackTheRoomOfNamesThatAreGoneWhenTheNextOneComes) {
   PortTable table;
   for (int number = 0; number < 10000; ++number) {
-    table.enter("db" + std::to_string(number), record());
+    enter(table, "db" + std::to_string(number), record());
   }
   for (int number = 100; number < 10000; ++number) {
-    table.remove("db" + std::to_string(number));
+    remove(table, "db" + std::to_string(number));
   }
-  table.enter("last", record());
+  enter(table, "last", record());
   EXPECT_LE(table.slotCount(), 1024U);
   for (int number = 0; number < 100; ++number) {
     EXPECT_NE(table.find("db" + std::to_string(number)), nullptr) << number;
@@ -112,11 +126,11 @@ TEST(PortTable, BehavesAsAMapWhateverIsDoneToIt) {
     if (random() % 2 == 0) {
       const auto entered = record();
       const auto before = model.contains(name) ? model[name] : nullptr;
-      ASSERT_EQ(table.enter(name, entered), before);
+      ASSERT_EQ(enter(table, name, entered), before);
       model[name] = entered;
     } else {
       const auto before = model.contains(name) ? model[name] : nullptr;
-      ASSERT_EQ(table.remove(name), before);
+      ASSERT_EQ(remove(table, name), before);
       model.erase(name);
     }
     ASSERT_EQ(table.size(), model.size());

@@ -93,7 +93,7 @@ Message damaged(const Example& example, const std::string& damagedKey, Damage da
 /// A server with two databases, a watcher, a state and an alert. Lists that a command makes on
 /// first use are not there yet.
 struct Scene {
-  explicit Scene(const HostFacts& host) {
+  explicit Scene(const HostFacts& host, const RegistryLimits& limits = {}) : server(limits) {
     server.host = host;
     sender.registers("held");
     other.registers("db1");
@@ -173,6 +173,49 @@ TEST_F(RaisingCommand, HasChangedNothingWithoutANameToAccept) {
   Peer nameless(scene.server);
   EXPECT_TRUE(scene.raises(nameless, {{"acceptPort", ""}}));
   EXPECT_EQ(shown(nameless.record()), shown(PortDescriptor()));
+}
+
+TEST_F(RaisingCommand, HasChangedNothingWhenItWouldPassABound) {
+  const std::string text(8000, 't');
+  for (const RegistryLimits& limits :
+       {RegistryLimits{.connection = 8000}, RegistryLimits{.all = 9000}}) {
+    Scene scene(server_.host, limits);
+    for (const char* action : {"setDatabaseState", "setAlertState"}) {
+      EXPECT_TRUE(scene.raises(scene.other,
+                               {{"action", action}, {"databaseName", "held"}, {"state", text}}));
+    }
+    EXPECT_TRUE(scene.raises(
+        scene.sender,
+        {{"newPort", ""}, {"portHost", text}, {"portName", "db2"}, {"portType", "t"}}));
+    EXPECT_TRUE(scene.raises(
+        scene.sender,
+        {{"reconnectPort", text}, {"portHost", "h"}, {"portNumber", "7"}, {"portType", "t"}}));
+    EXPECT_EQ(scene.sender.asksForPort("db2"), "5003") << "no number was spent";
+  }
+}
+
+TEST_F(RaisingCommand, HasChangedNothingWhenThereIsNoRoomToAccept) {
+  const std::string name(3000, 'n');
+  Scene scene(server_.host, {.connection = 14000});
+  EXPECT_NE(scene.sender.asksForPort(name), "(none)");
+  scene.server.registry.with([](RegistryState& state) {
+    state.map.setStatus("db1", "unchanged");  // of another connection
+  });
+  EXPECT_FALSE(scene.raises(scene.sender, {{"acceptPort", ""}}));
+  EXPECT_NE(scene.other.asksForPort(name + "2", std::string(3500, 'h')), "(none)");
+  EXPECT_TRUE(scene.raises(scene.other, {{"acceptPort", ""}}));
+}
+
+TEST_F(RaisingCommand, HasChangedNothingWhenTheRequestIsTooLongForAReply) {
+  const std::string filling(kMaximumReplyBytes, 'x');
+  Scene scene(server_.host);
+  EXPECT_NE(scene.sender.asksForPort("db2"), "(none)");
+  EXPECT_TRUE(scene.raises(scene.sender, {{"acceptPort", ""}, {"more", filling}}));
+  EXPECT_TRUE(scene.raises(scene.sender, {{"reconnectPort", "db2"},
+                                          {"portHost", "h"},
+                                          {"portNumber", "7"},
+                                          {"portType", "t"},
+                                          {"more", filling}}));
 }
 
 TEST_F(RaisingCommand, DeliveredOnceMoreRaisesAgain) {

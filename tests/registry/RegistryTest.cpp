@@ -22,8 +22,11 @@ TEST(Registry, HoldsTheRecordsThatItIsGiven) {
   registry.enterPort("db1", record);
   EXPECT_EQ(registry.port("db1"), record);
   EXPECT_EQ(registry.port("db2"), nullptr);
-  registry.removePort("db2");
-  registry.removePort("db1");
+  const auto remove = [&](std::string_view name) {
+    return registry.with([&](RegistryState& state) { return state.map.remove(name); }).record;
+  };
+  EXPECT_EQ(remove("db2"), nullptr);
+  EXPECT_EQ(remove("db1"), record);
   EXPECT_EQ(registry.port("db1"), nullptr);
   EXPECT_EQ(record.use_count(), 1);
 }
@@ -58,7 +61,7 @@ TEST(Registry, WalksEveryEntryOnceHoweverManyThereAre) {
     }
     std::set<std::string> seen;
     int calls = 0;
-    registry.forEachPort([&](PortDescriptor& record) {
+    registry.forEachPort([&](PortMap&, PortDescriptor& record) {
       seen.emplace(*record.portName());
       ++calls;
     });
@@ -84,19 +87,6 @@ TEST(Registry, TellsOfAChangeThatComesBetweenAMarkingAndItsEnd) {
   });
   registry.setWatchToDirty();
   EXPECT_TRUE(watcher.isDirty());
-}
-
-TEST(Registry, CountsPortNumbersFromAboveTheBasePort) {
-  Registry registry;
-  EXPECT_EQ(registry.takePortNumber(20221), 20222);
-  EXPECT_EQ(registry.takePortNumber(20221), 20223);
-}
-
-TEST(Registry, CountsPortNumbersBeyondThoseOfTcp) {
-  Registry registry;
-  registry.with([](RegistryState& state) { state.maxport = 65535; });
-  EXPECT_EQ(registry.takePortNumber(20221), 65535);
-  EXPECT_EQ(registry.takePortNumber(20221), 65536);
 }
 
 }  // namespace

@@ -111,7 +111,7 @@ TEST_F(DatabaseStates, DropAnAlertAtTheFirstRebuildAfterItsHour) {
 TEST_F(DatabaseStates, RebuildBothListsWhenTheStateListIsDropped) {
   db1_.registers("db1");
   EXPECT_EQ(alerts(), "");
-  db1_.record().setAlertStatus("behind the back");
+  server_.registry.with([](RegistryState& state) { state.map.setAlert("db1", "behind the back"); });
   EXPECT_EQ(alerts(), "") << "the lists stand";
   server_.registry.setWatchToDirty();
   EXPECT_EQ(alerts(), "db1:behind the back");
@@ -150,12 +150,69 @@ TEST_F(DatabaseStates, MayWaitOnlyForALongListThatMustBeBuilt) {
   EXPECT_TRUE(server_.lastMayWait);
 }
 
+TEST_F(DatabaseStates, MayWaitForALongListOfAFewPorts) {
+  for (int number = 0; number < 10; ++number) {
+    db1_.reconnects("db" + std::to_string(number));
+  }
+  (void)tool_.action("databaseStates");
+  EXPECT_FALSE(server_.lastMayWait);
+  db1_.reconnects(std::string(6000, 'n'));
+  (void)tool_.action("databaseStates");
+  EXPECT_TRUE(server_.lastMayWait) << "the name is told once for each entry";
+  (void)tool_.action("databaseStates");
+  EXPECT_FALSE(server_.lastMayWait) << "the lists stand";
+}
+
+TEST_F(DatabaseStates, LongerThanAReplyRaiseAndAreNotMade) {
+  for (int number = 0; number < 70; ++number) {
+    db1_.reconnects("db" + std::to_string(number));
+  }
+  db1_.reconnects(std::string(1000000, 'n'));
+  EXPECT_THROW((void)tool_.action("databaseStates"), NSException);
+  server_.registry.with(
+      [](const RegistryState& state) { EXPECT_EQ(state.databaseStateString, nullptr); });
+  db1_.reconnects("short");
+  EXPECT_NE(tool_.action("databaseStates").find("short:running|short:running"), std::string::npos);
+}
+
+TEST_F(DatabaseStates, HaveExactlyTheLengthThatIsToldBefore) {
+  db1_.registers("db1");
+  db2_.reconnects("db2");
+  db2_.reconnects("db3");
+  (void)sets("setDatabaseState", "db2", "stopping");
+  (void)sets("setAlertState", "db1", "disk full");
+  const std::uint64_t told = server_.registry.with([](const RegistryState& state) {
+    return state.map.stateListBytes() + state.map.alertListBytes();
+  });
+  EXPECT_THROW((void)StateSummary::current(server_.registry, told - 1), NSException);
+  const StateSummary lists = StateSummary::current(server_.registry, told);
+  EXPECT_EQ(lists.states->size() + lists.alerts->size(), told);
+}
+
+TEST_F(DatabaseStates, AreNotTooLongForAlertsThatHaveLapsed) {
+  db1_.registers("db1");
+  (void)sets("setAlertState", "db1", std::string(5000, 'a'));
+  movedTime += 3601.0;
+  EXPECT_EQ(*StateSummary::current(server_.registry, 100).states, "db1:running");
+}
+
+TEST_F(DatabaseStates, LetGoOfALongAlertListWithTheStateList) {
+  db1_.registers("db1");
+  (void)sets("setAlertState", "db1", std::string(100000, 'a'));
+  (void)states();
+  server_.registry.setWatchersDirty();
+  server_.registry.with(
+      [](const RegistryState& state) { EXPECT_EQ(state.databaseAlertString, nullptr); });
+  EXPECT_EQ(alerts().size(), 100004U);
+}
+
 TEST_F(DatabaseStates, MayWaitWhileTheRoomOfALongListIsStillThere) {
   for (int index = 0; index < 10000; ++index) {
     server_.registry.enterPort("db" + std::to_string(index), std::make_shared<PortDescriptor>());
   }
   for (int index = 0; index < 10000; ++index) {
-    server_.registry.removePort("db" + std::to_string(index));
+    server_.registry.with(
+        [&](RegistryState& state) { return state.map.remove("db" + std::to_string(index)); });
   }
   (void)tool_.action("databaseStates");
   EXPECT_TRUE(server_.lastMayWait);

@@ -28,7 +28,8 @@ inline std::string shown(const std::optional<HostLists::List>& list) {
   return "[" + text + "]";
 }
 
-/// Every field of a record. Does not read the alert through its getter, which may drop it.
+/// Every field of a record, and what its connection holds. Does not read the alert through the
+/// getter that may drop it.
 inline std::string shown(const PortDescriptor& record) {
   std::ostringstream text;
   for (const auto& field :
@@ -36,7 +37,8 @@ inline std::string shown(const PortDescriptor& record) {
         record.portNumber(), record.portType(), record.portStatus()}) {
     text << shown(field) << " ";
   }
-  text << record.alertStatusTimestamp() << " dirty " << record.isDirty() << " watches "
+  text << shown(record.alertAsSet()) << " " << record.alertStatusTimestamp() << " holds "
+       << PortMap::bytesOf(record) << " dirty " << record.isDirty() << " watches "
        << record.timesOnWatchList();
   if (record.info() != nullptr) {
     text << " info";
@@ -56,9 +58,11 @@ inline std::string snapshot(Registry& registry, const std::vector<std::string>& 
     // A member that is added to the state and left out here does not compile.
     const auto& [map, hosts, maxport, timestampFlag, forceRefreshNumber, stateVersion,
                  databaseStateString, databaseAlertString] = state;
-    text << "map of " << map.size();
+    text << "map of " << map.size() << ", bytes " << map.bytes() << ", left behind "
+         << map.leftBehindBytes() << ", lists " << map.stateListBytes() << " "
+         << map.alertListBytes() << ":";
     for (const std::string& name : names) {
-      const PortTable::Record* const found = map.find(name);
+      const PortMap::Record* const found = map.find(name);
       text << " " << name << " -> " << (found == nullptr ? nullptr : found->get());
     }
     const auto& [hostList, alternateHostList, hostNameString] = hosts;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 
@@ -14,6 +15,10 @@ namespace {
 
 constexpr int kMaximumThreads = 1024;
 constexpr double kMaximumSeconds = 86400;
+// The server's own ports always have room.
+constexpr std::uint64_t kLeastRegistryBytes = std::uint64_t{1} << 20;
+// The registry numbers its slots with 32 bits.
+constexpr std::uint64_t kMostRegistryBytes = std::uint64_t{1} << 36;
 constexpr std::size_t kMaximumHostNameBytes = 255;
 
 [[noreturn]] void failNeeding(const std::string& what) { throw NSException(what + " is needed"); }
@@ -185,6 +190,8 @@ constexpr Row kRows[] = {
        s.maxMessageBytes = wholeNumber<std::size_t>(v, 1, std::numeric_limits<std::uint32_t>::max()); }},
     {"MaxConnections", [](Settings& s, const PropertyList& v) {
        s.maxConnections = wholeNumber(v, 0, std::numeric_limits<int>::max()); }},
+    {"MaxRegistryBytes", [](Settings& s, const PropertyList& v) {
+       s.maxRegistryBytes = wholeNumber(v, kLeastRegistryBytes, kMostRegistryBytes); }},
     {"PartialMessageTimeout", [](Settings& s, const PropertyList& v) { s.partialMessageTimeout = seconds(v); }},
     {"Threads", [](Settings& s, const PropertyList& v) { s.threads = wholeNumber(v, 0, kMaximumThreads); }},
     {"AllowedNetworks", [](Settings& s, const PropertyList& v) { s.allowedNetworks = networks(v); }},

@@ -16,7 +16,7 @@ enum class FrameKind : std::uint8_t {
 };
 
 inline constexpr std::size_t kFrameHeaderBytes = 8;
-/// Largest body of a reply that a client accepts, bytes.
+/// Largest body of a reply, bytes: a server sends none that is longer, a client accepts none.
 inline constexpr std::size_t kMaximumReplyBytes = std::size_t{64} << 20;
 
 /// The header of a frame, as far as its bytes have come.

@@ -60,6 +60,7 @@ TEST_F(SettingsTest, WithoutAFileAreTheDefaults) {
   EXPECT_TRUE(settings.aliases.empty());
   EXPECT_EQ(settings.maxMessageBytes, 1048576U);
   EXPECT_EQ(settings.maxConnections, 0);
+  EXPECT_EQ(settings.maxRegistryBytes, 536870912U);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::seconds(30));
   EXPECT_EQ(settings.threads, 0);
   EXPECT_TRUE(settings.allowedNetworks.empty());
@@ -90,6 +91,7 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
     Aliases = { 10.0.0.5 = office; "fe80::1" = "the lab"; };
     MaxMessageBytes = 4294967295;
     MaxConnections = 100;
+    MaxRegistryBytes = 10000000000;
     PartialMessageTimeout = 1.5;
     Threads = 3;
     AllowedNetworks = ( "192.0.2.0/24", "2001:db8::/32", 198.51.100.7 );
@@ -111,6 +113,7 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
                                   {"10.0.0.5", "office"}, {"fe80::1", "the lab"}}));
   EXPECT_EQ(settings.maxMessageBytes, 4294967295U);
   EXPECT_EQ(settings.maxConnections, 100);
+  EXPECT_EQ(settings.maxRegistryBytes, 10000000000U);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::milliseconds(1500));
   EXPECT_EQ(settings.threads, 3);
   EXPECT_EQ(settings.allowedNetworks,
@@ -148,6 +151,8 @@ TEST_F(SettingsTest, LowestAndHighestNumbersAreTaken) {
   EXPECT_EQ(settingsOf("BasePort = 65534;").basePort, 65534);
   EXPECT_EQ(settingsOf("PartialMessageTimeout = 0.001;").partialMessageTimeout.count(), 1);
   EXPECT_EQ(settingsOf("MaxMessageBytes = 1;").maxMessageBytes, 1U);
+  EXPECT_EQ(settingsOf("MaxRegistryBytes = 1048576;").maxRegistryBytes, 1048576U);
+  EXPECT_EQ(settingsOf("MaxRegistryBytes = 68719476736;").maxRegistryBytes, 68719476736U);
   EXPECT_EQ(settingsOf("Threads = 1024;").threads, 1024);
 }
 
@@ -165,6 +170,8 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
   const char* const kName = "1: HostName: a host name without blanks, of 1 to 255 bytes, is needed";
   const char* const kTimeout =
       "1: PartialMessageTimeout: a number of seconds from 0.001 to 86400 is needed";
+  const char* const kRegistry =
+      "1: MaxRegistryBytes: a whole number from 1048576 to 68719476736 is needed";
   const Refusal refusals[] = {
       {"// ports\n\nBasePort = 1;", "3: BasePort: a whole number from 2 to 65534 is needed"},
       {"BasePort = 65535;", kPort},
@@ -197,6 +204,8 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
       {"MaxMessageBytes = 4294967296;",
        "1: MaxMessageBytes: a whole number from 1 to 4294967295 is needed"},
       {"MaxConnections = -1;", "1: MaxConnections: a whole number from 0 to 2147483647 is needed"},
+      {"MaxRegistryBytes = 1048575;", kRegistry},
+      {"MaxRegistryBytes = 68719476737;", kRegistry},
       {"PartialMessageTimeout = 0;", kTimeout},
       {"PartialMessageTimeout = nan;", kTimeout},
       {"PartialMessageTimeout = inf;", kTimeout},

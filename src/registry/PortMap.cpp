@@ -1,0 +1,244 @@
+#include "registry/PortMap.h"
+
+#include <string>
+#include <utility>
+
+#include "platform/NSException.h"
+#include "registry/HeapBytes.h"
+
+namespace sorvane {
+namespace {
+
+// As many as there are when the table is half full.
+constexpr std::size_t kSlotsOfEntry = 2;
+constexpr std::size_t kEntryBytes = kSlotsOfEntry * PortTable::kSlotBytes;
+
+// A short name lies in its slot.
+std::size_t nameBytes(std::string_view name) {
+  const std::size_t inSlot = std::string().capacity();
+  return name.size() <= inSlot ? 0 : heapBytes(name.size() + 1);
+}
+
+std::int64_t difference(std::size_t now, std::size_t before) {
+  return static_cast<std::int64_t>(now) - static_cast<std::int64_t>(before);
+}
+
+// What a record costs whatever entries it has.
+std::size_t textBytes(const PortDescriptor& record) {
+  return record.registrationBytes() + record.stateBytes();
+}
+
+bool isLastLeftBehind(const PortDescriptor& record) {
+  return record.holdings().hasLeft != 0 && record.holdings().entries == 1;
+}
+
+}  // namespace
+
+template <typename Change>
+void PortMap::change(PortDescriptor& record, Change&& make) {
+  PortDescriptor::Holdings& held = record.holdings();
+  if (held.isCounted != 0) {
+    addToSums(record, ~std::uint64_t{0});
+  }
+  make();
+  held.isCounted = held.hasLeft == 0 || held.entries > 0 ? 1 : 0;
+  if (held.isCounted != 0) {
+    addToSums(record, 1);
+  }
+}
+
+PortMap::Entry PortMap::replaceRegistration(PortDescriptor& record,
+                                            const Registration& registration) {
+  Growth growth = growthByRegistration(record, registration);
+  std::optional<PortTable::Place> former;
+  if (record.portNumber() && record.portName()) {
+    const std::string_view name = *record.portName();
+    const PortTable::Place place = table_.placeOf(name);
+    if (place.isTaken()) {
+      const PortDescriptor& holder = *table_.at(place);
+      const std::int64_t freed = difference(nameBytes(name), 0);
+      growth.ofAll -= freed;
+      if (&holder == &record) {
+        growth.ofConnection -= freed + difference(kEntryBytes, 0);
+      } else if (isLastLeftBehind(holder)) {
+        growth.ofAll -= difference(textBytes(holder), 0);
+      }
+      former = place;
+    }
+  }
+  requireRoom(record, growth);
+  Entry removed = former ? remove(*former) : Entry();
+  change(record, [&] { record.setRegistration(registration); });
+  return removed;
+}
+
+template <typename Set>
+PortMap::Record PortMap::enter(PortTable::Place place, Record record, std::string_view name,
+                               Set&& set) {
+  const auto bytes = static_cast<std::uint32_t>(nameBytes(name));
+  PortDescriptor& entered = *record;
+  PortDescriptor* const holder = place.isTaken() ? table_.at(place).get() : nullptr;
+  Record replaced;
+  const auto put = [&] {
+    change(entered, [&] {
+      set(entered);
+      if (holder != &entered) {
+        entered.holdings().nameBytes += bytes;
+        replaced = table_.enter(place, name, std::move(record));
+      }
+    });
+  };
+  if (holder == nullptr || holder == &entered) {
+    put();
+  } else {
+    change(*holder, [&] {
+      holder->holdings().nameBytes -= bytes;
+      put();
+    });
+  }
+  return replaced;
+}
+
+PortMap::Record PortMap::enter(std::string_view name, Record record) {
+  const PortTable::Place place = table_.placeOf(name);
+  Growth growth = growthByEntry(place, name, *record);
+  if (record->holdings().isCounted == 0) {
+    growth.ofAll += difference(textBytes(*record), 0);
+  }
+  requireRoom(*record, growth);
+  return enter(place, std::move(record), name, [](PortDescriptor&) {});
+}
+
+PortMap::Record PortMap::enterWith(const Registration& registration, Record record) {
+  const std::string_view name = *registration.portName;
+  const PortTable::Place place = table_.placeOf(name);
+  Growth growth = growthByEntry(place, name, *record);
+  const Growth ofTexts = growthByRegistration(*record, registration);
+  growth.ofConnection += ofTexts.ofConnection;
+  growth.ofAll += ofTexts.ofAll;
+  requireRoom(*record, growth);
+  return enter(place, std::move(record), name,
+               [&](PortDescriptor& entered) { entered.setRegistration(registration); });
+}
+
+PortMap::Entry PortMap::remove(std::string_view name) {
+  const PortTable::Place place = table_.placeOf(name);
+  return place.isTaken() ? remove(place) : Entry();
+}
+
+void PortMap::setStatus(std::string_view name, std::string_view text) {
+  setText<&PortDescriptor::stateBytesWithStatus>(
+      name, text, [&](PortDescriptor& record) { record.setPortStatus(text); });
+}
+
+void PortMap::setAlert(std::string_view name, std::string_view text) {
+  setText<&PortDescriptor::stateBytesWithAlert>(
+      name, text, [&](PortDescriptor& record) { record.setAlertStatus(text); });
+}
+
+template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
+void PortMap::setText(std::string_view name, std::string_view text, Set&& set) {
+  const Record* const found = table_.find(name);
+  if (found == nullptr) {
+    return;
+  }
+  PortDescriptor& record = **found;
+  const std::int64_t more = difference((record.*bytesWith)(text), record.stateBytes());
+  requireRoom(record, {more, more});
+  change(record, [&] { set(record); });
+}
+
+std::optional<std::string_view> PortMap::alertOf(PortDescriptor& record) {
+  std::optional<std::string_view> alert;
+  if (record.alertAsSet()) {
+    change(record, [&] { alert = record.alertStatus(); });
+  }
+  return alert;
+}
+
+PortMap::Entry PortMap::end(PortDescriptor& record) {
+  Entry removed;
+  if (record.portKey() && record.portName()) {
+    removed = remove(*record.portName());
+  }
+  change(record, [&] {
+    record.holdings().hasLeft = 1;
+    if (record.holdings().entries > 0) {
+      table_.leaveBehind(record);
+    }
+  });
+  return removed;
+}
+
+std::uint64_t PortMap::bytesOf(const PortDescriptor& record) {
+  const PortDescriptor::Holdings& held = record.holdings();
+  return std::uint64_t{textBytes(record)} + held.nameBytes +
+         std::uint64_t{held.entries} * kEntryBytes;
+}
+
+void PortMap::requireRoom(const PortDescriptor& record, Growth growth) const {
+  const auto passes = [](std::uint64_t sum, std::int64_t more, std::uint64_t limit) {
+    return more > 0 && sum + static_cast<std::uint64_t>(more) > limit;
+  };
+  if (passes(bytesOf(record), growth.ofConnection, limits_.connection)) {
+    throw NSException("one connection may not hold that much in the registry");
+  }
+  if (passes(bytes(), growth.ofAll, limits_.all)) {
+    throw NSException("the registry has no room for that");
+  }
+}
+
+PortMap::Growth PortMap::growthByRegistration(const PortDescriptor& record,
+                                              const Registration& registration) const {
+  const std::size_t before = record.registrationBytes();
+  const std::size_t after = PortDescriptor::bytesOf(registration);
+  Growth growth = {difference(after, before), difference(after, before)};
+  if (record.holdings().isCounted == 0) {
+    growth.ofAll += difference(textBytes(record), 0);
+  }
+  return growth;
+}
+
+PortMap::Growth PortMap::growthByEntry(PortTable::Place place, std::string_view name,
+                                       const PortDescriptor& record) const {
+  const std::int64_t ofName = difference(nameBytes(name), 0);
+  const std::int64_t ofEntry = ofName + difference(kEntryBytes, 0);
+  if (!place.isTaken()) {
+    return {ofEntry, ofName + difference(table_.bytesToEnter(), 0)};
+  }
+  const PortDescriptor& holder = *table_.at(place);
+  if (&holder == &record) {
+    return {};
+  }
+  return {ofEntry, isLastLeftBehind(holder) ? -difference(textBytes(holder), 0) : 0};
+}
+
+PortMap::Entry PortMap::remove(PortTable::Place place) {
+  Entry removed;
+  PortDescriptor& record = *table_.at(place);
+  change(record, [&] {
+    removed = table_.remove(place);
+    record.holdings().nameBytes -= static_cast<std::uint32_t>(nameBytes(removed.name));
+  });
+  return removed;
+}
+
+// `sign` is 1, or its negative in the arithmetic of unsigned integers.
+void PortMap::addToSums(const PortDescriptor& record, std::uint64_t sign) {
+  const PortDescriptor::Holdings& held = record.holdings();
+  recordBytes_ += sign * (std::uint64_t{textBytes(record)} + held.nameBytes);
+  if (held.hasLeft != 0) {
+    leftBehindBytes_ += sign * bytesOf(record);
+  }
+  const std::string_view name = listedName(record);
+  if (held.entries == 0 || !isListed(name)) {
+    return;
+  }
+  const std::uint64_t withoutText = name.size() + 2;  // the colon, and the byte behind the entry
+  stateEntryBytes_ += sign * held.entries * (withoutText + listedState(record).size());
+  if (const auto alert = record.alertAsSet()) {
+    alertEntryBytes_ += sign * held.entries * (withoutText + alert->size());
+  }
+}
+
+}  // namespace sorvane

@@ -1,0 +1,141 @@
+// The port map: the ports by name, what all of it costs to keep, and the bounds of that.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "registry/PortTable.h"
+
+namespace sorvane {
+
+/// What the registry keeps at most, bytes.
+struct RegistryLimits {
+  std::uint64_t connection = std::uint64_t{64} << 20;  ///< of one connection
+  std::uint64_t leftBehind = std::uint64_t{64} << 20;  ///< of all ended connections together
+  std::uint64_t all = std::uint64_t{512} << 20;        ///< of everything
+};
+
+/// A record counts as soon as it is registered or entered, and until its connection has ended and
+/// its last entry is gone. A connection holds its texts (state and alert, too, whoever has set
+/// them), its record, the names of its entries, and two slots of the table for each entry. All that
+/// is counted are these texts, records and names, and the table as it is.
+///
+/// The sums are kept by addition at each change, so asking for one costs nothing. While the map
+/// counts a record, only the map may change the record's texts.
+///
+/// A function that would pass a limit raises NSException and changes nothing. Not synchronised: the
+/// registry's inner lock guards it.
+class PortMap {
+ public:
+  using Record = PortTable::Record;
+  using Entry = PortTable::Entry;
+  using Registration = PortDescriptor::Registration;
+
+  explicit PortMap(const RegistryLimits& limits) : limits_(limits) {}
+
+  // ---- Reading: see PortTable
+
+  [[nodiscard]] std::size_t size() const { return table_.size(); }
+  [[nodiscard]] const Record* find(std::string_view name) const { return table_.find(name); }
+  [[nodiscard]] std::size_t slotCount() const { return table_.slotCount(); }
+  [[nodiscard]] const Record& inSlot(std::size_t index) const { return table_.inSlot(index); }
+
+  // ---- Registering. What a function returns is to be destroyed outside the lock.
+
+  /// Replaces the record's registration. If it has a number and a name, first removes the entry of
+  /// that name, whichever record that has, and returns it.
+  Entry replaceRegistration(PortDescriptor& record, const Registration& registration);
+  /// Enters the record under the name. Returns the record that it replaces, or null.
+  Record enter(std::string_view name, Record record);
+  /// Replaces the record's registration, whose name must not be nil, and enters it under that name.
+  Record enterWith(const Registration& registration, Record record);
+  /// Removes the entry of the name, whichever record that has, and returns it.
+  Entry remove(std::string_view name);
+
+  // ---- State and alert
+
+  /// Sets the state of the port of that name, if there is one.
+  void setStatus(std::string_view name, std::string_view text);
+  /// Does the same with its alert.
+  void setAlert(std::string_view name, std::string_view text);
+  /// Returns the record's alert while it is fresh, and drops it when it is not.
+  std::optional<std::string_view> alertOf(PortDescriptor& record);
+
+  // ---- Ends of connections
+
+  /// Notes that the record's connection has ended: removes the entry of its name, whichever record
+  /// that has, and returns it. What is left of the record under further names is left behind.
+  Entry end(PortDescriptor& record);
+  /// True when what was left behind takes more than it may.
+  [[nodiscard]] bool hasTooMuchLeftBehind() const { return leftBehindBytes_ > limits_.leftBehind; }
+  /// Removes the entry that was left behind first, and returns it. There must be one.
+  Entry removeOldestLeftBehind() { return remove(table_.oldestLeftBehind()); }
+
+  // ---- Sums, bytes
+
+  /// Returns what all of it costs to keep.
+  [[nodiscard]] std::uint64_t bytes() const { return recordBytes_ + table_.bytes(); }
+  /// Returns what the connection of this record holds.
+  [[nodiscard]] static std::uint64_t bytesOf(const PortDescriptor& record);
+  /// Returns what ended connections have left behind.
+  [[nodiscard]] std::uint64_t leftBehindBytes() const { return leftBehindBytes_; }
+  /// Returns the length of the state list: NAME:STATE, joined by one byte, of each entry.
+  [[nodiscard]] std::uint64_t stateListBytes() const { return joinedBytes(stateEntryBytes_); }
+  /// Returns the most that the length of the alert list can be. It is less when alerts have lapsed
+  /// that nobody has read since.
+  [[nodiscard]] std::uint64_t alertListBytes() const { return joinedBytes(alertEntryBytes_); }
+
+  /// Returns whether the lists of states and alerts tell of a port of this name.
+  [[nodiscard]] static bool isListed(std::string_view name) {
+    return name != "sorvexec" && name != "VN_nameserver" && name != "VN_infoserver";
+  }
+  /// Returns how a list calls a record: by its present name.
+  [[nodiscard]] static std::string_view listedName(const PortDescriptor& record) {
+    return record.portName().value_or("");
+  }
+  /// Returns what the state list tells of a record.
+  [[nodiscard]] static std::string_view listedState(const PortDescriptor& record) {
+    return record.portStatus().value_or("running");
+  }
+
+ private:
+  // What a change adds to the sums: to what the record's connection holds, and to everything.
+  struct Growth {
+    std::int64_t ofConnection = 0;
+    std::int64_t ofAll = 0;
+  };
+  void requireRoom(const PortDescriptor& record, Growth growth) const;
+
+  // Calls `set(record)` and then enters the record.
+  template <typename Set>
+  Record enter(PortTable::Place place, Record record, std::string_view name, Set&& set);
+  Entry remove(PortTable::Place place);
+  // Both raise when the text would pass a limit.
+  template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
+  void setText(std::string_view name, std::string_view text, Set&& set);
+
+  // Changes a record, or what is noted about it, and keeps the sums right. Afterwards the record
+  // counts, unless its connection has ended and it has no entry.
+  template <typename Change>
+  void change(PortDescriptor& record, Change&& make);
+  void addToSums(const PortDescriptor& record, std::uint64_t sign);
+
+  [[nodiscard]] Growth growthByRegistration(const PortDescriptor& record,
+                                            const Registration& registration) const;
+  [[nodiscard]] Growth growthByEntry(PortTable::Place place, std::string_view name,
+                                     const PortDescriptor& record) const;
+  static std::uint64_t joinedBytes(std::uint64_t entryBytes) {
+    return entryBytes == 0 ? 0 : entryBytes - 1;
+  }
+
+  const RegistryLimits limits_;
+  PortTable table_;
+  std::uint64_t recordBytes_ = 0;      // records, their texts and the names of their entries
+  std::uint64_t leftBehindBytes_ = 0;  // of what connections held that have ended
+  std::uint64_t stateEntryBytes_ = 0;  // each entry of the list with the byte behind it
+  std::uint64_t alertEntryBytes_ = 0;  // the same
+};
+
+}  // namespace sorvane
