@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "registry/PortDescriptor.h"
+#include "registry/SipHash.h"
 
 namespace sorvane {
 
@@ -60,6 +61,9 @@ class PortTable {
     Hash hash_;
     std::size_t index_;  // of the slot, or kNone
   };
+
+  /// Strangers choose the names: without the key of the hash nobody can choose names that meet.
+  explicit PortTable(const SipKey& key = SipKey::ofThisProcess()) : key_(key) {}
 
   [[nodiscard]] std::size_t size() const { return size_; }
 
@@ -119,8 +123,8 @@ class PortTable {
   };
   static_assert(sizeof(Slot) == kSlotBytes);
 
-  [[nodiscard]] static Hash hashOf(std::string_view name) {
-    const Hash hash = std::hash<std::string_view>{}(name);
+  [[nodiscard]] Hash hashOf(std::string_view name) const {
+    const auto hash = static_cast<Hash>(sipHash13(key_, name));
     return hash < kLeastHash ? hash + kLeastHash : hash;
   }
   // Returns the slot of a name, or kNone.
@@ -158,6 +162,7 @@ class PortTable {
   void put(std::size_t index, Record record);
   Record take(std::size_t index);
 
+  const SipKey key_;
   std::vector<Slot> slots_;            // a power of two of them, or none; at least one is empty
   std::size_t size_ = 0;               // slots with a record
   std::size_t removed_ = 0;            // slots that hold kRemoved

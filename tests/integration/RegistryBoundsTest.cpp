@@ -113,5 +113,22 @@ TEST(MaxRegistryBytes, IsWhatAllConnectionsHoldTogether) {
   EXPECT_TRUE(waitUntil([&] { return tool.reconnects(longName("1")); })) << "room was given back";
 }
 
+TEST(OrderOfNames, DiffersFromRunToRun) {
+  std::vector<std::string> orders;
+  for (int run = 0; run < 2; ++run) {
+    Daemon server;
+    server.start();
+    Client database(server);
+    std::vector<Client> databases;
+    for (int number = 0; number < 30; ++number) {
+      databases.emplace_back(server);
+      ASSERT_TRUE(databases.back().reconnects("db" + std::to_string(number)));
+    }
+    orders.push_back(database.states());
+  }
+  EXPECT_EQ(orders[0].size(), orders[1].size());
+  EXPECT_NE(orders[0], orders[1]);
+}
+
 }  // namespace
 }  // namespace sorvane::test

@@ -117,6 +117,54 @@ TEST(PortTable, GivesBackTheRoomOfNamesThatAreGoneWhenTheNextOneComes) {
   }
 }
 
+// The most slots that a search can look at: they follow one another without an empty one.
+std::size_t longestSearch(const PortTable& table) {
+  std::size_t longest = 0;
+  std::size_t length = 0;
+  for (std::size_t slot = 0; slot < 2 * table.slotCount(); ++slot) {  // the last one goes on at 0
+    const bool isTaken = table.inSlot(slot % table.slotCount()) != nullptr;
+    length = isTaken ? length + 1 : 0;
+    longest = std::max(longest, length);
+  }
+  return longest;
+}
+
+// Names as somebody chooses them who knows the hash of the standard library, or one without a key.
+TEST(PortTable, KeepsSearchesShortForNamesThatWereChosenToMeet) {
+  constexpr std::size_t kMeetingBits = 0x3ff;
+  constexpr std::size_t kNames = 500;
+  PortTable table;
+  for (int number = 0; table.size() < kNames; ++number) {
+    const std::string name = "db" + std::to_string(number);
+    if ((std::hash<std::string_view>{}(name)&kMeetingBits) == 0) {
+      enter(table, name, record());
+    }
+  }
+  EXPECT_LT(longestSearch(table), kNames / 4);
+}
+
+TEST(PortTable, OrdersNamesByItsKey) {
+  const auto orderWith = [](const SipKey& key) {
+    PortTable table(key);
+    std::map<PortTable::Record, int> numbers;
+    for (int number = 0; number < 50; ++number) {
+      const auto entered = record();
+      numbers[entered] = number;
+      enter(table, "db" + std::to_string(number), entered);
+    }
+    std::vector<int> order;
+    for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
+      if (table.inSlot(slot) != nullptr) {
+        order.push_back(numbers[table.inSlot(slot)]);
+      }
+    }
+    return order;
+  };
+  EXPECT_EQ(orderWith({.low = 1, .high = 2}), orderWith({.low = 1, .high = 2}));
+  EXPECT_NE(orderWith({.low = 1, .high = 2}), orderWith({.low = 1, .high = 3}));
+  EXPECT_NE(orderWith({.low = 1, .high = 2}), orderWith({.low = 2, .high = 2}));
+}
+
 TEST(PortTable, BehavesAsAMapWhateverIsDoneToIt) {
   std::minstd_rand random(20261121);
   PortTable table;
