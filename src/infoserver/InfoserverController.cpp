@@ -53,7 +53,6 @@ Reply InfoserverController::deliverLockedCommunication(const Message& request,
     record->createInfo();
   }
   PreferenceRequest preferenceRequest{*userPreferences_, request, sender.replyWriter(),
-                                      verboseMode_,
                                       remoteRegistration_ || sender.isFromThisMachine()};
   return handlePreferenceRequest(preferenceRequest);
 }
