@@ -65,6 +65,7 @@ TEST_F(SettingsTest, WithoutAFileAreTheDefaults) {
   EXPECT_TRUE(settings.allowedNetworks.empty());
   EXPECT_TRUE(settings.remoteControl);
   EXPECT_TRUE(settings.remoteRegistration);
+  EXPECT_EQ(settings.maxLogBytes, 1073741824);
 }
 
 TEST_F(SettingsTest, OfAProgramBelowTheRootLieThere) {
@@ -94,7 +95,8 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
     Threads = 3;
     AllowedNetworks = ( "192.0.2.0/24", "2001:db8::/32", 198.51.100.7 );
     RemoteControl = NO;
-    RemoteRegistration = NO;)");
+    RemoteRegistration = NO;
+    MaxLogBytes = 5000000000;)");
   EXPECT_EQ(settings.basePort, 30000);
   EXPECT_EQ(settings.installationDirectory, "/srv/product");
   EXPECT_EQ(settings.serverConfigDirectory, "/srv/the config");
@@ -118,6 +120,7 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
                          *IPNetwork::parse("198.51.100.7/32")}));
   EXPECT_FALSE(settings.remoteControl);
   EXPECT_FALSE(settings.remoteRegistration);
+  EXPECT_EQ(settings.maxLogBytes, 5000000000);
   EXPECT_TRUE(console_.all().empty());
 }
 
@@ -149,6 +152,8 @@ TEST_F(SettingsTest, LowestAndHighestNumbersAreTaken) {
   EXPECT_EQ(settingsOf("PartialMessageTimeout = 0.001;").partialMessageTimeout.count(), 1);
   EXPECT_EQ(settingsOf("MaxMessageBytes = 1;").maxMessageBytes, 1U);
   EXPECT_EQ(settingsOf("Threads = 1024;").threads, 1024);
+  EXPECT_EQ(settingsOf("MaxLogBytes = 0;").maxLogBytes, 0);
+  EXPECT_EQ(settingsOf("MaxLogBytes = 9223372036854775807;").maxLogBytes, 9223372036854775807);
 }
 
 struct Refusal {
@@ -209,6 +214,10 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
        "bits that count are needed, and no bits of the address behind these"},
       {"RemoteControl = 2;", "1: RemoteControl: YES or NO is needed"},
       {"RemoteRegistration = AUTO;", "1: RemoteRegistration: YES or NO is needed"},
+      {"MaxLogBytes = -1;",
+       "1: MaxLogBytes: a whole number from 0 to 9223372036854775807 is needed"},
+      {"MaxLogBytes = 9223372036854775808;",
+       "1: MaxLogBytes: a whole number from 0 to 9223372036854775807 is needed"},
       {"Threads = 1025;", "1: Threads: a whole number from 0 to 1024 is needed"},
   };
   for (const Refusal& each : refusals) {
