@@ -9,9 +9,11 @@
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
 #include "platform/Settings.h"
+#include "platform/StandardStreams.h"
 
 int main(int argc, char** argv) {
   using namespace sorvane;
+  openClosedStandardStreams();
   recordArguments(argc, argv);
   Settings::endProcessOnBadFile();
   const StartMode mode = startMode(VN_parameter(1));

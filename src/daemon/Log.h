@@ -12,7 +12,7 @@ namespace sorvane {
 /// The path of the log, <installation directory>/Logs/infoserver_log. Set by openLog.
 extern char nameserverLogFile[PATH_MAX];
 
-/// The open log, or null when there is none. Set once by openLog and never closed.
+/// The open log, or null when there is none. printToLog may replace it.
 extern FILE* nameserverlog;
 
 /// Opens the log to append to what earlier runs wrote. When that fails, opens it as a new file.
@@ -22,7 +22,13 @@ void openLog();
 
 /// Writes `text` unchanged and one line feed, and flushes: the entry is in the file when this
 /// returns. Does nothing when there is no log or `text` is null. Errors are ignored. Any thread;
-/// takes no lock.
+/// one entry is written at a time, and may wait for the disk.
+///
+/// The file may be moved, removed, replaced, or copied and truncated at any time: the entry goes to
+/// the file that is at the path then. When an entry would make the file longer than the setting
+/// MaxLogBytes, a last line and a line on the console say so. Entries are left out from then on,
+/// until the file is shorter or another one; the next entry comes after one that tells their
+/// number.
 void printToLog(const char* text);
 
 /// Writes `text` to the console, formatted by `formattedWithoutArguments`. The priority is ignored.

@@ -2,6 +2,7 @@
 //
 // `main` does this, all on the main thread before any other thread exists:
 //
+//   openClosedStandardStreams();                        // platform/StandardStreams.h
 //   recordArguments(argc, argv);                        // Arguments.h
 //   const StartMode mode = startMode(VN_parameter(1));  // CommandLine.h
 //   if (mode == StartMode::stopAll) stopAllNameServers();

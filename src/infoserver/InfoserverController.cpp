@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "infoserver/PreferenceCommands.h"
-#include "platform/Console.h"
 #include "platform/NSException.h"
 #include "platform/Settings.h"
 #include "platform/VNGlobalPath.h"
@@ -42,7 +41,7 @@ Reply InfoserverController::deliverCommunication(const Message& request, NetConn
     return deliverLockedCommunication(request, sender);
   } catch (const NSException&) {
     if (verboseMode_) {
-      consoleLine("An exception was detected.\n");
+      raisedRequests_.line("An exception was detected.\n");
     }
     return Reply::written();
   }
@@ -54,18 +53,17 @@ Reply InfoserverController::deliverLockedCommunication(const Message& request,
     record->createInfo();
   }
   PreferenceRequest preferenceRequest{*userPreferences_, request, sender.replyWriter(),
-                                      verboseMode_,
                                       remoteRegistration_ || sender.isFromThisMachine()};
   return handlePreferenceRequest(preferenceRequest);
 }
 
 void InfoserverController::endCommunication(NetConnection& connection) {
-  NetConnection::performWaiting([this, record = connection.contextObject<PortDescriptor>()] {
-    const std::lock_guard hold(commLock_);
-    if (record) {
-      (void)record->info();  // looked up and left alone: nothing in it outlives its connection
-    }
-  });
+  if (const PortDescriptor* const record = connection.context<PortDescriptor>()) {
+    (void)record->info();  // looked up and left alone: nothing in it outlives its connection
+  }
+  // The record is not kept until then: a disk that hangs must not keep what has ended in memory.
+  NetConnection::performWaiting(Disk::preferences,
+                                [this] { const std::lock_guard hold(commLock_); });
 }
 
 }  // namespace sorvane

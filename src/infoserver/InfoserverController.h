@@ -6,6 +6,7 @@
 #include <string>
 
 #include "infoserver/PreferenceStore.h"
+#include "platform/Console.h"
 #include "platform/NetConnection.h"
 #include "platform/VNThreadLock.h"
 
@@ -25,8 +26,10 @@ namespace sorvane {
 ///                             when neither is there
 /// The reply to any other request is an empty dictionary.
 ///
-/// Any thread may call anything. One request is handled at a time, and its change is on the disk
-/// before the reply: deliveries and ends of connections may wait.
+/// Any thread may call anything, without `serverLock`. One request is handled at a time, and its
+/// change is on the disk before the reply: deliveries and ends of connections may wait. A request
+/// that only reads waits for the change before it, too, so that nobody is told of a change that is
+/// not on the disk yet.
 class InfoserverController : public NetConnectionDelegate {
  public:
   /// The instance, or null before there is one.
@@ -40,7 +43,7 @@ class InfoserverController : public NetConnectionDelegate {
   InfoserverController(const InfoserverController&) = delete;
   InfoserverController& operator=(const InfoserverController&) = delete;
 
-  /// Sets whether failures are written to the console; may be called again at any time.
+  /// Sets whether requests that raise are told on the console; may be called again at any time.
   void runConnection(bool verbose);
 
   /// Takes the lock and handles the request. When the command raises NSException, the reply is an
@@ -53,7 +56,7 @@ class InfoserverController : public NetConnectionDelegate {
   Reply deliverLockedCommunication(const Message& request, NetConnection& sender);
 
   /// Waits for the request that is being handled; changes no preference. On a serving thread it
-  /// leaves the waiting to another thread, which keeps the connection's record until then.
+  /// leaves the waiting to another thread.
   void endCommunication(NetConnection& connection) override;
 
   // Nothing to do.
@@ -69,6 +72,7 @@ class InfoserverController : public NetConnectionDelegate {
  private:
   const bool remoteRegistration_;  // other machines may change the preferences
   VNThreadLock commLock_;
+  ConsoleRateLimit raisedRequests_;
   std::atomic<bool> verboseMode_ = false;
   std::optional<PreferenceStore> userPreferences_;  // guarded by commLock_; empty only while the
                                                     // constructor makes the instance known

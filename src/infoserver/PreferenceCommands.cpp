@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/Ascii.h"
-#include "platform/Console.h"
 
 namespace sorvane {
 namespace {
@@ -24,12 +23,10 @@ Reply result(PreferenceRequest& request, std::string_view word) {
   return Reply::written();
 }
 
-/// Stores an entry. A file that cannot be written changes nothing for the client.
+/// Stores an entry. A file that cannot be written changes nothing for the client. Raises when there
+/// is no room for the entry.
 Reply store(PreferenceRequest& request, std::string_view key, PropertyList entry) {
-  const std::error_code error = request.preferences.set(key, std::move(entry));
-  if (error && request.verbose) {
-    consoleLine("The preferences could not be written: " + error.message());
-  }
+  request.preferences.set(key, std::move(entry));
   return result(request, "succeed");
 }
 

@@ -15,13 +15,13 @@ struct PreferenceRequest {
   PreferenceStore& preferences;
   const Message& message;
   MessageWriter reply;
-  bool verbose;    ///< write failures of the file to the console
   bool mayChange;  ///< the sender may change the preferences
 };
 
 /// A command: the text of "action" that selects it, compared ignoring the case of ASCII letters,
 /// and what it does. It raises NSException when a value that it needs is missing or of the wrong
-/// kind; it has then changed nothing and written nothing to the reply.
+/// kind, or when there is no room for an entry; it has then changed nothing and written nothing to
+/// the reply.
 struct PreferenceCommand {
   std::string_view word;
   Reply (*handle)(PreferenceRequest& request);

@@ -1,6 +1,7 @@
 #include "infoserver/PreferenceStore.h"
 
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include "platform/AtomicFile.h"
@@ -24,6 +25,15 @@ std::optional<PropertyList> readDictionary(const std::string& path) {
   }
 }
 
+/// The length of an entry in the description of all preferences, beyond that of its key and value:
+/// the start of its line, " = " and ";".
+constexpr std::size_t kEntryFrameBytes = std::string_view("\n     = ;").size();
+
+/// By how many bytes an entry makes the description longer.
+std::size_t entryBytes(std::string_view key, const PropertyList& value) {
+  return kEntryFrameBytes + describedStringBytes(key) + value.descriptionBytes(1);
+}
+
 }  // namespace
 
 PreferenceStore::PreferenceStore(std::string file) : file_(std::move(file)) {
@@ -31,8 +41,9 @@ PreferenceStore::PreferenceStore(std::string file) : file_(std::move(file)) {
   if (std::optional<PropertyList> stored = readDictionary(file_)) {
     preferences_ = std::move(*stored);
   } else {
-    (void)write();
+    write();
   }
+  bytes_ = preferences_.descriptionBytes();
 }
 
 const PropertyList* PreferenceStore::find(std::string_view key) const {
@@ -41,18 +52,26 @@ const PropertyList* PreferenceStore::find(std::string_view key) const {
   return entry == entries.end() ? nullptr : &entry->second;
 }
 
-std::error_code PreferenceStore::set(std::string_view key, PropertyList value) {
+void PreferenceStore::set(std::string_view key, PropertyList value) {
+  const PropertyList* const earlier = find(key);
+  // The first entry brings the line of the closing brace.
+  const std::size_t added = entryBytes(key, value) + (preferences_.dictionary()->empty() ? 1 : 0);
+  const std::size_t dropped = earlier == nullptr ? 0 : entryBytes(key, *earlier);
+  if (bytes_ - dropped + added > kMaximumFileBytes) {
+    // The next start could not read such a file and would begin with nothing.
+    refusals_.line("a change of the preferences is refused: their text would be longer than " +
+                   std::to_string(kMaximumFileBytes) + " bytes");
+    throw NSException("the preferences would be too long");
+  }
   preferences_.dictionary()->insert_or_assign(std::string(key), std::move(value));
-  return write();
+  bytes_ += added - dropped;
+  write();
 }
 
-std::error_code PreferenceStore::write() const {
-  const std::string text = preferences_.description();
-  if (text.size() > kMaximumFileBytes) {
-    // The next start could not read it and would begin with nothing: the older content is better.
-    return std::make_error_code(std::errc::file_too_large);
+void PreferenceStore::write() {
+  if (const std::error_code error = replaceFile(file_, preferences_.description())) {
+    failedWrites_.line("The preferences could not be written: " + error.message());
   }
-  return replaceFile(file_, text);
 }
 
 }  // namespace sorvane

@@ -25,18 +25,17 @@ bool tryLockBriefly(VNThreadLock& lock) {
   return false;
 }
 
-void writeToLog(std::string_view line) { sorvkeyController::logMessage(line); }
-
 constexpr ServerServices kServices{
-    .log = writeToLog,
     .sorvaneVersion = sorvkeyController::sorvaneVersion,
     .platformName = sorvkeyController::platformName,
 };
 
 }  // namespace
 
-CommandContext sorvkeyController::context(const Message& request, NetConnection& sender) {
-  return {registry_, request, sender, sender.replyWriter(), host_, kServices, sorvkey_verbose != 0};
+CommandContext sorvkeyController::context(const Message& request, NetConnection& sender,
+                                          Notes& notes) {
+  return {registry_, request, sender, sender.replyWriter(), host_, kServices, sorvkey_verbose != 0,
+          notes};
 }
 
 void sorvkeyController::startCommunication(NetConnection& connection) {
@@ -48,7 +47,8 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
   if (request.contains(kPing)) {
     return Reply::written();
   }
-  CommandContext command = context(request, sender);
+  Notes none;  // a command that leaves some may wait
+  CommandContext command = context(request, sender, none);
   const DispatchRule& rule = ruleFor(request);
   if (rule.mayWait(command)) {
     return std::nullopt;
@@ -65,61 +65,88 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
     return carryOut(rule, command).reply();
   } catch (const NSException&) {
     // A command that raises has changed nothing, so it can be delivered a second time. Reporting it
-    // may wait for a console and a disk.
+    // waits for a disk.
     return std::nullopt;
   }
 }
 
+Reply sorvkeyController::deliverCommunication(const Message& request, NetConnection& sender) {
+  Delivery delivery = deliverWithoutDisk(request, sender);
+  return delivery.isComplete() ? delivery.reply() : delivery.takeRest()(request);
+}
+
 // The lock is released by hand: an exception of another class deliberately passes on with the lock
 // held, and the server then ends the process.
-Reply sorvkeyController::deliverCommunication(const Message& request, NetConnection& sender) {
+Delivery sorvkeyController::deliverWithoutDisk(const Message& request, NetConnection& sender) {
   if (request.contains(kPing)) {
     return Reply::written();
   }
-  Reply reply = Reply::none();
+  Notes notes;
+  Outcome outcome = Reply::none();
+  bool raised = false;
   serverLock_.lock();
   try {
-    reply = deliverCommunicationLocked(request, sender);
+    outcome = deliverCommunicationLocked(request, sender, notes);
   } catch (const NSException&) {
-    const std::string text =
-        "Exception detected. Command could not be executed\n" + request.description() + "\n";
-    consoleLine(text);
-    logMessage(text);
-    reply = Reply::none();
+    raised = true;
   }
   serverLock_.unlock();
-  return reply;
-}
-
-Reply sorvkeyController::deliverCommunicationLocked(const Message& request, NetConnection& sender) {
-  CommandContext command = context(request, sender);
-  const Outcome outcome = carryOut(ruleFor(request), command);
   switch (outcome.kind()) {
     case Outcome::Kind::reply:
       break;
     case Outcome::Kind::notRecognised:
-      return infoserver_ ? infoserver_->deliverCommunication(request, sender) : Reply::none();
+      if (infoserver_ == nullptr) {
+        return Reply::none();
+      }
+      return {Disk::preferences, [this, &sender](const Message& sameRequest) {
+                return infoserver_->deliverCommunication(sameRequest, sender);
+              }};
     case Outcome::Kind::endProcess:
+      // Not behind the requests that wait for the log.
       logMessage(outcome.logLine());
       endProcess();
   }
-  return outcome.reply();
+  if (!raised && !notes.any()) {
+    return outcome.reply();
+  }
+  return {Disk::log, [this, notes, raised, reply = outcome.reply()](const Message& sameRequest) {
+            write(notes, raised, sameRequest);
+            return reply;
+          }};
+}
+
+Outcome sorvkeyController::deliverCommunicationLocked(const Message& request, NetConnection& sender,
+                                                      Notes& notes) {
+  CommandContext command = context(request, sender, notes);
+  return carryOut(ruleFor(request), command);
+}
+
+void sorvkeyController::write(const Notes& notes, bool raised, const Message& request) {
+  warnings_.write(notes.warning);
+  if (notes.logLine != nullptr) {
+    logMessage(notes.logLine(request, host_));
+  }
+  if (raised) {
+    const std::string text =
+        "Exception detected. Command could not be executed\n" + request.description() + "\n";
+    raisedRequests_.line(text);
+    logMessage(text);
+  }
 }
 
 void sorvkeyController::endCommunication(NetConnection& connection) {
   const auto record = connection.contextObject<PortDescriptor>();
   const ConnectionEnd end = endConnection(registry_, record.get());
   if (end.removedHost) {
-    NetConnection::performWaiting([line = "REMOVE HOST " + *end.removedHost + " \n"] {
+    // Only a key that stands in the host list is removed, so the line has no text of a peer's own.
+    NetConnection::performWaiting(Disk::log, [line = "REMOVE HOST " + *end.removedHost + " \n"] {
       sorvkeyController::logMessage(line);
     });
   }
   if (end.droppedPorts > 0) {
-    NetConnection::performWaiting([this, ports = end.droppedPorts] {
-      droppedPortsConsole_.line(std::to_string(ports) +
-                                " ports that ended connections had left behind were dropped: all "
-                                "of them together may not take that much memory");
-    });
+    droppedPortsConsole_.line(std::to_string(end.droppedPorts) +
+                              " ports that ended connections had left behind were dropped: all of "
+                              "them together may not take that much memory");
   }
   if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
     infoserver_->endCommunication(connection);

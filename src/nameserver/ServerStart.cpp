@@ -33,6 +33,8 @@ void sorvkeyController::runConnection(bool verbose) {
     NetConnection::setVerbose();
   }
   startInfoserver(verbose);
+  // The first call reads a file, which no command may wait for.
+  static_cast<void>(platformName());
   raiseResourceLimits();
   if (verbose) {
     const bool localOnly = VNHost::currentHost().isLocalAccessOnly();

@@ -61,13 +61,17 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// delivery reports that.
   std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
                                              Turn& turn) override;
-  /// Replies to a ping at once. Carries any other request out with `serverLock` held. When the
-  /// command raises NSException, console and log get the request, and the reply is nil. An
-  /// exception of another class passes on with the lock held.
+  /// Replies to a ping at once. Carries any other request out with `serverLock` held. What is left
+  /// then needs a disk: a request that is no name server command goes to the info server, and what
+  /// the command has to write goes to log and console. When the command raises NSException, both
+  /// get the request, and the reply is nil. An exception of another class passes on with the lock
+  /// held. A request to end the process ends it here.
+  Delivery deliverWithoutDisk(const Message& request, NetConnection& sender) override;
+  /// Does the same and what is left, too.
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
-  /// Finds the request's command and carries it out; `serverLock` must be held. A request that is
-  /// no name server command goes to the info server.
-  Reply deliverCommunicationLocked(const Message& request, NetConnection& sender);
+  /// Finds the request's command and carries it out; `serverLock` must be held. Raises what the
+  /// command raises. The caller acts on the outcome and on `notes` when it has released the lock.
+  Outcome deliverCommunicationLocked(const Message& request, NetConnection& sender, Notes& notes);
   /// Forgets what the connection had registered (`endConnection`), logs the removal of a launcher
   /// host, and tells the info server. Takes no `serverLock`.
   void endCommunication(NetConnection& connection) override;
@@ -127,7 +131,9 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   [[nodiscard]] int openServerSocket();
 
  private:
-  [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender);
+  [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);
+  /// Writes what the command wants written, and reports the request if the command raised.
+  void write(const Notes& notes, bool raised, const Message& request);
 
   // Constant after construction.
   const HostFacts host_;
@@ -135,6 +141,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   Registry registry_;
   VNThreadLock serverLock_;
   ConsoleRateLimit droppedPortsConsole_;
+  Warnings warnings_;
+  ConsoleRateLimit raisedRequests_;  // console texts
   // Set during the start, before connections are served.
   std::unique_ptr<InfoserverController> infoserver_;
   bool startupFlag_ = false;

@@ -39,9 +39,9 @@ class NetConnection {
   /// return. Raises std::system_error when the system has no descriptors or threads for that; the
   /// delegate must outlive the process even then.
   [[noreturn]] static void runServerForSocket(int socket, NetConnectionDelegate& delegate);
-  /// Runs `work`, which may wait: at once, or on another thread when the caller is a serving
-  /// thread. Work is run in the order of the calls.
-  static void performWaiting(std::function<void()> work);
+  /// Runs `work`, which may wait for a disk: at once, or on the disk's thread when the caller is a
+  /// serving thread. Work for one disk is run in the order of the calls.
+  static void performWaiting(Disk disk, std::function<void()> work);
   /// True when the name server host file names another computer and a name server answers there.
   /// Sets `fileFound` to whether the file exists. Takes `kConnectLimit` at most.
   [[nodiscard]] static bool hostFileSearchForNameServer(NetConnection& connection, bool* fileFound);

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "platform/Delivery.h"
 #include "platform/Message.h"
 #include "platform/Reply.h"
 #include "platform/Turn.h"
@@ -24,14 +25,21 @@ class NetConnectionDelegate {
 
   /// Delivers a request on a serving thread, which must not wait for a lock, a disk or a console.
   /// Returns nothing when it would have had to wait. The server then delivers the same request with
-  /// `deliverCommunication` on a thread that may wait.
+  /// `deliverWithoutDisk`.
   virtual std::optional<Reply> deliverWithoutWaiting(const Message& /*request*/,
                                                      NetConnection& /*sender*/, Turn& /*turn*/) {
     return std::nullopt;
   }
 
-  /// Delivers a request; may wait. The request, and what `replyWriter` wrote, stay valid until the
-  /// next delivery.
+  /// Delivers a request on one of a few threads that may wait for a lock, but not for a disk. The
+  /// server does what is left to do on the disk's own thread. Without an implementation,
+  /// `deliverCommunication` is called.
+  virtual Delivery deliverWithoutDisk(const Message& request, NetConnection& sender) {
+    return deliverCommunication(request, sender);
+  }
+
+  /// Delivers a request whole; may wait. The request, and what `replyWriter` wrote, stay valid
+  /// until the next delivery.
   virtual Reply deliverCommunication(const Message& request, NetConnection& sender) = 0;
 
   /// Called before the connection closes, on a serving thread. Hands work that may wait to

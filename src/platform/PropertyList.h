@@ -70,6 +70,9 @@ class PropertyList {
   /// Returns the text of the value: four blanks a level, keys sorted by their bytes, no line feed
   /// at the end. `parse` turns it into an equal value, unless a limit above is exceeded.
   [[nodiscard]] std::string description() const;
+  /// Returns the length of the text that the value is in a description, without making the text,
+  /// for a value that begins on a line of that level. The outermost value has level 0.
+  [[nodiscard]] std::size_t descriptionBytes(std::size_t level = 0) const;
 
   bool operator==(const PropertyList&) const = default;
 
@@ -81,6 +84,8 @@ class PropertyList {
 /// stays as it is, unless it is empty. Any other text is quoted, and what is not printable ASCII is
 /// escaped. `text` must be UTF-8.
 [[nodiscard]] std::string describeString(std::string_view text);
+/// Returns the length of that text without making it.
+[[nodiscard]] std::size_t describedStringBytes(std::string_view text);
 
 /// Returns data as `description` writes it, in groups of four bytes: `<0fbd771c 2735ae>`.
 [[nodiscard]] std::string describeData(std::string_view bytes);

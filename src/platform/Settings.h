@@ -39,7 +39,8 @@ struct Settings {
   int threads = 0;                         ///< serving threads; 0: one for each core
   std::vector<IPNetwork> allowedNetworks;  ///< who may connect; empty: everyone
   bool remoteControl = true;               ///< other machines may end the process
-  bool remoteRegistration = true;  ///< other machines may change what is registered and kept
+  bool remoteRegistration = true;         ///< other machines may change what is registered and kept
+  std::int64_t maxLogBytes = 1073741824;  ///< largest size of the log; 0: no limit
 
   /// Returns the settings of this process. The first call reads them. If the file cannot be read or
   /// parsed, or if a value makes no sense, that costs one console line with file, line and reason,

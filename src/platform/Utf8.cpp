@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/Ascii.h"
+
 namespace sorvane {
 namespace {
 
@@ -103,6 +105,25 @@ char32_t utf8CodePoint(std::string_view bytes) {
     codePoint = (codePoint << 6) | (static_cast<unsigned char>(byte) & 0x3f);
   }
   return codePoint;
+}
+
+std::string escapeControls(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t length = utf8CharacterLength(text);
+    const std::string_view character = text.substr(0, length == 0 ? 1 : length);
+    const char32_t codePoint =
+        length == 0 ? static_cast<unsigned char>(text.front()) : utf8CodePoint(character);
+    if (length == 0 || codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0)) {
+      result += "\\x";
+      appendHex(result, static_cast<unsigned char>(codePoint));
+    } else {
+      result += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return result;
 }
 
 void appendUtf8(std::string& text, char32_t codePoint) {

@@ -55,6 +55,10 @@ namespace sorvane {
 /// The code point of the well-formed character that `bytes` is.
 [[nodiscard]] char32_t utf8CodePoint(std::string_view bytes);
 
+/// The text with each control character as `\xNN`, where NN is its code point, and with each byte
+/// that is not UTF-8 in the same form. For texts of peers in a log or on a console.
+[[nodiscard]] std::string escapeControls(std::string_view text);
+
 /// Appends a code point, at most U+10FFFF and no surrogate.
 void appendUtf8(std::string& text, char32_t codePoint);
 

@@ -15,7 +15,6 @@ namespace sorvane {
 
 /// What the commands need of the program around them. Made once.
 struct ServerServices {
-  void (*log)(std::string_view line);      ///< writes one line to the log; may wait for the disk
   const std::string& (*sorvaneVersion)();  ///< the product's version text
   const std::string& (*platformName)();    ///< the operating system's version text
 };
@@ -29,6 +28,7 @@ struct CommandContext {
   const HostFacts& host;
   const ServerServices& services;
   const bool verbose;  ///< some commands then log what they do
+  Notes& notes;        ///< what is to be written afterwards
 
   /// Returns the sender's record. Raises NSException when its connection was never opened.
   [[nodiscard]] PortDescriptor& record() const {
@@ -62,8 +62,8 @@ struct CommandContext {
 /// whose reply may be too long for a reply finds that out before it changes anything.
 using Command = Outcome (*)(CommandContext& context);
 
-/// Returns true when the command may have to wait for a disk or a console, or has much work to do.
-/// Called without `serverLock`.
+/// Returns true when the request needs a disk or leaves notes, or when the command has much work to
+/// do. Called without `serverLock`.
 using MayWait = bool (*)(const CommandContext& context);
 
 }  // namespace sorvane

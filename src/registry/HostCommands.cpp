@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/Console.h"
+#include "platform/Utf8.h"
 #include "registry/RequestKeys.h"
 
 namespace sorvane {
@@ -14,6 +14,12 @@ constexpr std::string_view kEthernetAddress = "ethernetAddress";
 // The requester's own address; the empty text when the request does not carry it.
 std::string_view hostAddress(const Message& request) {
   return request.optionalText("hostAddress").value_or("");
+}
+
+std::string otherMachineLine(const Message& request, const HostFacts& host) {
+  return "ERROR CONNECTING sorvexec, ethernet address does not match (" +
+         escapeControls(request.requiredText(kEthernetAddress)) + " != " + host.ethernetAddress +
+         ")\n";
 }
 
 }  // namespace
@@ -32,22 +38,19 @@ Outcome sorvexecConnectHost(CommandContext& context) {
     return Reply::none();
   }
   if (!request.contains(kEthernetAddress)) {
-    consoleLine("ethernetAddress missing from sorvexec communication");
+    context.notes.warning = Warning::ethernetAddressMissing;
     return context.result("failed");
   }
   (void)request.requiredText(kHostName);
   (void)request.requiredText(key::portHostAddress);
-  const std::string_view theirs = request.requiredText(kEthernetAddress);
-  const std::string& ours = context.host.ethernetAddress;
-  if (theirs == ours) {
+  if (request.requiredText(kEthernetAddress) == context.host.ethernetAddress) {
     // Deliberately the loopback names: what the launcher says about itself is read and dropped.
     context.registry.with(
         [](RegistryState& state) { state.hosts.connect("localhost", "127.0.0.1"); });
     return context.result("connected");
   }
   if (context.verbose) {
-    context.services.log("ERROR CONNECTING sorvexec, ethernet address does not match (" +
-                         std::string(theirs) + " != " + ours + ")\n");
+    context.notes.logLine = otherMachineLine;
   }
   return context.result("failed");
 }

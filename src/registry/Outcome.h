@@ -2,11 +2,28 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
+#include "platform/Message.h"
 #include "platform/Reply.h"
+#include "registry/HostFacts.h"
+#include "registry/Warnings.h"
 
 namespace sorvane {
+
+/// The part of an outcome that is to be written. It is written once `serverLock` is free, and
+/// before the reply goes, even when the command raises. A command whose request may leave such
+/// notes says that it may wait.
+struct Notes {
+  /// Returns the line for the log; null: there is none. It is a function, so that a long text is
+  /// not made while the lock is held.
+  std::string (*logLine)(const Message& request, const HostFacts& host) = nullptr;
+  /// The warning for the console.
+  Warning warning = Warning::none;
+
+  [[nodiscard]] bool any() const { return logLine != nullptr || warning != Warning::none; }
+};
 
 class [[nodiscard]] Outcome {
  public:

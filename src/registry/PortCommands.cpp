@@ -6,7 +6,6 @@
 #include <string>
 
 #include "platform/Ascii.h"
-#include "platform/Console.h"
 #include "registry/RequestKeys.h"
 
 namespace sorvane {
@@ -35,6 +34,10 @@ PortDescriptor::Registration registrationOf(const PortDescriptor& record, const 
           .portHost = host,
           .portNumber = number,
           .portType = type};
+}
+
+std::string searchLine(const Message& request, const HostFacts& /*host*/) {
+  return "FIND PORT = " + request.description();
 }
 
 }  // namespace
@@ -97,13 +100,13 @@ Outcome reconnectPort(CommandContext& context) {
 Outcome findPort(CommandContext& context) {
   const Message& request = context.request;
   if (context.verbose) {
-    context.services.log("FIND PORT = " + request.description());
+    context.notes.logLine = searchLine;
   }
   const std::string_view name = request.requiredText(key::findPort);
   const std::string_view host = request.requiredText(key::portHost);
   const std::string_view address = request.optionalText(key::portHostAddress).value_or(host);
   if (context.host.hasOnlyLoopbackAddress && !isLoopbackName(address)) {
-    consoleLine("Remote user failed because server is configured for non-network access");
+    context.notes.warning = Warning::remoteUser;
     return Reply::none();
   }
   MessageWriter& reply = context.reply;

@@ -126,6 +126,150 @@ TEST_F(Log, KeepsTheEntriesOfManyThreadsWhole) {
   }
 }
 
+// ---- Files that change under it
+
+TEST_F(Log, ThatIsMovedGoesOnInANewFile) {
+  openLog();
+  printToLog("first");
+  std::filesystem::rename(file(), folder_ / "Logs/moved");
+  printToLog("second");
+  printToLog("third");
+  EXPECT_EQ(test::readFile(folder_ / "Logs/moved"), "first\n");
+  EXPECT_EQ(test::readFile(file()), "second\nthird\n");
+}
+
+TEST_F(Log, ThatIsReplacedGoesOnInTheOneThatIsThere) {
+  openLog();
+  printToLog("first");
+  std::filesystem::rename(file(), folder_ / "Logs/moved");
+  test::writeFile(file(), "made by another program\n");
+  printToLog("second");
+  EXPECT_EQ(test::readFile(file()), "made by another program\nsecond\n");
+}
+
+TEST_F(Log, ThatIsRemovedComesBack) {
+  openLog();
+  printToLog("first");
+  std::filesystem::remove(file());
+  printToLog("second");
+  EXPECT_EQ(test::readFile(file()), "second\n");
+}
+
+TEST_F(Log, ThatIsCopiedAndTruncatedGoesOnAtItsStart) {
+  openLog();
+  printToLog("first");
+  std::filesystem::copy_file(file(), folder_ / "Logs/copy");
+  std::filesystem::resize_file(file(), 0);
+  printToLog("second");
+  EXPECT_EQ(test::readFile(folder_ / "Logs/copy"), "first\n");
+  EXPECT_EQ(test::readFile(file()), "second\n");
+}
+
+TEST_F(Log, WhoseFolderIsMovedGoesOnThereUntilThereIsAnother) {
+  openLog();
+  printToLog("first");
+  std::filesystem::rename(folder_ / "Logs", folder_ / "moved");
+  printToLog("second");
+  EXPECT_EQ(test::readFile(folder_ / "moved/infoserver_log"), "first\nsecond\n");
+  std::filesystem::create_directory(folder_ / "Logs");
+  printToLog("third");
+  EXPECT_EQ(test::readFile(file()), "third\n");
+}
+
+// ---- The largest size
+
+class LogOfLimitedSize : public Log {
+ protected:
+  static constexpr std::size_t kMost = 1000;
+
+  void SetUp() override {
+    Log::SetUp();
+    Settings settings;
+    settings.installationDirectory = folder_.path().string();
+    settings.maxLogBytes = kMost;
+    Settings::replaceForTest(settings);
+  }
+
+  void fill() {
+    for (int i = 0; i < 100; ++i) {
+      printToLog("one of a hundred entries");
+    }
+  }
+  [[nodiscard]] std::string content() const { return test::readFile(file()); }
+  [[nodiscard]] int entries() const {
+    return test::timesIn(content(), "one of a hundred entries\n");
+  }
+
+  const std::string stopLine_ =
+      "The log has reached MaxLogBytes. It goes on when the file is shorter or another one.\n";
+};
+
+TEST_F(LogOfLimitedSize, StopsThereWithALastLineAndALineOnTheConsole) {
+  openLog();
+  fill();
+  EXPECT_LE(content().size(), kMost);
+  EXPECT_GT(content().size(), kMost - 50);
+  EXPECT_TRUE(content().ends_with("one of a hundred entries\n" + stopLine_)) << content();
+  const std::string before = content();
+  printToLog("x");
+  EXPECT_EQ(content(), before) << "a short entry that follows a long one would look like the next";
+  EXPECT_EQ(console_.all(),
+            std::vector<std::string>{"the log " + file().string() +
+                                     " has reached MaxLogBytes; entries are left out"});
+}
+
+TEST_F(LogOfLimitedSize, GoesOnWhenItIsShorterAndTellsWhatWasLeftOut) {
+  openLog();
+  fill();
+  const int leftOut = 100 - entries();
+  std::filesystem::resize_file(file(), 0);
+  printToLog("after");
+  printToLog("and so on");
+  EXPECT_EQ(content(), std::to_string(leftOut) + " log entries were left out\nafter\nand so on\n");
+  fill();
+  EXPECT_TRUE(content().ends_with(stopLine_));
+  EXPECT_LE(content().size(), kMost);
+}
+
+TEST_F(LogOfLimitedSize, GoesOnWhenItIsAnotherFile) {
+  openLog();
+  fill();
+  const int leftOut = 100 - entries();
+  std::filesystem::rename(file(), folder_ / "Logs/moved");
+  printToLog("after");
+  EXPECT_EQ(content(), std::to_string(leftOut) + " log entries were left out\nafter\n");
+}
+
+TEST_F(LogOfLimitedSize, StopsAtAnEntryThatIsTooLong) {
+  openLog();
+  printToLog("before");
+  printToLog(std::string(kMost, 'x').c_str());
+  printToLog("after");
+  EXPECT_EQ(content(), "before\n" + stopLine_);
+}
+
+TEST_F(LogOfLimitedSize, ThatIsFullAtTheStartStaysAsItIs) {
+  const std::string full(kMost - 10, 'x');
+  test::writeFile(file(), full);
+  openLog();
+  fill();
+  EXPECT_EQ(content(), full);
+  test::writeFile(file(), full + full);
+  printToLog("longer than allowed");
+  EXPECT_EQ(content(), full + full);
+  EXPECT_EQ(console_.all().size(), 1U);
+}
+
+TEST_F(LogOfLimitedSize, HasNoLimitWhenThatIsZero) {
+  Settings settings;
+  settings.installationDirectory = folder_.path().string();
+  settings.maxLogBytes = 0;
+  Settings::replaceForTest(settings);
+  openLog();
+  fill();
+  EXPECT_EQ(entries(), 100);
+}
+
 TEST_F(Log, QbSyslogWritesToTheConsoleWhateverThePriority) {
   QB_syslog(0, "text");
   QB_syslog(-7, "50%% of %s and %n");

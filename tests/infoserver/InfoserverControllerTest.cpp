@@ -5,6 +5,7 @@
 
 #include "infoserver/InfoServer.h"
 #include "infoserver/InfoserverController.h"
+#include "platform/Console.h"
 #include "platform/Settings.h"
 #include "registry/PortDescriptor.h"
 #include "support/ConsoleLines.h"
@@ -68,15 +69,31 @@ TEST_F(InfoServer, TellsTheConsoleOfACommandThatRaisesWhenVerbose) {
   EXPECT_EQ(console_.all().size(), 1U);
 }
 
-TEST_F(InfoServer, TellsTheConsoleOfAFailedWriteWhenVerboseAlone) {
+TEST_F(InfoServer, TellsTheConsoleAFewTimesOfManyCommandsThatRaise) {
+  server_->runConnection(true);
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_EQ(asks(raising_), kEmptyDictionary);
+  }
+  EXPECT_EQ(console_.all().size(), static_cast<std::size_t>(ConsoleRateLimit::kBurst));
+}
+
+TEST_F(InfoServer, TellsTheConsoleOfAFailedWrite) {
   fs::remove_all(file_.parent_path());
   writeFile(file_.parent_path(), "a file where the folder should be");
   sets("anna", {});
-  EXPECT_EQ(console_.all(), std::vector<std::string>{});
-  server_->runConnection(true);
-  sets("anna", {});
   ASSERT_EQ(console_.all().size(), 1U);
   EXPECT_NE(console_.all()[0].find("Not a directory"), std::string::npos) << console_.all()[0];
+  for (int i = 0; i < 100; ++i) {
+    sets("anna", {});
+  }
+  EXPECT_EQ(console_.all().size(), static_cast<std::size_t>(ConsoleRateLimit::kBurst));
+}
+
+TEST_F(InfoServer, TellsTheConsoleOfAFailedWriteAtItsStart) {
+  fs::remove_all(file_.parent_path());
+  writeFile(file_.parent_path(), "a file where the folder should be");
+  start();
+  EXPECT_EQ(console_.count("The preferences could not be written: "), 1);
 }
 
 TEST_F(InfoServer, DeliveredWithTheLockHeldRaisesWhereTheGuardWouldAnswer) {

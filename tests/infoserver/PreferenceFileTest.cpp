@@ -5,6 +5,9 @@
 #include <algorithm>
 
 #include "infoserver/InfoServer.h"
+#include "infoserver/PreferenceStore.h"
+#include "platform/Console.h"
+#include "support/ConsoleLines.h"
 #include "support/OwnNamespaces.h"
 
 namespace sorvane::test {
@@ -192,17 +195,79 @@ TEST_F(PreferenceFile, KeepsWhatTheInfoServerDoesNotKnow) {
                                           "  anna = { color = red; }; bert = { }; }"));
 }
 
-TEST_F(PreferenceFile, IsNeverReplacedByOneThatIsTooLongToBeReadAgain) {
-  start();
+/// Preferences whose text has, or would have, the greatest length.
+class LongPreferenceFile : public PreferenceFile {
+ protected:
+  static constexpr std::size_t kMost = PreferenceStore::kMaximumFileBytes;
+
+  /// Starts with preferences to which about so many bytes can be added.
+  void startWithRoomFor(std::size_t bytes) {
+    startWith("{\n    filler = " + std::string(kMost - bytes - 20, 'x') + ";\n}");
+  }
+  /// Stores an entry, which must be refused.
+  void setsInVain(std::string_view entry, const Texts& settings) {
+    Texts texts = {{"key", std::string(entry)}};
+    texts.insert(texts.end(), settings.begin(), settings.end());
+    EXPECT_EQ(asks("set_userpreferences", texts), kEmptyDictionary);
+  }
+
+  const ConsoleLines console_;
+};
+
+TEST_F(LongPreferenceFile, IsRefusedWithAConsoleLineAndNothingChanges) {
+  startWithRoomFor(1000);
   sets("anna", {{"databases", "db1"}});
   const std::string before = readFile(file_);
-  const std::string big(PropertyList::kMaximumBytes / 2, 'x');
-  sets("big", {{"databases", big}, {"loginDisplay", big}});
+  const std::string big(1000, 'x');
+  setsInVain("big", {{"databases", big}});
+  EXPECT_EQ(gets("big", "big"), (Texts{{"result", "none"}})) << "not in memory either";
+  setsInVain("anna", {{"databases", big}});
+  EXPECT_EQ(gets("anna"), (Texts{{"databases", "db1"}})) << "the earlier entry stays";
+  EXPECT_EQ(asks("set_userpreferences_key", {{"key", big}}), kEmptyDictionary);
+  EXPECT_EQ(getsKey(), (Texts{{"result", "group:application"}}));
   EXPECT_EQ(readFile(file_), before);
-  EXPECT_EQ(gets("big"), (Texts{{"loginDisplay", big}, {"databases", big}})) << "kept in memory";
-  sets("big", {});
-  EXPECT_EQ(onDisk(), PropertyList(Dictionary{{"anna", Dictionary{{"databases", "db1"}}},
-                                              {"big", Dictionary{}}}));
+  EXPECT_EQ(console_.count("a change of the preferences is refused"), 3);
+  sets("bert", {{"databases", "db2"}});
+  EXPECT_NE(readFile(file_).find("databases = db2;"), std::string::npos);
+}
+
+TEST_F(LongPreferenceFile, CostsAFewConsoleLinesHoweverOftenAChangeIsRefused) {
+  startWithRoomFor(10);
+  for (int i = 0; i < 1000; ++i) {
+    setsInVain("anna", {{"databases", "db1"}});
+  }
+  EXPECT_GE(console_.count("a change of the preferences is refused"), 1);
+  EXPECT_LT(console_.count("a change of the preferences is refused"), 500);
+}
+
+TEST_F(LongPreferenceFile, MayHaveTheGreatestLengthAndNoByteMore) {
+  startWithRoomFor(1000);
+  // An entry that is replaced, one that is escaped, one that grows, and the key setting.
+  sets("a", {{"databases", "\n\u00e4"}});
+  sets("a", {});
+  sets("line\nfeed", {{"loginDisplay", "\x01 \U0001f600"}});
+  sets("b", {{"databases", ""}});
+  setsKey("two words");
+  const std::size_t left = kMost - readFile(file_).size();
+  const std::string filler(left + 2, 'x');  // two quotes go when "b" holds a word
+  setsInVain("b", {{"databases", filler + "x"}});
+  sets("b", {{"databases", filler}});
+  EXPECT_EQ(readFile(file_).size(), kMost);
+  setsInVain("d", {});
+
+  start();
+  EXPECT_EQ(gets("b"), (Texts{{"databases", filler}})) << "it is read again";
+  setsInVain("b", {{"databases", filler + "x"}});
+  sets("b", {{"databases", ""}});
+  EXPECT_EQ(readFile(file_).size(), kMost - left);
+}
+
+TEST_F(LongPreferenceFile, OfTheFirstEntryCountsItsBraces) {
+  start();
+  const std::size_t frame = std::string("{\n    a = {\n        databases = ;\n    };\n}").size();
+  setsInVain("a", {{"databases", std::string(kMost - frame + 1, 'x')}});
+  sets("a", {{"databases", std::string(kMost - frame, 'x')}});
+  EXPECT_EQ(readFile(file_).size(), kMost);
 }
 
 // ---- Disks that fail

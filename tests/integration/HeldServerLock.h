@@ -1,41 +1,38 @@
-// A command of a running name server that does not come to its end.
+// A running name server in which somebody holds the lock under which all commands run.
 #pragma once
 
+#include <filesystem>
 #include <memory>
-#include <string>
 
 #include "integration/Daemon.h"
 
 namespace sorvane::test {
 
-/// Its log is a pipe: a verbose server's search is written there with `serverLock` held, and is
-/// longer than the pipe takes before somebody reads it.
+/// See preload/HeldLock.cpp.
 ///
 /// Example:
 ///   Daemon server;
 ///   HeldServerLock lock(server);  // starts it
 ///   lock.hold();
-///   ...                           // every other command waits
+///   ...                           // every command waits
 ///   lock.release();
 class HeldServerLock {
  public:
-  /// Starts the server, with "-verbose".
+  /// Starts the server.
   explicit HeldServerLock(Daemon& server);
-  ~HeldServerLock();
   HeldServerLock(const HeldServerLock&) = delete;
   HeldServerLock& operator=(const HeldServerLock&) = delete;
 
-  /// Returns when the lock is held.
+  /// Returns when the lock is held. Nobody else may ask the server for anything meanwhile.
   void hold();
-  /// Lets the command go on, and waits for its end. Nothing blocks in the log from then on.
+  /// Releases the lock, and waits for the end of a command.
   void release();
 
  private:
-  void readLog() const;
-
+  const TemporaryFolder folder_;
+  const std::filesystem::path gate_ = folder_ / "gate";
   Daemon& server_;
-  int log_ = -1;
-  std::unique_ptr<RawConnection> holder_;
+  std::unique_ptr<RawConnection> command_;  // its command was the first to find the lock held
 };
 
 }  // namespace sorvane::test

@@ -6,7 +6,7 @@
 namespace sorvane::test {
 namespace {
 
-class Delivery : public ServerTest {
+class Deliveries : public ServerTest {
  protected:
   /// What a serving thread gets, on which nothing is waited for.
   std::optional<Reply> withoutWaiting(const Message& request) {
@@ -17,6 +17,11 @@ class Delivery : public ServerTest {
     output_.clear();
     return server_.deliverWithoutWaiting(request, connection_, turn);
   }
+  /// What a waiting thread gets, on which no disk is waited for.
+  Delivery withoutDisk(const Message& request) {
+    output_.clear();
+    return server_.deliverWithoutDisk(request, connection_);
+  }
   bool serverLockIsFree() {
     if (!server_.serverLock().tryLock()) {
       return false;
@@ -25,7 +30,7 @@ class Delivery : public ServerTest {
     return true;
   }
 
-  Delivery() { connection_.setReplyBuffer(&output_); }
+  Deliveries() { connection_.setReplyBuffer(&output_); }
 
   ByteBuffer output_;
   InProcessConnection connection_;
@@ -34,7 +39,7 @@ class Delivery : public ServerTest {
 
 const Message kPing({{"ping", ""}});
 
-TEST_F(Delivery, OfAPingAnswersAnEmptyDictionaryWhileTheServerLockIsHeld) {
+TEST_F(Deliveries, OfAPingAnswersAnEmptyDictionaryWhileTheServerLockIsHeld) {
   server_.serverLock().lock();
   const auto reply = peer_.sends(kPing);
   const auto atOnce = withoutWaiting({{"ping", "anything"}, {"terminate", ""}});
@@ -45,20 +50,20 @@ TEST_F(Delivery, OfAPingAnswersAnEmptyDictionaryWhileTheServerLockIsHeld) {
   EXPECT_TRUE(output_.empty());
 }
 
-TEST_F(Delivery, OfAPingComesBeforeEveryCommandInTheSameRequest) {
+TEST_F(Deliveries, OfAPingComesBeforeEveryCommandInTheSameRequest) {
   const auto reply = peer_.sends({{"terminate", ""}, {"findPort", "x"}, {"ping", ""}});
   ASSERT_TRUE(reply.has_value());
   EXPECT_TRUE(reply->entries().empty());
 }
 
-TEST_F(Delivery, NeedsNoInfoServerForAPingAndGivesNilForTheRestWithoutOne) {
+TEST_F(Deliveries, NeedsNoInfoServerForAPingAndGivesNilForTheRestWithoutOne) {
   NameServer bare;
   Peer peer(bare);
   EXPECT_TRUE(peer.sends(kPing).has_value());
   EXPECT_FALSE(peer.sends({{"action", "unknown"}}).has_value());
 }
 
-TEST_F(Delivery, PassesWhatIsNotRecognisedToTheInfoServer) {
+TEST_F(Deliveries, PassesWhatIsNotRecognisedToTheInfoServer) {
   EXPECT_EQ(peer_.answer({{"action", "get_userpreferences_key"}, {"key", ""}}),
             "group:application");
   EXPECT_EQ(peer_.answer({{"action", "get_userpreferences_key"}}), "(nil)");
@@ -68,14 +73,14 @@ TEST_F(Delivery, PassesWhatIsNotRecognisedToTheInfoServer) {
   EXPECT_NE(peer_.record().info(), nullptr);
 }
 
-TEST_F(Delivery, OfNewPortWithoutATypeEndsAtTheInfoServer) {
+TEST_F(Deliveries, OfNewPortWithoutATypeEndsAtTheInfoServer) {
   const auto reply = peer_.sends({{"newPort", ""}, {"portName", "db1"}, {"portHost", "h"}});
   ASSERT_TRUE(reply.has_value());
   EXPECT_TRUE(reply->entries().empty());
   EXPECT_EQ(peer_.asksForPort("db1"), "5001");
 }
 
-TEST_F(Delivery, OfACommandThatRaisesIsNilAndReportedAndTheNextOneIsServed) {
+TEST_F(Deliveries, OfACommandThatRaisesIsNilAndReportedAndTheNextOneIsServed) {
   const Message request({{"findPort", "db1"}});
   EXPECT_FALSE(peer_.sends(request).has_value());
   const std::string text =
@@ -93,13 +98,35 @@ TEST_F(Delivery, OfACommandThatRaisesIsNilAndReportedAndTheNextOneIsServed) {
   EXPECT_EQ(peer_.finds("db1"), "5001");
 }
 
-TEST_F(Delivery, OfAcceptPortWithoutANameIsReportedAndEntersNothing) {
+TEST_F(Deliveries, OfARequestOfManyLinesShowsAHundredOnTheConsoleAndTheWholeInTheLog) {
+  Message request({{"findPort", "db1"}});
+  for (int i = 0; i < 500; ++i) {
+    request.setText("key" + std::to_string(i), "");
+  }
+  EXPECT_FALSE(peer_.sends(request).has_value());
+  // Of the first line, the two braces and the 501 entries.
+  EXPECT_EQ(console_.all().size(), 101U);
+  EXPECT_EQ(console_.all().back(), "404 more lines of this text were left out");
+  EXPECT_EQ(log(),
+            "Exception detected. Command could not be executed\n" + request.description() + "\n\n");
+}
+
+TEST_F(Deliveries, OfManyRequestsThatRaiseShowsAFewOnTheConsoleAndEachInTheLog) {
+  constexpr int kRequests = 1000;
+  for (int i = 0; i < kRequests; ++i) {
+    peer_.accepts();
+  }
+  EXPECT_EQ(console_.count("Exception detected."), ConsoleRateLimit::kBurst);
+  EXPECT_EQ(timesIn(log(), "Exception detected."), kRequests);
+}
+
+TEST_F(Deliveries, OfAcceptPortWithoutANameIsReportedAndEntersNothing) {
   peer_.accepts();
   EXPECT_EQ(server_.registry().portCount(), 0U);
   EXPECT_NE(log().find("acceptPort"), std::string::npos);
 }
 
-TEST_F(Delivery, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
+TEST_F(Deliveries, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
   peer_.asksForPort("db1");
   setTimeSource([]() -> double { throw std::runtime_error("no clock"); });
   EXPECT_THROW(peer_.accepts(), std::runtime_error);
@@ -117,7 +144,7 @@ TEST_F(Delivery, OfAForeignExceptionPassesItOnWithTheServerLockHeld) {
   EXPECT_FALSE(serverLockIsFree());
 }
 
-TEST_F(Delivery, WithoutWaitingKeepsTheServerLockUntilTheTurnEnds) {
+TEST_F(Deliveries, WithoutWaitingKeepsTheServerLockUntilTheTurnEnds) {
   {
     Turn turn;
     EXPECT_EQ(withoutWaiting({{"ping", ""}}, turn), Reply::written());
@@ -132,7 +159,7 @@ TEST_F(Delivery, WithoutWaitingKeepsTheServerLockUntilTheTurnEnds) {
   EXPECT_TRUE(serverLockIsFree());
 }
 
-TEST_F(Delivery, WithoutWaitingKeepsTheRegistryUntilTheTurnEnds) {
+TEST_F(Deliveries, WithoutWaitingKeepsTheRegistryUntilTheTurnEnds) {
   std::optional<Turn> turn(std::in_place);
   EXPECT_EQ(withoutWaiting({{"findPort", "x"}, {"portHost", "h"}}, *turn), Reply::written());
   std::size_t seen = 99;
@@ -145,7 +172,7 @@ TEST_F(Delivery, WithoutWaitingKeepsTheRegistryUntilTheTurnEnds) {
   EXPECT_EQ(seen, 0U);
 }
 
-TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
+TEST_F(Deliveries, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
   peer_.asksForPort("db1");
   setTimeSource([]() -> double { throw NSException("no clock"); });
   peer_.accepts();
@@ -156,7 +183,7 @@ TEST_F(Delivery, SwallowsAnExceptionOfThePlatformsClassWithinAMarking) {
   server_.registry().setDirtyLock().unlock();
 }
 
-TEST_F(Delivery, WithoutWaitingCarriesCommandsOut) {
+TEST_F(Deliveries, WithoutWaitingCarriesCommandsOut) {
   server_.startCommunication(connection_);
   peer_.registers("db1");
   EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), Reply::written());
@@ -171,7 +198,7 @@ TEST_F(Delivery, WithoutWaitingCarriesCommandsOut) {
   EXPECT_TRUE(serverLockIsFree());
 }
 
-TEST_F(Delivery, WithoutWaitingGivesUpWhileTheServerLockIsHeld) {
+TEST_F(Deliveries, WithoutWaitingGivesUpWhileTheServerLockIsHeld) {
   server_.startCommunication(connection_);
   server_.serverLock().lock();
   EXPECT_EQ(withoutWaiting({{"action", "watchPortChanges"}}), std::nullopt);
@@ -180,7 +207,7 @@ TEST_F(Delivery, WithoutWaitingGivesUpWhileTheServerLockIsHeld) {
   EXPECT_EQ(server_.registry().watchingPortsList().count(), 0U);
 }
 
-TEST_F(Delivery, WithoutWaitingLeavesWhatMayWaitToTheOtherDelivery) {
+TEST_F(Deliveries, WithoutWaitingLeavesWhatMayWaitToTheOtherDelivery) {
   server_.startCommunication(connection_);
   const Message requests[] = {
       {{"terminate", ""}},
@@ -198,7 +225,7 @@ TEST_F(Delivery, WithoutWaitingLeavesWhatMayWaitToTheOtherDelivery) {
   EXPECT_EQ(log(), "");
 }
 
-TEST_F(Delivery, WithoutWaitingLeavesTheReportOfAnExceptionToTheOtherDelivery) {
+TEST_F(Deliveries, WithoutWaitingLeavesTheReportOfAnExceptionToTheOtherDelivery) {
   server_.startCommunication(connection_);
   const Message request({{"reconnectPort", "db1"}});
   EXPECT_EQ(withoutWaiting(request), std::nullopt);
@@ -210,14 +237,80 @@ TEST_F(Delivery, WithoutWaitingLeavesTheReportOfAnExceptionToTheOtherDelivery) {
   EXPECT_NE(log(), "");
 }
 
-TEST_F(Delivery, WhenVerboseLogsWhatIsSought) {
+TEST_F(Deliveries, WithoutDiskCarriesCommandsOut) {
+  server_.startCommunication(connection_);
+  server_.serverLock().lock();
+  Delivery ping = withoutDisk(kPing);
+  server_.serverLock().unlock();
+  EXPECT_EQ(ping.reply(), Reply::written());
+  peer_.registers("db1");
+  const Delivery found = withoutDisk({{"findPort", "db1"}, {"portHost", "h"}});
+  EXPECT_TRUE(found.isComplete());
+  EXPECT_EQ(found.reply(), Reply::written());
+  Message reply;
+  EXPECT_EQ(reply.readBody(output_.view()), nullptr);
+  EXPECT_EQ(reply.text("portNumber"), "5001");
+}
+
+TEST_F(Deliveries, WithoutDiskLeavesTheReportOfAnExceptionForTheLog) {
+  server_.startCommunication(connection_);
+  const Message request({{"reconnectPort", "db1"}});
+  Delivery delivery = withoutDisk(request);
+  ASSERT_FALSE(delivery.isComplete());
+  EXPECT_EQ(delivery.disk(), Disk::log);
+  EXPECT_TRUE(serverLockIsFree());
+  EXPECT_EQ(log(), "");
+  EXPECT_EQ(console_.all(), std::vector<std::string>{});
+  EXPECT_EQ(delivery.takeRest()(request), Reply::none());
+  EXPECT_NE(log(), "");
+  EXPECT_NE(console_.all(), std::vector<std::string>{});
+}
+
+TEST_F(Deliveries, WithoutDiskLeavesTheSearchOfAVerboseServerForTheLog) {
+  sorvkey_verbose = 1;
+  const Message request({{"findPort", "db1"}, {"portHost", "h"}});
+  Delivery delivery = withoutDisk(request);
+  ASSERT_FALSE(delivery.isComplete());
+  EXPECT_EQ(delivery.disk(), Disk::log);
+  EXPECT_TRUE(serverLockIsFree());
+  EXPECT_EQ(log(), "");
+  EXPECT_EQ(delivery.takeRest()(request), Reply::written());
+  EXPECT_EQ(log(), "FIND PORT = " + request.description() + "\n");
+}
+
+TEST_F(Deliveries, WithoutDiskLeavesTheInfoServerForThePreferences) {
+  server_.startCommunication(connection_);
+  server_.infoserver()->commLock().lock();
+  Delivery delivery = withoutDisk({{"action", "set_userpreferences_key"}, {"key", "user"}});
+  EXPECT_TRUE(serverLockIsFree());
+  EXPECT_EQ(peer_.registers("db1"), "5001") << "the info server is at work";
+  server_.infoserver()->commLock().unlock();
+  ASSERT_FALSE(delivery.isComplete());
+  EXPECT_EQ(delivery.disk(), Disk::preferences);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "SorvPreferences") &&
+               readFile(folder_ / "SorvPreferences").find("user") != std::string::npos);
+  EXPECT_EQ(delivery.takeRest()({{"action", "set_userpreferences_key"}, {"key", "user"}}),
+            Reply::written());
+  EXPECT_NE(readFile(folder_ / "SorvPreferences").find("user"), std::string::npos);
+}
+
+TEST_F(Deliveries, WhenVerboseLogsARequestThatRaisesTwice) {
+  sorvkey_verbose = 1;
+  const Message request({{"findPort", "db1"}});
+  EXPECT_FALSE(peer_.sends(request));
+  EXPECT_EQ(log(), "FIND PORT = " + request.description() +
+                       "\nException detected. Command could not be executed\n" +
+                       request.description() + "\n\n");
+}
+
+TEST_F(Deliveries, WhenVerboseLogsWhatIsSought) {
   sorvkey_verbose = 1;
   const Message request({{"findPort", "db1"}, {"portHost", "h"}});
   (void)peer_.sends(request);
   EXPECT_EQ(log(), "FIND PORT = " + request.description() + "\n");
 }
 
-TEST_F(Delivery, OfHostInfoCarriesTheVersionTexts) {
+TEST_F(Deliveries, OfHostInfoCarriesTheVersionTexts) {
   EXPECT_EQ(peer_.action("hostInfo"), "testhost|00:11:22:33:44:55|10.1.2.3|" +
                                           sorvkeyController::sorvaneVersion() + "|" +
                                           sorvkeyController::platformName());
@@ -248,7 +341,7 @@ INSTANTIATE_TEST_SUITE_P(Each, DeliveryOfAHost,
                                          HostCase{"10.1.2.3", false, true},
                                          HostCase{"10.1.2.3", true, true}));
 
-TEST_F(Delivery, OfHostListUsesTheAliasesOfTheSettings) {
+TEST_F(Deliveries, OfHostListUsesTheAliasesOfTheSettings) {
   settings_.aliases["10.9.9.9"] = "outside";
   settingsChanged();
   server_.registry().with([](RegistryState& state) {
@@ -259,7 +352,7 @@ TEST_F(Delivery, OfHostListUsesTheAliasesOfTheSettings) {
   EXPECT_EQ(peer_.answer({{"action", "hostList"}, {"hostAddress", "10.0.0.5"}}), "a@1");
 }
 
-using EndOfProcess = Delivery;
+using EndOfProcess = Deliveries;
 
 TEST_F(EndOfProcess, OnTerminateHasStatusZeroAndItsLogLine) {
   EXPECT_EXIT((void)peer_.sends({{"terminate", ""}}), testing::ExitedWithCode(0), "");

@@ -83,5 +83,16 @@ TEST(AsciiWithoutNul, IsToldWhereverTheOtherByteStands) {
   }
 }
 
+TEST(EscapeControls, ShowsControlsAndMalformedBytesAndLeavesTheRest) {
+  using namespace std::string_view_literals;
+  EXPECT_EQ(escapeControls(""), "");
+  EXPECT_EQ(escapeControls("02:00:5e:10:00:07 \\ \"quoted\""), "02:00:5e:10:00:07 \\ \"quoted\"");
+  EXPECT_EQ(escapeControls("\0\x01\n\r\t\x1b[2J\x1f \x7f"sv),
+            "\\x00\\x01\\x0a\\x0d\\x09\\x1b[2J\\x1f \\x7f");
+  EXPECT_EQ(escapeControls("\u0080\u009b\u009f\u00a0\u00e4\u20ac\U0001f600"),
+            "\\x80\\x9b\\x9f\u00a0\u00e4\u20ac\U0001f600");
+  EXPECT_EQ(escapeControls("\x9b\xc3"), "\\x9b\\xc3");
+}
+
 }  // namespace
 }  // namespace sorvane

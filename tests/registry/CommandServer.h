@@ -24,20 +24,27 @@ class CommandServer : public NetConnectionDelegate {
   void startCommunication(NetConnection& connection) override {
     connection.setContextObject(std::make_shared<PortDescriptor>());
   }
-  /// Raises what the command raises.
+  /// Writes what the command wants written, then raises what it raised.
   Reply deliverCommunication(const Message& request, NetConnection& sender) override {
     static const std::string version = "9.8.7 (build #6) 1.2.2003";
     static const std::string system = "test system";
     static constexpr ServerServices services{
-        .log = [](std::string_view line) { loggedLines.emplace_back(line); },
         .sorvaneVersion = []() -> const std::string& { return version; },
         .platformName = []() -> const std::string& { return system; },
     };
-    CommandContext context{registry, request,  sender, sender.replyWriter(),
-                           host,     services, verbose};
+    Notes notes;
+    CommandContext context{registry, request,  sender,  sender.replyWriter(),
+                           host,     services, verbose, notes};
     const DispatchRule& rule = ruleFor(request);
     lastMayWait = rule.mayWait(context);
-    const Outcome outcome = carryOut(rule, context);
+    Outcome outcome = Reply::none();
+    try {
+      outcome = carryOut(rule, context);
+    } catch (const NSException&) {
+      write(notes, request);
+      throw;
+    }
+    write(notes, request);
     lastKind = outcome.kind();
     lastLogLine = outcome.logLine();
     return outcome.reply();
@@ -46,7 +53,17 @@ class CommandServer : public NetConnectionDelegate {
     registry.watchingPortsList().remove(*connection.context<PortDescriptor>());
   }
 
+  void write(const Notes& notes, const Message& request) {
+    EXPECT_TRUE(!notes.any() || lastMayWait)
+        << "what is written on a serving thread may hold it up";
+    warnings.write(notes.warning);
+    if (notes.logLine != nullptr) {
+      loggedLines.push_back(notes.logLine(request, host));
+    }
+  }
+
   Registry registry;
+  Warnings warnings;
   HostFacts host;
   bool verbose = false;
   bool lastMayWait = false;

@@ -121,6 +121,23 @@ TEST_F(SorvexecConnectHost, WhenVerboseLogsAddressesThatDiffer) {
                                      "not match (66:77 != 00:11:22:33:44:55)\n"});
 }
 
+TEST_F(SorvexecConnectHost, WhenVerboseLogsNoControlCharacterOfThePeer) {
+  server_.verbose = true;
+  EXPECT_EQ(peer_.answer(launcher("66\r\nforged line\x1b[2J\x7f\u009b")), "failed");
+  EXPECT_EQ(loggedLines, std::vector<std::string>{
+                             "ERROR CONNECTING sorvexec, ethernet address does not match "
+                             "(66\\x0d\\x0aforged line\\x1b[2J\\x7f\\x9b != 00:11:22:33:44:55)\n"});
+}
+
+TEST_F(SorvexecConnectHost, WithoutAnEthernetAddressCostsAFewConsoleLinesHoweverOftenItIsSent) {
+  Message request({{"action", "sorvexecConnectHost"}, {"hostName", "h"}, {"portHostAddress", "1"}});
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_EQ(peer_.answer(request), "failed");
+  }
+  EXPECT_GT(console_.all().size(), 0U);
+  EXPECT_LE(console_.all().size(), static_cast<std::size_t>(ConsoleRateLimit::kBurst));
+}
+
 TEST_F(SorvexecConnectHost, WithoutNameOrAddressHasNoReply) {
   for (const char* missing : {"hostName", "portHostAddress"}) {
     Message request({{"action", "sorvexecConnectHost"}});

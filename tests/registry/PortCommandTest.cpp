@@ -311,6 +311,24 @@ TEST_F(FindPort, WhenVerboseLogsTheRequestAndMayWait) {
   EXPECT_TRUE(server_.lastMayWait);
 }
 
+TEST_F(FindPort, WhenVerboseLogsARequestThatRaisesToo) {
+  server_.verbose = true;
+  Peer peer(server_);
+  const Message request({{"findPort", "db1"}});
+  EXPECT_THROW((void)peer.sends(request), NSException);
+  EXPECT_EQ(loggedLines, std::vector<std::string>{"FIND PORT = " + request.description()});
+}
+
+TEST_F(FindPort, OfManyRemoteUsersOnALocalOnlyHostCostsAFewConsoleLines) {
+  hostIs("127.0.0.1", false);
+  Peer peer(server_);
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_FALSE(peer.sends({{"findPort", "db1"}, {"portHost", "10.0.0.5"}}));
+  }
+  EXPECT_GT(console_.all().size(), 0U);
+  EXPECT_LE(console_.all().size(), static_cast<std::size_t>(ConsoleRateLimit::kBurst));
+}
+
 struct LocalOnlyCase {
   const char* hostAddress;
   bool dynamic;

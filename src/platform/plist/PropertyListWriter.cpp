@@ -10,26 +10,47 @@ namespace {
 constexpr std::size_t kBlanksPerLevel = 4;
 constexpr std::size_t kDataGroup = 4;
 
+/// Takes the place of a text of which the length alone is wanted.
+class TextLength {
+ public:
+  TextLength& operator+=(char /*character*/) {
+    ++bytes_;
+    return *this;
+  }
+  TextLength& operator+=(std::string_view text) {
+    bytes_ += text.size();
+    return *this;
+  }
+  void append(std::size_t count, char /*character*/) { bytes_ += count; }
+  [[nodiscard]] std::size_t bytes() const { return bytes_; }
+
+ private:
+  std::size_t bytes_ = 0;
+};
+
 bool needsNoQuotes(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(),
                                       [](char c) { return isAsciiLetterOrDigit(c) || c == '_'; });
 }
 
-void appendUnicodeEscape(std::string& result, char32_t unit) {
+template <typename Text>
+void appendUnicodeEscape(Text& result, char32_t unit) {
   result += "\\U";
   for (int shift = 12; shift >= 0; shift -= 4) {
     result += hexDigit((unit >> shift) & 0xf);
   }
 }
 
-void appendOctalEscape(std::string& result, unsigned char byte) {
+template <typename Text>
+void appendOctalEscape(Text& result, unsigned char byte) {
   result += '\\';
   result += static_cast<char>('0' + (byte >> 6));
   result += static_cast<char>('0' + ((byte >> 3) & 7));
   result += static_cast<char>('0' + (byte & 7));
 }
 
-void appendAscii(std::string& result, char c) {
+template <typename Text>
+void appendAscii(Text& result, char c) {
   constexpr std::string_view kEscaped = "\"\\\a\b\f\n\r\t\v";
   constexpr std::string_view kNames = "\"\\abfnrtv";
   if (const std::size_t known = kEscaped.find(c); known != std::string_view::npos) {
@@ -42,7 +63,8 @@ void appendAscii(std::string& result, char c) {
   }
 }
 
-void appendBeyondAscii(std::string& result, char32_t codePoint) {
+template <typename Text>
+void appendBeyondAscii(Text& result, char32_t codePoint) {
   if (codePoint < 0x10000) {
     appendUnicodeEscape(result, codePoint);
   } else {
@@ -51,7 +73,8 @@ void appendBeyondAscii(std::string& result, char32_t codePoint) {
   }
 }
 
-void appendString(std::string& result, std::string_view text) {
+template <typename Text>
+void appendString(Text& result, std::string_view text) {
   if (needsNoQuotes(text)) {
     result += text;
     return;
@@ -71,21 +94,25 @@ void appendString(std::string& result, std::string_view text) {
   result += '"';
 }
 
-void appendData(std::string& result, std::string_view bytes) {
+template <typename Text>
+void appendData(Text& result, std::string_view bytes) {
   result += '<';
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (i > 0 && i % kDataGroup == 0) {
       result += ' ';
     }
-    appendHex(result, static_cast<unsigned char>(bytes[i]));
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    result += hexDigit(byte >> 4);
+    result += hexDigit(byte & 0xf);
   }
   result += '>';
 }
 
 /// Appends values to one text. `level` is the level of the line on which a value begins.
+template <typename Text>
 class Writer {
  public:
-  explicit Writer(std::string& result) : result_(result) {}
+  explicit Writer(Text& result) : result_(result) {}
 
   void value(const PropertyList& value, std::size_t level) {
     if (const auto* text = value.string()) {
@@ -135,7 +162,7 @@ class Writer {
     result_.append(level * kBlanksPerLevel, ' ');
   }
 
-  std::string& result_;
+  Text& result_;
 };
 
 }  // namespace
@@ -146,10 +173,22 @@ std::string PropertyList::description() const {
   return result;
 }
 
+std::size_t PropertyList::descriptionBytes(std::size_t level) const {
+  TextLength length;
+  Writer(length).value(*this, level);
+  return length.bytes();
+}
+
 std::string describeString(std::string_view text) {
   std::string result;
   appendString(result, text);
   return result;
+}
+
+std::size_t describedStringBytes(std::string_view text) {
+  TextLength length;
+  appendString(length, text);
+  return length.bytes();
 }
 
 std::string describeData(std::string_view bytes) {

@@ -2,8 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "platform/process/ConsoleStream.h"
 #include "platform/process/ProgramName.h"
@@ -14,22 +17,27 @@ namespace {
 /// Writes lines to standard error and counts those that it could not take.
 class ConsoleOutput {
  public:
-  void write(std::string_view line) {
+  void write(std::span<const std::string_view> lines) {
     const std::string prefix = std::string(programName()) + '[' + std::to_string(getpid()) + "]: ";
     const std::lock_guard<std::mutex> hold(mutex_);
     std::string text = torn_ ? "\n" : "";
     if (leftOut_ > 0) {
       text += prefix + std::to_string(leftOut_) + " console lines were left out\n";
     }
-    text.append(prefix).append(line) += '\n';
-    const std::size_t taken = StandardErrorStream().write(text);
-    if (taken == text.size()) {
-      leftOut_ = 0;
-      torn_ = false;
-    } else {
-      ++leftOut_;
-      torn_ = taken > 0 ? text[taken - 1] != '\n' : torn_;
+    const std::size_t begin = text.size();
+    for (const std::string_view line : lines) {
+      text.append(prefix).append(line) += '\n';
     }
+    const std::size_t taken = StandardErrorStream().write(text);
+    if (taken >= begin) {
+      leftOut_ = 0;  // that line is written
+    }
+    std::size_t end = begin;
+    for (const std::string_view line : lines) {
+      end += prefix.size() + line.size() + 1;
+      leftOut_ += end > taken ? 1 : 0;
+    }
+    torn_ = taken > 0 ? text[taken - 1] != '\n' : torn_;
   }
 
  private:
@@ -46,26 +54,32 @@ ConsoleOutput& consoleOutput() {
 
 std::atomic<ConsoleSink> consoleSink{nullptr};
 
-void writeLine(std::string_view line) {
-  if (const ConsoleSink sink = consoleSink.load()) {
-    sink(line);
-    return;
-  }
-  consoleOutput().write(line);
-  writeToSystemLog(std::string(line).c_str());
+/// Cuts the first line off `text`, together with its line feed.
+std::string_view cutLine(std::string_view& text) {
+  const std::string_view line = text.substr(0, text.find('\n'));
+  text.remove_prefix(std::min(line.size() + 1, text.size()));
+  return line;
 }
 
 }  // namespace
 
 void consoleLine(std::string_view text) {
-  for (;;) {
-    const std::size_t end = text.find('\n');
-    writeLine(text.substr(0, end));
-    if (end == std::string_view::npos || end + 1 == text.size()) {
-      return;
-    }
-    text.remove_prefix(end + 1);
+  std::vector<std::string_view> lines;
+  do {
+    lines.push_back(cutLine(text));
+  } while (!text.empty() && lines.size() < kMostConsoleLines);
+  std::string leftOut;
+  if (!text.empty()) {
+    const auto count = std::count(text.begin(), text.end(), '\n') + (text.back() == '\n' ? 0 : 1);
+    leftOut = std::to_string(count) + " more lines of this text were left out";
+    lines.emplace_back(leftOut);
   }
+  if (const ConsoleSink sink = consoleSink.load()) {
+    std::for_each(lines.begin(), lines.end(), sink);
+    return;
+  }
+  consoleOutput().write(lines);
+  writeToSystemLog(lines);
 }
 
 void setConsoleSink(ConsoleSink sink) { consoleSink.store(sink); }

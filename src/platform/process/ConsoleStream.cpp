@@ -18,6 +18,16 @@ bool takesBytesNow(int descriptor) {
   return poll(&question, 1, 0) == 1 && question.revents == POLLOUT;
 }
 
+/// The first lines of `bytes` that fit in `most` bytes; when the first line does not, that many
+/// bytes of it.
+std::string_view firstLines(std::string_view bytes, std::size_t most) {
+  if (bytes.size() <= most) {
+    return bytes;
+  }
+  const std::size_t end = bytes.substr(0, most).rfind('\n');
+  return bytes.substr(0, end == std::string_view::npos ? most : end + 1);
+}
+
 }  // namespace
 
 StandardErrorStream::StandardErrorStream() {
@@ -59,7 +69,7 @@ ssize_t StandardErrorStream::writeSome(std::string_view bytes) const {
     if (!takesBytesNow(descriptor())) {
       return 0;
     }
-    bytes = bytes.substr(0, PIPE_BUF);
+    bytes = firstLines(bytes, PIPE_BUF);
   }
   return ::write(descriptor(), bytes.data(), bytes.size());
 }

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <span>
 #include <string_view>
 
 #include "platform/Descriptor.h"
@@ -19,7 +20,7 @@ class StandardErrorStream {
   StandardErrorStream();
 
   /// Writes as many bytes as can be written at once and returns their number. A pipe takes up to
-  /// PIPE_BUF bytes whole or not at all.
+  /// PIPE_BUF bytes whole or not at all, so lines that fit in there are not torn by other writers.
   [[nodiscard]] std::size_t write(std::string_view bytes) const;
 
  private:
@@ -35,8 +36,8 @@ class StandardErrorStream {
 
 // ---- SystemLog.cpp
 
-/// Writes the line to the system's log, facility "daemon". Does nothing if no log runs or the log
-/// cannot take the line at once.
-void writeToSystemLog(const char* line);
+/// Writes the lines to the system's log, facility "daemon". Does nothing if no log runs, and stops
+/// at the first line that the log cannot take at once.
+void writeToSystemLog(std::span<const std::string_view> lines);
 
 }  // namespace sorvane

@@ -20,7 +20,7 @@ namespace {
 
 // Descriptors that are left for everything but connections: files, the system's log, Bonjour.
 constexpr int kDescriptorsForOthers = 32;
-// Enough to wait for a lock, a disk and a console at the same time.
+// They wait for locks alone, which are held for a short time.
 constexpr std::size_t kWaitingThreads = 4;
 
 int connectionLimit(int setting) {
@@ -39,12 +39,6 @@ int threadCount(int setting) {
   return setting > 0 ? setting : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
-/// The thread for work that must run in the order in which it came.
-WaitingThreads& orderedWork() {
-  static auto* const threads = new WaitingThreads(1);
-  return *threads;
-}
-
 }  // namespace
 
 void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delegate) {
@@ -52,7 +46,7 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
   // The threads never end, so what they share is never destroyed. That also holds if this function
   // raises because the system has no descriptor or thread left.
   auto& deliveries = *new WaitingThreads(kWaitingThreads);
-  orderedWork();  // starts its thread before the first connection comes
+  threadOf(Disk::log);  // starts the threads of all disks before the first connection comes
   auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
                                      settings.partialMessageTimeout, settings.allowedNetworks};
   auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;
@@ -71,9 +65,9 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
   loops.front()->run(&acceptor);
 }
 
-void NetConnection::performWaiting(std::function<void()> work) {
+void NetConnection::performWaiting(Disk disk, std::function<void()> work) {
   if (ServingLoop::isServingThread()) {
-    orderedWork().run(std::move(work));
+    threadOf(disk).run(std::move(work));
   } else {
     work();
   }

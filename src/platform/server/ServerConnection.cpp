@@ -198,23 +198,38 @@ bool ServerConnection::deliver(const Message& request, Turn& turn) {
 }
 
 // The serving thread has read the first frame of the leftover input: it is well formed.
-void ServerConnection::deliverOnWaitingThread() {
-  NetConnectionDelegate& delegate = loop_.context().delegate;
-  Leftover& kept = *leftover_;
+Message ServerConnection::leftoverRequest() const {
+  const std::string_view input = leftover_->input;
+  const std::size_t bodyBytes = readFrameHeader(input, loop_.context().maximumBodyBytes).bodyBytes;
   Message request;
-  const std::size_t bodyBytes =
-      readFrameHeader(kept.input, loop_.context().maximumBodyBytes).bodyBytes;
-  if (request.readBody(std::string_view(kept.input).substr(kFrameHeaderBytes, bodyBytes)) !=
-      nullptr) {
+  if (request.readBody(input.substr(kFrameHeaderBytes, bodyBytes)) != nullptr) {
     std::abort();
   }
-  const std::size_t begin = beginFrame(kept.output);
-  setReplyBuffer(&kept.output);
-  const Reply reply =
-      callDelegate(Reply::none(), [&] { return delegate.deliverCommunication(request, *this); });
-  encodeReply(reply, request, kept.output, begin);
-  delegate.cleanupAfterMessage();
-  kept.input.erase(0, kFrameHeaderBytes + bodyBytes);
+  return request;
+}
+
+void ServerConnection::deliverOnWaitingThread() {
+  const Message request = leftoverRequest();
+  (void)beginFrame(leftover_->output);
+  setReplyBuffer(&leftover_->output);
+  Delivery delivery = callDelegate<Delivery>(
+      Reply::none(), [&] { return loop_.context().delegate.deliverWithoutDisk(request, *this); });
+  if (delivery.isComplete()) {
+    finishDelivery(request, delivery.reply());
+    return;
+  }
+  // The request is read again there. Keeping it would cost each connection that waits for the disk
+  // several times the bytes of a request of many entries.
+  threadOf(delivery.disk()).run([this, rest = delivery.takeRest()] {
+    const Message sameRequest = leftoverRequest();
+    finishDelivery(sameRequest, callDelegate(Reply::none(), [&] { return rest(sameRequest); }));
+  });
+}
+
+void ServerConnection::finishDelivery(const Message& request, Reply reply) {
+  encodeReply(reply, request, leftover_->output, 0);
+  loop_.context().delegate.cleanupAfterMessage();
+  leftover_->input.erase(0, kFrameHeaderBytes + request.body().size());
   loop_.delivered(*this);
 }
 

@@ -24,7 +24,8 @@
 // The first of these that is true decides what follows `serve`:
 //   1  The peer did not take all replies, or the replies so far are so long that the loop's other
 //      connections get their turn before the next request is delivered.
-//   2  The next request must wait, for instance for a lock: it goes to a waiting thread.
+//   2  The next request must wait, for instance for a lock: it goes to a waiting thread. From there
+//      it goes on to the thread of a disk, if it needs that disk.
 //   3  The next frame is malformed.
 //   4  No complete frame is left.
 // Further transitions:
@@ -126,8 +127,13 @@ class ServerConnection final : public NetConnection {
   [[nodiscard]] Served deliverAll(std::string_view input);
   /// Delivers a request without waiting. Returns false if it must go to a waiting thread.
   [[nodiscard]] bool deliver(const Message& request, Turn& turn);
-  /// Delivers the first request of the leftover input. Runs on a waiting thread.
+  /// The first request of the leftover input, which is complete.
+  [[nodiscard]] Message leftoverRequest() const;
+  /// Delivers that request. Runs on a waiting thread, and leaves what needs a disk to the disk's.
   void deliverOnWaitingThread();
+  /// Ends the delivery of that request: gives the connection back to its serving thread, which may
+  /// destroy it. No leftover output may have been there before.
+  void finishDelivery(const Message& request, Reply reply);
   /// Sends as much of the loop's output as the peer takes and keeps the rest as leftover. Returns
   /// false if the connection failed.
   [[nodiscard]] bool sendOutput();

@@ -42,4 +42,10 @@ void WaitingThreads::workForever() {
   }
 }
 
+WaitingThreads& threadOf(Disk disk) {
+  static auto* const log = new WaitingThreads(1);
+  static auto* const preferences = new WaitingThreads(1);
+  return disk == Disk::log ? *log : *preferences;
+}
+
 }  // namespace sorvane

@@ -1,4 +1,4 @@
-// Threads that may wait for a lock, a disk or a console. The serving threads must not.
+// Threads that may wait for a lock or a disk. The serving threads must not.
 #pragma once
 
 #include <condition_variable>
@@ -6,6 +6,8 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+
+#include "platform/Delivery.h"
 
 namespace sorvane {
 
@@ -32,5 +34,9 @@ class WaitingThreads {
   std::size_t threads_ = 0;                  // guarded by mutex_
   std::size_t idle_ = 0;                     // guarded by mutex_
 };
+
+/// The one thread for work that may wait for that disk. The first call starts the threads of all
+/// disks; it raises std::system_error when the system has no thread left.
+WaitingThreads& threadOf(Disk disk);
 
 }  // namespace sorvane

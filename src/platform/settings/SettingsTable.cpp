@@ -197,6 +197,8 @@ constexpr Row kRows[] = {
     {"AllowedNetworks", [](Settings& s, const PropertyList& v) { s.allowedNetworks = networks(v); }},
     {"RemoteControl", [](Settings& s, const PropertyList& v) { s.remoteControl = yesOrNo(v); }},
     {"RemoteRegistration", [](Settings& s, const PropertyList& v) { s.remoteRegistration = yesOrNo(v); }},
+    {"MaxLogBytes", [](Settings& s, const PropertyList& v) {
+       s.maxLogBytes = wholeNumber<std::int64_t>(v, 0, std::numeric_limits<std::int64_t>::max()); }},
 };
 // clang-format on
 

@@ -133,6 +133,30 @@ class ValueMaker {
   std::mt19937 random_{20221};  // the same values at each run
 };
 
+TEST(PropertyListDescription, HasTheLengthThatIsToldWithoutMakingIt) {
+  const char* const texts[] = {
+      "{ }",
+      "()",
+      "<>",
+      "word",
+      "\"\"",
+      "{ a = b; }",
+      "{ \"two words\" = <0fbd771c 27>; \"\" = (); }",
+      "{ a = ( 1, { b = ( ); c = \"\\n\\\"\\\\\\001\\U00e4\\Ud83d\\Ude00\"; } ); d = { e = { f = "
+      "g; }; }; }"};
+  for (const char* const text : texts) {
+    const PropertyList list = PropertyList::parse(text);
+    EXPECT_EQ(list.descriptionBytes(), list.description().size()) << text;
+    const PropertyList outer(PropertyList::Dictionary{{"k", list}});
+    const std::size_t around = std::string("{\n    k = ;\n}").size();
+    EXPECT_EQ(list.descriptionBytes(1), outer.description().size() - around) << text;
+  }
+  for (const char* const text :
+       {"", "word", "two words", "\n\x01\x7f", "\u00e4\U0001f600", "\xff"}) {
+    EXPECT_EQ(describedStringBytes(text), describeString(text).size()) << text;
+  }
+}
+
 TEST(PropertyListDescription, ReadsBackEqual) {
   ValueMaker maker;
   for (int i = 0; i < 3000; ++i) {

@@ -60,6 +60,56 @@ TEST(Console, OneLineFeedAtTheEndAddsNoLine) {
   EXPECT_EQ(linesOf("\n"), "\n");
 }
 
+/// So many lines, each ended by a line feed: "line 1", "line 2", ...
+std::string numberedLines(int count) {
+  std::string text;
+  for (int i = 1; i <= count; ++i) {
+    text += "line " + std::to_string(i) + "\n";
+  }
+  return text;
+}
+
+TEST(Console, TextOfManyLinesIsCutAndSaysHowManyWereLeftOut) {
+  EXPECT_EQ(linesOf(numberedLines(100).c_str()), numberedLines(100));
+  EXPECT_EQ(linesOf(numberedLines(101).c_str()),
+            numberedLines(100) + "1 more lines of this text were left out\n");
+  EXPECT_EQ(linesOf((numberedLines(100) + "\n").c_str()),
+            numberedLines(100) + "1 more lines of this text were left out\n");
+  EXPECT_EQ(linesOf((numberedLines(110000) + "no line feed").c_str()),
+            numberedLines(100) + "109901 more lines of this text were left out\n");
+}
+
+TEST(Console, TextOfManyLinesIsWrittenAtOnce) {
+  inOwnProcess([] {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+    ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+    consoleLine(numberedLines(150));
+    std::array<char, 65536> buffer;
+    const ssize_t length = recv(ends[0], buffer.data(), buffer.size(), MSG_DONTWAIT);
+    ASSERT_GT(length, 0);
+    const std::string first(buffer.data(), static_cast<std::size_t>(length));
+    EXPECT_EQ(timesIn(first, prefix()), 101) << first;
+    EXPECT_EQ(recv(ends[0], buffer.data(), buffer.size(), MSG_DONTWAIT), -1) << "a second write";
+  });
+}
+
+TEST(Console, LinesOfATextThatAPipeHasNoRoomForAreCounted) {
+  inOwnProcess([] {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int room = fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    ASSERT_GT(room, 0);
+    ASSERT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+    const std::string longLine(static_cast<std::size_t>(room) / 3, 'x');
+    consoleLine(longLine + "\n" + longLine + "\n" + longLine + "\n" + longLine + "\n");
+    EXPECT_EQ(readAvailable(ends[0]), prefix() + longLine + "\n" + prefix() + longLine + "\n");
+    consoleLine("read again\nand again");
+    EXPECT_EQ(readAvailable(ends[0]), prefix() + "2 console lines were left out\n" + prefix() +
+                                          "read again\n" + prefix() + "and again\n");
+  });
+}
+
 TEST(Console, TextIsNeverAFormat) { EXPECT_EQ(linesOf("100 %s%n %%"), "100 %s%n %%\n"); }
 
 TEST(Console, LineLongerThanAPipeTakesAtOnceIsWrittenWhole) {
@@ -162,6 +212,20 @@ TEST(Console, LineGoesToTheSystemLogWhereOneRuns) {
     EXPECT_EQ(entry.rfind("<29>", 0), 0U) << "not facility daemon, level notice: " << entry;
     EXPECT_NE(entry.find("platform_tests"), std::string::npos) << entry;
     EXPECT_NE(entry.find(": 100 %s%n"), std::string::npos) << entry;
+  });
+}
+
+TEST(Console, TextOfSeveralLinesGoesToTheSystemLogLineByLine) {
+  if (const std::string why = test::whyNoOwnNetwork(); !why.empty()) {
+    GTEST_SKIP() << why;
+  }
+  test::inOwnNetwork([] {
+    const OwnSystemLog log;
+    consoleLine("one\ntwo\nthree\n");
+    for (const char* const end : {": one", ": two", ": three"}) {
+      EXPECT_TRUE(log.next().ends_with(end)) << end;
+    }
+    EXPECT_EQ(log.next(), "");
   });
 }
 

@@ -32,13 +32,25 @@ void ScriptedDelegate::startCommunication(NetConnection& connection) {
 std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& request,
                                                              NetConnection& sender,
                                                              Turn& /*turn*/) {
-  if (request.contains("wait") || request.contains("raise")) {
+  if (request.contains("wait") || request.contains("raise") || request.contains("log") ||
+      request.contains("preferences")) {
     return std::nullopt;
   }
   if (request.contains("stop")) {
     waitAtGate();
   }
   return answer(request, sender);
+}
+
+Delivery ScriptedDelegate::deliverWithoutDisk(const Message& request, NetConnection& sender) {
+  if (!request.contains("log") && !request.contains("preferences")) {
+    return deliverCommunication(request, sender);
+  }
+  const Disk disk = request.contains("log") ? Disk::log : Disk::preferences;
+  return {disk, [this, &sender](const Message& sameRequest) {
+            waitAtGate();
+            return answer(sameRequest, sender);
+          }};
 }
 
 Reply ScriptedDelegate::deliverCommunication(const Message& request, NetConnection& sender) {
@@ -67,7 +79,8 @@ Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
     sender.replyWriter().text("half", "written");
     return Reply::none();
   }
-  if (request.contains("echo") || request.contains("wait")) {
+  if (request.contains("echo") || request.contains("wait") || request.contains("log") ||
+      request.contains("preferences")) {
     return Reply::request();
   }
   if (request.contains("count")) {

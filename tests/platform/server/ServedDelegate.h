@@ -20,14 +20,16 @@ namespace sorvane::test {
 /// The requests that it understands, each by the presence of a key:
 ///   "echo" returns the request itself; "nil" returns nil; "big" (a number) returns {"data": so
 ///   many bytes}; "count" returns {"result": how many were delivered before}; "wait" cannot be
-///   delivered without waiting, and waits until `openGate`; "stop" waits for that on the serving
-///   thread, as no delegate may; "raise" raises what a command may raise; "raiseOther" raises what
-///   it may not. Anything else returns an empty dictionary.
+///   delivered without waiting, and waits until `openGate`; "log" and "preferences" wait for that
+///   where the disk of that name is waited for; "stop" waits for that on the serving thread, as no
+///   delegate may; "raise" raises what a command may raise; "raiseOther" raises what it may not.
+///   Anything else returns an empty dictionary.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void startCommunication(NetConnection& connection) override;
   std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
                                              Turn& turn) override;
+  Delivery deliverWithoutDisk(const Message& request, NetConnection& sender) override;
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
   void endCommunication(NetConnection& connection) override;
 

@@ -131,6 +131,51 @@ TEST(Server, APingIsAnsweredWhileAThousandConnectionsWait) {
   }
 }
 
+TEST(Server, ARequestThatWaitsForALockIsDeliveredWhileBothDisksAreWaitedFor) {
+  constexpr int kWaiting = 50;
+  ServedDelegate server(oneThread());
+  std::vector<RawConnection> waiting;
+  for (int i = 0; i < kWaiting; ++i) {
+    for (const char* const disk : {"log", "preferences"}) {
+      waiting.push_back(server.connect());
+      waiting.back().send(frame(Message({{disk, std::to_string(i)}})));
+    }
+  }
+  ASSERT_TRUE(server.delegate().arriveAtGate(2)) << "each disk has a thread";
+  RawConnection client = server.connect();
+  const auto reply = client.ask(Message({{"raise", ""}}));  // waits for nothing but a thread
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->kind, 0);
+  for (RawConnection& each : waiting) {
+    EXPECT_TRUE(each.staysSilent(milliseconds(0)));
+  }
+  server.delegate().openGate();
+  for (int i = 0; i < kWaiting; ++i) {
+    for (const std::size_t disk : {0U, 1U}) {
+      const auto late = waiting[2 * static_cast<std::size_t>(i) + disk].receiveFrame();
+      ASSERT_TRUE(late);
+      EXPECT_EQ(late->body,
+                Message({{disk == 0 ? "log" : "preferences", std::to_string(i)}}).body());
+    }
+  }
+  EXPECT_EQ(server.delegate().overlaps, 0);
+}
+
+TEST(Server, APeerThatLeavesWhileADiskIsWaitedForIsEndedAfterwards) {
+  ServedDelegate server(oneThread());
+  {
+    RawConnection client = server.connect();
+    client.send(frame(Message({{"log", ""}})) + frame(Message({{"count", ""}})));
+    ASSERT_TRUE(server.delegate().arriveAtGate(1));
+  }
+  RawConnection other = server.connect();
+  EXPECT_TRUE(other.ask(Message())) << "by now the serving thread has seen the first one leave";
+  EXPECT_EQ(server.delegate().ended, 0);
+  server.delegate().openGate();
+  EXPECT_TRUE(server.delegate().seeEndsOf(1));
+  EXPECT_EQ(server.delegate().overlaps, 0);
+}
+
 TEST(Server, RepliesStayInOrderWhenAnEarlierRequestWaits) {
   ServedDelegate server(oneThread());
   RawConnection other = server.connect();
@@ -139,7 +184,8 @@ TEST(Server, RepliesStayInOrderWhenAnEarlierRequestWaits) {
   std::string requests;
   std::string replies;
   for (int i = 0; i < 20; ++i) {
-    const std::string one = frame(Message({{i % 3 == 0 ? "wait" : "echo", std::to_string(i)}}));
+    const char* const kinds[] = {"wait", "echo", "log", "preferences"};
+    const std::string one = frame(Message({{kinds[i % 4], std::to_string(i)}}));
     requests += one;
     replies += one;
   }

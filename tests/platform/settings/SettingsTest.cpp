@@ -66,6 +66,7 @@ TEST_F(SettingsTest, WithoutAFileAreTheDefaults) {
   EXPECT_TRUE(settings.allowedNetworks.empty());
   EXPECT_TRUE(settings.remoteControl);
   EXPECT_TRUE(settings.remoteRegistration);
+  EXPECT_EQ(settings.maxLogBytes, 1073741824);
 }
 
 TEST_F(SettingsTest, OfAProgramBelowTheRootLieThere) {
@@ -96,7 +97,8 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
     Threads = 3;
     AllowedNetworks = ( "192.0.2.0/24", "2001:db8::/32", 198.51.100.7 );
     RemoteControl = NO;
-    RemoteRegistration = NO;)");
+    RemoteRegistration = NO;
+    MaxLogBytes = 5000000000;)");
   EXPECT_EQ(settings.basePort, 30000);
   EXPECT_EQ(settings.installationDirectory, "/srv/product");
   EXPECT_EQ(settings.serverConfigDirectory, "/srv/the config");
@@ -121,6 +123,7 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
                          *IPNetwork::parse("198.51.100.7/32")}));
   EXPECT_FALSE(settings.remoteControl);
   EXPECT_FALSE(settings.remoteRegistration);
+  EXPECT_EQ(settings.maxLogBytes, 5000000000);
   EXPECT_TRUE(console_.all().empty());
 }
 
@@ -154,6 +157,8 @@ TEST_F(SettingsTest, LowestAndHighestNumbersAreTaken) {
   EXPECT_EQ(settingsOf("MaxRegistryBytes = 1048576;").maxRegistryBytes, 1048576U);
   EXPECT_EQ(settingsOf("MaxRegistryBytes = 68719476736;").maxRegistryBytes, 68719476736U);
   EXPECT_EQ(settingsOf("Threads = 1024;").threads, 1024);
+  EXPECT_EQ(settingsOf("MaxLogBytes = 0;").maxLogBytes, 0);
+  EXPECT_EQ(settingsOf("MaxLogBytes = 9223372036854775807;").maxLogBytes, 9223372036854775807);
 }
 
 struct Refusal {
@@ -218,6 +223,10 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
        "bits that count are needed, and no bits of the address behind these"},
       {"RemoteControl = 2;", "1: RemoteControl: YES or NO is needed"},
       {"RemoteRegistration = AUTO;", "1: RemoteRegistration: YES or NO is needed"},
+      {"MaxLogBytes = -1;",
+       "1: MaxLogBytes: a whole number from 0 to 9223372036854775807 is needed"},
+      {"MaxLogBytes = 9223372036854775808;",
+       "1: MaxLogBytes: a whole number from 0 to 9223372036854775807 is needed"},
       {"Threads = 1025;", "1: Threads: a whole number from 0 to 1024 is needed"},
   };
   for (const Refusal& each : refusals) {
