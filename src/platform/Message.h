@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,7 @@
 #include "platform/NSException.h"
 #include "platform/Utf8.h"
 #include "platform/wire/ByteBuffer.h"
+#include "platform/wire/ReplyBuffer.h"
 #include "platform/wire/WireInteger.h"
 
 namespace sorvane {
@@ -63,13 +65,20 @@ inline void requireEntryLengths(std::string_view key, std::uint64_t valueBytes) 
 /// is not checked. A key or value that is too long raises NSException and writes nothing.
 class MessageWriter {
  public:
+  /// A shorter text is copied by `sharedText`: sending it from another place would cost more.
+  static constexpr std::size_t kLeastSharedBytes = 16384;
+
   explicit MessageWriter(ByteBuffer& buffer) : buffer_(buffer) {}
+  explicit MessageWriter(ReplyBuffer& replies) : buffer_(replies.own()), replies_(&replies) {}
 
   /// Appends a text value: the bytes of `text` and one NUL.
   void text(std::string_view key, std::string_view text) {
     requireEntryLengths(key, std::uint64_t{text.size()} + 1);
     writeTextEntry(buffer_.extend(kEntryHeaderBytes + key.size() + text.size() + 1), key, text);
   }
+  /// Appends a text value, like `text`. A long one is not copied if the writer has a ReplyBuffer,
+  /// which keeps a share in it. Nobody may change the text from now on.
+  void sharedText(std::string_view key, std::shared_ptr<const std::string> text);
   /// Appends a data value: exactly these bytes.
   void data(std::string_view key, std::string_view bytes) {
     requireEntryLengths(key, bytes.size());
@@ -80,6 +89,7 @@ class MessageWriter {
 
  private:
   ByteBuffer& buffer_;
+  ReplyBuffer* replies_ = nullptr;  // whose own bytes buffer_ has; null for a mere ByteBuffer
 };
 
 /// True when the keys are equal. Keys of one length often differ in their first byte; comparing it

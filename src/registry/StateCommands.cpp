@@ -53,9 +53,9 @@ Outcome setAlertState(CommandContext& context) {
 
 Outcome databaseStates(CommandContext& context) {
   const StateSummary summary = StateSummary::current(context.registry);
-  const Reply reply = context.result(*summary.states);
-  context.reply.text("alerts", *summary.alerts);
-  return reply;
+  context.reply.sharedText("result", summary.states);
+  context.reply.sharedText("alerts", summary.alerts);
+  return Reply::written();
 }
 
 bool databaseStatesMayWait(const CommandContext& context) {

@@ -48,13 +48,13 @@ auto everySetting(const Settings& settings) {
   const auto& [basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled, dynamicAddress,
                hostName, address, ethernetAddress, aliases, maxMessageBytes, maxConnections,
-               partialMessageTimeout, threads, allowedNetworks, remoteControl, remoteRegistration] =
-      settings;
+               maxUnfinishedBytes, maxUnsentBytes, partialMessageTimeout, threads, allowedNetworks,
+               remoteControl, remoteRegistration] = settings;
   return std::tuple(basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                     nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled,
                     dynamicAddress, hostName, address, ethernetAddress, aliases, maxMessageBytes,
-                    maxConnections, partialMessageTimeout, threads, allowedNetworks, remoteControl,
-                    remoteRegistration);
+                    maxConnections, maxUnfinishedBytes, maxUnsentBytes, partialMessageTimeout,
+                    threads, allowedNetworks, remoteControl, remoteRegistration);
 }
 
 /// The example of the settings file, as it stands and with every setting in force.

@@ -53,8 +53,13 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
   // raises because the system has no descriptor or thread left.
   auto& deliveries = *new WaitingThreads(kWaitingThreads);
   orderedWork();  // starts its thread before the first connection comes
-  auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
-                                     settings.partialMessageTimeout, settings.allowedNetworks};
+  auto& context = *new ServerContext{delegate,
+                                     deliveries,
+                                     settings.maxMessageBytes,
+                                     settings.partialMessageTimeout,
+                                     settings.allowedNetworks,
+                                     ByteSum(settings.maxUnfinishedBytes),
+                                     UntakenTotal(settings.maxUnsentBytes)};
   auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;
   const int threads = threadCount(settings.threads);
   loops.reserve(static_cast<std::size_t>(threads));

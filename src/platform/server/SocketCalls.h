@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "platform/IPNetwork.h"
+#include "platform/wire/ReplyBuffer.h"
 
 namespace sorvane {
 
@@ -22,6 +23,10 @@ namespace sorvane {
 /// Sends as `send` does, but never raises SIGPIPE and never waits. Tries again if it was
 /// interrupted.
 [[nodiscard]] ssize_t sendBytes(int descriptor, std::string_view bytes);
+
+/// Does the same for what follows the first `from` bytes of `replies`. One call may send less than
+/// the system would take, if the bytes lie in very many places.
+[[nodiscard]] ssize_t sendReplies(int descriptor, const ReplyBuffer& replies, std::size_t from);
 
 /// Receives as `recv` does. Tries again if it was interrupted.
 [[nodiscard]] ssize_t receiveBytes(int descriptor, char* buffer, std::size_t bytes);

@@ -14,6 +14,7 @@ namespace {
 
 constexpr int kMaximumThreads = 1024;
 constexpr double kMaximumSeconds = 86400;
+constexpr std::size_t kMaximumBytes = std::numeric_limits<std::size_t>::max() / 2;
 constexpr std::size_t kMaximumHostNameBytes = 255;
 
 [[noreturn]] void failNeeding(const std::string& what) { throw NSException(what + " is needed"); }
@@ -185,6 +186,10 @@ constexpr Row kRows[] = {
        s.maxMessageBytes = wholeNumber<std::size_t>(v, 1, std::numeric_limits<std::uint32_t>::max()); }},
     {"MaxConnections", [](Settings& s, const PropertyList& v) {
        s.maxConnections = wholeNumber(v, 0, std::numeric_limits<int>::max()); }},
+    {"MaxUnfinishedBytes", [](Settings& s, const PropertyList& v) {
+       s.maxUnfinishedBytes = wholeNumber<std::size_t>(v, 1, kMaximumBytes); }},
+    {"MaxUnsentBytes", [](Settings& s, const PropertyList& v) {
+       s.maxUnsentBytes = wholeNumber<std::size_t>(v, 1, kMaximumBytes); }},
     {"PartialMessageTimeout", [](Settings& s, const PropertyList& v) { s.partialMessageTimeout = seconds(v); }},
     {"Threads", [](Settings& s, const PropertyList& v) { s.threads = wholeNumber(v, 0, kMaximumThreads); }},
     {"AllowedNetworks", [](Settings& s, const PropertyList& v) { s.allowedNetworks = networks(v); }},
