@@ -37,7 +37,7 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
     if (event.owner == nullptr) {
       resumeDelivered();
     } else if (event.owner == acceptor) {
-      acceptor->acceptOne(poller_);
+      acceptor->acceptSome(events.size(), poller_);
     } else {
       static_cast<ServerConnection*>(event.owner)->handle(event);
     }

@@ -9,8 +9,8 @@
 //   |     +-- a wake-up: connections whose request a waiting thread has delivered are resumed; each
 //   |     |     sends its reply and goes on with the requests that came meanwhile
 //   |     |
-//   |     +-- the listening socket (one loop has it): the acceptor accepts one connection and gives
-//   |     |     it to the loop with the fewest connections
+//   |     +-- the listening socket (one loop has it): the acceptor accepts one connection, or up to
+//   |     |     sixteen in a turn of many events, and gives each to the loop with the fewest
 //   |     |
 //   |     +-- a connection, which handles the event as its phase says; when it reads requests:
 //   |     |

@@ -1,6 +1,5 @@
 #include "platform/server/SocketCalls.h"
 
-#include <errno.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -18,12 +17,7 @@ constexpr std::size_t kPiecesAtOnce = 64;
 }  // namespace
 
 int acceptConnection(int listener) {
-  for (;;) {
-    const int descriptor = withoutInterruption([&] { return systemcall::accept(listener); });
-    if (descriptor >= 0 || errno != ECONNABORTED) {
-      return descriptor;
-    }
-  }
+  return withoutInterruption([&] { return systemcall::accept(listener); });
 }
 
 ssize_t sendBytes(int descriptor, std::string_view bytes) {

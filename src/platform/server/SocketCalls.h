@@ -16,8 +16,7 @@ namespace sorvane {
 // ---- SocketCalls.cpp
 
 /// Accepts one connection and returns its descriptor, which does not block and is closed on exec.
-/// Returns -1 and sets `errno` on failure. Tries again if it was interrupted, or if the connection
-/// was gone before it could be accepted.
+/// Returns -1 and sets `errno` on failure. Tries again if it was interrupted.
 [[nodiscard]] int acceptConnection(int listener);
 
 /// Sends as `send` does, but never raises SIGPIPE and never waits. Tries again if it was
@@ -39,6 +38,12 @@ void closeSocket(int descriptor);
 /// Prepares a listening socket. Each connection accepted from it then sends without delay, and
 /// notices within 30 seconds that its peer has vanished. Returns false if the system refuses.
 [[nodiscard]] bool setConnectionOptions(int listener);
+
+// ---- AcceptErrorsLinux.cpp, AcceptErrorsMacos.cpp
+
+/// True if accepting failed for one connection, which is gone, and may succeed for the next one at
+/// once. `error` is the value of `errno`.
+[[nodiscard]] bool isErrorOfOneConnection(int error);
 
 // ---- ListeningSocket.cpp
 
