@@ -1,11 +1,15 @@
-// What many clients together can cost the name server: memory.
+// What many clients together can cost the name server: memory, and the descriptors of its files.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/resource.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "integration/Daemon.h"
 #include "integration/DaemonProcess.h"
+#include "integration/Preferences.h"
 #include "support/Texts.h"
 #include "support/WireBytes.h"
 
@@ -146,6 +150,63 @@ TEST(UntakenReplies, OfAllClientsTogetherHoldABoundedAmountOfMemory) {
     const auto reply = reader.ask(asking);
     return reply && reply->body == whole->body;
   }));
+}
+
+// ---- Descriptors and cores
+
+TEST(ConnectionLimit, LeavesTheDescriptorsOfManyServingThreadsAside) {
+  constexpr int kThreads = 64;
+  constexpr int kDescriptors = 256;
+  Daemon server;
+  server.setting("Threads", std::to_string(kThreads));
+  server.launch({"-noexit"}, [] {
+    const rlimit limit{kDescriptors, kDescriptors};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  });
+  ASSERT_TRUE(server.answers());
+  PreferenceClient preferences(server);
+  preferences.sets("anna", {{"databases", "before"}});
+  std::vector<RawConnection> clients;
+  for (int i = 0; i < kDescriptors; ++i) {
+    clients.push_back(server.rawConnection());
+    ASSERT_TRUE(clients.back().isConnected());
+  }
+  EXPECT_TRUE(server.complains(": closed, 96 connections are open already\n"));
+  preferences.sets("anna", {{"databases", "at the limit"}});
+  EXPECT_TRUE(comesToHold(preferenceFile(server), "at the limit"));
+  EXPECT_EQ(timesIn(server.console(), "cannot be accepted"), 0);
+}
+
+int epollsOf(pid_t process) {
+  int number = 0;
+  const auto folder = std::filesystem::path("/proc") / std::to_string(process) / "fd";
+  for (const auto& each : std::filesystem::directory_iterator(folder)) {
+    std::error_code gone;
+    number += std::filesystem::read_symlink(each, gone) == "anon_inode:[eventpoll]" ? 1 : 0;
+  }
+  return number;
+}
+
+TEST(ServingThreads, AreOneForEachCoreThatTheProcessMayUse) {
+  if (SORVANE_PORTABLE_HOST_NETWORK) {
+    GTEST_SKIP() << "no portable call tells of the affinity";
+  }
+  Daemon server;
+  server.setting("Threads", "0");
+  server.launch({"-noexit"}, [] {
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    int first = 0;
+    while (!CPU_ISSET(first, &allowed)) {
+      ++first;
+    }
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(first, &one);
+    sched_setaffinity(0, sizeof one, &one);
+  });
+  ASSERT_TRUE(server.answers());
+  EXPECT_EQ(epollsOf(server.process()), 1) << "each serving thread has one";
 }
 
 }  // namespace
