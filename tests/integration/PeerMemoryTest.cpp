@@ -29,6 +29,7 @@ TEST(UnfinishedFrames, OfAllConnectionsTogetherHoldABoundedAmountOfMemory) {
   constexpr int kPeers = 100;
   Daemon server;
   server.setting("MaxUnfinishedBytes", "10000000");
+  server.setting("PartialMessageTimeout", "600");
   server.start();
   RawConnection client = server.rawConnection();
   ASSERT_TRUE(answersAPing(client));
@@ -42,7 +43,6 @@ TEST(UnfinishedFrames, OfAllConnectionsTogetherHoldABoundedAmountOfMemory) {
     static_cast<void>(peers.back().send(part));  // may be cut short: the server closes
   }
   EXPECT_TRUE(server.complains("connection closed, unfinished requests fill the memory"));
-  EXPECT_LE(timesIn(server.console(), "unfinished requests"), 20);
   int open = 0;
   for (RawConnection& each : peers) {
     open += each.staysSilent(std::chrono::milliseconds(0)) ? 1 : 0;

@@ -6,16 +6,23 @@
 
 namespace sorvane {
 
-/// Changed at each addition and removal, never counted anew. Any thread.
+/// Changed at each addition and removal, never counted anew. The last eighth of the limit is for
+/// holders of little: a few that hold much cannot take the room from those who need next to none.
+/// Any thread.
 class ByteSum {
  public:
+  /// A holder of so many bytes at most holds little.
+  static constexpr std::size_t kLittle = 4096;
+
   explicit ByteSum(std::size_t limit) : limit_(limit) {}
 
-  /// Adds to the sum. Returns false and adds nothing if the sum would pass the limit.
-  [[nodiscard]] bool add(std::size_t bytes) {
+  /// Adds `bytes` for a holder that then holds `bytesOfHolder`. Returns false and adds nothing if
+  /// the sum would pass the limit.
+  [[nodiscard]] bool add(std::size_t bytes, std::size_t bytesOfHolder) {
+    const std::size_t limit = bytesOfHolder <= kLittle ? limit_ : limit_ - limit_ / 8;
     std::size_t before = sum_.load(std::memory_order_relaxed);
     do {
-      if (bytes > limit_ - before) {
+      if (before > limit || bytes > limit - before) {
         return false;
       }
     } while (!sum_.compare_exchange_weak(before, before + bytes, std::memory_order_relaxed));
@@ -43,7 +50,7 @@ class ByteShare {
   /// its limit.
   [[nodiscard]] bool change(std::size_t bytes) {
     if (bytes > bytes_) {
-      if (!sum_.add(bytes - bytes_)) {
+      if (!sum_.add(bytes - bytes_, bytes)) {
         return false;
       }
     } else {

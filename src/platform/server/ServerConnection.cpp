@@ -206,16 +206,15 @@ void ServerConnection::deliverOnWaitingThread() {
       nullptr) {
     std::abort();
   }
-  ReplyBuffer output;
-  const std::size_t begin = beginFrame(output.own());
-  setReplyBuffer(&output);
+  const std::size_t begin = beginFrame(kept.reply.own());
+  setReplyBuffer(&kept.reply);
   const Reply reply =
       callDelegate(Reply::none(), [&] { return delegate.deliverCommunication(request, *this); });
-  encodeReply(reply, request, output, begin);
+  encodeReply(reply, request, kept.reply, begin);
   delegate.cleanupAfterMessage();
   eraseInput(kFrameHeaderBytes + bodyBytes);
   static_cast<void>(countInput());  // it was counted before and has not grown
-  kept.outputIsRefused = !kept.output.keep(std::move(output), 0);
+  kept.outputIsRefused = !kept.output.keep(std::exchange(kept.reply, ReplyBuffer()), 0);
   loop_.delivered(*this);
 }
 

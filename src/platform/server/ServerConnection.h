@@ -117,6 +117,7 @@ class ServerConnection final : public NetConnection {
     std::string input;               ///< bytes that are not handled yet
     ByteShare inputShare;            ///< the memory of `input`
     UntakenReplies output;           ///< replies that are not sent yet
+    ReplyBuffer reply;               ///< of the request that a waiting thread delivers
     bool outputIsRefused = false;    ///< a waiting thread's reply could not be kept
     DeadlineQueue* queue = nullptr;  ///< which has a deadline of the connection; null if none has
     DeadlineQueue::Ticket deadline;  ///< valid if there is a `queue`

@@ -50,10 +50,11 @@ std::size_t UntakenTotal::removeHolders(const ReplyBuffer& replies) {
 bool UntakenTotal::add(const ReplyBuffer& replies) {
   const std::size_t own = replies.own().capacity();
   if (replies.shared().empty()) {
-    return sum_.add(own);
+    return sum_.add(own, own);
   }
   const std::lock_guard<std::mutex> hold(mutex_);
-  if (sum_.add(own + addHolders(replies))) {
+  const std::size_t bytes = own + addHolders(replies);
+  if (sum_.add(bytes, bytes)) {
     return true;
   }
   static_cast<void>(removeHolders(replies));

@@ -38,6 +38,32 @@ TEST(UnfinishedInput, HasALimitAndTheConnectionThatWouldPassItIsClosedLikeOneWit
   EXPECT_EQ(server.context().unfinishedInput.now(), 0U);
 }
 
+TEST(UnfinishedInput, OfAFewLongRequestsLeavesRoomForShortOnes) {
+  ServedByHand server({.unfinishedBytes = kLimit});
+  const ConsoleLines console;
+  RawConnection first = server.connect();
+  RawConnection second = server.connect();
+  RawConnection third = server.connect();
+  first.send(kRequest.substr(0, kPart));
+  server.turn();
+  second.send(kRequest.substr(0, kLimit - kLimit / 8 - kPart));
+  server.turn();
+  EXPECT_EQ(server.delegate().ended, 0);
+  third.send(kRequest.substr(0, 5000));
+  server.turn();
+  EXPECT_EQ(server.delegate().ended, 1) << "no further long one";
+  EXPECT_EQ(console.count(kReason), 1);
+
+  const std::string waiting = frame(Message({{"wait", std::string(1000, 'x')}}));
+  std::vector<RawConnection> others;
+  server.delegate().openGate();
+  for (int i = 0; i < 5; ++i) {
+    others.push_back(server.connect());
+    others.back().send(waiting);
+    EXPECT_EQ(server.receives(others.back(), waiting.size()), waiting);
+  }
+}
+
 TEST(UnfinishedInput, CountsWithTheMemoryThatItHolds) {
   ServedByHand server;
   RawConnection client = server.connect();

@@ -57,6 +57,23 @@ TEST(UntakenReplies, HaveALimitAndTheConnectionWhoseReplyWouldPassItIsClosed) {
   EXPECT_EQ(replyTo(server, third).size(), 6 + 4 + kReplyBytes) << "there is room again";
 }
 
+TEST(UntakenReplies, OfAFewLongOnesLeaveRoomForShortOnes) {
+  UntakenTotal total(kLimit);
+  UntakenReplies longOne(total);
+  UntakenReplies further(total);
+  UntakenReplies shortOne(total);
+  ReplyBuffer most;
+  most.own().append(std::string(kLimit - kLimit / 8, 'x'));
+  ReplyBuffer much;
+  much.own().append(std::string(5000, 'x'));
+  ReplyBuffer little;
+  little.own().append("little");
+  EXPECT_TRUE(longOne.keep(std::move(most), 0));
+  EXPECT_FALSE(further.keep(std::move(much), 0));
+  EXPECT_TRUE(further.empty());
+  EXPECT_TRUE(shortOne.keep(std::move(little), 0));
+}
+
 TEST(UntakenReplies, OfWaitingThreadsHaveTheSameLimit) {
   ServedByHand server({.unsentBytes = kLimit});
   const ConsoleLines console;
