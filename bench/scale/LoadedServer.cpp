@@ -68,7 +68,14 @@ std::string_view LoadedServer::ask(Peer& sender, Request& request) {
   if (reply.kind() == Reply::Kind::none) {
     throw std::runtime_error("no reply to " + message.description());
   }
-  return reply.kind() == Reply::Kind::request ? message.body() : reply_.view();
+  return reply.kind() == Reply::Kind::request ? message.body() : reply_.own().view();
+}
+
+std::string LoadedServer::wholeReply(Peer& sender, Request& request) {
+  ask(sender, request);
+  std::string reply;
+  reply_.forEachPiece([&](std::string_view piece) { reply += piece; });
+  return reply;
 }
 
 void LoadedServer::registerName(Peer& peer, std::size_t number) {

@@ -52,8 +52,11 @@ class LoadedServer {
   [[nodiscard]] Peer& watcher(std::size_t index) { return *watchers_[index]; }
 
   /// Delivers a request as a serving thread does, or as a waiting thread does when that is not
-  /// possible. Returns the reply, valid until the next call; raises when there is none.
+  /// possible. Returns the reply without the lists that it shares, valid until the next call;
+  /// raises when there is none.
   std::string_view ask(Peer& sender, Request& request);
+  /// Does the same and returns a copy of the reply, with the lists that it shares.
+  [[nodiscard]] std::string wholeReply(Peer& sender, Request& request);
   void open(Peer& peer) { controller_.startCommunication(peer); }
   /// Registers the name with that number on an open connection.
   void registerName(Peer& peer, std::size_t number);
@@ -66,7 +69,7 @@ class LoadedServer {
   Request newPort_;
   Request acceptPort_;
   Request watch_;
-  ByteBuffer reply_;
+  ReplyBuffer reply_;
   std::vector<std::unique_ptr<Peer>> ports_;
   std::vector<std::unique_ptr<Peer>> watchers_;
 };

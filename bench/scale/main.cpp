@@ -115,9 +115,9 @@ std::vector<Figure> measure(std::size_t names, std::size_t watchers) {
   Request databaseStates({{"action", "databaseStates"}});
   Peer& asker = server.watcher(0);
   find.setNumber(names - 1);
-  expect(server.ask(asker, find), "portNumber");
-  expect(server.ask(asker, findUnknown), "notFound");
-  expect(server.ask(asker, databaseStates), "database0000000:running");
+  expect(server.wholeReply(asker, find), "portNumber");
+  expect(server.wholeReply(asker, findUnknown), "notFound");
+  expect(server.wholeReply(asker, databaseStates), "database0000000:running");
 
   const RegisterTimes times = timeOfRegistering(server, random);
   std::vector<Figure> figures;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "platform/PropertyList.h"
 
@@ -45,6 +46,18 @@ void raiseEntryTooLong(std::string_view key) {
   constexpr std::size_t kShownBytes = 40;
   throw NSException("\"" + std::string(key.substr(0, kShownBytes)) +
                     "\" or its value is too long for a message");
+}
+
+void MessageWriter::sharedText(std::string_view key, std::shared_ptr<const std::string> text) {
+  if (replies_ == nullptr || text->size() < kLeastSharedBytes) {
+    this->text(key, *text);
+    return;
+  }
+  requireEntryLengths(key, std::uint64_t{text->size()} + 1);
+  char* const header = extend(kEntryHeaderBytes + key.size(), text->size() + 1);
+  writeEntry(header, key, {});
+  storeBigEndian32(header + 2, static_cast<std::uint32_t>(text->size() + 1));
+  replies_->share(std::move(text));
 }
 
 Message::Message(std::initializer_list<std::pair<std::string_view, std::string_view>> texts) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 #include "platform/Utf8.h"
 #include "platform/wire/ByteBuffer.h"
 #include "platform/wire/Frame.h"
+#include "platform/wire/ReplyBuffer.h"
 #include "platform/wire/WireInteger.h"
 
 namespace sorvane {
@@ -70,14 +72,22 @@ inline void requireEntryLengths(std::string_view key, std::uint64_t valueBytes) 
 /// would have been written, raises NSException and writes nothing.
 class MessageWriter {
  public:
+  /// A shorter text is copied by `sharedText`: sending it from another place would cost more.
+  static constexpr std::size_t kLeastSharedBytes = 16384;
+
   explicit MessageWriter(ByteBuffer& buffer, std::size_t mostBytes = ~std::size_t{0})
       : buffer_(buffer), bytesLeft_(mostBytes) {}
+  explicit MessageWriter(ReplyBuffer& replies, std::size_t mostBytes = ~std::size_t{0})
+      : buffer_(replies.own()), bytesLeft_(mostBytes), replies_(&replies) {}
 
   /// Appends a text value: the bytes of `text` and one NUL.
   void text(std::string_view key, std::string_view text) {
     requireEntryLengths(key, std::uint64_t{text.size()} + 1);
     writeTextEntry(extend(textEntryBytes(key, text.size())), key, text);
   }
+  /// Appends a text value, like `text`. A long one is not copied if the writer has a ReplyBuffer,
+  /// which keeps a share in it. Nobody may change the text from now on.
+  void sharedText(std::string_view key, std::shared_ptr<const std::string> text);
   /// Appends a data value: exactly these bytes.
   void data(std::string_view key, std::string_view bytes) {
     requireEntryLengths(key, bytes.size());
@@ -89,16 +99,18 @@ class MessageWriter {
   }
 
  private:
-  [[nodiscard]] char* extend(std::size_t bytes) {
-    if (bytes > bytesLeft_) {
+  /// Makes room for `bytes`, which `sharedBytes` of a shared text will follow.
+  [[nodiscard]] char* extend(std::size_t bytes, std::size_t sharedBytes = 0) {
+    if (bytes + sharedBytes > bytesLeft_) {
       throw NSException("the message would be too long");
     }
-    bytesLeft_ -= bytes;
+    bytesLeft_ -= bytes + sharedBytes;
     return buffer_.extend(bytes);
   }
 
   ByteBuffer& buffer_;
   std::size_t bytesLeft_;
+  ReplyBuffer* replies_ = nullptr;  // whose own bytes buffer_ has; null for a mere ByteBuffer
 };
 
 /// True when the keys are equal. Keys of one length often differ in their first byte; comparing it

@@ -107,15 +107,15 @@ class NetConnection {
   }
 
  protected:
-  void setReplyBuffer(ByteBuffer* buffer) { replyBuffer_ = buffer; }
+  void setReplyBuffer(ReplyBuffer* buffer) { replyBuffer_ = buffer; }
 
  private:
   struct Client;
   [[nodiscard]] Client& client();
 
   std::shared_ptr<void> context_;
-  ByteBuffer* replyBuffer_ = nullptr;  // the output of the request that is being delivered
-  std::unique_ptr<Client> client_;     // null on a connection that is served
+  ReplyBuffer* replyBuffer_ = nullptr;  // the output of the request that is being delivered
+  std::unique_ptr<Client> client_;      // null on a connection that is served
 };
 
 }  // namespace sorvane

@@ -32,11 +32,15 @@ struct Settings {
   std::optional<std::string> ethernetAddress;               ///< nullopt: that of the system
   std::map<std::string, std::string, std::less<>> aliases;  ///< an alias by its address
   std::size_t maxMessageBytes = 1048576;                    ///< largest body of a request, bytes
-  int maxConnections = 0;                      ///< 0: the soft descriptor limit less 32
+  int maxConnections = 0;  ///< 0: the soft descriptor limit less 32 and 2 for each serving thread
+  /// Memory of the requests that are unfinished or wait, all connections together, bytes.
+  std::size_t maxUnfinishedBytes = 268435456;
+  /// Memory of the replies that clients have not taken, all connections together, bytes.
+  std::size_t maxUnsentBytes = 268435456;
   std::uint64_t maxRegistryBytes = 536870912;  ///< what peers have registered, with its costs
   std::chrono::milliseconds partialMessageTimeout{
-      30000};                              ///< from a frame's first byte to its last
-  int threads = 0;                         ///< serving threads; 0: one for each core
+      30000};       ///< from a frame's first byte to its last
+  int threads = 0;  ///< serving threads; 0: one for each core that this process may use
   std::vector<IPNetwork> allowedNetworks;  ///< who may connect; empty: everyone
   bool remoteControl = true;               ///< other machines may end the process
   bool remoteRegistration = true;         ///< other machines may change what is registered and kept

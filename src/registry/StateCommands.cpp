@@ -65,9 +65,9 @@ Outcome setAlertState(CommandContext& context) {
 
 Outcome databaseStates(CommandContext& context) {
   const StateSummary summary = StateSummary::current(context.registry, kMostListBytes);
-  const Reply reply = context.result(*summary.states);
-  context.reply.text(kAlerts, *summary.alerts);
-  return reply;
+  context.reply.sharedText("result", summary.states);
+  context.reply.sharedText(kAlerts, summary.alerts);
+  return Reply::written();
 }
 
 bool databaseStatesMayWait(const CommandContext& context) {

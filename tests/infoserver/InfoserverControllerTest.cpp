@@ -98,7 +98,7 @@ TEST_F(InfoServer, TellsTheConsoleOfAFailedWriteAtItsStart) {
 
 TEST_F(InfoServer, DeliveredWithTheLockHeldRaisesWhereTheGuardWouldAnswer) {
   const std::lock_guard hold(server_->commLock());
-  ByteBuffer output;
+  ReplyBuffer output;
   client_.setReplyBuffer(&output);
   EXPECT_THROW((void)server_->deliverLockedCommunication(raising_, client_), NSException);
   EXPECT_EQ(server_->deliverLockedCommunication(request("get_userpreferences", {}), client_),

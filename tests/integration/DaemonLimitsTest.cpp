@@ -264,16 +264,17 @@ TEST(ConnectionsBeyondTheLimit, WriteAFewLinesHoweverManyTheyAre) {
   EXPECT_TRUE(answersAPing(clients.front()));
 }
 
-TEST(ConnectionLimit, UnlessSetIsTheRaisedDescriptorLimitLess32) {
+TEST(ConnectionLimit, UnlessSetIsTheRaisedDescriptorLimitLess32AndTwoForEachServingThread) {
   Daemon server;
+  server.setting("Threads", "3");
   server.launch({"-noexit"}, [] {
     const rlimit limit{40, 72};
     setrlimit(RLIMIT_NOFILE, &limit);
   });
   ASSERT_TRUE(server.answers());
-  const std::vector<RawConnection> clients = servedConnections(server, 72 - 32);
+  const std::vector<RawConnection> clients = servedConnections(server, 72 - 32 - 3 * 2);
   EXPECT_TRUE(server.rawConnection().isClosedByPeer());
-  EXPECT_TRUE(server.complains(": closed, 40 connections are open already\n"));
+  EXPECT_TRUE(server.complains(": closed, 34 connections are open already\n"));
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ class Deliveries : public ServerTest {
 
   Deliveries() { connection_.setReplyBuffer(&output_); }
 
-  ByteBuffer output_;
+  ReplyBuffer output_;
   InProcessConnection connection_;
   Peer peer_{server_};
 };
@@ -188,7 +188,7 @@ TEST_F(Deliveries, WithoutWaitingCarriesCommandsOut) {
   peer_.registers("db1");
   EXPECT_EQ(withoutWaiting({{"findPort", "db1"}, {"portHost", "h"}}), Reply::written());
   Message reply;
-  EXPECT_EQ(reply.readBody(output_.view()), nullptr);
+  EXPECT_EQ(reply.readBody(output_.own().view()), nullptr);
   EXPECT_EQ(reply.text("portNumber"), "5001");
   EXPECT_EQ(withoutWaiting({{"action", "didPortsChange"}}), Reply::written());
   const Message reconnect(

@@ -48,12 +48,13 @@ auto everySetting(const Settings& settings) {
   const auto& [basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled, dynamicAddress,
                hostName, address, ethernetAddress, aliases, maxMessageBytes, maxConnections,
-               partialMessageTimeout, threads, allowedNetworks, remoteControl, remoteRegistration,
-               maxLogBytes] = settings;
+               maxUnfinishedBytes, maxUnsentBytes, maxRegistryBytes, partialMessageTimeout, threads,
+               allowedNetworks, remoteControl, remoteRegistration, maxLogBytes] = settings;
   return std::tuple(basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                     nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled,
                     dynamicAddress, hostName, address, ethernetAddress, aliases, maxMessageBytes,
-                    maxConnections, partialMessageTimeout, threads, allowedNetworks, remoteControl,
+                    maxConnections, maxUnfinishedBytes, maxUnsentBytes, maxRegistryBytes,
+                    partialMessageTimeout, threads, allowedNetworks, remoteControl,
                     remoteRegistration, maxLogBytes);
 }
 

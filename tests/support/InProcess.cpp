@@ -6,8 +6,8 @@ namespace sorvane::test {
 
 std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const Message& request,
                                         InProcessConnection& sender) {
-  ByteBuffer body;
-  sender.setReplyBuffer(&body);
+  ReplyBuffer written;
+  sender.setReplyBuffer(&written);
   const Reply reply = delegate.deliverCommunication(request, sender);
   sender.setReplyBuffer(nullptr);
   switch (reply.kind()) {
@@ -18,8 +18,10 @@ std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate, const M
     case Reply::Kind::written:
       break;
   }
+  std::string body;
+  written.forEachPiece([&](std::string_view piece) { body += piece; });
   Message view;
-  if (const char* const fault = view.readBody(body.view())) {
+  if (const char* const fault = view.readBody(body)) {
     throw std::logic_error(fault);
   }
   return view.owned();

@@ -38,6 +38,12 @@ RawConnection::RawConnection(int port) : socket_(socket(AF_INET, SOCK_STREAM | S
   }
 }
 
+RawConnection RawConnection::ofSocket(int socket) {
+  RawConnection connection;
+  connection.socket_ = socket;
+  return connection;
+}
+
 RawConnection::~RawConnection() { close(); }
 
 RawConnection::RawConnection(RawConnection&& other) noexcept

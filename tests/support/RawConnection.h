@@ -23,11 +23,13 @@ struct RawFrame {
   [[nodiscard]] Message message() const;
 };
 
-/// A connection to a port of 127.0.0.1: bytes in, bytes out. What does not come within `kPatience`
-/// fails the running test.
+/// A connection to a port of 127.0.0.1, or one end of a socket pair: bytes in, bytes out. What does
+/// not come within `kPatience` fails the running test.
 class RawConnection {
  public:
   explicit RawConnection(int port);
+  /// Takes over a connected socket.
+  [[nodiscard]] static RawConnection ofSocket(int socket);
   ~RawConnection();
   RawConnection(RawConnection&& other) noexcept;
   RawConnection& operator=(RawConnection&&) = delete;
@@ -54,6 +56,7 @@ class RawConnection {
   void close();
 
  private:
+  RawConnection() = default;
   [[nodiscard]] bool waitReadable(std::chrono::milliseconds limit) const;
   int socket_ = -1;
 };

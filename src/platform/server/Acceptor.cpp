@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/server/SocketCalls.h"
-
 namespace sorvane {
 namespace {
 
@@ -17,36 +15,50 @@ Descriptor openSpare() { return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXE
 }  // namespace
 
 Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
-                   const std::vector<std::unique_ptr<ServingLoop>>& loops)
+                   const std::vector<std::unique_ptr<ServingLoop>>& loops, AcceptCall accept)
     : listener_(listener),
       maximumConnections_(maximumConnections),
       context_(context),
       loops_(loops),
+      accept_(accept),
       spare_(openSpare()) {}
 
-// One connection a call: a flood of them must not keep the loop's connections waiting. Asking for a
-// second one would mostly be a system call in vain.
-void Acceptor::acceptOne(Poller& poller) {
-  const int descriptor = acceptConnection(listener_);
+// The longer a turn, the more connections may have come meanwhile. In a short one, asking for a
+// second connection would mostly be a system call in vain. A flood of them must not keep the loop's
+// connections waiting: so there is a limit.
+void Acceptor::acceptSome(std::size_t eventsOfTurn, Poller& poller) {
+  std::size_t left =
+      std::clamp(eventsOfTurn / kEventsForOne, std::size_t{1}, std::size_t{kMostOfATurn});
+  while (left > 0 && acceptOne(poller)) {
+    --left;
+  }
+}
+
+bool Acceptor::acceptOne(Poller& poller) {
+  const int descriptor = accept_(listener_);
   if (descriptor < 0) {
+    if (isErrorOfOneConnection(errno)) {
+      return true;
+    }
     if (errno != EAGAIN && errno != EWOULDBLOCK) {
       console_.line("connections cannot be accepted for now: " + std::string(strerror(errno)));
       pause(poller);
     }
-    return;
+    return false;
   }
   if (context_.connections.load(std::memory_order_relaxed) >= maximumConnections_) {
     console_.line(peerName(descriptor) + ": closed, " + std::to_string(maximumConnections_) +
                   " connections are open already");
     closeSocket(descriptor);
-    return;
+    return true;
   }
   if (!mayConnect(descriptor)) {
     console_.line(peerName(descriptor) + ": closed, AllowedNetworks has no network for it");
     closeSocket(descriptor);
-    return;
+    return true;
   }
   leastLoaded().adopt(descriptor);
+  return true;
 }
 
 bool Acceptor::mayConnect(int descriptor) const {

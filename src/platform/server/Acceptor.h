@@ -9,24 +9,35 @@
 #include "platform/Descriptor.h"
 #include "platform/server/Poller.h"
 #include "platform/server/ServingLoop.h"
+#include "platform/server/SocketCalls.h"
 
 namespace sorvane {
 
 /// Belongs to the loop that watches the listening socket. It keeps a spare descriptor. When
 /// descriptors run out, it frees the spare one, so that the process can still open a file, and
 /// pauses. Meanwhile new connections wait in the system's queue. It goes on when it can open a
-/// spare descriptor again.
+/// spare descriptor again. An error that belongs to one connection, which is gone, costs the others
+/// nothing.
 class Acceptor {
  public:
   /// How long it pauses when descriptors have run out.
   static constexpr std::chrono::milliseconds kBackOff{100};
+  /// How many connections it accepts at most in one turn of the loop.
+  static constexpr std::size_t kMostOfATurn = 16;
+  /// It may accept one for so many events of a turn.
+  static constexpr std::size_t kEventsForOne = 8;
+
+  /// Does what `acceptConnection` does.
+  using AcceptCall = int (*)(int listener);
 
   /// Allows `maximumConnections` at once. A further connection is closed.
   Acceptor(int listener, int maximumConnections, ServerContext& context,
-           const std::vector<std::unique_ptr<ServingLoop>>& loops);
+           const std::vector<std::unique_ptr<ServingLoop>>& loops,
+           AcceptCall accept = acceptConnection);
 
-  /// Accepts the connection that has waited longest.
-  void acceptOne(Poller& poller);
+  /// Accepts those connections that have waited longest: one, or more in a turn of the loop that
+  /// has many events.
+  void acceptSome(std::size_t eventsOfTurn, Poller& poller);
 
   /// True while accepting is paused. Call `goOn` at `pausedUntil` then.
   [[nodiscard]] bool isPaused() const { return paused_; }
@@ -35,6 +46,9 @@ class Acceptor {
   void goOn(Poller& poller);
 
  private:
+  /// Accepts one connection. Returns false if the rest has to wait: none is there, or accepting is
+  /// paused.
+  [[nodiscard]] bool acceptOne(Poller& poller);
   [[nodiscard]] bool mayConnect(int descriptor) const;
   void pause(Poller& poller);
   [[nodiscard]] ServingLoop& leastLoaded() const;
@@ -43,6 +57,7 @@ class Acceptor {
   const int maximumConnections_;
   ServerContext& context_;
   const std::vector<std::unique_ptr<ServingLoop>>& loops_;
+  const AcceptCall accept_;
   ConsoleRateLimit console_;
   Descriptor spare_;
   bool paused_ = false;

@@ -26,6 +26,11 @@ class DeadlineQueue {
     return entries_.insert(entries_.end(), {Clock::now() + ahead_, &connection});
   }
   void remove(Ticket ticket) { entries_.erase(ticket); }
+  /// Puts a deadline off to `ahead` from now. Its ticket stays valid.
+  void restart(Ticket ticket) {
+    ticket->due = Clock::now() + ahead_;
+    entries_.splice(entries_.end(), entries_, ticket);
+  }
 
   [[nodiscard]] bool empty() const { return entries_.empty(); }
   /// The deadline that is due first. There must be one.

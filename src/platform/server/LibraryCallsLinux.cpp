@@ -14,6 +14,10 @@ ssize_t send(int descriptor, std::string_view bytes) {
   return ::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
+ssize_t send(int descriptor, const msghdr& message) {
+  return ::sendmsg(descriptor, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 ssize_t receive(int descriptor, char* buffer, std::size_t bytes) {
   return ::recv(descriptor, buffer, bytes, 0);
 }

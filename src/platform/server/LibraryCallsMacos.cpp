@@ -15,9 +15,13 @@ int accept(int listener) {
   return descriptor;
 }
 
-// Raises no SIGPIPE: the connection inherits SO_NOSIGPIPE from the listening socket.
+// These raise no SIGPIPE: the connection inherits SO_NOSIGPIPE from the listening socket.
 ssize_t send(int descriptor, std::string_view bytes) {
   return ::send(descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT);
+}
+
+ssize_t send(int descriptor, const msghdr& message) {
+  return ::sendmsg(descriptor, &message, MSG_DONTWAIT);
 }
 
 ssize_t receive(int descriptor, char* buffer, std::size_t bytes) {

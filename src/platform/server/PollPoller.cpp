@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -35,6 +36,11 @@ short eventsFor(Poller::Interest interest) {
 }  // namespace
 
 struct Poller::State {
+  /// Adds an event for the polled descriptor at `index`, if it is ready and there is room.
+  void report(std::size_t index);
+  /// Returns where in `polled` the next scan begins.
+  [[nodiscard]] std::size_t firstAfterLastReported() const;
+
   Descriptor readEnd;   // of the pipe that wakes the waiting thread
   Descriptor writeEnd;  // of the same
   std::mutex mutex;
@@ -43,7 +49,27 @@ struct Poller::State {
   std::vector<pollfd> polled;
   std::vector<void*> owners;
   std::vector<Event> events;
+  int lastReported = -1;  // after this descriptor the next scan begins
 };
+
+void Poller::State::report(std::size_t index) {
+  const short bits = polled[index].revents;
+  if (bits == 0 || events.size() == kEventsAtOnce) {
+    return;
+  }
+  events.push_back({owners[index], (bits & (POLLIN | POLLHUP | POLLERR)) != 0,
+                    (bits & (POLLOUT | POLLHUP | POLLERR)) != 0});
+  if (index > 0) {
+    lastReported = polled[index].fd;
+  }
+}
+
+std::size_t Poller::State::firstAfterLastReported() const {
+  const auto first =
+      std::upper_bound(polled.begin() + 1, polled.end(), lastReported,
+                       [](int descriptor, const pollfd& each) { return descriptor < each.fd; });
+  return static_cast<std::size_t>(first - polled.begin());
+}
 
 Poller::Poller() : state_(std::make_unique<State>()) {
   int ends[2];
@@ -92,18 +118,21 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
   if (poll(state_->polled.data(), state_->polled.size(), milliseconds) <= 0) {
     return {};
   }
-  for (std::size_t i = 0; i < state_->polled.size(); ++i) {
-    const short bits = state_->polled[i].revents;
-    if (bits == 0 || state_->events.size() == kEventsAtOnce) {
-      continue;
+  if (state_->polled.front().revents != 0) {
+    char taken[64];
+    while (read(state_->readEnd.number(), taken, sizeof taken) > 0) {
     }
-    if (state_->owners[i] == nullptr) {
-      char taken[64];
-      while (read(state_->readEnd.number(), taken, sizeof taken) > 0) {
-      }
-    }
-    state_->events.push_back({state_->owners[i], (bits & (POLLIN | POLLHUP | POLLERR)) != 0,
-                              (bits & (POLLOUT | POLLHUP | POLLERR)) != 0});
+    state_->report(0);
+  }
+  // The watched descriptors stand behind the pipe in the order of their numbers. If more are ready
+  // than are reported at once, the others come first the next time.
+  const std::size_t end = state_->polled.size();
+  const std::size_t begin = state_->firstAfterLastReported();
+  for (std::size_t i = begin; i < end; ++i) {
+    state_->report(i);
+  }
+  for (std::size_t i = 1; i < begin; ++i) {
+    state_->report(i);
   }
   return state_->events;
 }

@@ -11,6 +11,7 @@
 #include "platform/Console.h"
 #include "platform/NetConnection.h"
 #include "platform/Settings.h"
+#include "platform/host/UsableCores.h"
 #include "platform/server/Acceptor.h"
 #include "platform/server/ServingLoop.h"
 #include "platform/server/WaitingThreads.h"
@@ -18,25 +19,24 @@
 namespace sorvane {
 namespace {
 
-// Descriptors that are left for everything but connections: files, the system's log, Bonjour.
+// Descriptors that are left for everything but connections: files, the system's log, Bonjour. Each
+// serving thread has a poller besides.
 constexpr int kDescriptorsForOthers = 32;
+constexpr int kDescriptorsOfAThread = 2;
 // They wait for locks alone, which are held for a short time.
 constexpr std::size_t kWaitingThreads = 4;
 
-int connectionLimit(int setting) {
+int connectionLimit(int setting, int threads) {
   if (setting > 0) {
     return setting;
   }
+  const int reserve = kDescriptorsForOthers + kDescriptorsOfAThread * threads;
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
-    return 1024 - kDescriptorsForOthers;
+    return std::max(1, 1024 - reserve);
   }
   const rlim_t largest = 1 << 24;
-  return std::max(1, static_cast<int>(std::min(limit.rlim_cur, largest)) - kDescriptorsForOthers);
-}
-
-int threadCount(int setting) {
-  return setting > 0 ? setting : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+  return std::max(1, static_cast<int>(std::min(limit.rlim_cur, largest)) - reserve);
 }
 
 }  // namespace
@@ -47,15 +47,21 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
   // raises because the system has no descriptor or thread left.
   auto& deliveries = *new WaitingThreads(kWaitingThreads);
   threadOf(Disk::log);  // starts the threads of all disks before the first connection comes
-  auto& context = *new ServerContext{delegate, deliveries, settings.maxMessageBytes,
-                                     settings.partialMessageTimeout, settings.allowedNetworks};
+  auto& context = *new ServerContext{delegate,
+                                     deliveries,
+                                     settings.maxMessageBytes,
+                                     settings.partialMessageTimeout,
+                                     settings.allowedNetworks,
+                                     ByteSum(settings.maxUnfinishedBytes),
+                                     UntakenTotal(settings.maxUnsentBytes)};
   auto& loops = *new std::vector<std::unique_ptr<ServingLoop>>;
-  const int threads = threadCount(settings.threads);
+  const int threads = settings.threads > 0 ? settings.threads : usableCores();
   loops.reserve(static_cast<std::size_t>(threads));
   for (int i = 0; i < threads; ++i) {
     loops.push_back(std::make_unique<ServingLoop>(context));
   }
-  auto& acceptor = *new Acceptor(socket, connectionLimit(settings.maxConnections), context, loops);
+  auto& acceptor =
+      *new Acceptor(socket, connectionLimit(settings.maxConnections, threads), context, loops);
   if (!loops.front()->poller().add(socket, Poller::Interest::readable, &acceptor)) {
     throw std::system_error(errno, std::generic_category(), "the server socket cannot be watched");
   }

@@ -24,6 +24,8 @@ constexpr int kRequestsOfTurn = 64;
 constexpr std::size_t kOutputOfTurn = 16 * 1024;
 // A larger output buffer is freed after use.
 constexpr std::size_t kKeptOutput = 1024 * 1024;
+// More memory of leftover input is given back when half of it is not in use.
+constexpr std::size_t kKeptInput = 4096;
 
 /// Calls an operation of the delegate and returns its result, or `otherwise` if it raises
 /// NSException. Any other exception ends the process, because it may have left a lock held.
@@ -41,19 +43,19 @@ Result callDelegate(Result otherwise, Operation&& operation) noexcept {
   std::abort();
 }
 
-/// Completes the frame that begins at `begin` as the reply says.
-void encodeReply(Reply reply, const Message& request, ByteBuffer& output, std::size_t begin) {
+/// Completes the frame that begins at `begin` of the output's own bytes as the reply says.
+void encodeReply(Reply reply, const Message& request, ReplyBuffer& output, std::size_t begin) {
   switch (reply.kind()) {
     case Reply::Kind::written:
-      endFrame(output, begin);
+      endFrame(output.own(), begin, output.sharedBytesBeyond(begin));
       return;
     case Reply::Kind::request:
       output.truncate(begin);
-      appendFrame(output, request.body());
+      appendFrame(output.own(), request.body());
       return;
     case Reply::Kind::none:
       output.truncate(begin);
-      appendEmptyFrame(output);
+      appendEmptyFrame(output.own());
       return;
   }
 }
@@ -81,11 +83,7 @@ void ServerConnection::handle(const Poller::Event& event) {
       return;
     case Phase::sending:
       if (event.writable) {
-        if (!sendLeftover()) {
-          closeNow();
-        } else if (!hasLeftoverOutput()) {
-          continueAfterSending();
-        }
+        continueSending();
       }
       return;
     case Phase::lingering:
@@ -120,13 +118,13 @@ void ServerConnection::serve(std::string_view input) {
   if (served.bytes > 0 || served.mustWait) {
     clearDeadline();  // the frame that had the deadline is complete
   }
-  keepInput(input.substr(served.bytes));
   if (served.fault != nullptr) {
     refuse(served.fault);
+  } else if (!keepInput(input.substr(served.bytes))) {
+    refuse("unfinished requests fill the memory that they may");
   }
   if (hasLeftoverOutput() || served.isCutShort) {
-    clearDeadline();
-    enter(Phase::sending);  // even if all is sent: the loop's other connections get their turn
+    waitForPeer();  // even if all is sent: the loop's other connections get their turn
   } else if (refused_) {
     linger();
   } else if (served.mustWait) {
@@ -183,8 +181,8 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
 
 bool ServerConnection::deliver(const Message& request, Turn& turn) {
   NetConnectionDelegate& delegate = loop_.context().delegate;
-  ByteBuffer& output = loop_.output();
-  const std::size_t begin = beginFrame(output);
+  ReplyBuffer& output = loop_.output();
+  const std::size_t begin = beginFrame(output.own());
   setReplyBuffer(&output);
   const auto reply = callDelegate<std::optional<Reply>>(
       std::nullopt, [&] { return delegate.deliverWithoutWaiting(request, *this, turn); });
@@ -210,8 +208,8 @@ Message ServerConnection::leftoverRequest() const {
 
 void ServerConnection::deliverOnWaitingThread() {
   const Message request = leftoverRequest();
-  (void)beginFrame(leftover_->output);
-  setReplyBuffer(&leftover_->output);
+  (void)beginFrame(leftover_->reply.own());
+  setReplyBuffer(&leftover_->reply);
   Delivery delivery = callDelegate<Delivery>(
       Reply::none(), [&] { return loop_.context().delegate.deliverWithoutDisk(request, *this); });
   if (delivery.isComplete()) {
@@ -227,41 +225,64 @@ void ServerConnection::deliverOnWaitingThread() {
 }
 
 void ServerConnection::finishDelivery(const Message& request, Reply reply) {
-  encodeReply(reply, request, leftover_->output, 0);
+  Leftover& kept = *leftover_;
+  encodeReply(reply, request, kept.reply, 0);
   loop_.context().delegate.cleanupAfterMessage();
-  leftover_->input.erase(0, kFrameHeaderBytes + request.body().size());
+  eraseInput(kFrameHeaderBytes + request.body().size());
+  static_cast<void>(countInput());  // it was counted before and has not grown
+  kept.outputIsRefused = !kept.output.keep(std::exchange(kept.reply, ReplyBuffer()), 0);
   loop_.delivered(*this);
 }
 
 bool ServerConnection::sendOutput() {
-  ByteBuffer& output = loop_.output();
+  ReplyBuffer& output = loop_.output();
   if (output.empty()) {
     return true;
   }
-  const ssize_t sent = sendBytes(descriptor_, output.view());
+  const ssize_t sent = sendReplies(descriptor_, output, 0);
   if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
     output.clear();
     return false;
   }
   if (sent == static_cast<ssize_t>(output.size())) {
     output.clear();
-    if (output.capacity() > kKeptOutput) {
-      output = ByteBuffer();
+    if (output.own().capacity() > kKeptOutput) {
+      output = ReplyBuffer();
     }
-  } else {  // the buffer itself is kept, so that a long reply is not copied
-    leftover().output = std::exchange(output, ByteBuffer());
-    leftover().sent = sent < 0 ? 0 : static_cast<std::size_t>(sent);
+    return true;
+  }
+  // The buffer itself is kept, so that a long reply is not copied.
+  const std::size_t begun = sent < 0 ? 0 : static_cast<std::size_t>(sent);
+  if (!leftover().output.keep(std::exchange(output, ReplyBuffer()), begun)) {
+    reportClosing(kTooManyReplies);
+    return false;
   }
   return true;
 }
 
-void ServerConnection::keepInput(std::string_view rest) {
+bool ServerConnection::keepInput(std::string_view rest) {
   if (leftover_ != nullptr && !leftover_->input.empty()) {
-    leftover_->input.erase(0, leftover_->input.size() - rest.size());
-    dropLeftoverIfEmpty();
+    eraseInput(leftover_->input.size() - rest.size());
   } else if (!rest.empty()) {
     leftover().input.assign(rest);
+  } else {
+    return true;
   }
+  const bool isWithinLimit = countInput();
+  dropLeftoverIfEmpty();
+  return isWithinLimit;
+}
+
+void ServerConnection::eraseInput(std::size_t bytes) {
+  std::string& input = leftover_->input;
+  input.erase(0, bytes);
+  if (input.capacity() > kKeptInput && input.size() < input.capacity() / 2) {
+    input.shrink_to_fit();
+  }
+}
+
+bool ServerConnection::countInput() {
+  return leftover_->inputShare.change(leftover_->input.capacity());
 }
 
 void ServerConnection::endOnce() {

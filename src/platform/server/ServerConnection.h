@@ -26,7 +26,8 @@
 //      connections get their turn before the next request is delivered.
 //   2  The next request must wait, for instance for a lock: it goes to a waiting thread. From there
 //      it goes on to the thread of a disk, if it needs that disk.
-//   3  The next frame is malformed.
+//   3  The next frame is malformed, or cannot be kept: the unhandled input of all connections
+//      together would hold more memory than the settings allow. The replies so far are sent first.
 //   4  No complete frame is left.
 // Further transitions:
 //   5  The waiting thread is done, and the peer did not take the whole reply.
@@ -34,9 +35,11 @@
 //   reading -> lingering    A frame was not complete within the time that the settings allow.
 //   start -> closed         The poller refused the descriptor.
 //   reading -> closed       The peer closed the connection, or receiving or sending failed.
-//   sending -> closed       Sending failed.
-//   delivering -> closed    The waiting thread is done, and sending its reply failed, or the poller
-//                           refused the descriptor.
+//   serve -> closed         The replies cannot be kept: those that clients have not taken yet would
+//                           hold more memory than the settings allow all connections together.
+//   sending -> closed       Sending failed, or the peer has taken nothing for too long.
+//   delivering -> closed    The waiting thread is done, and its reply cannot be kept, sending it
+//                           failed, or the poller refused the descriptor.
 //   lingering -> closed     The peer closed the connection, receiving failed, or the time that a
 //                           refused connection may linger is over.
 // `endCommunication` is called on the way into lingering, or into closed if that comes first.
@@ -49,12 +52,15 @@
 #include <utility>
 
 #include "platform/NetConnection.h"
+#include "platform/server/ByteSum.h"
 #include "platform/server/DeadlineQueue.h"
 #include "platform/server/Poller.h"
+#include "platform/server/UntakenReplies.h"
 
 namespace sorvane {
 
 class ServingLoop;
+struct ServerContext;
 
 /// Unless noted otherwise, call everything here only from the thread of the connection's serving
 /// loop. In the phase `delivering`, a waiting thread has the connection instead.
@@ -64,7 +70,8 @@ class ServingLoop;
 /// that wait, and replies that the peer does not take.
 ///
 /// While a reply cannot be sent, nothing is read. So a peer that does not read its replies costs a
-/// bounded amount of memory, however much it asks.
+/// bounded amount of memory, however much it asks. What all connections keep has limits, too: one
+/// for input, whether it is a part of a frame or waits for its turn, and one for replies.
 class ServerConnection final : public NetConnection {
  public:
   /// Takes over the descriptor.
@@ -103,12 +110,18 @@ class ServerConnection final : public NetConnection {
     delivering,  ///< a waiting thread delivers a request; the poller does not watch
     lingering,   ///< the writing side is shut; what still arrives is dropped
   };
+  static constexpr const char* kTooManyReplies =
+      "replies that clients have not taken fill the memory that they may";
   struct Leftover {
-    std::string input;     ///< bytes that are not handled yet
-    ByteBuffer output;     ///< replies that are not sent yet
-    std::size_t sent = 0;  ///< how many bytes of `output` are sent
-    bool hasDeadline = false;
-    DeadlineQueue::Ticket deadline;  ///< valid if `hasDeadline`
+    explicit Leftover(ServerContext& context);
+
+    std::string input;               ///< bytes that are not handled yet
+    ByteShare inputShare;            ///< the memory of `input`
+    UntakenReplies output;           ///< replies that are not sent yet
+    ReplyBuffer reply;               ///< of the request that a waiting thread delivers
+    bool outputIsRefused = false;    ///< a waiting thread's reply could not be kept
+    DeadlineQueue* queue = nullptr;  ///< which has a deadline of the connection; null if none has
+    DeadlineQueue::Ticket deadline;  ///< valid if there is a `queue`
   };
 
   // ---- ServerConnection.cpp: requests and their replies
@@ -135,18 +148,29 @@ class ServerConnection final : public NetConnection {
   /// destroy it. No leftover output may have been there before.
   void finishDelivery(const Message& request, Reply reply);
   /// Sends as much of the loop's output as the peer takes and keeps the rest as leftover. Returns
-  /// false if the connection failed.
+  /// false if the connection failed or the rest cannot be kept.
   [[nodiscard]] bool sendOutput();
-  /// Keeps `rest`, the end of the input that was served, as leftover input.
-  void keepInput(std::string_view rest);
+  /// Keeps `rest`, the end of the input that was served, as leftover input. Returns false if the
+  /// input of all connections would pass its limit.
+  [[nodiscard]] bool keepInput(std::string_view rest);
+  /// Takes the first `bytes` off the leftover input and gives back memory that it needs no more.
+  void eraseInput(std::size_t bytes);
+  /// Counts the memory of the leftover input anew. Returns false if that of all connections would
+  /// pass its limit.
+  [[nodiscard]] bool countInput();
   /// Calls `endCommunication`, the first time only.
   void endOnce();
 
   // ---- ServerConnectionPhases.cpp: leftovers, deadlines, refusing and closing
 
-  /// Sends as much of the leftover output as the peer takes. Returns false if the connection
-  /// failed.
+  /// Sends as much of the leftover output as the peer takes. If that is something, the deadline for
+  /// the next part begins anew. Returns false if the connection failed.
   [[nodiscard]] bool sendLeftover();
+  /// Sends what the peer takes, and goes on with the input when nothing is left to send. Returns
+  /// true if the peer took nothing. May destroy the connection.
+  bool continueSending();
+  /// Enters the phase `sending`.
+  void waitForPeer();
   /// Goes on with the leftover input. Call it when no leftover output remains.
   void continueAfterSending();
   [[nodiscard]] bool hasLeftoverOutput() const {
@@ -159,11 +183,10 @@ class ServerConnection final : public NetConnection {
   /// Adds the connection to the queue, unless it has a deadline.
   void setDeadline(DeadlineQueue& queue);
   void clearDeadline() {
-    if (leftover_ != nullptr && leftover_->hasDeadline) {
-      removeDeadline();
+    if (leftover_ != nullptr && leftover_->queue != nullptr) {
+      std::exchange(leftover_->queue, nullptr)->remove(leftover_->deadline);
     }
   }
-  void removeDeadline();
 
   void enter(Phase phase) {
     if (phase != phase_) {
@@ -175,6 +198,8 @@ class ServerConnection final : public NetConnection {
 
   /// Notes that no more input is accepted, and reports the reason to the console.
   void refuse(const char* fault);
+  /// Writes to the console why the connection is closed.
+  void reportClosing(const char* reason) const;
   /// Shuts the writing side and enters the phase `lingering`.
   void linger();
   /// Reads and drops what arrives while lingering.

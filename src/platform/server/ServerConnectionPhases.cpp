@@ -20,6 +20,9 @@ ConsoleRateLimit& refusals() {
 
 }  // namespace
 
+ServerConnection::Leftover::Leftover(ServerContext& context)
+    : inputShare(context.unfinishedInput), output(context.untakenReplies) {}
+
 bool ServerConnection::isFromThisMachine() const {
   const auto peer = peerAddress(descriptor_);
   return peer && loop_.context().ownAddresses.contains(*peer);
@@ -27,16 +30,41 @@ bool ServerConnection::isFromThisMachine() const {
 
 void ServerConnection::resume() {
   phase_ = Phase::reading;
-  if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) || !sendLeftover()) {
+  if (leftover_->outputIsRefused) {
+    reportClosing(kTooManyReplies);
+    closeNow();
+  } else if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) ||
+             !sendLeftover()) {
     closeNow();
   } else if (hasLeftoverOutput()) {
-    enter(Phase::sending);
+    waitForPeer();
   } else {
     continueAfterSending();
   }
 }
 
+bool ServerConnection::continueSending() {
+  const std::size_t sentBefore = leftover_ == nullptr ? 0 : leftover_->output.sent();
+  if (!sendLeftover()) {
+    closeNow();
+  } else if (!hasLeftoverOutput()) {
+    continueAfterSending();
+  } else {
+    return leftover_->output.sent() == sentBefore;
+  }
+  return false;
+}
+
+void ServerConnection::waitForPeer() {
+  clearDeadline();
+  if (hasLeftoverOutput()) {
+    setDeadline(loop_.untakenReplies());
+  }
+  enter(Phase::sending);
+}
+
 void ServerConnection::continueAfterSending() {
+  clearDeadline();
   if (refused_) {
     linger();
   } else if (leftover_ != nullptr && !leftover_->input.empty()) {
@@ -49,19 +77,36 @@ void ServerConnection::continueAfterSending() {
 
 void ServerConnection::refuse(const char* fault) {
   refused_ = true;
-  refusals().line(peerName(descriptor_) + ": connection closed, " + fault);
+  reportClosing(fault);
   if (leftover_ != nullptr) {
-    leftover_->input.clear();
+    leftover_->input = std::string();
+    static_cast<void>(leftover_->inputShare.change(0));
   }
 }
 
+void ServerConnection::reportClosing(const char* reason) const {
+  refusals().line(peerName(descriptor_) + ": connection closed, " + reason);
+}
+
 void ServerConnection::expire() {
-  if (phase_ == Phase::lingering) {
-    closeNow();
-    return;
+  switch (phase_) {
+    case Phase::lingering:
+      closeNow();
+      return;
+    case Phase::sending:
+      // The system may not have told yet that the peer has taken a little: it waits until there is
+      // room for much.
+      if (continueSending()) {
+        reportClosing("nothing of a reply was taken for too long");
+        closeNow();
+      }
+      return;
+    case Phase::reading:
+    case Phase::delivering:
+      refuse("a frame was not complete in time");
+      linger();
+      return;
   }
-  refuse("a frame was not complete in time");
-  linger();
 }
 
 void ServerConnection::drop() {
@@ -72,45 +117,42 @@ void ServerConnection::drop() {
 }
 
 bool ServerConnection::sendLeftover() {
+  bool isTaken = false;
   while (hasLeftoverOutput()) {
-    const ssize_t sent = sendBytes(descriptor_, leftover_->output.view().substr(leftover_->sent));
-    if (sent < 0) {
-      return errno == EAGAIN || errno == EWOULDBLOCK;
+    if (leftover_->output.send(descriptor_) >= 0) {
+      isTaken = true;
+      continue;
     }
-    leftover_->sent += static_cast<std::size_t>(sent);
-    if (leftover_->sent == leftover_->output.size()) {
-      leftover_->sent = 0;
-      leftover_->output = ByteBuffer();
+    if (errno != EAGAIN && errno != EWOULDBLOCK) {
+      return false;
     }
+    if (isTaken && leftover_->queue != nullptr) {
+      leftover_->queue->restart(leftover_->deadline);
+    }
+    return true;
   }
   return true;
 }
 
 ServerConnection::Leftover& ServerConnection::leftover() {
   if (leftover_ == nullptr) {
-    leftover_ = std::make_unique<Leftover>();
+    leftover_ = std::make_unique<Leftover>(loop_.context());
   }
   return *leftover_;
 }
 
 void ServerConnection::dropLeftoverIfEmpty() {
   if (leftover_ != nullptr && leftover_->input.empty() && leftover_->output.empty() &&
-      !leftover_->hasDeadline) {
+      leftover_->queue == nullptr) {
     leftover_.reset();
   }
 }
 
 void ServerConnection::setDeadline(DeadlineQueue& queue) {
-  if (!leftover().hasDeadline) {
-    leftover_->hasDeadline = true;
+  if (leftover().queue == nullptr) {
+    leftover_->queue = &queue;
     leftover_->deadline = queue.add(*this);
   }
-}
-
-void ServerConnection::removeDeadline() {
-  (phase_ == Phase::lingering ? loop_.lingerers() : loop_.partialFrames())
-      .remove(leftover_->deadline);
-  leftover_->hasDeadline = false;
 }
 
 void ServerConnection::change(Phase before) {

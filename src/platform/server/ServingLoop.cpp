@@ -16,6 +16,7 @@ thread_local bool servingThread = false;
 ServingLoop::ServingLoop(ServerContext& context)
     : context_(context),
       partialFrames_(context.partialMessageTimeout),
+      untakenReplies_(context.untakenReplyTimeout),
       lingerers_(kLinger),
       input_(std::make_unique_for_overwrite<char[]>(kInputBytes)) {}
 
@@ -26,20 +27,25 @@ bool ServingLoop::isServingThread() { return servingThread; }
 void ServingLoop::run(Acceptor* acceptor) {
   servingThread = true;
   for (;;) {
-    for (const Poller::Event& event : poller_.wait(millisecondsToNextDeadline(acceptor))) {
-      if (event.owner == nullptr) {
-        resumeDelivered();
-      } else if (event.owner == acceptor) {
-        acceptor->acceptOne(poller_);
-      } else {
-        static_cast<ServerConnection*>(event.owner)->handle(event);
-      }
+    takeTurn(acceptor);
+  }
+}
+
+void ServingLoop::takeTurn(Acceptor* acceptor) {
+  const std::span<const Poller::Event> events = poller_.wait(millisecondsToNextDeadline(acceptor));
+  for (const Poller::Event& event : events) {
+    if (event.owner == nullptr) {
+      resumeDelivered();
+    } else if (event.owner == acceptor) {
+      acceptor->acceptSome(events.size(), poller_);
+    } else {
+      static_cast<ServerConnection*>(event.owner)->handle(event);
     }
-    expireDeadlines();
-    if (acceptor != nullptr && acceptor->isPaused() &&
-        DeadlineQueue::Clock::now() >= acceptor->pausedUntil()) {
-      acceptor->goOn(poller_);
-    }
+  }
+  expireDeadlines();
+  if (acceptor != nullptr && acceptor->isPaused() &&
+      DeadlineQueue::Clock::now() >= acceptor->pausedUntil()) {
+    acceptor->goOn(poller_);
   }
 }
 
@@ -87,7 +93,7 @@ void ServingLoop::resumeDelivered() {
 }
 
 void ServingLoop::expireDeadlines() {
-  for (DeadlineQueue* const queue : {&partialFrames_, &lingerers_}) {
+  for (DeadlineQueue* const queue : {&partialFrames_, &untakenReplies_, &lingerers_}) {
     while (!queue->empty() && queue->next().due <= DeadlineQueue::Clock::now()) {
       queue->next().connection->expire();
     }
@@ -96,7 +102,7 @@ void ServingLoop::expireDeadlines() {
 
 int ServingLoop::millisecondsToNextDeadline(const Acceptor* acceptor) const {
   auto next = DeadlineQueue::Clock::time_point::max();
-  for (const DeadlineQueue* const queue : {&partialFrames_, &lingerers_}) {
+  for (const DeadlineQueue* const queue : {&partialFrames_, &untakenReplies_, &lingerers_}) {
     if (!queue->empty()) {
       next = std::min(next, queue->next().due);
     }

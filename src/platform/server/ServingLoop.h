@@ -9,8 +9,8 @@
 //   |     +-- a wake-up: connections whose request a waiting thread has delivered are resumed; each
 //   |     |     sends its reply and goes on with the requests that came meanwhile
 //   |     |
-//   |     +-- the listening socket (one loop has it): the acceptor accepts one connection and gives
-//   |     |     it to the loop with the fewest connections
+//   |     +-- the listening socket (one loop has it): the acceptor accepts one connection, or up to
+//   |     |     sixteen in a turn of many events, and gives each to the loop with the fewest
 //   |     |
 //   |     +-- a connection, which handles the event as its phase says; when it reads requests:
 //   |     |
@@ -25,8 +25,8 @@
 //   |     |     A request that would have to wait ends the loop over the frames. It goes to a
 //   |     |     waiting thread, which causes a wake-up when it has delivered the request.
 //   |     v
-//   |   connections whose deadline is over: one with an incomplete frame is refused, one that
-//   |     lingers is closed
+//   |   connections whose deadline is over: one with an incomplete frame is refused; one that
+//   |     lingers, or whose client takes no reply, is closed
 //   |     |
 //   |     v
 //   +-- if the acceptor's pause is over: it accepts again
@@ -42,10 +42,12 @@
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "platform/OwnAddresses.h"
+#include "platform/server/ByteSum.h"
 #include "platform/server/DeadlineQueue.h"
 #include "platform/server/Poller.h"
+#include "platform/server/UntakenReplies.h"
 #include "platform/server/WaitingThreads.h"
-#include "platform/wire/ByteBuffer.h"
+#include "platform/wire/ReplyBuffer.h"
 
 namespace sorvane {
 
@@ -59,8 +61,12 @@ struct ServerContext {
   std::size_t maximumBodyBytes;
   std::chrono::milliseconds partialMessageTimeout;
   const std::vector<IPNetwork> allowedNetworks;  ///< who may connect; empty: everyone
-  OwnAddresses ownAddresses{};                   ///< these may always connect
-  std::atomic<int> connections{0};               ///< open connections of all loops
+  ByteSum unfinishedInput;                       ///< memory of requests that are kept unhandled
+  UntakenTotal untakenReplies;                   ///< memory of replies that clients have not taken
+  /// How long a client may take nothing of a reply that is due.
+  std::chrono::milliseconds untakenReplyTimeout{300000};
+  OwnAddresses ownAddresses{};      ///< these may always connect
+  std::atomic<int> connections{0};  ///< open connections of all loops
 };
 
 /// Unless noted otherwise, call these only from the loop's own thread.
@@ -80,6 +86,9 @@ class ServingLoop {
   /// its listening socket is ready. One loop has the acceptor; it is null for the others.
   [[noreturn]] void run(Acceptor* acceptor);
 
+  /// Takes one turn, for a test that decides what is ready.
+  void takeTurn(Acceptor* acceptor);
+
   /// Takes over the descriptor of a connection. Calls `startCommunication` on the calling thread,
   /// then begins to watch the connection. Any thread.
   void adopt(int descriptor);
@@ -97,11 +106,13 @@ class ServingLoop {
   [[nodiscard]] Poller& poller() { return poller_; }
   // Buffers for the connection that is being served.
   [[nodiscard]] char* input() { return input_.get(); }
-  [[nodiscard]] ByteBuffer& output() { return output_; }
+  [[nodiscard]] ReplyBuffer& output() { return output_; }
   [[nodiscard]] Message& request() { return request_; }
 
   /// Deadlines of connections that have sent a part of a frame.
   [[nodiscard]] DeadlineQueue& partialFrames() { return partialFrames_; }
+  /// Deadlines of connections whose client must take something of a reply.
+  [[nodiscard]] DeadlineQueue& untakenReplies() { return untakenReplies_; }
   /// Deadlines of connections that linger.
   [[nodiscard]] DeadlineQueue& lingerers() { return lingerers_; }
 
@@ -116,9 +127,10 @@ class ServingLoop {
   ServerContext& context_;
   Poller poller_;
   DeadlineQueue partialFrames_;
+  DeadlineQueue untakenReplies_;
   DeadlineQueue lingerers_;
   const std::unique_ptr<char[]> input_;
-  ByteBuffer output_;
+  ReplyBuffer output_;
   Message request_;
   std::atomic<int> load_{0};
 

@@ -7,6 +7,7 @@
 #include <string_view>
 
 struct epoll_event;
+struct msghdr;
 
 /// Each function makes one call. It returns -1 and sets errno on failure; EINTR is a failure.
 ///
@@ -23,6 +24,8 @@ namespace sorvane::systemcall {
 [[nodiscard]] int accept(int listener);
 /// Sends without blocking and without SIGPIPE.
 [[nodiscard]] ssize_t send(int descriptor, std::string_view bytes);
+/// The same for what the message gathers.
+[[nodiscard]] ssize_t send(int descriptor, const msghdr& message);
 [[nodiscard]] ssize_t receive(int descriptor, char* buffer, std::size_t bytes);
 void close(int descriptor);
 /// epoll_wait; on Linux alone.

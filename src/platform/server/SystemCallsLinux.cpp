@@ -16,6 +16,10 @@ ssize_t send(int descriptor, std::string_view bytes) {
                  nullptr, 0);
 }
 
+ssize_t send(int descriptor, const msghdr& message) {
+  return syscall(SYS_sendmsg, descriptor, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 ssize_t receive(int descriptor, char* buffer, std::size_t bytes) {
   return syscall(SYS_recvfrom, descriptor, buffer, bytes, 0, nullptr, nullptr);
 }

@@ -19,6 +19,7 @@ constexpr double kMaximumSeconds = 86400;
 constexpr std::uint64_t kLeastRegistryBytes = std::uint64_t{1} << 20;
 // The registry numbers its slots with 32 bits.
 constexpr std::uint64_t kMostRegistryBytes = std::uint64_t{1} << 36;
+constexpr std::size_t kMaximumBytes = std::numeric_limits<std::size_t>::max() / 2;
 constexpr std::size_t kMaximumHostNameBytes = 255;
 
 [[noreturn]] void failNeeding(const std::string& what) { throw NSException(what + " is needed"); }
@@ -192,6 +193,10 @@ constexpr Row kRows[] = {
        s.maxConnections = wholeNumber(v, 0, std::numeric_limits<int>::max()); }},
     {"MaxRegistryBytes", [](Settings& s, const PropertyList& v) {
        s.maxRegistryBytes = wholeNumber(v, kLeastRegistryBytes, kMostRegistryBytes); }},
+    {"MaxUnfinishedBytes", [](Settings& s, const PropertyList& v) {
+       s.maxUnfinishedBytes = wholeNumber<std::size_t>(v, 1, kMaximumBytes); }},
+    {"MaxUnsentBytes", [](Settings& s, const PropertyList& v) {
+       s.maxUnsentBytes = wholeNumber<std::size_t>(v, 1, kMaximumBytes); }},
     {"PartialMessageTimeout", [](Settings& s, const PropertyList& v) { s.partialMessageTimeout = seconds(v); }},
     {"Threads", [](Settings& s, const PropertyList& v) { s.threads = wholeNumber(v, 0, kMaximumThreads); }},
     {"AllowedNetworks", [](Settings& s, const PropertyList& v) { s.allowedNetworks = networks(v); }},

@@ -49,9 +49,10 @@ std::size_t beginFrame(ByteBuffer& buffer) {
   return begin;
 }
 
-void endFrame(ByteBuffer& buffer, std::size_t begin) {
-  storeBigEndian32(buffer.data() + begin + 4,
-                   static_cast<std::uint32_t>(buffer.size() - begin - kFrameHeaderBytes));
+void endFrame(ByteBuffer& buffer, std::size_t begin, std::size_t bytesElsewhere) {
+  storeBigEndian32(
+      buffer.data() + begin + 4,
+      static_cast<std::uint32_t>(buffer.size() - begin - kFrameHeaderBytes + bytesElsewhere));
 }
 
 void appendFrame(ByteBuffer& buffer, std::string_view body) {

@@ -34,8 +34,9 @@ struct FrameHeader {
 /// Appends the header of a dictionary whose length is not known yet. Returns where the frame
 /// begins.
 [[nodiscard]] std::size_t beginFrame(ByteBuffer& buffer);
-/// Writes the length of what was appended after the header into the header at `begin`.
-void endFrame(ByteBuffer& buffer, std::size_t begin);
+/// Writes the length of what was appended after the header into the header at `begin`, with
+/// `bytesElsewhere` added: those that go with the body but stand in another place.
+void endFrame(ByteBuffer& buffer, std::size_t begin, std::size_t bytesElsewhere = 0);
 /// Appends a whole frame with this body.
 void appendFrame(ByteBuffer& buffer, std::string_view body);
 /// Appends the frame of "no dictionary".

@@ -89,6 +89,9 @@ Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
   if (const auto bytes = request.text("big")) {
     sender.replyWriter().data("data", std::string(std::stoul(std::string(*bytes)), 'x'));
   }
+  if (request.contains("shared")) {
+    sender.replyWriter().sharedText("text", sharedText);
+  }
   return Reply::written();
 }
 

@@ -19,11 +19,11 @@ namespace sorvane::test {
 
 /// The requests that it understands, each by the presence of a key:
 ///   "echo" returns the request itself; "nil" returns nil; "big" (a number) returns {"data": so
-///   many bytes}; "count" returns {"result": how many were delivered before}; "wait" cannot be
-///   delivered without waiting, and waits until `openGate`; "log" and "preferences" wait for that
-///   where the disk of that name is waited for; "stop" waits for that on the serving thread, as no
-///   delegate may; "raise" raises what a command may raise; "raiseOther" raises what it may not.
-///   Anything else returns an empty dictionary.
+///   many bytes}; "shared" returns {"text": `sharedText`}; "count" returns {"result": how many were
+///   delivered before}; "wait" cannot be delivered without waiting, and waits until `openGate`;
+///   "log" and "preferences" wait for that where the disk of that name is waited for; "stop" waits
+///   for that on the serving thread, as no delegate may; "raise" raises what a command may raise;
+///   "raiseOther" raises what it may not. Anything else returns an empty dictionary.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void startCommunication(NetConnection& connection) override;
@@ -38,6 +38,10 @@ class ScriptedDelegate : public NetConnectionDelegate {
   [[nodiscard]] bool arriveAtGate(int requests);
   /// Waits until so many connections have ended.
   [[nodiscard]] bool seeEndsOf(int connections);
+
+  /// The text that the replies to "shared" have in common.
+  const std::shared_ptr<const std::string> sharedText =
+      std::make_shared<const std::string>(600000, 's');
 
   std::atomic<int> started{0};
   std::atomic<int> delivered{0};

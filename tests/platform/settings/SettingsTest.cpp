@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <limits>
 
 #include "platform/NSException.h"
 #include "platform/PropertyList.h"
@@ -61,6 +62,8 @@ TEST_F(SettingsTest, WithoutAFileAreTheDefaults) {
   EXPECT_EQ(settings.maxMessageBytes, 1048576U);
   EXPECT_EQ(settings.maxConnections, 0);
   EXPECT_EQ(settings.maxRegistryBytes, 536870912U);
+  EXPECT_EQ(settings.maxUnfinishedBytes, 268435456U);
+  EXPECT_EQ(settings.maxUnsentBytes, 268435456U);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::seconds(30));
   EXPECT_EQ(settings.threads, 0);
   EXPECT_TRUE(settings.allowedNetworks.empty());
@@ -93,6 +96,8 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
     MaxMessageBytes = 4294967295;
     MaxConnections = 100;
     MaxRegistryBytes = 10000000000;
+    MaxUnfinishedBytes = 3000000000;
+    MaxUnsentBytes = 1;
     PartialMessageTimeout = 1.5;
     Threads = 3;
     AllowedNetworks = ( "192.0.2.0/24", "2001:db8::/32", 198.51.100.7 );
@@ -116,6 +121,8 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
   EXPECT_EQ(settings.maxMessageBytes, 4294967295U);
   EXPECT_EQ(settings.maxConnections, 100);
   EXPECT_EQ(settings.maxRegistryBytes, 10000000000U);
+  EXPECT_EQ(settings.maxUnfinishedBytes, 3000000000U);
+  EXPECT_EQ(settings.maxUnsentBytes, 1U);
   EXPECT_EQ(settings.partialMessageTimeout, std::chrono::milliseconds(1500));
   EXPECT_EQ(settings.threads, 3);
   EXPECT_EQ(settings.allowedNetworks,
@@ -163,7 +170,7 @@ TEST_F(SettingsTest, LowestAndHighestNumbersAreTaken) {
 
 struct Refusal {
   const char* text;
-  const char* error;
+  std::string error;
 };
 
 TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
@@ -177,6 +184,7 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
       "1: PartialMessageTimeout: a number of seconds from 0.001 to 86400 is needed";
   const char* const kRegistry =
       "1: MaxRegistryBytes: a whole number from 1048576 to 68719476736 is needed";
+  const std::string kMostBytes = std::to_string(std::numeric_limits<std::size_t>::max() / 2);
   const Refusal refusals[] = {
       {"// ports\n\nBasePort = 1;", "3: BasePort: a whole number from 2 to 65534 is needed"},
       {"BasePort = 65535;", kPort},
@@ -211,6 +219,10 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
       {"MaxConnections = -1;", "1: MaxConnections: a whole number from 0 to 2147483647 is needed"},
       {"MaxRegistryBytes = 1048575;", kRegistry},
       {"MaxRegistryBytes = 68719476737;", kRegistry},
+      {"MaxUnfinishedBytes = 0;",
+       "1: MaxUnfinishedBytes: a whole number from 1 to " + kMostBytes + " is needed"},
+      {"MaxUnsentBytes = 0;",
+       "1: MaxUnsentBytes: a whole number from 1 to " + kMostBytes + " is needed"},
       {"PartialMessageTimeout = 0;", kTimeout},
       {"PartialMessageTimeout = nan;", kTimeout},
       {"PartialMessageTimeout = inf;", kTimeout},
