@@ -248,7 +248,7 @@ TEST_F(Deliveries, WithoutDiskCarriesCommandsOut) {
   EXPECT_TRUE(found.isComplete());
   EXPECT_EQ(found.reply(), Reply::written());
   Message reply;
-  EXPECT_EQ(reply.readBody(output_.view()), nullptr);
+  EXPECT_EQ(reply.readBody(output_.own().view()), nullptr);
   EXPECT_EQ(reply.text("portNumber"), "5001");
 }
 
@@ -364,7 +364,7 @@ TEST_F(EndOfProcess, OnRestartHasStatusZeroAndItsLogLine) {
   EXPECT_EQ(log(), "sorvinfo was asked to restart.\n");
 }
 
-TEST_F(Delivery, KeepsTheTextsThatItReplacesUntilItsCleanup) {
+TEST_F(Deliveries, KeepsTheTextsThatItReplacesUntilItsCleanup) {
   peer_.reconnects("the first name of this database");
   server_.cleanupAfterMessage();
   EXPECT_EQ(retiredTexts, 0U);
