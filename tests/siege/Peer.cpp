@@ -33,7 +33,9 @@ bool Peer::send(std::string_view bytes) {
 }
 
 bool Peer::receiveAll(char* buffer, std::size_t bytes) {
-  return recv(socket_.number(), buffer, bytes, MSG_WAITALL) == static_cast<ssize_t>(bytes);
+  // Asked for no bytes, the system would wait for the next ones.
+  return bytes == 0 ||
+         recv(socket_.number(), buffer, bytes, MSG_WAITALL) == static_cast<ssize_t>(bytes);
 }
 
 std::optional<std::string> Peer::receive() {
