@@ -23,7 +23,7 @@ void raiseLimit(decltype(RLIMIT_NOFILE) resource) {
 
 void stopAllNameServers() {
   signal(SIGTERM, SIG_IGN);
-  static_cast<void>(system(kStopCommand));
+  [[maybe_unused]] const int status = system(kStopCommand);
   endProcess();
 }
 

@@ -75,7 +75,7 @@ std::shared_ptr<LaunchedTask> QB_launch(const char* path) { return LaunchedTask:
 
 int QB_system(const char* command) {
   const SystemLock lock;
-  static_cast<void>(system(command));
+  [[maybe_unused]] const int status = system(command);
   return 0;
 }
 

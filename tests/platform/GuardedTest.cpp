@@ -1,7 +1,6 @@
-#include "platform/Guarded.h"
-
 #include <gtest/gtest.h>
 
+#include "platform/Guarded.h"
 #include "support/WatchedThread.h"
 
 namespace sorvane {
