@@ -23,7 +23,7 @@ std::optional<Message> Guest::ask(Peer& peer, const Message& request) {
   const std::chrono::duration<double, std::micro> took = std::chrono::steady_clock::now() - begin;
   times_.push_back(took.count());
   ++requests_;
-  if (!body) {
+  if (!body || peer.lastReplyWasNil()) {
     return std::nullopt;
   }
   body_ = *body;

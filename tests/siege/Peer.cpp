@@ -45,6 +45,7 @@ std::optional<std::string> Peer::receive() {
   }
   const std::size_t bytes = std::size_t{header[4]} << 24 | std::size_t{header[5]} << 16 |
                             std::size_t{header[6]} << 8 | std::size_t{header[7]};
+  lastReplyWasNil_ = header[3] == 0;
   std::string body(bytes, '\0');
   if (!receiveAll(body.data(), bytes)) {
     return std::nullopt;

@@ -20,6 +20,8 @@ class Peer {
   [[nodiscard]] bool send(std::string_view bytes);
   /// The next reply: its body, or nothing when the other side closed.
   [[nodiscard]] std::optional<std::string> receive();
+  /// Whether the last reply was one without a dictionary.
+  [[nodiscard]] bool lastReplyWasNil() const { return lastReplyWasNil_; }
   /// Sends a request and takes its reply.
   [[nodiscard]] std::optional<std::string> ask(const Message& request);
   /// Takes what still comes until the other side closes. Returns whether it did.
@@ -31,6 +33,7 @@ class Peer {
   [[nodiscard]] bool receiveAll(char* buffer, std::size_t bytes);
 
   Descriptor socket_;
+  bool lastReplyWasNil_ = false;
 };
 
 }  // namespace sorvane::siege
