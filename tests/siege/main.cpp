@@ -1,6 +1,8 @@
 // A crowd of hostile clients against the real name server, and a guest that must not notice them.
 //
-//   siege SECONDS [latency]     with "latency" the guest's waiting is judged, too
+//   siege SECONDS [latency] [ATTACK]...     with "latency" the guest's waiting is judged, too; only
+//   the attacks
+//                                           named, or all of them
 //
 // The bounds are set low, so that each is reached within seconds. Ends with status 0 when
 //   - the guest's registrations, lookups and changes were all right,
@@ -15,10 +17,10 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <regex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -106,7 +108,7 @@ void judge(bool well, const std::string& what) {
   failures += well ? 0 : 1;
 }
 
-int run(std::chrono::seconds time, bool latencyIsJudged) {
+int run(std::chrono::seconds time, bool latencyIsJudged, const std::vector<Attack>& attacks) {
   test::Daemon server;
   server.setting("MaxRegistryBytes", std::to_string(kRegistry))
       .setting("MaxUnfinishedBytes", std::to_string(kUnfinished))
@@ -121,10 +123,10 @@ int run(std::chrono::seconds time, bool latencyIsJudged) {
 
   Field field{server.basePort()};
   std::atomic<bool> over = false;
-  std::vector<std::atomic<long>> steps(attacks().size());
+  std::vector<std::atomic<long>> steps(attacks.size());
   std::vector<std::thread> crowd;
-  for (std::size_t i = 0; i < attacks().size(); ++i) {
-    crowd.emplace_back([&, i] { attack(field, attacks()[i], over, steps[i]); });
+  for (std::size_t i = 0; i < attacks.size(); ++i) {
+    crowd.emplace_back([&, i] { attack(field, attacks[i], over, steps[i]); });
   }
   long most = 0;
   const double besieged = visits(guest, Clock::now() + time, [&] {
@@ -134,8 +136,8 @@ int run(std::chrono::seconds time, bool latencyIsJudged) {
   for (std::thread& each : crowd) {
     each.join();
   }
-  for (std::size_t i = 0; i < attacks().size(); ++i) {
-    std::printf("%8ld  %s\n", steps[i].load(), std::string(attacks()[i].what).c_str());
+  for (std::size_t i = 0; i < attacks.size(); ++i) {
+    std::printf("%8ld  %s\n", steps[i].load(), std::string(attacks[i].what).c_str());
   }
 
   judge(guest.complaint().empty(),
@@ -188,14 +190,29 @@ int run(std::chrono::seconds time, bool latencyIsJudged) {
 }  // namespace sorvane::siege
 
 int main(int argc, char** argv) {
+  std::vector<std::string_view> words(argv + 1, argv + argc);
   int seconds = 0;
-  const char* const word = argc > 1 ? argv[1] : "";
-  const auto [end, error] = std::from_chars(word, word + std::strlen(word), seconds);
-  const bool judged = argc == 3 && std::string_view(argv[2]) == "latency";
-  if (error != std::errc() || *end != '\0' || seconds < 1 || (argc > 2 && !judged)) {
-    std::fputs("usage: siege SECONDS [latency]\n", stderr);
+  if (!words.empty()) {
+    const char* const end = words[0].data() + words[0].size();
+    const auto [stop, error] = std::from_chars(words[0].data(), end, seconds);
+    seconds = error == std::errc() && stop == end ? seconds : 0;
+    words.erase(words.begin());
+  }
+  const bool latencyIsJudged = !words.empty() && words[0] == "latency";
+  if (latencyIsJudged) {
+    words.erase(words.begin());
+  }
+  const bool all = words.empty();
+  std::vector<sorvane::siege::Attack> attacks;
+  for (const sorvane::siege::Attack& each : sorvane::siege::attacks()) {
+    if (all || std::erase(words, each.what) > 0) {
+      attacks.push_back(each);
+    }
+  }
+  if (seconds < 1 || !words.empty()) {
+    std::fputs("usage: siege SECONDS [latency] [ATTACK]...\n", stderr);
     return 2;
   }
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  return sorvane::siege::run(std::chrono::seconds(seconds), judged);
+  return sorvane::siege::run(std::chrono::seconds(seconds), latencyIsJudged, attacks);
 }
