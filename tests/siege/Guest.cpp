@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "support/WaitUntil.h"
-
 namespace sorvane::siege {
 namespace {
 
@@ -39,7 +37,7 @@ void Guest::expect(bool well, const std::string& what) {
 
 void Guest::visit(const std::string& name) {
   {
-    Peer database(port_);
+    Peer database(port_, test::kPatience);
     const auto number =
         ask(database, {{"newPort", ""}, {"portName", name}, {"portHost", "h"}, {"portType", "t"}});
     expect(number.has_value(), "no port number for " + name);

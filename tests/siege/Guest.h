@@ -8,6 +8,7 @@
 
 #include "platform/Message.h"
 #include "siege/Peer.h"
+#include "support/WaitUntil.h"
 
 namespace sorvane::siege {
 
@@ -15,7 +16,7 @@ namespace sorvane::siege {
 /// several threads.
 class Guest {
  public:
-  explicit Guest(int port) : port_(port), tool_(port) {}
+  explicit Guest(int port) : port_(port), tool_(port, test::kPatience) {}
 
   /// One round: a database comes and goes. `what` tells them apart.
   void visit(const std::string& name);

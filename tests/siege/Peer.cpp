@@ -8,10 +8,11 @@
 
 namespace sorvane::siege {
 
-Peer::Peer(int port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  const timeval limit{2, 0};
-  setsockopt(socket_.number(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  setsockopt(socket_.number(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+Peer::Peer(int port, std::chrono::seconds limit)
+    : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  const timeval longest{limit.count(), 0};
+  setsockopt(socket_.number(), SOL_SOCKET, SO_SNDTIMEO, &longest, sizeof longest);
+  setsockopt(socket_.number(), SOL_SOCKET, SO_RCVTIMEO, &longest, sizeof longest);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<std::uint16_t>(port));

@@ -1,6 +1,7 @@
 // A client that minds nothing: it sends what it likes and takes every end as it comes.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,11 +11,12 @@
 
 namespace sorvane::siege {
 
-/// A connection to a port of 127.0.0.1. No call waits longer than two seconds. After a call that
-/// returns false or nothing, the connection is of no use any more.
+/// A connection to a port of 127.0.0.1. No call waits longer than the limit for one send or receive
+/// that makes no progress. After a call that returns false or nothing, the connection is of no use
+/// any more.
 class Peer {
  public:
-  explicit Peer(int port);
+  explicit Peer(int port, std::chrono::seconds limit = std::chrono::seconds(2));
 
   [[nodiscard]] bool isConnected() const { return socket_.isOpen(); }
   [[nodiscard]] bool send(std::string_view bytes);
