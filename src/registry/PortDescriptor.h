@@ -24,12 +24,13 @@ namespace sorvane {
 /// `cleanupAfterMessage` of the delegate. RetiredTexts.h tells how many such texts a thread keeps
 /// at most, with or without a message. A setter may be given such a view.
 ///
-/// Threads: only commands of the record's own connection change the registration, the info
-/// dictionary and the dirty flag, with `serverLock` held. The end of that connection can therefore
-/// read them without a lock. Commands of any connection read and change state and alert, with
-/// `serverLock` held. The end of a connection takes no `serverLock` and sees them inside the inner
-/// lock of the registry: whoever changes a text of a record that the registry knows does that
-/// inside that lock, too, through PortMap, which keeps the sums of what is held.
+/// Threads: only requests of the record's own connection change the registration and the dirty
+/// flag, with `serverLock` held, and the info dictionary, with the info server's lock held. They
+/// are carried out one after the other, so the end of that connection can read all of these without
+/// a lock. Commands of any connection read and change state and alert, with `serverLock` held. The
+/// end of a connection takes no `serverLock` and sees them inside the inner lock of the registry:
+/// whoever changes a text of a record that the registry knows does that inside that lock, too,
+/// through PortMap, which keeps the sums of what is held.
 class PortDescriptor {
  public:
   /// How long an alert lives after it was last set, seconds.
