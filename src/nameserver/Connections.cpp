@@ -32,8 +32,8 @@ constexpr ServerServices kServices{
 
 }  // namespace
 
-CommandContext sorvkeyController::context(const Message& request, NetConnection& sender,
-                                          Notes& notes) {
+inline CommandContext sorvkeyController::context(const Message& request, NetConnection& sender,
+                                                 Notes& notes) {
   return {registry_, request, sender, sender.replyWriter(), host_, kServices, sorvkey_verbose != 0,
           notes};
 }

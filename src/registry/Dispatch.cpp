@@ -1,6 +1,8 @@
 #include "registry/Dispatch.h"
 
+#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "platform/Ascii.h"
 #include "registry/HostCommands.h"
@@ -44,18 +46,6 @@ constexpr DispatchRule kRules[] = {
 };
 // clang-format on
 
-bool hasAll(const Message& request, const Keys& keys) {
-  for (const std::string_view key : keys) {
-    if (key.empty()) {
-      return true;
-    }
-    if (!request.contains(key)) {
-      return false;
-    }
-  }
-  return true;
-}
-
 // An action is ASCII, so a value that is no text equals none of them.
 std::string_view actionOf(const Message& request) {
   const std::string_view value = request.data("action").value_or("");
@@ -67,46 +57,66 @@ bool isAction(std::string_view action, std::string_view word) {
   return action.size() == word.size() && (action == word || equalIgnoringCase(action, word));
 }
 
-bool isReserved(Effect effect, const HostFacts& host) {
+bool mayBeRemote(Effect effect, const HostFacts& host) {
   switch (effect) {
     case reads:
-      return false;
+      return true;
     case registers:
-      return !host.takesRemoteRegistration;
+      return host.takesRemoteRegistration;
     case endsProcess:
-      return !host.takesRemoteControl;
+      return host.takesRemoteControl;
   }
-  return false;
+  return true;
 }
+
+// A request whose action is read when the first row asks for it. Each row is compared by code of
+// its own: comparing with a text that the compiler knows takes neither a call nor a look at the
+// table.
+class RequestToMatch {
+ public:
+  explicit RequestToMatch(const Message& request) : request_(request) {}
+
+  /// Returns the first row that matches.
+  template <std::size_t... rows>
+  const DispatchRule& firstOf(std::index_sequence<rows...> /*rows*/) {
+    const DispatchRule* found = nullptr;
+    static_cast<void>(((matches<rows>() && (found = &kRules[rows]) != nullptr) || ...));
+    return *found;
+  }
+
+ private:
+  template <std::size_t row>
+  bool matches() {
+    constexpr Keys keys = kRules[row].keys;
+    constexpr std::string_view word = kRules[row].action;
+    return has(keys[0]) && has(keys[1]) && has(keys[2]) && has(keys[3]) &&
+           (word.empty() || isAction(action(), word));
+  }
+  // An unused place of the keys is no condition.
+  [[nodiscard]] bool has(std::string_view key) const {
+    return key.empty() || request_.contains(key);
+  }
+  std::string_view action() {
+    if (!action_) {
+      action_ = actionOf(request_);
+    }
+    return *action_;
+  }
+
+  const Message& request_;
+  std::optional<std::string_view> action_;
+};
 
 }  // namespace
 
 std::span<const DispatchRule> dispatchRules() { return kRules; }
 
 const DispatchRule& ruleFor(const Message& request) {
-  std::optional<std::string_view> action;  // read when the first row asks for it
-  const DispatchRule* rule = kRules;
-  for (;; ++rule) {
-    if (!hasAll(request, rule->keys)) {
-      continue;
-    }
-    if (rule->action.empty()) {
-      return *rule;
-    }
-    if (!action) {
-      action = actionOf(request);
-    }
-    if (isAction(*action, rule->action)) {
-      return *rule;
-    }
-  }
+  return RequestToMatch(request).firstOf(std::make_index_sequence<std::size(kRules)>());
 }
 
-Outcome carryOut(const DispatchRule& rule, CommandContext& context) {
-  if (isReserved(rule.effect, context.host) && !context.sender.isFromThisMachine()) {
-    return Reply::none();
-  }
-  return rule.command(context);
+bool isReservedFrom(const CommandContext& context, Effect effect) {
+  return !mayBeRemote(effect, context.host) && !context.sender.isFromThisMachine();
 }
 
 }  // namespace sorvane

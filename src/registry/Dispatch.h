@@ -36,8 +36,16 @@ struct DispatchRule {
 /// Returns the rule that applies to a request.
 [[nodiscard]] const DispatchRule& ruleFor(const Message& request);
 
+/// Returns whether the settings reserve the effect for this machine while the sender is on another.
+[[nodiscard]] bool isReservedFrom(const CommandContext& context, Effect effect);
+
 /// Carries out the command of the rule. The reply is nil, and the command is not carried out, when
-/// the settings reserve its effect for this machine and the sender is on another one.
-Outcome carryOut(const DispatchRule& rule, CommandContext& context);
+/// its effect is reserved from the sender.
+inline Outcome carryOut(const DispatchRule& rule, CommandContext& context) {
+  if (rule.effect != Effect::reads && isReservedFrom(context, rule.effect)) {
+    return Reply::none();
+  }
+  return rule.command(context);
+}
 
 }  // namespace sorvane
