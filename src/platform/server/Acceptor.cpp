@@ -24,13 +24,20 @@ Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
       spare_(openSpare()) {}
 
 // The longer a turn, the more connections may have come meanwhile. In a short one, asking for a
-// second connection would mostly be a system call in vain. A flood of them must not keep the loop's
-// connections waiting: so there is a limit.
-void Acceptor::acceptSome(std::size_t eventsOfTurn, Poller& poller) {
-  std::size_t left =
-      std::clamp(eventsOfTurn / kEventsForOne, std::size_t{1}, std::size_t{kMostOfATurn});
+// second connection would mostly be a system call in vain, unless the listening socket was ready in
+// the turn before, too. A flood of them must not keep the loop's connections waiting: so there is a
+// limit.
+void Acceptor::acceptSome(std::uint64_t turn, std::size_t eventsOfTurn, Poller& poller) {
+  const std::size_t twice = turn == fullTurn_ + 1 ? 2 * accepted_ : 1;
+  const std::size_t most = std::clamp(std::max(twice, eventsOfTurn / kEventsForOne), std::size_t{1},
+                                      std::size_t{kMostOfATurn});
+  std::size_t left = most;
   while (left > 0 && acceptOne(poller)) {
     --left;
+  }
+  if (left == 0) {
+    fullTurn_ = turn;
+    accepted_ = most;
   }
 }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -35,9 +37,9 @@ class Acceptor {
            const std::vector<std::unique_ptr<ServingLoop>>& loops,
            AcceptCall accept = acceptConnection);
 
-  /// Accepts those connections that have waited longest: one, or more in a turn of the loop that
-  /// has many events.
-  void acceptSome(std::size_t eventsOfTurn, Poller& poller);
+  /// Accepts those connections that have waited longest: one, or more when the turn of the loop has
+  /// many events, and twice as many as in the turn before when even those were there.
+  void acceptSome(std::uint64_t turn, std::size_t eventsOfTurn, Poller& poller);
 
   /// True while accepting is paused. Call `goOn` at `pausedUntil` then.
   [[nodiscard]] bool isPaused() const { return paused_; }
@@ -60,6 +62,8 @@ class Acceptor {
   const AcceptCall accept_;
   ConsoleRateLimit console_;
   Descriptor spare_;
+  std::uint64_t fullTurn_ = 0;  // the last turn in which all were there that it may accept
+  std::size_t accepted_ = 0;    // how many these were
   bool paused_ = false;
   DeadlineQueue::Clock::time_point pausedUntil_;
 };

@@ -32,12 +32,13 @@ void ServingLoop::run(Acceptor* acceptor) {
 }
 
 void ServingLoop::takeTurn(Acceptor* acceptor) {
+  ++turn_;
   const std::span<const Poller::Event> events = poller_.wait(millisecondsToNextDeadline(acceptor));
   for (const Poller::Event& event : events) {
     if (event.owner == nullptr) {
       resumeDelivered();
     } else if (event.owner == acceptor) {
-      acceptor->acceptSome(events.size(), poller_);
+      acceptor->acceptSome(turn_, events.size(), poller_);
     } else {
       static_cast<ServerConnection*>(event.owner)->handle(event);
     }

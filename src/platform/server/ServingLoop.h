@@ -126,6 +126,7 @@ class ServingLoop {
 
   ServerContext& context_;
   Poller poller_;
+  std::uint64_t turn_ = 0;  // which turn this is; the first is 1
   DeadlineQueue partialFrames_;
   DeadlineQueue untakenReplies_;
   DeadlineQueue lingerers_;

@@ -109,6 +109,26 @@ TEST_F(Accepting, AsksForNoSecondConnectionInVainWhenLittleElseIsToDo) {
   EXPECT_EQ(calls_, 1);
 }
 
+TEST_F(Accepting, TakesTwiceAsManyInEachTurnOfAFlood) {
+  coming_.assign(40, kConnection);
+  for (const int after : {1, 3, 7, 15, 31, 40}) {
+    turn();
+    EXPECT_EQ(accepted(), after);
+  }
+}
+
+TEST_F(Accepting, BeginsAnewWithOneWhenAFloodIsOver) {
+  coming_.assign(5, kConnection);
+  for (const int after : {1, 3, 5}) {
+    turn();
+    EXPECT_EQ(accepted(), after);
+  }
+  turn();
+  coming_.assign(5, kConnection);
+  turn();
+  EXPECT_EQ(accepted(), 6);
+}
+
 TEST_F(Accepting, PassesOverAnErrorOfOneConnectionAndTakesTheNextOne) {
   const Coming errors = {ECONNABORTED, EHOSTDOWN,   EHOSTUNREACH, ENETDOWN, ENETUNREACH,
                          ENONET,       ENOPROTOOPT, EOPNOTSUPP,   EPERM,    EPROTO};
