@@ -1,16 +1,18 @@
 #include "platform/Message.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <utility>
 
 #include "platform/PropertyList.h"
+#include "platform/SipHash.h"
 
 namespace sorvane {
 namespace {
 
-// Up to here keys are compared pair by pair; a longer list is sorted, so that no request takes
-// quadratic time.
+// Up to here keys are compared pair by pair; those of a longer list are put into a table, so that
+// no request takes quadratic time.
 constexpr std::size_t kPairwiseEntries = 16;
 // A longer entry list is given back after use: one odd request must not be remembered in memory for
 // months.
@@ -31,13 +33,20 @@ bool hasRepeatedKey(const std::vector<MessageEntry>& entries) {
     }
     return false;
   }
-  std::vector<std::string_view> keys;
-  keys.reserve(entries.size());
+  // Strangers choose the keys: so the hash is one whose collisions they cannot find.
+  const SipKey& hashKey = SipKey::ofThisProcess();
+  std::vector<const MessageEntry*> slots(std::bit_ceil(2 * entries.size()));
+  const std::size_t mask = slots.size() - 1;
   for (const MessageEntry& entry : entries) {
-    keys.push_back(entry.key);
+    std::size_t index = sipHash13(hashKey, entry.key) & mask;
+    for (; slots[index] != nullptr; index = (index + 1) & mask) {
+      if (areEqualKeys(slots[index]->key, entry.key)) {
+        return true;
+      }
+    }
+    slots[index] = &entry;
   }
-  std::sort(keys.begin(), keys.end());
-  return std::adjacent_find(keys.begin(), keys.end()) != keys.end();
+  return false;
 }
 
 }  // namespace

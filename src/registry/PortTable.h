@@ -30,7 +30,7 @@
 #include <vector>
 
 #include "registry/PortDescriptor.h"
-#include "registry/SipHash.h"
+#include "registry/PortName.h"
 
 namespace sorvane {
 
@@ -38,7 +38,7 @@ namespace sorvane {
 /// place until the next `enter`, whatever is removed meanwhile. Not synchronised.
 class PortTable {
  private:
-  using Hash = std::size_t;
+  using Hash = PortName::Hash;
   static constexpr std::size_t kNone = ~std::size_t{0};
 
  public:
@@ -62,26 +62,21 @@ class PortTable {
     std::size_t index_;  // of the slot, or kNone
   };
 
-  /// Strangers choose the names: without the key of the hash nobody can choose names that meet.
-  explicit PortTable(const SipKey& key = SipKey::ofThisProcess()) : key_(key) {}
-
   [[nodiscard]] std::size_t size() const { return size_; }
 
-  [[nodiscard]] Place placeOf(std::string_view name) const {
-    const Hash hash = hashOf(name);
-    return {hash, indexOf(name, hash)};
-  }
+  [[nodiscard]] Place placeOf(const PortName& name) const { return {name.hash(), indexOf(name)}; }
   /// Returns the record at a place that is taken. Valid until the table is changed.
   [[nodiscard]] const Record& at(Place place) const { return slots_[place.index_].record; }
   /// Returns the record under the name, or null. Valid until the table is changed.
-  [[nodiscard]] const Record* find(std::string_view name) const {
+  [[nodiscard]] const Record* find(const PortName& name) const {
     const Place place = placeOf(name);
     return place.isTaken() ? &at(place) : nullptr;
   }
 
-  /// Enters a record, which must not be null, under the name, whose place is `place`. The record's
-  /// connection must not have ended. Returns the record that it replaces, or null.
-  Record enter(Place place, std::string_view name, Record record);
+  /// Enters a record, which must not be null, under the name, whose place is `place`. Takes the
+  /// text of the name unless the place is taken. The record's connection must not have ended.
+  /// Returns the record that it replaces, or null.
+  Record enter(Place place, OwnedPortName&& name, Record record);
 
   /// Removes the entry at a place that is taken.
   Entry remove(Place place);
@@ -105,11 +100,10 @@ class PortTable {
   [[nodiscard]] Place oldestLeftBehind() const { return {slots_[leftBehind_].hash, leftBehind_}; }
 
  private:
-  // What a slot without a record holds in place of a hash. The hash of a name is never below
-  // `kLeastHash`.
+  // What a slot without a record holds in place of a hash.
   static constexpr Hash kEmpty = 0;
   static constexpr Hash kRemoved = 1;
-  static constexpr Hash kLeastHash = 2;
+  static constexpr Hash kLeastHash = PortName::kLeastHash;
   // The neighbour of a slot that is alone in its ring. No table has that many slots.
   static constexpr std::uint32_t kAlone = ~std::uint32_t{0};
 
@@ -123,19 +117,15 @@ class PortTable {
   };
   static_assert(sizeof(Slot) == kSlotBytes);
 
-  [[nodiscard]] Hash hashOf(std::string_view name) const {
-    const auto hash = static_cast<Hash>(sipHash13(key_, name));
-    return hash < kLeastHash ? hash + kLeastHash : hash;
-  }
   // Returns the slot of a name, or kNone.
-  [[nodiscard]] std::size_t indexOf(std::string_view name, Hash hash) const {
+  [[nodiscard]] std::size_t indexOf(const PortName& name) const {
     if (size_ == 0) {
       return kNone;
     }
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t index = hash & mask; slots_[index].hash != kEmpty;
+    for (std::size_t index = name.hash() & mask; slots_[index].hash != kEmpty;
          index = (index + 1) & mask) {
-      if (slots_[index].hash == hash && slots_[index].name == name) {
+      if (slots_[index].hash == name.hash() && slots_[index].name == name.text()) {
         return index;
       }
     }
@@ -162,7 +152,6 @@ class PortTable {
   void put(std::size_t index, Record record);
   Record take(std::size_t index);
 
-  const SipKey key_;
   std::vector<Slot> slots_;            // a power of two of them, or none; at least one is empty
   std::size_t size_ = 0;               // slots with a record
   std::size_t removed_ = 0;            // slots that hold kRemoved

@@ -22,6 +22,10 @@ constexpr std::size_t kOutputAtOnce = 256 * 1024;
 // try for a lock longer than such requests take.
 constexpr int kRequestsOfTurn = 64;
 constexpr std::size_t kOutputOfTurn = 16 * 1024;
+// After this many requests of one connection the loop's other connections get their turn.
+constexpr int kRequestsAtOnce = 4 * kRequestsOfTurn;
+// Reading the entries of a longer request takes so long that a waiting thread does it.
+constexpr std::size_t kLongRequest = 16 * 1024;
 // A larger output buffer is freed after use.
 constexpr std::size_t kKeptOutput = 1024 * 1024;
 // More memory of leftover input is given back when half of it is not in use.
@@ -143,7 +147,7 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
   Message& request = loop_.request();
   const std::size_t maximumBody = loop_.context().maximumBodyBytes;
   std::optional<Turn> turn(std::in_place);
-  int requestsOfTurn = 0;
+  int requests = 0;
   std::size_t outputBefore = loop_.output().size();
   while (served.bytes < input.size()) {
     const std::string_view rest = input.substr(served.bytes);
@@ -156,6 +160,10 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
         rest.size() - kFrameHeaderBytes < header.bodyBytes) {
       break;
     }
+    if (header.bodyBytes > kLongRequest) {
+      served.mustWait = true;
+      break;
+    }
     served.fault = request.readBody(rest.substr(kFrameHeaderBytes, header.bodyBytes));
     if (served.fault != nullptr) {
       break;
@@ -165,14 +173,12 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
       break;
     }
     served.bytes += kFrameHeaderBytes + header.bodyBytes;
-    if (loop_.output().size() >= kOutputAtOnce) {
+    if (++requests == kRequestsAtOnce || loop_.output().size() >= kOutputAtOnce) {
       served.isCutShort = served.bytes < input.size();
       break;
     }
-    if (++requestsOfTurn == kRequestsOfTurn ||
-        loop_.output().size() - outputBefore > kOutputOfTurn) {
+    if (requests % kRequestsOfTurn == 0 || loop_.output().size() - outputBefore > kOutputOfTurn) {
       turn.emplace();
-      requestsOfTurn = 0;
       outputBefore = loop_.output().size();
     }
   }
@@ -195,19 +201,19 @@ bool ServerConnection::deliver(const Message& request, Turn& turn) {
   return true;
 }
 
-// The serving thread has read the first frame of the leftover input: it is well formed.
-Message ServerConnection::leftoverRequest() const {
+const char* ServerConnection::readLeftoverRequest(Message& request) const {
   const std::string_view input = leftover_->input;
   const std::size_t bodyBytes = readFrameHeader(input, loop_.context().maximumBodyBytes).bodyBytes;
-  Message request;
-  if (request.readBody(input.substr(kFrameHeaderBytes, bodyBytes)) != nullptr) {
-    std::abort();
-  }
-  return request;
+  return request.readBody(input.substr(kFrameHeaderBytes, bodyBytes));
 }
 
 void ServerConnection::deliverOnWaitingThread() {
-  const Message request = leftoverRequest();
+  Message request;
+  leftover_->fault = readLeftoverRequest(request);
+  if (leftover_->fault != nullptr) {
+    loop_.delivered(*this);
+    return;
+  }
   (void)beginFrame(leftover_->reply.own());
   setReplyBuffer(&leftover_->reply);
   Delivery delivery = callDelegate<Delivery>(
@@ -219,7 +225,8 @@ void ServerConnection::deliverOnWaitingThread() {
   // The request is read again there. Keeping it would cost each connection that waits for the disk
   // several times the bytes of a request of many entries.
   threadOf(delivery.disk()).run([this, rest = delivery.takeRest()] {
-    const Message sameRequest = leftoverRequest();
+    Message sameRequest;
+    static_cast<void>(readLeftoverRequest(sameRequest));  // it was well formed before
     finishDelivery(sameRequest, callDelegate(Reply::none(), [&] { return rest(sameRequest); }));
   });
 }

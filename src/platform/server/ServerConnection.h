@@ -24,14 +24,16 @@
 // The first of these that is true decides what follows `serve`:
 //   1  The peer did not take all replies, or the replies so far are so long that the loop's other
 //      connections get their turn before the next request is delivered.
-//   2  The next request must wait, for instance for a lock: it goes to a waiting thread. From there
-//      it goes on to the thread of a disk, if it needs that disk.
+//   2  The next request must wait, for instance for a lock, or it is so long that reading it would
+//      keep the loop's other connections waiting: it goes to a waiting thread. From there it goes
+//      on to the thread of a disk, if it needs that disk.
 //   3  The next frame is malformed, or cannot be kept: the unhandled input of all connections
 //      together would hold more memory than the settings allow. The replies so far are sent first.
 //   4  No complete frame is left.
 // Further transitions:
 //   5  The waiting thread is done, and the peer did not take the whole reply.
 //   sending -> lingering    All is sent, and a malformed frame had been found before.
+//   delivering -> lingering The waiting thread has found the frame malformed.
 //   reading -> lingering    A frame was not complete within the time that the settings allow.
 //   start -> closed         The poller refused the descriptor.
 //   reading -> closed       The peer closed the connection, or receiving or sending failed.
@@ -120,6 +122,7 @@ class ServerConnection final : public NetConnection {
     UntakenReplies output;           ///< replies that are not sent yet
     ReplyBuffer reply;               ///< of the request that a waiting thread delivers
     bool outputIsRefused = false;    ///< a waiting thread's reply could not be kept
+    const char* fault = nullptr;     ///< why a waiting thread found the request malformed, or null
     DeadlineQueue* queue = nullptr;  ///< which has a deadline of the connection; null if none has
     DeadlineQueue::Ticket deadline;  ///< valid if there is a `queue`
   };
@@ -140,8 +143,9 @@ class ServerConnection final : public NetConnection {
   [[nodiscard]] Served deliverAll(std::string_view input);
   /// Delivers a request without waiting. Returns false if it must go to a waiting thread.
   [[nodiscard]] bool deliver(const Message& request, Turn& turn);
-  /// The first request of the leftover input, which is complete.
-  [[nodiscard]] Message leftoverRequest() const;
+  /// Reads the first request of the leftover input, whose frame is complete. Returns null, or why
+  /// it is malformed.
+  [[nodiscard]] const char* readLeftoverRequest(Message& request) const;
   /// Delivers that request. Runs on a waiting thread, and leaves what needs a disk to the disk's.
   void deliverOnWaitingThread();
   /// Ends the delivery of that request: gives the connection back to its serving thread, which may

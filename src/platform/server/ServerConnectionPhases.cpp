@@ -36,6 +36,9 @@ void ServerConnection::resume() {
   } else if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) ||
              !sendLeftover()) {
     closeNow();
+  } else if (leftover_->fault != nullptr) {
+    refuse(leftover_->fault);
+    linger();
   } else if (hasLeftoverOutput()) {
     waitForPeer();
   } else {

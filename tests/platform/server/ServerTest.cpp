@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/server/ServedByHand.h"
 #include "platform/server/ServedDelegate.h"
 #include "support/WireBytes.h"
 
@@ -195,6 +196,50 @@ TEST(Server, RepliesStayInOrderWhenAnEarlierRequestWaits) {
   EXPECT_TRUE(client.staysSilent(milliseconds(0))) << "nothing overtakes the waiting request";
   server.delegate().openGate();
   EXPECT_EQ(client.receive(replies.size()), replies);
+}
+
+TEST(Server, ALongPipelineLeavesTheOthersTheirTurn) {
+  ServedByHand server;
+  RawConnection eager = server.connect();
+  RawConnection other = server.connect();
+  const std::string one = frame(Message({{"echo", "x"}}));
+  constexpr std::size_t kRequests = 1000;
+  std::string all;
+  for (std::size_t i = 0; i < kRequests; ++i) {
+    all += one;
+  }
+  eager.send(all);
+  other.send(one);
+  server.turn();
+  EXPECT_EQ(other.receive(one.size()), one);
+  EXPECT_LT(server.delegate().delivered, 300) << "in the same turn";
+  EXPECT_EQ(server.receives(eager, all.size()), all);
+}
+
+TEST(Server, ALongRequestIsReadWhereItKeepsNobodyWaiting) {
+  ServedByHand server;
+  RawConnection client = server.connect();
+  const std::string longOne = frame(Message({{"echo", std::string(20000, 'x')}}));
+  const std::string shortOne = frame(Message({{"echo", "short"}}));
+  client.send(shortOne + longOne + shortOne);
+  server.turn();
+  EXPECT_EQ(server.delegate().delivered, 1) << "by the serving thread";
+  EXPECT_EQ(server.receives(client, 2 * shortOne.size() + longOne.size()),
+            shortOne + longOne + shortOne);
+}
+
+TEST(Server, ALongRequestThatIsMalformedEndsItsConnectionLikeAShortOne) {
+  const ConsoleLines console;
+  ServedDelegate server(oneThread());
+  RawConnection client = server.connect();
+  const std::string shortOne = frame(Message({{"echo", "short"}}));
+  const std::string value(20000, 'x');
+  client.send(shortOne + frameOfBody(entry("a", value) + entry("a", value)) + shortOne);
+  EXPECT_EQ(client.receive(shortOne.size()), shortOne) << "what came before it has its reply";
+  EXPECT_TRUE(client.isClosedByPeer());
+  EXPECT_EQ(server.delegate().ended, 1);
+  EXPECT_EQ(server.delegate().delivered, 1);
+  EXPECT_EQ(console.count("connection closed, a key is repeated"), 1);
 }
 
 TEST(Server, APeerThatLeavesWhileItsRequestWaitsIsEndedAfterwards) {

@@ -1,4 +1,4 @@
-#include "registry/SipHash.h"
+#include "platform/SipHash.h"
 
 #include <random>
 

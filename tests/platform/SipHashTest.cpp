@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "registry/SipHash.h"
+#include "platform/SipHash.h"
 
 namespace sorvane {
 namespace {
