@@ -16,15 +16,6 @@ constexpr std::string_view kPing = "ping";
 // About twelve microseconds: a turn of requests of the common kind is over by then.
 constexpr int kTriesWithoutWaiting = 600;
 
-bool tryLockBriefly(VNThreadLock& lock) {
-  for (int tries = 0; tries < kTriesWithoutWaiting; ++tries) {
-    if (lock.tryLock()) {
-      return true;
-    }
-  }
-  return false;
-}
-
 constexpr ServerServices kServices{
     .sorvaneVersion = sorvkeyController::sorvaneVersion,
     .platformName = sorvkeyController::platformName,
@@ -36,6 +27,23 @@ inline CommandContext sorvkeyController::context(const Message& request, NetConn
                                                  Notes& notes) {
   return {registry_, request, sender, sender.replyWriter(), host_, kServices, sorvkey_verbose != 0,
           notes};
+}
+
+// Those that wait for the lock come first: a connection that takes it again and again would leave
+// them none of it.
+bool sorvkeyController::tryServerLock() {
+  for (int tries = 0; tries < kTriesWithoutWaiting; ++tries) {
+    if (waitingForServerLock_.load(std::memory_order_relaxed) == 0 && serverLock_.tryLock()) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void sorvkeyController::waitForServerLock() {
+  waitingForServerLock_.fetch_add(1, std::memory_order_relaxed);
+  serverLock_.lock();
+  waitingForServerLock_.fetch_sub(1, std::memory_order_relaxed);
 }
 
 void sorvkeyController::startCommunication(NetConnection& connection) {
@@ -54,7 +62,7 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
     return std::nullopt;
   }
   if (!turn.holdsLocks()) {
-    if (!tryLockBriefly(serverLock_)) {
+    if (!tryServerLock()) {
       return std::nullopt;
     }
     turn.keep(serverLock_);
@@ -62,7 +70,7 @@ std::optional<Reply> sorvkeyController::deliverWithoutWaiting(const Message& req
     turn.keep(registry_);
   }
   try {
-    return carryOut(rule, command).reply();
+    return prepare(rule, command) ? rule.command(command).reply() : Reply::none();
   } catch (const NSException&) {
     // A command that raises has changed nothing, so it can be delivered a second time. Reporting it
     // waits for a disk.
@@ -82,15 +90,26 @@ Delivery sorvkeyController::deliverWithoutDisk(const Message& request, NetConnec
     return Reply::written();
   }
   Notes notes;
+  CommandContext command = context(request, sender, notes);
+  const DispatchRule& rule = ruleFor(request);
   Outcome outcome = Reply::none();
   bool raised = false;
-  serverLock_.lock();
   try {
-    outcome = deliverCommunicationLocked(request, sender, notes);
+    if (!prepare(rule, command)) {
+      return Reply::none();
+    }
   } catch (const NSException&) {
     raised = true;
   }
-  serverLock_.unlock();
+  if (!raised) {
+    waitForServerLock();
+    try {
+      outcome = deliverCommunicationLocked(rule, command);
+    } catch (const NSException&) {
+      raised = true;
+    }
+    serverLock_.unlock();
+  }
   switch (outcome.kind()) {
     case Outcome::Kind::reply:
       break;
@@ -115,10 +134,9 @@ Delivery sorvkeyController::deliverWithoutDisk(const Message& request, NetConnec
           }};
 }
 
-Outcome sorvkeyController::deliverCommunicationLocked(const Message& request, NetConnection& sender,
-                                                      Notes& notes) {
-  CommandContext command = context(request, sender, notes);
-  return carryOut(ruleFor(request), command);
+Outcome sorvkeyController::deliverCommunicationLocked(const DispatchRule& rule,
+                                                      CommandContext& command) {
+  return rule.command(command);
 }
 
 void sorvkeyController::write(const Notes& notes, bool raised, const Message& request) {

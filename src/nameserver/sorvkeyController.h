@@ -1,6 +1,7 @@
 // The name server: the one object that holds its state and serves its connections.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -14,6 +15,7 @@
 #include "platform/VNFileLock.h"
 #include "platform/VNThreadLock.h"
 #include "registry/CommandContext.h"
+#include "registry/Dispatch.h"
 #include "registry/HostLists.h"
 #include "registry/Registry.h"
 #include "registry/RetiredTexts.h"
@@ -69,9 +71,9 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   Delivery deliverWithoutDisk(const Message& request, NetConnection& sender) override;
   /// Does the same and what is left, too.
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
-  /// Finds the request's command and carries it out; `serverLock` must be held. Raises what the
-  /// command raises. The caller acts on the outcome and on `notes` when it has released the lock.
-  Outcome deliverCommunicationLocked(const Message& request, NetConnection& sender, Notes& notes);
+  /// Carries out a command that was prepared; `serverLock` must be held. Raises what the command
+  /// raises. The caller acts on the outcome and on the notes when it has released the lock.
+  static Outcome deliverCommunicationLocked(const DispatchRule& rule, CommandContext& command);
   /// Forgets what the connection had registered (`endConnection`), logs the removal of a launcher
   /// host, and tells the info server. Takes no `serverLock`.
   void endCommunication(NetConnection& connection) override;
@@ -131,6 +133,10 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   [[nodiscard]] int openServerSocket();
 
  private:
+  /// Takes `serverLock` if it can be had in a few microseconds. Returns whether it was taken.
+  [[nodiscard]] bool tryServerLock();
+  /// Takes `serverLock`, however long that takes.
+  void waitForServerLock();
   [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);
   /// Writes what the command wants written, and reports the request if the command raised.
   void write(const Notes& notes, bool raised, const Message& request);
@@ -140,6 +146,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // Protect themselves.
   Registry registry_;
   VNThreadLock serverLock_;
+  std::atomic<int> waitingForServerLock_ = 0;  // threads
   ConsoleRateLimit droppedPortsConsole_;
   Warnings warnings_;
   ConsoleRateLimit raisedRequests_;  // console texts

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,7 +20,7 @@ struct ServerServices {
   const std::string& (*platformName)();    ///< the operating system's version text
 };
 
-/// One request that is being carried out, with `serverLock` held.
+/// One request that is being carried out.
 struct CommandContext {
   Registry& registry;
   const Message& request;
@@ -29,6 +30,9 @@ struct CommandContext {
   const ServerServices& services;
   const bool verbose;  ///< some commands then log what they do
   Notes& notes;        ///< what is to be written afterwards
+  // What the command has prepared; nothing for most commands.
+  std::optional<PortMap::NamedRegistration> registration = std::nullopt;
+  std::optional<OwnedPortName> name = std::nullopt;
 
   /// Returns the sender's record. Raises NSException when its connection was never opened.
   [[nodiscard]] PortDescriptor& record() const {
@@ -57,10 +61,15 @@ struct CommandContext {
   }
 };
 
-/// A command reads its values first, which may raise NSException, then changes the registry, then
-/// writes its reply. A command that raises has changed nothing, so it can be delivered twice: one
-/// whose reply may be too long for a reply finds that out before it changes anything.
+/// Carries a request out, with `serverLock` held. A command reads its values first, which may raise
+/// NSException, then changes the registry, then writes its reply. A command that raises has changed
+/// nothing, so it can be delivered twice: one whose reply may be too long for a reply finds that
+/// out before it changes anything.
 using Command = Outcome (*)(CommandContext& context);
+
+/// Does what takes time and needs no lock, before `serverLock` is taken: copies and hashes texts.
+/// May raise NSException.
+using Prepare = void (*)(CommandContext& context);
 
 /// Returns true when the request needs a disk or leaves notes, or when the command has much work to
 /// do. Called without `serverLock`.

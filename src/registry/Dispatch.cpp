@@ -25,24 +25,24 @@ constexpr Keys kNewPortKeys = {key::newPort, key::portHost, key::portName, key::
 // The order is part of the protocol: the first row that matches a request applies to it.
 // clang-format off
 constexpr DispatchRule kRules[] = {
-    // keys                action                 effect       command              may wait
-    {{key::reconnectPort}, "",                    registers,   reconnectPort,       never},
-    {{key::findPort},      "",                    reads,       findPort,            findPortMayWait},
-    {{key::acceptPort},    "",                    registers,   acceptPort,          never},
-    {{key::terminate},     "",                    endsProcess, terminate,           always},
-    {{},                   "restart",             endsProcess, restart,             always},
-    {kNewPortKeys,         "",                    registers,   newPort,             never},
-    {{},                   "needsRefresh",        registers,   needsRefresh,        never},
-    {{},                   "setAlertState",       registers,   setAlertState,       never},
-    {{},                   "setDatabaseState",    registers,   setDatabaseState,    never},
-    {{},                   "databaseStates",      reads,       databaseStates,      databaseStatesMayWait},
-    {{},                   "watchPortChanges",    reads,       watchPortChanges,    never},
-    {{},                   "didPortsChange",      reads,       didPortsChange,      never},
-    {{},                   "changeTimestamp",     reads,       changeTimestamp,     never},
-    {{},                   "sorvexecConnectHost", registers,   sorvexecConnectHost, always},
-    {{},                   "hostInfo",            reads,       hostInfo,            always},
-    {{},                   "hostList",            reads,       hostList,            never},
-    {{},                   "",                    reads,       infoServer,          always},
+    // keys                action                 effect       prepare               command              may wait
+    {{key::reconnectPort}, "",                    registers,   prepareReconnectPort, reconnectPort,       never},
+    {{key::findPort},      "",                    reads,       nullptr,              findPort,            findPortMayWait},
+    {{key::acceptPort},    "",                    registers,   prepareAcceptPort,    acceptPort,          never},
+    {{key::terminate},     "",                    endsProcess, nullptr,              terminate,           always},
+    {{},                   "restart",             endsProcess, nullptr,              restart,             always},
+    {kNewPortKeys,         "",                    registers,   nullptr,              newPort,             never},
+    {{},                   "needsRefresh",        registers,   nullptr,              needsRefresh,        never},
+    {{},                   "setAlertState",       registers,   nullptr,              setAlertState,       never},
+    {{},                   "setDatabaseState",    registers,   nullptr,              setDatabaseState,    never},
+    {{},                   "databaseStates",      reads,       nullptr,              databaseStates,      databaseStatesMayWait},
+    {{},                   "watchPortChanges",    reads,       nullptr,              watchPortChanges,    never},
+    {{},                   "didPortsChange",      reads,       nullptr,              didPortsChange,      never},
+    {{},                   "changeTimestamp",     reads,       nullptr,              changeTimestamp,     never},
+    {{},                   "sorvexecConnectHost", registers,   nullptr,              sorvexecConnectHost, always},
+    {{},                   "hostInfo",            reads,       nullptr,              hostInfo,            always},
+    {{},                   "hostList",            reads,       nullptr,              hostList,            never},
+    {{},                   "",                    reads,       nullptr,              infoServer,          always},
 };
 // clang-format on
 

@@ -25,6 +25,7 @@ struct DispatchRule {
   /// The text of "action" must be this, in any letter case. Empty for a row that does not ask.
   std::string_view action;
   Effect effect;
+  Prepare prepare;  ///< null: there is nothing to prepare
   Command command;
   MayWait mayWait;
 };
@@ -39,13 +40,16 @@ struct DispatchRule {
 /// Returns whether the settings reserve the effect for this machine while the sender is on another.
 [[nodiscard]] bool isReservedFrom(const CommandContext& context, Effect effect);
 
-/// Carries out the command of the rule. The reply is nil, and the command is not carried out, when
-/// its effect is reserved from the sender.
-inline Outcome carryOut(const DispatchRule& rule, CommandContext& context) {
+/// Does what comes before the command of the rule and needs no `serverLock`. Returns false when the
+/// command must not be carried out: its effect is reserved from the sender. The reply is then nil.
+[[nodiscard]] inline bool prepare(const DispatchRule& rule, CommandContext& context) {
   if (rule.effect != Effect::reads && isReservedFrom(context, rule.effect)) {
-    return Reply::none();
+    return false;
   }
-  return rule.command(context);
+  if (rule.prepare != nullptr) {
+    rule.prepare(context);
+  }
+  return true;
 }
 
 }  // namespace sorvane

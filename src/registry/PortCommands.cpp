@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/Ascii.h"
 #include "registry/RequestKeys.h"
@@ -69,29 +70,36 @@ Outcome newPort(CommandContext& context) {
   return Reply::written();
 }
 
-Outcome acceptPort(CommandContext& context) {
+void prepareAcceptPort(CommandContext& context) {
   const auto name = context.record().portName();
   if (!name) {
     throw NSException("a record without a name cannot be entered");
   }
+  context.name.emplace(*name);
+}
+
+Outcome acceptPort(CommandContext& context) {
   const Reply reply = context.requestAsReply();
-  context.registry.enterPort(*name, context.sharedRecord());
+  context.registry.enterPort(std::move(*context.name), context.sharedRecord());
   context.registry.setWatchToDirty();
   return reply;
 }
 
-Outcome reconnectPort(CommandContext& context) {
+void prepareReconnectPort(CommandContext& context) {
   const Message& request = context.request;
   const std::string_view name = request.requiredText(key::reconnectPort);
   const std::string_view host = request.requiredText(key::portHost);
   const std::string_view number = request.requiredText(key::portNumber);
   const std::string_view type = request.requiredText(key::portType);
   const std::string portKey = joinedKey(name, host);
+  context.registration.emplace(
+      registrationOf(context.record(), request, portKey, name, host, number, type));
+}
+
+Outcome reconnectPort(CommandContext& context) {
   const Reply reply = context.requestAsReply();
-  const PortDescriptor::Registration registration =
-      registrationOf(context.record(), request, portKey, name, host, number, type);
   const PortMap::Record replaced = context.registry.with([&](RegistryState& state) {
-    return state.map.enterWith(registration, context.sharedRecord());
+    return state.map.enterWith(std::move(*context.registration), context.sharedRecord());
   });
   context.registry.setWatchToDirty();
   return reply;

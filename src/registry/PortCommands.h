@@ -18,10 +18,12 @@ Outcome newPort(CommandContext& context);
 
 /// "acceptPort": enters the sender's record under its name and sets all watchers dirty. The reply
 /// is the request.
+void prepareAcceptPort(CommandContext& context);
 Outcome acceptPort(CommandContext& context);
 
 /// "reconnectPort": fills the sender's record with what the request carries, then does what
 /// "acceptPort" does. The reply is the request.
+void prepareReconnectPort(CommandContext& context);
 Outcome reconnectPort(CommandContext& context);
 
 /// "findPort": replies where the port of that name is, or {"notFound"}. A remote user of a server

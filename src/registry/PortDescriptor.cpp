@@ -20,14 +20,6 @@ PortDescriptor::PortBlock::Texts PortDescriptor::textsOf(const Registration& reg
           registration.portType,   registration.portKey,  registration.portHostAddress};
 }
 
-void PortDescriptor::setRegistration(const Registration& registration) {
-  port_.setAll(textsOf(registration));
-}
-
-std::size_t PortDescriptor::bytesOf(const Registration& registration) {
-  return registrationBytes(PortBlock::bytesWith(textsOf(registration)));
-}
-
 std::size_t PortDescriptor::registrationBytes(std::size_t blockBytes) {
   constexpr std::size_t kControlBlock = 2 * sizeof(void*);
   constexpr std::size_t kRecordAndInfo =

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "registry/HeapBytes.h"
 #include "registry/TextBlock.h"
@@ -32,6 +33,15 @@ namespace sorvane {
 /// whoever changes a text of a record that the registry knows does that inside that lock, too,
 /// through PortMap, which keeps the sums of what is held.
 class PortDescriptor {
+ private:
+  enum PortText : std::uint8_t { kNumber, kName, kHost, kType, kKey, kAddress };
+  static constexpr std::array<std::string_view, 6> kPortTexts = {
+      "portNumber", "portName", "portHost", "portType", "", ""};
+  enum StateText : std::uint8_t { kStatus, kAlert, kAlertTime };
+  static constexpr std::array<std::string_view, 3> kStateTexts = {"", "", ""};
+  using PortBlock = TextBlock<kPortTexts>;
+  using StateBlock = TextBlock<kStateTexts>;
+
  public:
   /// How long an alert lives after it was last set, seconds.
   static constexpr double kAlertLifetime = 3600.0;
@@ -82,11 +92,30 @@ class PortDescriptor {
   /// portHost and portType, likewise.
   [[nodiscard]] std::string_view hostAndTypeEntries() const { return port_.entries(kHost, kType); }
 
-  /// Replaces the whole registration with one allocation. Every setter of a text raises NSException
-  /// and changes nothing when the texts of its group are longer than 2 GiB together.
-  void setRegistration(const Registration& registration);
-  /// Returns what a registration costs to keep in a record, bytes: its block and the record itself.
-  [[nodiscard]] static std::size_t bytesOf(const Registration& registration);
+  /// A registration whose texts lie in a block already. Long texts take time to copy, so that is
+  /// done where no lock is held.
+  class Prepared {
+   public:
+    /// Copies the texts with one allocation. Raises NSException when they are longer than 2 GiB
+    /// together.
+    explicit Prepared(const Registration& registration) : texts_(textsOf(registration)) {}
+
+    /// Returns what it costs to keep in a record, bytes: the block and the record itself.
+    [[nodiscard]] std::size_t bytes() const { return registrationBytes(texts_.bytes()); }
+
+   private:
+    friend class PortDescriptor;
+    PortBlock texts_;
+  };
+
+  /// Replaces the whole registration. Every other setter of a text raises NSException and changes
+  /// nothing when the texts of its group are longer than 2 GiB together.
+  void setRegistration(Prepared&& registration) {
+    port_.replaceWith(std::move(registration.texts_));
+  }
+  void setRegistration(const Registration& registration) {
+    setRegistration(Prepared(registration));
+  }
   [[nodiscard]] std::size_t registrationBytes() const { return registrationBytes(port_.bytes()); }
   void setPortKey(std::optional<std::string_view> text) { port_.set(kKey, text); }
   void setPortName(std::optional<std::string_view> text) { port_.set(kName, text); }
@@ -156,14 +185,6 @@ class PortDescriptor {
   void invalidate() {}
 
  private:
-  enum PortText : std::uint8_t { kNumber, kName, kHost, kType, kKey, kAddress };
-  static constexpr std::array<std::string_view, 6> kPortTexts = {
-      "portNumber", "portName", "portHost", "portType", "", ""};
-  enum StateText : std::uint8_t { kStatus, kAlert, kAlertTime };
-  static constexpr std::array<std::string_view, 3> kStateTexts = {"", "", ""};
-  using PortBlock = TextBlock<kPortTexts>;
-  using StateBlock = TextBlock<kStateTexts>;
-
   // A registered record may get an info dictionary at any time: it is counted from the start.
   [[nodiscard]] static std::size_t registrationBytes(std::size_t blockBytes);
   [[nodiscard]] static PortBlock::Texts textsOf(const Registration& registration);

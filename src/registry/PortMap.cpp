@@ -49,7 +49,8 @@ void PortMap::change(PortDescriptor& record, Change&& make) {
 
 PortMap::Entry PortMap::replaceRegistration(PortDescriptor& record,
                                             const Registration& registration) {
-  Growth growth = growthByRegistration(record, registration);
+  PortDescriptor::Prepared texts(registration);
+  Growth growth = growthByRegistration(record, texts.bytes());
   std::optional<PortTable::Place> former;
   if (record.portNumber() && record.portName()) {
     const std::string_view name = *record.portName();
@@ -68,14 +69,14 @@ PortMap::Entry PortMap::replaceRegistration(PortDescriptor& record,
   }
   requireRoom(record, growth);
   Entry removed = former ? remove(*former) : Entry();
-  change(record, [&] { record.setRegistration(registration); });
+  change(record, [&] { record.setRegistration(std::move(texts)); });
   return removed;
 }
 
 template <typename Set>
-PortMap::Record PortMap::enter(PortTable::Place place, Record record, std::string_view name,
+PortMap::Record PortMap::enter(PortTable::Place place, Record record, OwnedPortName&& name,
                                Set&& set) {
-  const auto bytes = static_cast<std::uint32_t>(nameBytes(name));
+  const auto bytes = static_cast<std::uint32_t>(nameBytes(name.text()));
   PortDescriptor& entered = *record;
   PortDescriptor* const holder = place.isTaken() ? table_.at(place).get() : nullptr;
   Record replaced;
@@ -84,7 +85,7 @@ PortMap::Record PortMap::enter(PortTable::Place place, Record record, std::strin
       set(entered);
       if (holder != &entered) {
         entered.holdings().nameBytes += bytes;
-        replaced = table_.enter(place, name, std::move(record));
+        replaced = table_.enter(place, std::move(name), std::move(record));
       }
     });
   };
@@ -99,45 +100,45 @@ PortMap::Record PortMap::enter(PortTable::Place place, Record record, std::strin
   return replaced;
 }
 
-PortMap::Record PortMap::enter(std::string_view name, Record record) {
+PortMap::Record PortMap::enter(OwnedPortName&& name, Record record) {
   const PortTable::Place place = table_.placeOf(name);
-  Growth growth = growthByEntry(place, name, *record);
+  Growth growth = growthByEntry(place, name.text(), *record);
   if (record->holdings().isCounted == 0) {
     growth.ofAll += difference(textBytes(*record), 0);
   }
   requireRoom(*record, growth);
-  return enter(place, std::move(record), name, [](PortDescriptor&) {});
+  return enter(place, std::move(record), std::move(name), [](PortDescriptor&) {});
 }
 
-PortMap::Record PortMap::enterWith(const Registration& registration, Record record) {
-  const std::string_view name = *registration.portName;
-  const PortTable::Place place = table_.placeOf(name);
-  Growth growth = growthByEntry(place, name, *record);
-  const Growth ofTexts = growthByRegistration(*record, registration);
+PortMap::Record PortMap::enterWith(NamedRegistration&& registration, Record record) {
+  const PortTable::Place place = table_.placeOf(registration.name);
+  Growth growth = growthByEntry(place, registration.name.text(), *record);
+  const Growth ofTexts = growthByRegistration(*record, registration.texts.bytes());
   growth.ofConnection += ofTexts.ofConnection;
   growth.ofAll += ofTexts.ofAll;
   requireRoom(*record, growth);
-  return enter(place, std::move(record), name,
-               [&](PortDescriptor& entered) { entered.setRegistration(registration); });
+  return enter(
+      place, std::move(record), std::move(registration.name),
+      [&](PortDescriptor& entered) { entered.setRegistration(std::move(registration.texts)); });
 }
 
-PortMap::Entry PortMap::remove(std::string_view name) {
+PortMap::Entry PortMap::remove(const PortName& name) {
   const PortTable::Place place = table_.placeOf(name);
   return place.isTaken() ? remove(place) : Entry();
 }
 
-void PortMap::setStatus(std::string_view name, std::string_view text) {
+void PortMap::setStatus(const PortName& name, std::string_view text) {
   setText<&PortDescriptor::stateBytesWithStatus>(
       name, text, [&](PortDescriptor& record) { record.setPortStatus(text); });
 }
 
-void PortMap::setAlert(std::string_view name, std::string_view text) {
+void PortMap::setAlert(const PortName& name, std::string_view text) {
   setText<&PortDescriptor::stateBytesWithAlert>(
       name, text, [&](PortDescriptor& record) { record.setAlertStatus(text); });
 }
 
 template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
-void PortMap::setText(std::string_view name, std::string_view text, Set&& set) {
+void PortMap::setText(const PortName& name, std::string_view text, Set&& set) {
   const Record* const found = table_.find(name);
   if (found == nullptr) {
     return;
@@ -156,10 +157,15 @@ std::optional<std::string_view> PortMap::alertOf(PortDescriptor& record) {
   return alert;
 }
 
-PortMap::Entry PortMap::end(PortDescriptor& record) {
+std::optional<PortName> PortMap::nameThatEndsWith(const PortDescriptor& record) {
+  const auto name = record.portName();
+  return record.portKey() && name ? std::optional<PortName>(*name) : std::nullopt;
+}
+
+PortMap::Entry PortMap::end(PortDescriptor& record, const std::optional<PortName>& name) {
   Entry removed;
-  if (record.portKey() && record.portName()) {
-    removed = remove(*record.portName());
+  if (name) {
+    removed = remove(*name);
   }
   change(record, [&] {
     record.holdings().hasLeft = 1;
@@ -188,11 +194,9 @@ void PortMap::requireRoom(const PortDescriptor& record, Growth growth) const {
   }
 }
 
-PortMap::Growth PortMap::growthByRegistration(const PortDescriptor& record,
-                                              const Registration& registration) const {
-  const std::size_t before = record.registrationBytes();
-  const std::size_t after = PortDescriptor::bytesOf(registration);
-  Growth growth = {difference(after, before), difference(after, before)};
+PortMap::Growth PortMap::growthByRegistration(const PortDescriptor& record, std::size_t bytes) {
+  const std::int64_t ofTexts = difference(bytes, record.registrationBytes());
+  Growth growth = {ofTexts, ofTexts};
   if (record.holdings().isCounted == 0) {
     growth.ofAll += difference(textBytes(record), 0);
   }

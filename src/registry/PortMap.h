@@ -38,7 +38,7 @@ class PortMap {
   // ---- Reading: see PortTable
 
   [[nodiscard]] std::size_t size() const { return table_.size(); }
-  [[nodiscard]] const Record* find(std::string_view name) const { return table_.find(name); }
+  [[nodiscard]] const Record* find(const PortName& name) const { return table_.find(name); }
   [[nodiscard]] std::size_t slotCount() const { return table_.slotCount(); }
   [[nodiscard]] const Record& inSlot(std::size_t index) const { return table_.inSlot(index); }
 
@@ -47,27 +47,42 @@ class PortMap {
   /// Replaces the record's registration. If it has a number and a name, first removes the entry of
   /// that name, whichever record that has, and returns it.
   Entry replaceRegistration(PortDescriptor& record, const Registration& registration);
-  /// Enters the record under the name. Returns the record that it replaces, or null.
-  Record enter(std::string_view name, Record record);
-  /// Replaces the record's registration, whose name must not be nil, and enters it under that name.
-  Record enterWith(const Registration& registration, Record record);
+  /// Enters the record under the name, whose text it may take. Returns the record that it replaces,
+  /// or null.
+  Record enter(OwnedPortName&& name, Record record);
+  /// A registration and the name in it, which must not be nil.
+  struct NamedRegistration {
+    // NOLINTNEXTLINE(google-explicit-constructor): the same registration, ready to be entered
+    NamedRegistration(const Registration& registration)
+        : texts(registration), name(*registration.portName) {}
+
+    PortDescriptor::Prepared texts;
+    OwnedPortName name;
+  };
+  /// Replaces the record's registration and enters it under its name. What it does not take of the
+  /// registration stays there.
+  Record enterWith(NamedRegistration&& registration, Record record);
   /// Removes the entry of the name, whichever record that has, and returns it.
-  Entry remove(std::string_view name);
+  Entry remove(const PortName& name);
 
   // ---- State and alert
 
   /// Sets the state of the port of that name, if there is one.
-  void setStatus(std::string_view name, std::string_view text);
+  void setStatus(const PortName& name, std::string_view text);
   /// Does the same with its alert.
-  void setAlert(std::string_view name, std::string_view text);
+  void setAlert(const PortName& name, std::string_view text);
   /// Returns the record's alert while it is fresh, and drops it when it is not.
   std::optional<std::string_view> alertOf(PortDescriptor& record);
 
   // ---- Ends of connections
 
-  /// Notes that the record's connection has ended: removes the entry of its name, whichever record
-  /// that has, and returns it. What is left of the record under further names is left behind.
-  Entry end(PortDescriptor& record);
+  /// Returns the name whose entry goes with the record's connection; nothing for a record without
+  /// a name or without a key.
+  [[nodiscard]] static std::optional<PortName> nameThatEndsWith(const PortDescriptor& record);
+  /// Notes that the record's connection has ended: removes the entry of `name`, its
+  /// `nameThatEndsWith`, whichever record that has, and returns it. What is left of the record
+  /// under further names is left behind.
+  Entry end(PortDescriptor& record, const std::optional<PortName>& name);
   /// True when what was left behind takes more than it may.
   [[nodiscard]] bool hasTooMuchLeftBehind() const { return leftBehindBytes_ > limits_.leftBehind; }
   /// Removes the entry that was left behind first, and returns it. There must be one.
@@ -110,11 +125,11 @@ class PortMap {
 
   // Calls `set(record)` and then enters the record.
   template <typename Set>
-  Record enter(PortTable::Place place, Record record, std::string_view name, Set&& set);
+  Record enter(PortTable::Place place, Record record, OwnedPortName&& name, Set&& set);
   Entry remove(PortTable::Place place);
   // Both raise when the text would pass a limit.
   template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
-  void setText(std::string_view name, std::string_view text, Set&& set);
+  void setText(const PortName& name, std::string_view text, Set&& set);
 
   // Changes a record, or what is noted about it, and keeps the sums right. Afterwards the record
   // counts, unless its connection has ended and it has no entry.
@@ -122,8 +137,8 @@ class PortMap {
   void change(PortDescriptor& record, Change&& make);
   void addToSums(const PortDescriptor& record, std::uint64_t sign);
 
-  [[nodiscard]] Growth growthByRegistration(const PortDescriptor& record,
-                                            const Registration& registration) const;
+  // `bytes` is what the registration costs to keep.
+  [[nodiscard]] static Growth growthByRegistration(const PortDescriptor& record, std::size_t bytes);
   [[nodiscard]] Growth growthByEntry(PortTable::Place place, std::string_view name,
                                      const PortDescriptor& record) const;
   static std::uint64_t joinedBytes(std::uint64_t entryBytes) {

@@ -12,7 +12,7 @@ std::uint32_t anchorOf(std::size_t hash) { return static_cast<std::uint32_t>(has
 
 }  // namespace
 
-PortTable::Record PortTable::enter(Place place, std::string_view name, Record record) {
+PortTable::Record PortTable::enter(Place place, OwnedPortName&& name, Record record) {
   if (place.isTaken()) {
     Record replaced = take(place.index_);
     put(place.index_, std::move(record));
@@ -23,7 +23,7 @@ PortTable::Record PortTable::enter(Place place, std::string_view name, Record re
   }
   const std::size_t index = freeSlot(place.hash_);
   Slot& slot = slots_[index];
-  slot.name = name;
+  slot.name = name.takeText();
   removed_ -= slot.hash == kRemoved ? 1 : 0;
   slot.hash = place.hash_;
   put(index, std::move(record));

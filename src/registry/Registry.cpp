@@ -16,16 +16,17 @@ constexpr std::size_t kLongAlertList = 65536;
 
 Registry::Registry(const RegistryLimits& limits) : state_(limits) { stampTime(); }
 
-void Registry::enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record) {
+void Registry::enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record) {
   // The replaced record is released outside the lock.
-  const PortMap::Record replaced =
-      state_.with([&](RegistryState& state) { return state.map.enter(name, std::move(record)); });
+  const PortMap::Record replaced = state_.with(
+      [&](RegistryState& state) { return state.map.enter(std::move(name), std::move(record)); });
 }
 
 void Registry::endPort(PortDescriptor& record) {
   PortMap::Entry removed;
+  const auto name = PortMap::nameThatEndsWith(record);
   const bool leavesTooMuch = state_.with([&](RegistryState& state) {
-    removed = state.map.end(record);
+    removed = state.map.end(record, name);
     return state.map.hasTooMuchLeftBehind();
   });
   if (leavesTooMuch) {
@@ -49,7 +50,7 @@ void Registry::dropOldestLeftBehind() {
   }
 }
 
-std::shared_ptr<PortDescriptor> Registry::port(std::string_view name) const {
+std::shared_ptr<PortDescriptor> Registry::port(const PortName& name) const {
   return state_.with([&](const RegistryState& state) {
     const PortMap::Record* const found = state.map.find(name);
     return found == nullptr ? nullptr : *found;

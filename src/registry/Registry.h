@@ -28,17 +28,17 @@ class Registry {
 
   /// Enters the record under the name; an earlier record of that name is replaced. Raises
   /// NSException and changes nothing when that would pass a limit.
-  void enterPort(std::string_view name, std::shared_ptr<PortDescriptor> record);
+  void enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record);
   /// Notes that the record's connection has ended: removes the port of its name, whichever record
   /// that is. Ports under further names are left behind. When these become too many, the oldest
   /// ones are dropped.
   void endPort(PortDescriptor& record);
   /// Returns the record under the name, or null.
-  [[nodiscard]] std::shared_ptr<PortDescriptor> port(std::string_view name) const;
+  [[nodiscard]] std::shared_ptr<PortDescriptor> port(const PortName& name) const;
   /// Calls `use(const PortDescriptor&)` with the record under the name, inside the inner lock.
   /// Returns whether there is one.
   template <typename Use>
-  [[nodiscard]] bool withPort(std::string_view name, Use&& use) const {
+  [[nodiscard]] bool withPort(const PortName& name, Use&& use) const {
     return state_.with([&](const RegistryState& state) {
       const PortMap::Record* const found = state.map.find(name);
       if (found == nullptr) {

@@ -22,7 +22,7 @@ constexpr std::string_view kState = "state";
 constexpr std::string_view kDatabaseName = "databaseName";
 
 using CachedList = std::shared_ptr<const std::string> RegistryState::*;
-using Setter = void (PortMap::*)(std::string_view name, std::string_view text);
+using Setter = void (PortMap::*)(const PortName& name, std::string_view text);
 
 // A request that lacks a key drops the cached list, too. A request that raises changes nothing.
 Outcome setText(CommandContext& context, CachedList cachedList, Setter set) {
@@ -35,9 +35,10 @@ Outcome setText(CommandContext& context, CachedList cachedList, Setter set) {
     name = request.requiredText(kDatabaseName);
   }
   std::shared_ptr<const std::string> dropped;
+  const PortName port(name);
   const bool hasTooMuchLeftBehind = context.registry.with([&](RegistryState& state) {
     if (complete) {
-      (state.map.*set)(name, text);  // may raise
+      (state.map.*set)(port, text);  // may raise
     }
     dropped.swap(state.*cachedList);
     return state.map.hasTooMuchLeftBehind();

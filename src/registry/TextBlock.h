@@ -38,6 +38,16 @@ class TextBlock {
   /// An empty optional is nil, which differs from the empty text.
   using Texts = std::array<std::optional<std::string_view>, kCount>;
 
+  TextBlock() = default;
+  /// Raises NSException when the texts are longer than 2 GiB together.
+  explicit TextBlock(const Texts& texts) {
+    const std::size_t needed = bytesWith(texts);
+    if (needed >= kNil) {
+      throw NSException("the texts of a port record are too long");
+    }
+    block_ = needed == 0 ? nullptr : built(texts, needed);
+  }
+
   [[nodiscard]] std::optional<std::string_view> text(std::size_t index) const {
     if (block_ == nullptr || isNil(index)) {
       return std::nullopt;
@@ -85,20 +95,17 @@ class TextBlock {
     return allNil ? 0 : kEndsBytes + bytes;
   }
 
-  /// Replaces all texts. They may be views into this block. Raises NSException and changes nothing
-  /// when they are longer than 2 GiB together.
-  void setAll(const Texts& texts) {
-    const std::size_t needed = bytesWith(texts);
-    if (needed >= kNil) {
-      throw NSException("the texts of a port record are too long");
-    }
-    std::unique_ptr<char[]> block = needed == 0 ? nullptr : built(texts, needed);
+  /// Replaces all texts by those of another block.
+  void replaceWith(TextBlock&& other) {
     const std::size_t replacedBytes = bytes();
-    block_.swap(block);
-    if (block != nullptr) {
-      retireText(std::move(block), replacedBytes);
+    block_.swap(other.block_);
+    if (other.block_ != nullptr) {
+      retireText(std::move(other.block_), replacedBytes);
     }
   }
+  /// Replaces all texts. They may be views into this block. Raises NSException and changes nothing
+  /// when they are longer than 2 GiB together.
+  void setAll(const Texts& texts) { replaceWith(TextBlock(texts)); }
 
   /// Replaces one text.
   void set(std::size_t index, std::optional<std::string_view> text) {

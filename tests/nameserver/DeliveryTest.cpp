@@ -207,6 +207,22 @@ TEST_F(Deliveries, WithoutWaitingGivesUpWhileTheServerLockIsHeld) {
   EXPECT_EQ(server_.registry().watchingPortsList().count(), 0U);
 }
 
+TEST_F(Deliveries, WithoutWaitingLetsThoseWhoWaitForTheServerLockGoFirst) {
+  server_.startCommunication(connection_);
+  for (int i = 0; i < 20; ++i) {
+    const std::string name = "db" + std::to_string(i);
+    server_.serverLock().lock();
+    WatchedThread waiting([&] { peer_.reconnects(name, "1"); });
+    ASSERT_TRUE(waiting.comesToAWait());
+    server_.serverLock().unlock();
+    const auto reply = withoutWaiting({{"findPort", name}, {"portHost", "h"}});
+    Message found;
+    ASSERT_TRUE(!reply || found.readBody(output_.own().view()) == nullptr);
+    EXPECT_FALSE(found.contains("notFound")) << "it came before the one that waited";
+    waiting.join();
+  }
+}
+
 TEST_F(Deliveries, WithoutWaitingLeavesWhatMayWaitToTheOtherDelivery) {
   server_.startCommunication(connection_);
   const Message requests[] = {

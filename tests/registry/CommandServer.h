@@ -39,7 +39,9 @@ class CommandServer : public NetConnectionDelegate {
     lastMayWait = rule.mayWait(context);
     Outcome outcome = Reply::none();
     try {
-      outcome = carryOut(rule, context);
+      if (prepare(rule, context)) {
+        outcome = rule.command(context);
+      }
     } catch (const NSException&) {
       write(notes, request);
       throw;

@@ -8,6 +8,10 @@ class AcceptPort : public CommandTest {};
 class ReconnectPort : public CommandTest {};
 class FindPort : public CommandTest {};
 
+class RemoteConnection : public InProcessConnection {
+  [[nodiscard]] bool isFromThisMachine() const override { return false; }
+};
+
 Message newPortRequest() {
   return {{"newPort", ""}, {"portHost", "hostA"}, {"portName", "db1"}, {"portType", "db"}};
 }
@@ -371,6 +375,16 @@ TEST_F(FindPort, OnALocalOnlyHostRefusesAKnownNameToo) {
   peer.registers("db1");
   EXPECT_EQ(peer.finds("db1", "10.0.0.5"), "(nil)");
   EXPECT_EQ(peer.finds("db1", "localhost"), "5001");
+}
+
+TEST_F(AcceptPort, ThatIsReservedForThisMachineIsNotEvenTriedForAnother) {
+  RemoteConnection remote;
+  server_.startCommunication(remote);
+  const Message withoutAName({{"acceptPort", ""}});
+  server_.host.takesRemoteRegistration = false;
+  EXPECT_EQ(deliverInProcess(server_, withoutAName, remote), std::nullopt);
+  server_.host.takesRemoteRegistration = true;
+  EXPECT_THROW((void)deliverInProcess(server_, withoutAName, remote), NSException);
 }
 
 }  // namespace

@@ -34,6 +34,10 @@ PortDescriptor::Registration named(std::string_view name, std::string_view type 
           .portType = type};
 }
 
+void end(PortMap& map, PortDescriptor& record) {
+  static_cast<void>(map.end(record, PortMap::nameThatEndsWith(record)));
+}
+
 class PortMapTest : public testing::Test {
  protected:
   PortMapTest() {
@@ -87,7 +91,7 @@ class Model {
     if (record->portName() && record->portKey()) {
       entries_.erase(std::string(*record->portName()));
     }
-    map_.end(*record);
+    end(map_, *record);
     ended_.insert(record);
   }
   void dropsOldest() { entries_.erase(map_.removeOldestLeftBehind().name); }
@@ -201,7 +205,7 @@ TEST_F(PortMapTest, HoldsNothingButItsTableWhenAllHaveLeft) {
   map.setStatus(longName(1), "stopping");
   map.setAlert(longName(1), "disk full");
   map.remove(longName(1));
-  map.end(*record);
+  end(map, *record);
   EXPECT_EQ(map.bytes(), map.slotCount() * PortTable::kSlotBytes);
   EXPECT_EQ(map.leftBehindBytes(), 0U);
   EXPECT_EQ(map.stateListBytes(), 0U);
@@ -313,7 +317,7 @@ TEST_F(PortMapTest, HoldsNoMoreThanItMayInAll) {
   EXPECT_EQ(map.size(), records.size() - 1);
   EXPECT_FALSE(records.back()->portName().has_value());
   EXPECT_THROW(map.setStatus(longName(1), std::string(50000, 's')), NSException);
-  map.end(*records.front());
+  end(map, *records.front());
   EXPECT_NE(map.find(longName(1)), nullptr) << "left behind: it has no key of name and host";
   map.remove(longName(1));
   EXPECT_NO_THROW(map.enterWith(named(longName(1)), records.back()));
@@ -339,7 +343,7 @@ TEST_F(PortMapTest, DropsWhatWasLeftBehindFirst) {
   const auto second = connectionWith(map, 15, 30);
   const auto third = connectionWith(map, 30, 45);
   for (const auto& record : {second, first, third}) {
-    map.end(*record);
+    end(map, *record);
   }
   EXPECT_EQ(map.leftBehindBytes(),
             PortMap::bytesOf(*first) + PortMap::bytesOf(*second) + PortMap::bytesOf(*third));
@@ -358,8 +362,8 @@ TEST_F(PortMapTest, DropsWhatWasLeftBehindFirst) {
 
 TEST_F(PortMapTest, KeepsTheOrderOfLeavingWhenItsTableGrows) {
   PortMap map({.leftBehind = 0});
-  map.end(*connectionWith(map, 0, 40));
-  map.end(*connectionWith(map, 40, 80));
+  end(map, *connectionWith(map, 0, 40));
+  end(map, *connectionWith(map, 40, 80));
   const auto living = connectionWith(map, 1000, 5000);
   for (int number = 0; number < 80; ++number) {
     ASSERT_TRUE(map.hasTooMuchLeftBehind());
@@ -368,14 +372,14 @@ TEST_F(PortMapTest, KeepsTheOrderOfLeavingWhenItsTableGrows) {
   EXPECT_FALSE(map.hasTooMuchLeftBehind());
   EXPECT_EQ(map.leftBehindBytes(), 0U);
   EXPECT_EQ(map.size(), 4000U);
-  map.end(*living);
+  end(map, *living);
   EXPECT_EQ(map.removeOldestLeftBehind().name, longName(1000)) << "a ring that has moved, too";
 }
 
 TEST_F(PortMapTest, NamesThatAreRegisteredAgainAreNotLeftBehindAnyMore) {
   PortMap map({.leftBehind = 0});
   const auto gone = connectionWith(map, 0, 3);
-  map.end(*gone);
+  end(map, *gone);
   const auto next = connection();
   map.enterWith(named(longName(0)), next);
   map.enterWith(named(longName(2)), next);
@@ -388,7 +392,7 @@ TEST_F(PortMapTest, LetsARecordGoWithItsLastNameThatWasLeftBehind) {
   PortMap map({.leftBehind = 0});
   auto record = connectionWith(map, 0, 2);
   const std::weak_ptr<PortDescriptor> observed = record;
-  map.end(*record);
+  end(map, *record);
   record.reset();
   map.removeOldestLeftBehind();
   EXPECT_FALSE(observed.expired());
@@ -399,7 +403,7 @@ TEST_F(PortMapTest, LetsARecordGoWithItsLastNameThatWasLeftBehind) {
 
 TEST_F(PortMapTest, TextsOfWhatWasLeftBehindCountForIt) {
   PortMap map({.leftBehind = 5000});
-  map.end(*connectionWith(map, 0, 3));
+  end(map, *connectionWith(map, 0, 3));
   EXPECT_FALSE(map.hasTooMuchLeftBehind());
   map.setStatus(longName(1), std::string(5000, 's'));
   EXPECT_TRUE(map.hasTooMuchLeftBehind());

@@ -17,7 +17,7 @@ namespace {
 PortTable::Record record() { return std::make_shared<PortDescriptor>(); }
 
 PortTable::Record enter(PortTable& table, std::string_view name, PortTable::Record record) {
-  return table.enter(table.placeOf(name), name, std::move(record));
+  return table.enter(table.placeOf(name), OwnedPortName(name), std::move(record));
 }
 
 PortTable::Record remove(PortTable& table, std::string_view name) {
@@ -143,14 +143,15 @@ TEST(PortTable, KeepsSearchesShortForNamesThatWereChosenToMeet) {
   EXPECT_LT(longestSearch(table), kNames / 4);
 }
 
-TEST(PortTable, OrdersNamesByItsKey) {
+TEST(PortTable, OrdersNamesByTheKeyOfTheirHash) {
   const auto orderWith = [](const SipKey& key) {
-    PortTable table(key);
+    PortTable table;
     std::map<PortTable::Record, int> numbers;
     for (int number = 0; number < 50; ++number) {
       const auto entered = record();
       numbers[entered] = number;
-      enter(table, "db" + std::to_string(number), entered);
+      const std::string name = "db" + std::to_string(number);
+      table.enter(table.placeOf(PortName(name, key)), OwnedPortName(name), entered);
     }
     std::vector<int> order;
     for (std::size_t slot = 0; slot < table.slotCount(); ++slot) {
