@@ -93,9 +93,15 @@ class MessageWriter {
     requireEntryLengths(key, bytes.size());
     writeEntry(extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
   }
-  /// Appends entries that are in wire form already.
-  void entries(std::string_view encoded) {
-    std::copy_n(encoded.data(), encoded.size(), extend(encoded.size()));
+  /// Appends entries that are in wire form already, a text value, and further such entries.
+  void textBetween(std::string_view entriesBefore, std::string_view key, std::string_view text,
+                   std::string_view entriesAfter) {
+    requireEntryLengths(key, std::uint64_t{text.size()} + 1);
+    char* out =
+        extend(entriesBefore.size() + textEntryBytes(key, text.size()) + entriesAfter.size());
+    out = std::copy_n(entriesBefore.data(), entriesBefore.size(), out);
+    out = writeTextEntry(out, key, text);
+    std::copy_n(entriesAfter.data(), entriesAfter.size(), out);
   }
 
  private:

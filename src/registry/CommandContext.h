@@ -2,9 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 
 #include "platform/NSException.h"
 #include "platform/NetConnection.h"
@@ -30,9 +30,8 @@ struct CommandContext {
   const ServerServices& services;
   const bool verbose;  ///< some commands then log what they do
   Notes& notes;        ///< what is to be written afterwards
-  // What the command has prepared; nothing for most commands.
-  std::optional<PortMap::NamedRegistration> registration = std::nullopt;
-  std::optional<OwnedPortName> name = std::nullopt;
+  /// What the command has prepared; nothing for most commands.
+  std::variant<std::monostate, OwnedPortName, PortMap::NamedRegistration> prepared = {};
 
   /// Returns the sender's record. Raises NSException when its connection was never opened.
   [[nodiscard]] PortDescriptor& record() const {

@@ -75,12 +75,13 @@ void prepareAcceptPort(CommandContext& context) {
   if (!name) {
     throw NSException("a record without a name cannot be entered");
   }
-  context.name.emplace(*name);
+  context.prepared.emplace<OwnedPortName>(*name);
 }
 
 Outcome acceptPort(CommandContext& context) {
   const Reply reply = context.requestAsReply();
-  context.registry.enterPort(std::move(*context.name), context.sharedRecord());
+  context.registry.enterPort(std::get<OwnedPortName>(std::move(context.prepared)),
+                             context.sharedRecord());
   context.registry.setWatchToDirty();
   return reply;
 }
@@ -92,14 +93,15 @@ void prepareReconnectPort(CommandContext& context) {
   const std::string_view number = request.requiredText(key::portNumber);
   const std::string_view type = request.requiredText(key::portType);
   const std::string portKey = joinedKey(name, host);
-  context.registration.emplace(
+  context.prepared.emplace<PortMap::NamedRegistration>(
       registrationOf(context.record(), request, portKey, name, host, number, type));
 }
 
 Outcome reconnectPort(CommandContext& context) {
   const Reply reply = context.requestAsReply();
   const PortMap::Record replaced = context.registry.with([&](RegistryState& state) {
-    return state.map.enterWith(std::move(*context.registration), context.sharedRecord());
+    return state.map.enterWith(std::get<PortMap::NamedRegistration>(std::move(context.prepared)),
+                               context.sharedRecord());
   });
   context.registry.setWatchToDirty();
   return reply;
@@ -119,10 +121,9 @@ Outcome findPort(CommandContext& context) {
   }
   MessageWriter& reply = context.reply;
   const bool found = context.registry.withPort(name, [&](const PortDescriptor& record) {
-    reply.entries(record.numberAndNameEntries());
-    // Deliberately what the requester sent, not the address that the port registered.
-    reply.text(key::portHostAddress, address);
-    reply.entries(record.hostAndTypeEntries());
+    // The address is deliberately what the requester sent, not what the port registered.
+    reply.textBetween(record.numberAndNameEntries(), key::portHostAddress, address,
+                      record.hostAndTypeEntries());
   });
   if (!found) {
     reply.text("notFound", "notFound");

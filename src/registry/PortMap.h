@@ -54,10 +54,10 @@ class PortMap {
   struct NamedRegistration {
     // NOLINTNEXTLINE(google-explicit-constructor): the same registration, ready to be entered
     NamedRegistration(const Registration& registration)
-        : texts(registration), name(*registration.portName) {}
+        : name(*registration.portName), texts(registration) {}
 
-    PortDescriptor::Prepared texts;
     OwnedPortName name;
+    PortDescriptor::Prepared texts;
   };
   /// Replaces the record's registration and enters it under its name. What it does not take of the
   /// registration stays there.

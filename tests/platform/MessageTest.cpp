@@ -94,21 +94,25 @@ TEST(MessageWriter, RefusesAKeyThatIsTooLongAndWritesNothing) {
 }
 
 TEST(MessageWriter, RaisesInsteadOfWritingMoreThanItMay) {
-  const std::string whole = entry("a", "text" + kNul) + entry("b", "xyz") + entry("c", "1");
+  const std::string before = entry("f", "2");
+  const std::string after = entry("g", "34");
+  const std::string whole =
+      entry("a", "text" + kNul) + entry("b", "xyz") + before + entry("c", "1" + kNul) + after;
   for (const std::size_t less : {0U, 1U}) {
     ByteBuffer written;
     MessageWriter writer(written, whole.size() - less);
     writer.text("a", "text");
     writer.data("b", "xyz");
     if (less == 0) {
-      writer.entries(entry("c", "1"));
+      writer.textBetween(before, "c", "1", after);
       EXPECT_EQ(written.view(), whole);
     }
-    const std::size_t before = written.size();
-    EXPECT_THROW(writer.entries(entry("c", "1")), NSException);
-    EXPECT_THROW(writer.text("d", ""), NSException);
-    EXPECT_THROW(writer.data("e", "12"), NSException);
-    EXPECT_EQ(written.size(), before);
+    const std::size_t size = written.size();
+    EXPECT_THROW(writer.textBetween(before, "c", "1", after), NSException);
+    const std::string tooLong(before.size() + after.size() + 10, 'x');
+    EXPECT_THROW(writer.text("d", tooLong), NSException);
+    EXPECT_THROW(writer.data("e", tooLong), NSException);
+    EXPECT_EQ(written.size(), size);
   }
 }
 

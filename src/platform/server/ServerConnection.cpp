@@ -47,20 +47,23 @@ Result callDelegate(Result otherwise, Operation&& operation) noexcept {
   std::abort();
 }
 
+/// Puts a frame in the place of what was written from `begin` on.
+void writeInstead(Reply reply, const Message& request, ReplyBuffer& output, std::size_t begin) {
+  output.truncate(begin);
+  if (reply.kind() == Reply::Kind::request) {
+    appendFrame(output.own(), request.body());
+  } else {
+    appendEmptyFrame(output.own());
+  }
+}
+
 /// Completes the frame that begins at `begin` of the output's own bytes as the reply says.
-void encodeReply(Reply reply, const Message& request, ReplyBuffer& output, std::size_t begin) {
-  switch (reply.kind()) {
-    case Reply::Kind::written:
-      endFrame(output.own(), begin, output.sharedBytesBeyond(begin));
-      return;
-    case Reply::Kind::request:
-      output.truncate(begin);
-      appendFrame(output.own(), request.body());
-      return;
-    case Reply::Kind::none:
-      output.truncate(begin);
-      appendEmptyFrame(output.own());
-      return;
+inline void encodeReply(Reply reply, const Message& request, ReplyBuffer& output,
+                        std::size_t begin) {
+  if (reply.kind() == Reply::Kind::written) {
+    endFrame(output.own(), begin, output.sharedBytesBeyond(begin));
+  } else {
+    writeInstead(reply, request, output, begin);
   }
 }
 
