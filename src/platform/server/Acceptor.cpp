@@ -28,6 +28,10 @@ Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
 // the turn before, too. A flood of them must not keep the loop's connections waiting: so there is a
 // limit.
 void Acceptor::acceptSome(std::uint64_t turn, std::size_t eventsOfTurn, Poller& poller) {
+  if (paused_) {  // the poller has refused to stop watching
+    stopWatching(poller);
+    return;
+  }
   const std::size_t twice = turn == fullTurn_ + 1 ? 2 * accepted_ : 1;
   const std::size_t most = std::clamp(std::max(twice, eventsOfTurn / kEventsForOne), std::size_t{1},
                                       std::size_t{kMostOfATurn});
@@ -83,17 +87,22 @@ void Acceptor::pause(Poller& poller) {
   spare_.close();
   paused_ = true;
   pausedUntil_ = DeadlineQueue::Clock::now() + kBackOff;
-  poller.modify(listener_, Poller::Interest::none, this);
+  stopWatching(poller);
+}
+
+// While the poller refuses, the listening socket is reported as ready in each turn, and this is
+// tried again.
+void Acceptor::stopWatching(Poller& poller) {
+  static_cast<void>(poller.modify(listener_, Poller::Interest::none, this));
 }
 
 void Acceptor::goOn(Poller& poller) {
   spare_ = openSpare();
-  if (!spare_.isOpen()) {
+  if (!spare_.isOpen() || !poller.modify(listener_, Poller::Interest::readable, this)) {
     pausedUntil_ = DeadlineQueue::Clock::now() + kBackOff;
     return;
   }
   paused_ = false;
-  poller.modify(listener_, Poller::Interest::readable, this);
 }
 
 ServingLoop& Acceptor::leastLoaded() const {

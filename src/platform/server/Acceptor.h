@@ -44,7 +44,7 @@ class Acceptor {
   /// True while accepting is paused. Call `goOn` at `pausedUntil` then.
   [[nodiscard]] bool isPaused() const { return paused_; }
   [[nodiscard]] DeadlineQueue::Clock::time_point pausedUntil() const { return pausedUntil_; }
-  /// Accepts again, or goes on pausing if no descriptor is free yet.
+  /// Accepts again, or goes on pausing if no descriptor is free yet or the poller refuses.
   void goOn(Poller& poller);
 
  private:
@@ -53,6 +53,7 @@ class Acceptor {
   [[nodiscard]] bool acceptOne(Poller& poller);
   [[nodiscard]] bool mayConnect(int descriptor) const;
   void pause(Poller& poller);
+  void stopWatching(Poller& poller);
   [[nodiscard]] ServingLoop& leastLoaded() const;
 
   const int listener_;

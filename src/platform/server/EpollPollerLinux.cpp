@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/Descriptor.h"
+#include "platform/WithoutInterruption.h"
 #include "platform/server/Poller.h"
 #include "platform/server/SystemCalls.h"
 
@@ -58,9 +59,9 @@ bool Poller::add(int descriptor, Interest interest, void* owner) {
   return epoll_ctl(state_->epoll.number(), EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
-void Poller::modify(int descriptor, Interest interest, void* owner) {
+bool Poller::modify(int descriptor, Interest interest, void* owner) {
   epoll_event event = eventFor(interest, owner);
-  epoll_ctl(state_->epoll.number(), EPOLL_CTL_MOD, descriptor, &event);
+  return epoll_ctl(state_->epoll.number(), EPOLL_CTL_MOD, descriptor, &event) == 0;
 }
 
 void Poller::remove(int descriptor) {
@@ -86,7 +87,8 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
 
 void Poller::wake() {
   const std::uint64_t once = 1;
-  [[maybe_unused]] const ssize_t written = write(state_->wakeUp.number(), &once, sizeof once);
+  [[maybe_unused]] const ssize_t written =
+      withoutInterruption([&] { return write(state_->wakeUp.number(), &once, sizeof once); });
 }
 
 }  // namespace sorvane

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/Descriptor.h"
+#include "platform/WithoutInterruption.h"
 #include "platform/server/Poller.h"
 
 namespace sorvane {
@@ -87,16 +88,16 @@ Poller::Poller() : state_(std::make_unique<State>()) {
 Poller::~Poller() = default;
 
 bool Poller::add(int descriptor, Interest interest, void* owner) {
-  modify(descriptor, interest, owner);
-  return true;
+  return modify(descriptor, interest, owner);
 }
 
-void Poller::modify(int descriptor, Interest interest, void* owner) {
+bool Poller::modify(int descriptor, Interest interest, void* owner) {
   {
     const std::lock_guard<std::mutex> hold(state_->mutex);
     state_->watched[descriptor] = {interest, owner};
   }
   wake();
+  return true;
 }
 
 void Poller::remove(int descriptor) {
@@ -139,7 +140,8 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
 
 void Poller::wake() {
   const char once = 1;
-  [[maybe_unused]] const ssize_t written = write(state_->writeEnd.number(), &once, 1);
+  [[maybe_unused]] const ssize_t written =
+      withoutInterruption([&] { return write(state_->writeEnd.number(), &once, 1); });
 }
 
 }  // namespace sorvane

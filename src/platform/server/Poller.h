@@ -31,8 +31,9 @@ class Poller {
   /// Begins to watch a descriptor. `owner` must not be null. Returns false if the system refuses
   /// (no memory).
   [[nodiscard]] bool add(int descriptor, Interest interest, void* owner);
-  /// Watches for something else from now on.
-  void modify(int descriptor, Interest interest, void* owner);
+  /// Watches for something else from now on. Returns false if the system refuses: what was watched
+  /// for before still is.
+  [[nodiscard]] bool modify(int descriptor, Interest interest, void* owner);
   /// Ends the watching.
   void remove(int descriptor);
 

@@ -40,6 +40,7 @@
 //   serve -> closed         The replies cannot be kept: those that clients have not taken yet would
 //                           hold more memory than the settings allow all connections together.
 //   sending -> closed       Sending failed, or the peer has taken nothing for too long.
+//   any phase -> closed     The poller refused to watch for what the next phase needs.
 //   delivering -> closed    The waiting thread is done, and its reply cannot be kept, sending it
 //                           failed, or the poller refused the descriptor.
 //   lingering -> closed     The peer closed the connection, receiving failed, or the time that a
@@ -173,9 +174,10 @@ class ServerConnection final : public NetConnection {
   /// Sends what the peer takes, and goes on with the input when nothing is left to send. Returns
   /// true if the peer took nothing. May destroy the connection.
   bool continueSending();
-  /// Enters the phase `sending`.
+  /// Enters the phase `sending`. May destroy the connection.
   void waitForPeer();
-  /// Goes on with the leftover input. Call it when no leftover output remains.
+  /// Goes on with the leftover input. Call it when no leftover output remains. May destroy the
+  /// connection.
   void continueAfterSending();
   [[nodiscard]] bool hasLeftoverOutput() const {
     return leftover_ != nullptr && !leftover_->output.empty();
@@ -192,19 +194,21 @@ class ServerConnection final : public NetConnection {
     }
   }
 
+  /// May destroy the connection, but not for the phase `delivering`.
   void enter(Phase phase) {
     if (phase != phase_) {
       change(std::exchange(phase_, phase));
     }
   }
-  /// Makes the poller watch for what the phase needs; `before` is the phase that was left.
+  /// Makes the poller watch for what the phase needs; `before` is the phase that was left. Closes
+  /// the connection if the poller refuses.
   void change(Phase before);
 
   /// Notes that no more input is accepted, and reports the reason to the console.
   void refuse(const char* fault);
   /// Writes to the console why the connection is closed.
   void reportClosing(const char* reason) const;
-  /// Shuts the writing side and enters the phase `lingering`.
+  /// Shuts the writing side and enters the phase `lingering`. May destroy the connection.
   void linger();
   /// Reads and drops what arrives while lingering.
   void drop();

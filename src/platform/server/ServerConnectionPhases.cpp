@@ -160,20 +160,24 @@ void ServerConnection::setDeadline(DeadlineQueue& queue) {
 
 void ServerConnection::change(Phase before) {
   Poller& poller = loop_.poller();
+  bool isWatched = true;
   switch (phase_) {
     case Phase::delivering:
       // A peer that hangs up meanwhile must not wake the loop again and again.
       poller.remove(descriptor_);
-      return;
+      break;
     case Phase::sending:
-      poller.modify(descriptor_, Poller::Interest::writable, this);
-      return;
+      isWatched = poller.modify(descriptor_, Poller::Interest::writable, this);
+      break;
     case Phase::reading:
     case Phase::lingering:
       if (before != Phase::reading) {
-        poller.modify(descriptor_, Poller::Interest::readable, this);
+        isWatched = poller.modify(descriptor_, Poller::Interest::readable, this);
       }
-      return;
+      break;
+  }
+  if (!isWatched) {
+    closeNow();
   }
 }
 
@@ -182,8 +186,8 @@ void ServerConnection::linger() {
   clearDeadline();
   endOnce();
   shutdown(descriptor_, SHUT_WR);
-  enter(Phase::lingering);
   setDeadline(loop_.lingerers());
+  enter(Phase::lingering);
 }
 
 void ServerConnection::closeNow() {

@@ -36,6 +36,15 @@ class Accepting : public ::testing::Test {
   }
   ~Accepting() override { current = nullptr; }
 
+  void stopWatching() { server_.loop().poller().remove(listener_.number()); }
+  /// Returns false if the poller refuses.
+  bool watchAgain() {
+    return server_.loop().poller().add(listener_.number(), Poller::Interest::none, acceptor_.get());
+  }
+  [[nodiscard]] bool pollerRefuses() {
+    return !server_.loop().poller().modify(listener_.number(), Poller::Interest::none,
+                                           acceptor_.get());
+  }
   void turn() { server_.loop().takeTurn(acceptor_.get()); }
   [[nodiscard]] int accepted() const { return static_cast<int>(accepted_.size()); }
 
@@ -168,6 +177,32 @@ TEST_F(Accepting, PausesAtAnErrorOfTheWholeSystem) {
     EXPECT_EQ(accepted(), before + 1) << strerror(error);
   }
   EXPECT_EQ(console_.count("connections cannot be accepted for now: "), 4);
+}
+
+TEST_F(Accepting, GoesOnPausingWhileThePollerRefusesToWatch) {
+  coming_ = {EMFILE, kConnection};
+  turn();
+  ASSERT_TRUE(acceptor_->isPaused());
+  stopWatching();  // the poller does not know the listening socket any more
+  if (!pollerRefuses()) {
+    GTEST_SKIP() << "poll(2) refuses nothing";
+  }
+  acceptor_->goOn(server_.loop().poller());
+  EXPECT_TRUE(acceptor_->isPaused()) << "nobody would ever be accepted again";
+  ASSERT_TRUE(watchAgain());
+  while (acceptor_->isPaused()) {
+    turn();
+  }
+  turn();
+  EXPECT_EQ(accepted(), 1);
+}
+
+TEST_F(Accepting, ThatCannotStopBeingWatchedTriesItAgainInThePause) {
+  coming_ = {EMFILE, kConnection};
+  turn();
+  ASSERT_TRUE(acceptor_->isPaused());
+  acceptor_->acceptSome(1, 1, server_.loop().poller());
+  EXPECT_EQ(accepted(), 0) << "the pause is for freeing descriptors";
 }
 
 }  // namespace
