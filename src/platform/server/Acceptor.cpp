@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <new>
 #include <string>
 
 namespace sorvane {
@@ -68,7 +69,12 @@ bool Acceptor::acceptOne(Poller& poller) {
     closeSocket(descriptor);
     return true;
   }
-  leastLoaded().adopt(descriptor);
+  try {
+    leastLoaded().adopt(descriptor);
+  } catch (const std::bad_alloc&) {
+    console_.line(peerName(descriptor) + ": closed, there is no memory for it");
+    closeSocket(descriptor);
+  }
   return true;
 }
 

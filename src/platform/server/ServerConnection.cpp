@@ -5,6 +5,7 @@
 #include <errno.h>
 
 #include <cstdlib>
+#include <new>
 #include <utility>
 
 #include "platform/Console.h"
@@ -211,27 +212,41 @@ const char* ServerConnection::readLeftoverRequest(Message& request) const {
 }
 
 void ServerConnection::deliverOnWaitingThread() {
-  Message request;
-  leftover_->fault = readLeftoverRequest(request);
-  if (leftover_->fault != nullptr) {
-    loop_.delivered(*this);
-    return;
-  }
-  (void)beginFrame(leftover_->reply.own());
-  setReplyBuffer(&leftover_->reply);
-  Delivery delivery = callDelegate<Delivery>(
-      Reply::none(), [&] { return loop_.context().delegate.deliverWithoutDisk(request, *this); });
-  if (delivery.isComplete()) {
-    finishDelivery(request, delivery.reply());
-    return;
-  }
-  // The request is read again there. Keeping it would cost each connection that waits for the disk
-  // several times the bytes of a request of many entries.
-  threadOf(delivery.disk()).run([this, rest = delivery.takeRest()] {
-    Message sameRequest;
-    static_cast<void>(readLeftoverRequest(sameRequest));  // it was well formed before
-    finishDelivery(sameRequest, callDelegate(Reply::none(), [&] { return rest(sameRequest); }));
+  onOtherThread([this] {
+    Message request;
+    leftover_->fault = readLeftoverRequest(request);
+    if (leftover_->fault != nullptr) {
+      loop_.delivered(*this);
+      return;
+    }
+    (void)beginFrame(leftover_->reply.own());
+    setReplyBuffer(&leftover_->reply);
+    Delivery delivery = callDelegate<Delivery>(
+        Reply::none(), [&] { return loop_.context().delegate.deliverWithoutDisk(request, *this); });
+    if (delivery.isComplete()) {
+      finishDelivery(request, delivery.reply());
+      return;
+    }
+    // The request is read again there. Keeping it would cost each connection that waits for the
+    // disk several times the bytes of a request of many entries.
+    threadOf(delivery.disk()).run([this, rest = delivery.takeRest()] {
+      onOtherThread([&] {
+        Message sameRequest;
+        static_cast<void>(readLeftoverRequest(sameRequest));  // it was well formed before
+        finishDelivery(sameRequest, callDelegate(Reply::none(), [&] { return rest(sameRequest); }));
+      });
+    });
   });
+}
+
+template <typename Step>
+void ServerConnection::onOtherThread(Step step) {
+  try {
+    step();
+  } catch (const std::bad_alloc&) {
+    leftover_->closingReason = kNoMemory;
+    loop_.delivered(*this);
+  }
 }
 
 void ServerConnection::finishDelivery(const Message& request, Reply reply) {
@@ -240,7 +255,9 @@ void ServerConnection::finishDelivery(const Message& request, Reply reply) {
   loop_.context().delegate.cleanupAfterMessage();
   eraseInput(kFrameHeaderBytes + request.body().size());
   static_cast<void>(countInput());  // it was counted before and has not grown
-  kept.outputIsRefused = !kept.output.keep(std::exchange(kept.reply, ReplyBuffer()), 0);
+  if (!kept.output.keep(std::exchange(kept.reply, ReplyBuffer()), 0)) {
+    kept.closingReason = kTooManyReplies;
+  }
   loop_.delivered(*this);
 }
 

@@ -43,7 +43,9 @@
 //   any phase -> closed     The poller refused to watch for what the next phase needs.
 //   delivering -> closed    The waiting thread is done, and its reply cannot be kept, sending it
 //                           failed, or the poller refused the descriptor.
-//   lingering -> closed     The peer closed the connection, receiving failed, or the time that a
+//   any phase -> closed     There is no memory for what the connection has sent, or for its
+//   replies. lingering -> closed     The peer closed the connection, receiving failed, or the time
+//   that a
 //                           refused connection may linger is over.
 // `endCommunication` is called on the way into lingering, or into closed if that comes first.
 #pragma once
@@ -102,6 +104,9 @@ class ServerConnection final : public NetConnection {
   /// Handles the end of a deadline: closes the connection if it lingers, otherwise refuses it.
   void expire();
 
+  /// Closes the connection after it could not be served for want of memory. Destroys it.
+  void closeForWantOfMemory();
+
   /// Takes the connection back from the waiting thread, which has delivered the first request of
   /// the leftover input. May destroy the connection.
   void resume();
@@ -115,15 +120,18 @@ class ServerConnection final : public NetConnection {
   };
   static constexpr const char* kTooManyReplies =
       "replies that clients have not taken fill the memory that they may";
+  static constexpr const char* kNoMemory = "there is no memory for its requests and replies";
   struct Leftover {
     explicit Leftover(ServerContext& context);
 
-    std::string input;               ///< bytes that are not handled yet
-    ByteShare inputShare;            ///< the memory of `input`
-    UntakenReplies output;           ///< replies that are not sent yet
-    ReplyBuffer reply;               ///< of the request that a waiting thread delivers
-    bool outputIsRefused = false;    ///< a waiting thread's reply could not be kept
-    const char* fault = nullptr;     ///< why a waiting thread found the request malformed, or null
+    std::string input;      ///< bytes that are not handled yet
+    ByteShare inputShare;   ///< the memory of `input`
+    UntakenReplies output;  ///< replies that are not sent yet
+    ReplyBuffer reply;      ///< of the request that a waiting thread delivers
+    /// Why the connection must be closed after a waiting thread had it, or null.
+    const char* closingReason = nullptr;
+    /// Why a waiting thread found the request malformed, or null.
+    const char* fault = nullptr;
     DeadlineQueue* queue = nullptr;  ///< which has a deadline of the connection; null if none has
     DeadlineQueue::Ticket deadline;  ///< valid if there is a `queue`
   };
@@ -149,6 +157,10 @@ class ServerConnection final : public NetConnection {
   [[nodiscard]] const char* readLeftoverRequest(Message& request) const;
   /// Delivers that request. Runs on a waiting thread, and leaves what needs a disk to the disk's.
   void deliverOnWaitingThread();
+  /// Calls `step`, a part of that, and gives the connection back to be closed if there is no memory
+  /// for it.
+  template <typename Step>
+  void onOtherThread(Step step);
   /// Ends the delivery of that request: gives the connection back to its serving thread, which may
   /// destroy it. No leftover output may have been there before.
   void finishDelivery(const Message& request, Reply reply);

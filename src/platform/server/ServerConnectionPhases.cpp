@@ -30,8 +30,8 @@ bool ServerConnection::isFromThisMachine() const {
 
 void ServerConnection::resume() {
   phase_ = Phase::reading;
-  if (leftover_->outputIsRefused) {
-    reportClosing(kTooManyReplies);
+  if (leftover_->closingReason != nullptr) {
+    reportClosing(leftover_->closingReason);
     closeNow();
   } else if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) ||
              !sendLeftover()) {
@@ -110,6 +110,11 @@ void ServerConnection::expire() {
       linger();
       return;
   }
+}
+
+void ServerConnection::closeForWantOfMemory() {
+  reportClosing(kNoMemory);
+  closeNow();
 }
 
 void ServerConnection::drop() {

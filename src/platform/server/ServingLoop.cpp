@@ -1,6 +1,7 @@
 #include "platform/server/ServingLoop.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "platform/server/Acceptor.h"
@@ -31,6 +32,18 @@ void ServingLoop::run(Acceptor* acceptor) {
   }
 }
 
+// What has begun to be served when the memory runs out is lost: nobody can tell how far it has
+// come.
+template <typename Step>
+void ServingLoop::serve(ServerConnection& connection, Step step) {
+  try {
+    step();
+  } catch (const std::bad_alloc&) {
+    output_.clear();
+    connection.closeForWantOfMemory();
+  }
+}
+
 void ServingLoop::takeTurn(Acceptor* acceptor) {
   ++turn_;
   const std::span<const Poller::Event> events = poller_.wait(millisecondsToNextDeadline(acceptor));
@@ -40,7 +53,8 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
     } else if (event.owner == acceptor) {
       acceptor->acceptSome(turn_, events.size(), poller_);
     } else {
-      static_cast<ServerConnection*>(event.owner)->handle(event);
+      ServerConnection& connection = *static_cast<ServerConnection*>(event.owner);
+      serve(connection, [&] { connection.handle(event); });
     }
   }
   expireDeadlines();
@@ -51,19 +65,19 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
 }
 
 void ServingLoop::adopt(int descriptor) {
-  auto owned = std::make_unique<ServerConnection>(descriptor, *this);
-  ServerConnection& connection = *owned;
-  context_.connections.fetch_add(1, std::memory_order_relaxed);
-  load_.fetch_add(1, std::memory_order_relaxed);
+  ServerConnection* connection = nullptr;
   {
     const std::lock_guard<std::mutex> hold(mutex_);
     const auto index = static_cast<std::size_t>(descriptor);
     if (connections_.size() <= index) {
       connections_.resize(index + 1);
     }
-    connections_[index] = std::move(owned);
+    connections_[index] = std::make_unique<ServerConnection>(descriptor, *this);
+    connection = connections_[index].get();
   }
-  connection.start();
+  context_.connections.fetch_add(1, std::memory_order_relaxed);
+  load_.fetch_add(1, std::memory_order_relaxed);
+  connection->start();
 }
 
 void ServingLoop::forget(ServerConnection& connection) {
@@ -89,14 +103,15 @@ void ServingLoop::resumeDelivered() {
     ready.swap(delivered_);
   }
   for (ServerConnection* const connection : ready) {
-    connection->resume();
+    serve(*connection, [=] { connection->resume(); });
   }
 }
 
 void ServingLoop::expireDeadlines() {
   for (DeadlineQueue* const queue : {&partialFrames_, &untakenReplies_, &lingerers_}) {
     while (!queue->empty() && queue->next().due <= DeadlineQueue::Clock::now()) {
-      queue->next().connection->expire();
+      ServerConnection& connection = *queue->next().connection;
+      serve(connection, [&] { connection.expire(); });
     }
   }
 }

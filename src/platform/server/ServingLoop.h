@@ -90,7 +90,8 @@ class ServingLoop {
   void takeTurn(Acceptor* acceptor);
 
   /// Takes over the descriptor of a connection. Calls `startCommunication` on the calling thread,
-  /// then begins to watch the connection. Any thread.
+  /// then begins to watch the connection. Raises `std::bad_alloc` and leaves the descriptor alone
+  /// if there is no memory for a connection. Any thread.
   void adopt(int descriptor);
 
   /// Takes back a connection after a waiting thread has delivered its request. Any thread.
@@ -120,6 +121,10 @@ class ServingLoop {
   [[nodiscard]] static bool isServingThread();
 
  private:
+  /// Calls `step`, which serves the connection. If the memory runs out, only the connection is
+  /// closed.
+  template <typename Step>
+  void serve(ServerConnection& connection, Step step);
   [[nodiscard]] int millisecondsToNextDeadline(const Acceptor* acceptor) const;
   void expireDeadlines();
   void resumeDelivered();

@@ -1,6 +1,6 @@
 #include "platform/server/WaitingThreads.h"
 
-#include <system_error>
+#include <exception>
 #include <thread>
 
 namespace sorvane {
@@ -21,8 +21,8 @@ void WaitingThreads::run(std::function<void()> work) {
   if (idle_ < queue_.size() && threads_ < maximum_) {
     try {
       startThread();
-    } catch (const std::system_error&) {
-      // The system has no further thread: the running ones take the work.
+    } catch (const std::exception&) {
+      // The system has no further thread, or no memory for one: the running ones take the work.
     }
   }
   workCame_.notify_one();
