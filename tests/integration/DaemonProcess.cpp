@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -27,6 +28,11 @@ int DaemonProcess::openSockets() const {
         std::filesystem::read_symlink(descriptor.path(), closed).string().starts_with("socket:");
   }
   return sockets;
+}
+
+int DaemonProcess::openDescriptors() const {
+  const std::filesystem::directory_iterator descriptors(folder() / "fd");
+  return static_cast<int>(std::distance(begin(descriptors), end(descriptors)));
 }
 
 double DaemonProcess::seconds() const {

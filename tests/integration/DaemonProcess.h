@@ -28,6 +28,7 @@ class DaemonProcess {
   [[nodiscard]] long residentKibibytes() const { return std::stol(statusField("VmRSS")); }
   [[nodiscard]] pid_t parent() const { return std::stoi(statusField("PPid")); }
   [[nodiscard]] int openSockets() const;
+  [[nodiscard]] int openDescriptors() const;
   /// Processor time used so far, in seconds.
   [[nodiscard]] double seconds() const;
   /// The soft and the hard limit, as the row of that name in /proc/PID/limits tells them.
