@@ -57,6 +57,8 @@ std::string newPort(std::string_view name) {
 
 std::string acceptPort() { return frame(Message{{"acceptPort", ""}}); }
 
+std::string didPortsChange() { return frame(Message{{"action", "didPortsChange"}}); }
+
 std::string reconnectPort(std::string_view name) {
   return frame(Message{
       {"reconnectPort", name}, {"portNumber", kNumber}, {"portHost", kHost}, {"portType", kType}});

@@ -39,6 +39,7 @@ namespace sorvane_requests {
 [[nodiscard]] std::string newPort();
 [[nodiscard]] std::string newPort(std::string_view name);
 [[nodiscard]] std::string acceptPort();
+[[nodiscard]] std::string didPortsChange();
 /// Registers a name with one request. A connection may register several; a lookup of any of them
 /// returns the latest.
 [[nodiscard]] std::string reconnectPort(std::string_view name);

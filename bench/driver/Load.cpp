@@ -26,18 +26,6 @@ double threadSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-/// What has come; at least a byte, since the poller told of it. Raises when the server has closed.
-std::size_t take(const Socket& socket, char* bytes, std::size_t room) {
-  const ssize_t got = ::recv(socket.descriptor(), bytes, room, MSG_DONTWAIT);
-  if (got < 0 && errno != EAGAIN) {
-    throwSystemError("recv");
-  }
-  if (got == 0) {
-    throw std::runtime_error("the server closed a connection under load");
-  }
-  return got < 0 ? 0 : static_cast<std::size_t>(got);
-}
-
 [[noreturn]] void throwWrongAnswer() {
   throw std::runtime_error("the server sent something else than it did when it was first asked");
 }
@@ -59,6 +47,17 @@ void Load::watch(int descriptor, std::uint32_t index) const {
   }
 }
 
+std::size_t Load::take(const Socket& socket, char* bytes, std::size_t room) {
+  const ssize_t got = ::recv(socket.descriptor(), bytes, room, MSG_DONTWAIT);
+  if (got < 0 && errno != EAGAIN) {
+    throwSystemError("recv");
+  }
+  if (got == 0) {
+    throw std::runtime_error("the server closed a connection under load");
+  }
+  return got < 0 ? 0 : static_cast<std::size_t>(got);
+}
+
 LoadResult Load::run(std::chrono::nanoseconds time) {
   result_ = {};
   std::array<epoll_event, kEvents> events;
@@ -75,6 +74,7 @@ LoadResult Load::run(std::chrono::nanoseconds time) {
       throw std::runtime_error("a reply is missing");
     }
     const bool ending = now - start >= time;
+    proceed(now, ending);
     for (int i = 0; i < ready; ++i) {
       handle(events[i].data.u32, Clock::now(), ending);
     }

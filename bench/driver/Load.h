@@ -39,10 +39,16 @@ class Load {
 
   /// Sends the first request of every connection.
   virtual void begin() = 0;
+  /// Does what is due by the clock, and nothing more when `ending`.
+  virtual void proceed(Clock::time_point /*now*/, bool /*ending*/) {}
   /// Reads what has come on a connection. Sends no more when `ending`.
   virtual void handle(std::uint32_t index, Clock::time_point now, bool ending) = 0;
   /// How many connections wait for a reply.
   [[nodiscard]] virtual int pending() const = 0;
+
+  /// Receives what has come: at least a byte, since the poller told of it. Raises when the server
+  /// has closed.
+  [[nodiscard]] static std::size_t take(const Socket& socket, char* bytes, std::size_t room);
 
   LoadResult result_;
 
@@ -52,9 +58,14 @@ class Load {
 
 /// Connections that stay open, each with one exchange in flight at any time. A connection that is
 /// free takes the next exchange of the list; after the last comes the first again.
-class SteadyLoad final : public Load {
+class SteadyLoad : public Load {
  public:
   SteadyLoad(int port, std::vector<Exchange> exchanges, int connections);
+
+ protected:
+  void begin() override;
+  void handle(std::uint32_t index, Clock::time_point now, bool ending) override;
+  [[nodiscard]] int pending() const override { return pending_; }
 
  private:
   struct Connection {
@@ -64,9 +75,6 @@ class SteadyLoad final : public Load {
     Clock::time_point sent;
   };
 
-  void begin() override;
-  void handle(std::uint32_t index, Clock::time_point now, bool ending) override;
-  [[nodiscard]] int pending() const override { return pending_; }
   void send(Connection& connection, Clock::time_point now);
 
   const std::vector<Exchange> exchanges_;

@@ -12,6 +12,7 @@ struct Options {
   int rounds = 5;
   std::chrono::milliseconds sample{1000};  ///< length of one measurement
   int idleConnections = 10'000;
+  int crowd = 10'000;                          ///< databases, and as many watchers
   int repeats = 4;                             ///< how often a disturbed sample is taken again
   int starts = 20;                             ///< how often the start is timed
   std::chrono::milliseconds idleTime{10'000};  ///< how long the idle name server is watched

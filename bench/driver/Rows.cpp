@@ -14,6 +14,7 @@ namespace {
 constexpr int kDepth = 16;
 constexpr int kCyclesAtOnce = 8;
 const std::string kEcho = "echo";
+const std::string kUnchanged = "sorvinfo, nothing changes";
 
 using Figure = Aim::Figure;
 
@@ -72,6 +73,18 @@ Setup idleRow(SetupBuilder setup, const std::string& title, int idle) {
   setup.lookups(kSubject, with);
   setup.row().title = title;
   setup.row().aims = {{Figure::perSecond, "sorvinfo alone", 0.98}};
+  return setup.take();
+}
+
+/// The same connections to the same server, with the change and without.
+Setup crowdRow(SetupBuilder setup, int size) {
+  constexpr int kPercentOfChange = 1;  // each second
+  const Server& server = setup.nameServer();
+  setup.registerName(server);
+  const auto crowd = std::make_shared<Crowd>(server.port(), size);
+  setup.crowded(kUnchanged, server, crowd, 0);
+  setup.crowded(kSubject, server, crowd, size * kPercentOfChange / 100);
+  setup.row().aims = {{Figure::perSecond, kUnchanged, 0.90}};
   return setup.take();
 }
 
@@ -166,6 +179,11 @@ std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
                        sorvane_requests::acceptPort()};
   });
   rows.push_back({idleTitle, [=] { return idleRow(builder(idleTitle), idleTitle, idle); }});
+  const std::string crowdTitle = fmt::format(
+      "lookup, 50 connections, beside {0} databases, of which 1 % a second come anew, and {0} "
+      "watchers that ask each second",
+      options.crowd);
+  rows.push_back({crowdTitle, [=] { return crowdRow(builder(crowdTitle), options.crowd); }});
   constexpr int kNamesOfConnection = 10;
   const auto names = static_cast<std::size_t>(idle) * kNamesOfConnection;
   for (const int depth : {1, kDepth}) {

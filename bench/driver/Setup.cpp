@@ -94,6 +94,16 @@ void SetupBuilder::lookups(const std::string& name, const Server& server) {
          kManyConnections);
 }
 
+void SetupBuilder::crowded(const std::string& name, const Server& server,
+                           const std::shared_ptr<Crowd>& crowd, int changesPerSecond) {
+  const Exchange lookup = recordExchange(server.port(), sorvane_requests::findPort());
+  setup_.row.contenders.push_back(
+      {name, &server, [lookup, crowd, changesPerSecond, port = server.port()] {
+         return std::make_unique<CrowdLoad>(port, std::vector{lookup}, kManyConnections, *crowd,
+                                            changesPerSecond);
+       }});
+}
+
 void SetupBuilder::cycles(const std::string& name, const Server& server,
                           const std::vector<Cycle>& cycles) {
   setup_.row.contenders.push_back({name, &server, [cycles, port = server.port()] {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "driver/Comparison.h"
+#include "driver/Crowd.h"
 
 namespace sorvane::bench {
 
@@ -55,6 +56,9 @@ class SetupBuilder {
               int connections);
   /// The same, with lookups of the registered name on `kManyConnections` connections.
   void lookups(const std::string& name, const Server& server);
+  /// The same, beside a crowd, of whose databases so many a second come anew.
+  void crowded(const std::string& name, const Server& server, const std::shared_ptr<Crowd>& crowd,
+               int changesPerSecond);
   /// A contender whose connections are opened and closed.
   void cycles(const std::string& name, const Server& server, const std::vector<Cycle>& cycles);
   /// Starts a rival and makes it a contender, unless it is not installed or not wanted.

@@ -34,6 +34,7 @@ void makeTrial(Options& options) {
   options.starts = 1;
   options.idleTime = std::chrono::milliseconds(200);
   options.idleConnections = 200;
+  options.crowd = 100;
 }
 
 bool wanted(const Options& options, const std::string& title) {
@@ -44,8 +45,9 @@ void runAll(Options options) {
   using namespace sorvane::bench;
   const Cores cores = Cores::choose();
   stayOn(cores.generator);
-  options.idleConnections =
-      std::min(options.idleConnections, raiseDescriptorLimit() - kDescriptorsBesides);
+  const int descriptors = raiseDescriptorLimit() - kDescriptorsBesides;
+  options.idleConnections = std::min(options.idleConnections, descriptors);
+  options.crowd = std::min(options.crowd, descriptors / 2);
   fmt::print(
       "servers on core {}, generator on core {}, {} rounds of {} ms; the latency of a "
       "pipelined request is that of its 16\n",
