@@ -14,6 +14,7 @@
 int main(int argc, char** argv) {
   using namespace sorvane;
   openClosedStandardStreams();
+  keepFilesFromOthers();
   recordArguments(argc, argv);
   Settings::endProcessOnBadFile();
   const StartMode mode = startMode(VN_parameter(1));

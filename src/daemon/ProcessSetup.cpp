@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/EndProcess.h"
@@ -39,6 +40,11 @@ void detach() {
 void ignoreSignalsOfFailedWrites() {
   signal(SIGXFSZ, SIG_IGN);
   signal(SIGPIPE, SIG_IGN);
+}
+
+void keepFilesFromOthers() {
+  constexpr mode_t kNotForOthers = S_IWGRP | S_IRWXO;
+  umask(umask(kNotForOthers) | kNotForOthers);
 }
 
 void raiseResourceLimits() {

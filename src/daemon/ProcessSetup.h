@@ -37,6 +37,10 @@ void detach();
 /// pipe that nobody reads, then fails like any other write and does not end the process.
 void ignoreSignalsOfFailedWrites();
 
+/// Keeps the files and folders that this process creates from now on from everybody outside its
+/// group, and lets nobody but its user write them.
+void keepFilesFromOthers();
+
 /// Raises the soft limit of open files to its hard limit, then the soft limit of processes to its
 /// hard limit. Failures are ignored.
 void raiseResourceLimits();

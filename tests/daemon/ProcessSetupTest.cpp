@@ -4,10 +4,12 @@
 #include <stdio.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "daemon/ProcessSetup.h"
 #include "support/OwnNamespaces.h"
@@ -226,6 +228,15 @@ TEST_F(StopWord, WithNothingToStopEndsWithStatus0) {
     ForkedPart stopping([] { stopAllNameServers(); });
     EXPECT_EQ(stopping.wait(), 0);
   });
+}
+
+TEST(KeepFilesFromOthers, TakesAwayWhatOthersCouldDoAndGivesNothing) {
+  for (const auto& [before, after] :
+       {std::pair<mode_t, mode_t>{0, 027}, {022, 027}, {0177, 0177}}) {
+    umask(before);
+    keepFilesFromOthers();
+    EXPECT_EQ(umask(0), after);
+  }
 }
 
 }  // namespace

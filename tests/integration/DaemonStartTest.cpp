@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -118,6 +119,23 @@ TEST(DetachedServer, EndsOnTerminationAlone) {
   }
   ASSERT_EQ(kill(child, SIGTERM), 0);
   EXPECT_TRUE(waitUntil([&] { return server.processes().empty(); }));
+}
+
+TEST(FilesOfTheServer, AreForItsUserAndItsGroupAloneWhateverTheMaskOfTheStart) {
+  Daemon server;
+  server.launch({"-noexit"}, [] { umask(0); });
+  ASSERT_TRUE(server.answers()) << server.console();
+  ASSERT_TRUE(server.ask({{"action", "set_userpreferences"}, {"key", "u"}, {"databases", "d"}}));
+  for (const char* const folder : {"Logs", "Users"}) {
+    int files = 0;
+    for (const auto& each : std::filesystem::recursive_directory_iterator(server.tree() / folder)) {
+      struct stat status {};
+      ASSERT_EQ(stat(each.path().c_str(), &status), 0);
+      EXPECT_EQ(status.st_mode & 027U, 0U) << each.path();
+      ++files;
+    }
+    EXPECT_GE(files, 1) << folder;
+  }
 }
 
 TEST(DetachedServer, ServesInTheStartedProcessWhereForkingFails) {
