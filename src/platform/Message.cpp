@@ -1,6 +1,5 @@
 #include "platform/Message.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <utility>

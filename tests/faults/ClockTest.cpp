@@ -1,15 +1,12 @@
 // A system clock that jumps both ways under a running name server.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 
 #include "integration/Client.h"
+#include "integration/ShiftedClock.h"
 
 namespace sorvane::test {
 namespace {
@@ -23,12 +20,7 @@ constexpr std::int64_t kJumps[] = {kTenYears, -kTenYears, 1, -1, 3 * kHour, -3 *
 class ClockThatJumps : public ::testing::Test {
  protected:
   void SetUp() override {
-    writeFile(shift_, std::string(sizeof(std::int64_t), '\0'));
-    server_.launch({"-noexit"}, [this] {
-      ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libshifted_clock.so", 1);
-      ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
-      ::setenv("SHIFTED_CLOCK", shift_.c_str(), 1);
-    });
+    clock_.launch(server_);
     ASSERT_TRUE(server_.answers());
     database_.emplace(server_);
     database_->registers("db1");
@@ -36,18 +28,11 @@ class ClockThatJumps : public ::testing::Test {
     tool_->resultOf("watchPortChanges");
   }
 
-  void jumpTo(std::int64_t seconds) {
-    const int file = ::open(shift_.c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_EQ(::pwrite(file, &seconds, sizeof seconds, 0), static_cast<ssize_t>(sizeof seconds));
-    ::close(file);
-  }
-
   void sets(const char* action, const std::string& text) {
     ASSERT_EQ(tool_->resultOf(action, {{"databaseName", "db1"}, {"state", text}}), "success");
   }
 
-  TemporaryFolder folder_;
-  std::filesystem::path shift_ = folder_ / "shift";
+  const ShiftedClock clock_;
   Daemon server_;
   std::optional<Client> database_;
   std::optional<Client> tool_;
@@ -58,7 +43,7 @@ TEST_F(ClockThatJumps, CostsNobodyTheConnectionNorARegistration) {
   const std::string asking = frame(Message({{"ping", ""}}));
   ASSERT_TRUE(unfinished.send(asking.substr(0, 5)));
   for (const std::int64_t jump : kJumps) {
-    jumpTo(jump);
+    clock_.setAhead(jump);
     EXPECT_TRUE(tool_->knows("db1"));
     EXPECT_TRUE(database_->knows("db1"));
     EXPECT_TRUE(server_.registers("db2"));
@@ -71,7 +56,7 @@ TEST_F(ClockThatJumps, CostsNobodyTheConnectionNorARegistration) {
 TEST_F(ClockThatJumps, HidesNoChangeFromAWatcherNorFromWhoComparesTimestamps) {
   std::string before = tool_->changeTimestamp();
   for (const std::int64_t jump : kJumps) {
-    jumpTo(jump);
+    clock_.setAhead(jump);
     EXPECT_EQ(tool_->changeTimestamp(), before) << "no change has come";
     sets("setDatabaseState", "at " + std::to_string(jump));
     EXPECT_EQ(tool_->didPortsChange(), "YES");
@@ -85,11 +70,11 @@ TEST_F(ClockThatJumps, HidesNoChangeFromAWatcherNorFromWhoComparesTimestamps) {
 
 TEST_F(ClockThatJumps, ShowsAnAlertThatIsSetAfterwardsForItsHour) {
   for (const std::int64_t jump : kJumps) {
-    jumpTo(jump);
+    clock_.setAhead(jump);
     const std::string alert = "set at " + std::to_string(jump);
     sets("setAlertState", alert);
     EXPECT_EQ(tool_->alerts(), "db1:" + alert);
-    jumpTo(jump + 2 * kHour);
+    clock_.setAhead(jump + 2 * kHour);
     tool_->acts("needsRefresh");  // both lists are built anew
     EXPECT_EQ(tool_->alerts(), "");
   }
