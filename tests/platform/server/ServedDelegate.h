@@ -45,6 +45,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
 
   std::atomic<int> started{0};
   std::atomic<int> delivered{0};
+  /// Those among them that no other thread than the serving one has delivered.
+  std::atomic<int> deliveredWithoutWaiting{0};
   std::atomic<int> ended{0};
   /// How often two operations of one connection ran at once, or out of order.
   std::atomic<int> overlaps{0};
