@@ -25,6 +25,8 @@ class DaemonProcess {
     const std::uint64_t caught = std::stoull(statusField("SigCgt"), nullptr, 16);
     return (caught >> (signal - 1) & 1U) != 0;
   }
+  /// True after SIGSTOP has reached it, until SIGCONT does.
+  [[nodiscard]] bool isStopped() const { return statusField("State").starts_with("T"); }
   [[nodiscard]] long residentKibibytes() const { return std::stol(statusField("VmRSS")); }
   [[nodiscard]] pid_t parent() const { return std::stoi(statusField("PPid")); }
   [[nodiscard]] int openSockets() const;

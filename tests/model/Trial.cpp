@@ -1,0 +1,289 @@
+#include "model/Trial.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "model/Difference.h"
+
+namespace sorvane::model {
+namespace {
+
+using test::movedTime;
+
+std::optional<std::string> ownText(std::optional<std::string_view> text) {
+  return text ? std::optional<std::string>(*text) : std::nullopt;
+}
+
+Record recordOf(const PortDescriptor& record) {
+  return {.key = ownText(record.portKey()),
+          .name = ownText(record.portName()),
+          .address = ownText(record.portHostAddress()),
+          .host = ownText(record.portHost()),
+          .number = ownText(record.portNumber()),
+          .type = ownText(record.portType()),
+          .status = ownText(record.portStatus()),
+          .alert = ownText(record.alertAsSet()),
+          .alertTime = record.alertStatusTimestamp(),
+          .isDirty = record.isDirty(),
+          .watches = record.timesOnWatchList(),
+          .isConnected = record.holdings().hasLeft == 0};
+}
+
+std::optional<List> cachedList(const std::shared_ptr<const std::string>& list) {
+  return list == nullptr ? std::nullopt : std::optional(sortedList(*list));
+}
+
+// The length of the list that these records would give now.
+std::uint64_t listBytes(const State& state, bool ofAlerts) {
+  std::uint64_t bytes = 0;
+  for (const auto& [name, connection] : state.ports) {
+    const Record& record = state.records.at(connection);
+    const bool isListed = record.name != "sorvexec" && record.name != "VN_nameserver" &&
+                          record.name != "VN_infoserver";
+    if (isListed && (!ofAlerts || record.alert)) {
+      bytes += record.name->size() + 1 +
+               (ofAlerts ? *record.alert : record.status.value_or("running")).size() +
+               (bytes == 0 ? 0 : 1);
+    }
+  }
+  return bytes;
+}
+
+template <typename Value>
+void compare(std::ostream& out, const char* what, const Value& expected, const Value& real) {
+  if (expected != real) {
+    out << what << ": the model has " << expected << ", the registry " << real << "\n";
+  }
+}
+
+}  // namespace
+
+std::string shown(const Step& step) {
+  std::ostringstream text;
+  if (step.later > 0.0) {
+    text << step.later << " s later: ";
+  }
+  text << "connection " << step.connection;
+  switch (step.kind) {
+    case Step::Kind::connects:
+      text << " is made" << (step.isFromThisMachine ? "" : " by another machine");
+      break;
+    case Step::Kind::closes:
+      text << " ends";
+      break;
+    case Step::Kind::asks:
+      text << " asks " << shown(requestOf(step.request));
+      break;
+  }
+  return text.str();
+}
+
+class Trial::Connection : public test::InProcessConnection {
+ public:
+  explicit Connection(bool isFromThisMachine) : isFromThisMachine_(isFromThisMachine) {}
+  [[nodiscard]] bool isFromThisMachine() const override { return isFromThisMachine_; }
+
+ private:
+  const bool isFromThisMachine_;
+};
+
+class Trial::Server : public test::CommandServer {
+ public:
+  void endCommunication(NetConnection& connection) override {
+    const ConnectionEnd end = endConnection(registry, connection.context<PortDescriptor>());
+    EXPECT_FALSE(end.removedHost) << "no host is ever listed";
+    EXPECT_EQ(end.droppedPorts, 0U) << "nothing here passes a limit";
+  }
+};
+
+Trial::Trial(const Setting& setting, std::vector<std::string> names)
+    : names_(std::move(names)), server_(std::make_unique<Server>()) {
+  movedTime = 1000.0;
+  server_->registry.stampTime();
+  const Host& host = setting.host;
+  server_->verbose = setting.isVerbose;
+  server_->host = {.name = host.name,
+                   .address = host.address,
+                   .ethernetAddress = host.ethernetAddress,
+                   .hasOnlyLoopbackAddress = host.servesItselfAlone,
+                   .basePort = host.basePort,
+                   .takesRemoteControl = host.takesRemoteControl,
+                   .takesRemoteRegistration = host.takesRemoteRegistration,
+                   .aliasOf = [](std::string_view asker) {
+                     return asker == "10.9.9.9" ? std::optional<std::string>("outside")
+                                                : std::nullopt;
+                   }};
+  Host modelled = host;
+  modelled.version = "9.8.7 (build #6) 1.2.2003";
+  modelled.system = "test system";
+  modelled.aliases = {{"10.9.9.9", "outside"}};
+  model_ = std::make_unique<RegistryModel>(modelled, movedTime);
+  for (const auto& [number, record] : model_->state().records) {
+    auto own = std::make_shared<PortDescriptor>();
+    own->setRegistration({.portKey = record.key,
+                          .portName = record.name,
+                          .portHostAddress = record.address,
+                          .portHost = record.host,
+                          .portNumber = record.number,
+                          .portType = std::nullopt});
+    numbers_[own.get()] = number;
+    server_->registry.enterPort(*record.name, own);
+  }
+}
+
+Trial::~Trial() = default;
+
+std::string Trial::carriesOut(const Step& step, Compared compared) {
+  movedTime += step.later;
+  const auto found = open_.find(step.connection);
+  std::string difference;
+  if (step.kind == Step::Kind::connects) {
+    if (found == open_.end() && !closed_.contains(step.connection)) {
+      auto made = std::make_unique<Connection>(step.isFromThisMachine);
+      server_->startCommunication(*made);
+      numbers_[made->context<PortDescriptor>()] = step.connection;
+      open_[step.connection] = std::move(made);
+      model_->connects(step.connection, step.isFromThisMachine);
+    }
+  } else if (found != open_.end() && step.kind == Step::Kind::closes) {
+    server_->endCommunication(*found->second);
+    closed_[step.connection] = found->second->contextObject<PortDescriptor>();
+    open_.erase(found);
+    model_->beginsToEnd(step.connection, movedTime);
+    model_->losesPorts(step.connection);
+    model_->tellsWatchers(movedTime);
+  } else if (found != open_.end()) {
+    difference = asks(*found->second, step);
+  }
+  difference += compared == Compared::all ? differenceOfAll() : differenceOfNumbers();
+  return difference;
+}
+
+std::string Trial::asks(Connection& sender, const Step& step) {
+  const std::string body = bodyOf(step.request);
+  Message request;
+  if (const char* const fault = request.readBody(body)) {
+    return std::string("the request is no dictionary: ") + fault + "\n";
+  }
+  const Reply expected = model_->asks(step.connection, requestOf(step.request), movedTime);
+  if (expected.isChange) {
+    model_->tellsWatchers(movedTime);
+  }
+  Reply real = realReply(sender, request);
+  std::ostringstream out;
+  if (real.kind == Reply::Kind::raised) {
+    // It has changed nothing, so the server may carry it out a second time.
+    real = realReply(sender, request);
+  }
+  if (!fits(expected, real)) {
+    out << "the model replies " << shown(expected) << ",\n  the registry " << shown(real) << "\n";
+  }
+  const Record& record = model_->state().records.at(step.connection);
+  if (const Record now = recordOf(*sender.context<PortDescriptor>()); record != now) {
+    State of;
+    of.records[step.connection] = now;
+    out << "the registry has another record of the sender:\n" << shown(of);
+  }
+  return out.str();
+}
+
+Reply Trial::realReply(Connection& sender, const Message& request) {
+  ReplyBuffer written;
+  sender.setReplyBuffer(&written);
+  sorvane::Reply reply = sorvane::Reply::none();
+  try {
+    reply = server_->deliverCommunication(request, sender);
+  } catch (const NSException&) {
+    return {.kind = Reply::Kind::raised};
+  }
+  if (server_->lastKind == Outcome::Kind::notRecognised) {
+    return {.kind = Reply::Kind::notRecognised};
+  }
+  if (server_->lastKind == Outcome::Kind::endProcess) {
+    return {.kind = Reply::Kind::endOfProcess};
+  }
+  if (reply.kind() == sorvane::Reply::Kind::request) {
+    return {.kind = Reply::Kind::request};
+  }
+  if (reply.kind() == sorvane::Reply::Kind::none) {
+    return {.kind = Reply::Kind::none};
+  }
+  std::string body;
+  written.forEachPiece([&](std::string_view piece) { body += piece; });
+  return dictionaryOf(body);
+}
+
+std::string Trial::differenceOfNumbers() {
+  const State& expected = model_->state();
+  std::ostringstream out;
+  out.precision(17);
+  server_->registry.with([&](const RegistryState& state) {
+    compare(out, "names", expected.ports.size(), state.map.size());
+    compare(out, "the next number", expected.nextNumber, state.maxport);
+    compare(out, "the last change", expected.lastChange, state.timestampFlag);
+    compare(out, "the refresh number", expected.refreshNumber, state.forceRefreshNumber);
+    compare(out, "a cached list of states", expected.cachedStates.has_value(),
+            state.databaseStateString != nullptr);
+    compare(out, "a cached list of alerts", expected.cachedAlerts.has_value(),
+            state.databaseAlertString != nullptr);
+  });
+  return out.str();
+}
+
+std::string Trial::differenceOfAll() {
+  const State& expected = model_->state();
+  const State real = realState();
+  std::ostringstream out;
+  if (expected != real) {
+    out << "the model has\n" << shown(expected) << "the registry has\n" << shown(real);
+  }
+  std::size_t watches = 0;
+  bool hasLeftBehind = false;
+  for (const auto& [connection, record] : expected.records) {
+    watches += record.watches;
+    hasLeftBehind = hasLeftBehind || !record.isConnected;
+  }
+  compare(out, "the length of the watch list", watches,
+          server_->registry.watchingPortsList().count());
+  server_->registry.with([&](const RegistryState& state) {
+    compare(out, "names", expected.ports.size(), state.map.size());
+    compare(out, "bytes left behind", hasLeftBehind, state.map.leftBehindBytes() > 0);
+    compare(out, "the length of the states", listBytes(expected, false),
+            state.map.stateListBytes());
+    compare(out, "the length of the alerts", listBytes(expected, true), state.map.alertListBytes());
+  });
+  for (const auto& [connection, record] : closed_) {
+    if (record.expired() == expected.records.contains(connection)) {
+      out << "the record of the closed connection " << connection
+          << (record.expired() ? " is gone too early\n" : " is still there\n");
+    }
+  }
+  return out.str();
+}
+
+State Trial::realState() {
+  State real;
+  for (const auto& [number, connection] : open_) {
+    real.records[number] = recordOf(*connection->context<PortDescriptor>());
+  }
+  server_->registry.with([&](const RegistryState& state) {
+    for (const std::string& name : names_) {
+      if (const PortMap::Record* const found = state.map.find(name)) {
+        const int number = numbers_.at(found->get());
+        real.ports[name] = number;
+        real.records.try_emplace(number, recordOf(**found));
+      }
+    }
+    real.nextNumber = state.maxport;
+    real.lastChange = state.timestampFlag;
+    real.refreshNumber = state.forceRefreshNumber;
+    real.hosts = state.hosts.hostList;
+    real.alternateHosts = state.hosts.alternateHostList;
+    real.lastHost = state.hosts.hostNameString;
+    real.cachedStates = cachedList(state.databaseStateString);
+    real.cachedAlerts = cachedList(state.databaseAlertString);
+  });
+  return real;
+}
+
+}  // namespace sorvane::model

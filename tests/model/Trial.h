@@ -1,0 +1,70 @@
+// The registry's commands and the model of them, side by side, in this process.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "model/RegistryModel.h"
+#include "model/RequestMaker.h"
+#include "registry/CommandServer.h"
+#include "registry/ConnectionEnd.h"
+#include "support/InProcess.h"
+
+namespace sorvane::model {
+
+/// One thing that happens.
+struct Step {
+  enum class Kind : std::uint8_t { connects, asks, closes };
+  Kind kind = Kind::asks;
+  int connection = 0;
+  bool isFromThisMachine = true;  ///< of a connection that is made
+  double later = 0.0;             ///< seconds since the step before
+  Entries request = {};
+};
+
+[[nodiscard]] std::string shown(const Step& step);
+
+/// The server that a sequence begins with.
+struct Setting {
+  Host host = {};
+  bool isVerbose = false;
+};
+
+/// Carries out steps on both. A step that makes no sense, such as a request of a connection that
+/// was never made, does nothing: sequences can be shortened.
+class Trial {
+ public:
+  enum class Compared : std::uint8_t {
+    reply,  ///< the reply, the sender's record and what is one number
+    all,    ///< the whole state, too
+  };
+
+  /// `names` are all that requests can register. The clock must be `test::MovedClock`.
+  Trial(const Setting& setting, std::vector<std::string> names);
+  ~Trial();
+
+  /// Returns what differs afterwards, in words; the empty text when nothing does.
+  [[nodiscard]] std::string carriesOut(const Step& step, Compared compared);
+
+ private:
+  class Connection;
+  class Server;
+
+  [[nodiscard]] std::string asks(Connection& sender, const Step& step);
+  [[nodiscard]] Reply realReply(Connection& sender, const Message& request);
+  [[nodiscard]] std::string differenceOfNumbers();
+  [[nodiscard]] std::string differenceOfAll();
+  [[nodiscard]] State realState();
+
+  const std::vector<std::string> names_;
+  std::unique_ptr<Server> server_;
+  std::unique_ptr<RegistryModel> model_;
+  std::map<int, std::unique_ptr<Connection>> open_;
+  std::map<const PortDescriptor*, int> numbers_;         // of the connections, by their records
+  std::map<int, std::weak_ptr<PortDescriptor>> closed_;  // records of closed connections
+};
+
+}  // namespace sorvane::model
