@@ -2,7 +2,6 @@
 // eight are a number, the rest is a text.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -10,19 +9,15 @@
 #include "convert/Calendar.h"
 #include "convert/IntegerText.h"
 #include "convert/VNConvertTypes.h"
+#include "support/Require.h"
 
 namespace {
 
 using sorvane::VNConvertTypes;
+using sorvane::fuzz::require;
 
 constexpr std::size_t kDateBytes = 64;
 constexpr std::size_t kNumberBytes = 128;
-
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 // The text in a buffer of exactly that size, so that the sanitizer sees every byte beyond it.
 std::unique_ptr<char[]> buffer(const std::string& text, std::size_t size) {
@@ -90,13 +85,13 @@ void readNumbers(const std::string& text) {
 void writeNumbers(std::int64_t value, char separator) {
   const auto plain = buffer("", 21);
   sorvane::vn_lltoa(value, plain.get());
-  require(sorvane::vn_atoll(plain.get()) == value);
+  require(sorvane::vn_atoll(plain.get()) == value, "an integer is read back equal");
   const auto grouped = buffer("", 28);
   sorvane::vn_lltoas(value, grouped.get(), separator);
 
   const auto money = buffer("", kNumberBytes);
   VNConvertTypes::formatMoneyLL(value, money.get());
-  require(VNConvertTypes::MoneyToLongLong(money.get()) == value);
+  require(VNConvertTypes::MoneyToLongLong(money.get()) == value, "an amount is read back equal");
   VNConvertTypes::formatMoney(value, money.get());
   for (const char type : std::string("!FILMQZ")) {
     VNConvertTypes::convertData(&value, type, buffer("", 330).get());
