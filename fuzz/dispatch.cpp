@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "model/RegistryModel.h"
 #include "platform/TimeSource.h"
 #include "registry/ConnectionEnd.h"
 #include "registry/StateSnapshot.h"
 #include "support/Recount.h"
-#include "support/ReferenceServer.h"
 #include "support/RequestLines.h"
 #include "support/Require.h"
 
@@ -91,8 +91,8 @@ class Commands {
     }
     const DispatchRule& rule = ruleFor(request);
     const std::string name = nameOf(rule);
-    require(commandOf(entries) == name || commandOf(entries) == "ping",
-            "the first row that matches applies");
+    const std::string expected = model::commandOf(requestOf(entries));
+    require(expected == name || expected == "ping", "the first row that matches applies");
 
     ReplyBuffer written;
     sender.setReplyBuffer(&written);
@@ -105,14 +105,15 @@ class Commands {
     try {
       const Outcome outcome = prepare(rule, context) ? rule.command(context) : Reply::none();
       const bool isReserved = !sender.isFromThisMachine() &&
-                              ((endsServer(name) && !host_.takesRemoteControl) ||
-                               (changesRegistry(name) && !host_.takesRemoteRegistration));
+                              ((model::endsProcess(name) && !host_.takesRemoteControl) ||
+                               (model::changesRegistry(name) && !host_.takesRemoteRegistration));
       if (isReserved) {
         require(outcome.reply() == Reply::none() && snapshot() == before,
                 "what is reserved for this machine does nothing for another");
       }
       const bool endsProcess = outcome.kind() == Outcome::Kind::endProcess;
-      require(endsProcess == (endsServer(name) && !isReserved), "two commands end the process");
+      require(endsProcess == (model::endsProcess(name) && !isReserved),
+              "two commands end the process");
       requireReply(outcome, written);
     } catch (const NSException&) {
       require(snapshot() == before, "a command that raises has changed nothing");

@@ -10,13 +10,14 @@
 #include <utility>
 #include <vector>
 
+#include "model/RealState.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/Settings.h"
 #include "platform/TimeSource.h"
 #include "registry/Dispatch.h"
+#include "support/PreferencesModel.h"
 #include "support/Recount.h"
-#include "support/ReferenceServer.h"
 #include "support/RequestLines.h"
 #include "support/Require.h"
 
@@ -24,6 +25,7 @@ namespace {
 
 using namespace sorvane;
 using namespace sorvane::fuzz;
+using model::RegistryModel;
 
 double now = 0;
 
@@ -34,16 +36,15 @@ class Controller : public sorvkeyController {
   using sorvkeyController::startInfoserver;
 };
 
-/// A connection of the controller, and the model of its record. Those with the highest numbers are
-/// on another machine.
 class Connection : public NetConnection {
  public:
-  Connection(unsigned number, Controller& controller) : controller_(controller) {
-    modelled->isRemote = number >= kConnections - 2;
+  /// Made so many connections later than the first one.
+  Connection(int number, bool isFromThisMachine, Controller& controller)
+      : number(number), isFromThisMachine_(isFromThisMachine), controller_(controller) {
     controller_.startCommunication(*this);
   }
-  [[nodiscard]] bool isFromThisMachine() const override { return !modelled->isRemote; }
-  [[nodiscard]] PortDescriptor& record() const { return *context<PortDescriptor>(); }
+  [[nodiscard]] bool isFromThisMachine() const override { return isFromThisMachine_; }
+  [[nodiscard]] const PortDescriptor& record() const { return *context<PortDescriptor>(); }
 
   /// Delivers a request as the server does. Returns the reply, or nothing for "no dictionary".
   std::optional<Entries> ask(const Message& request, std::optional<Turn>& turn) {
@@ -65,32 +66,45 @@ class Connection : public NetConnection {
     return *reply == Reply::request() ? entriesOf(request) : readReferenceBody(body);
   }
 
-  const ReferenceServer::Record modelled = std::make_shared<ReferenceRecord>();
+  const int number;
 
  private:
+  const bool isFromThisMachine_;
   Controller& controller_;
 };
+
+/// Returns what the client gets, or nothing for "no dictionary".
+std::optional<Entries> entriesOf(const model::Reply& reply, const Entries& request) {
+  switch (reply.kind) {
+    case model::Reply::Kind::request:
+      return request;
+    case model::Reply::Kind::none:
+    case model::Reply::Kind::raised:
+      return std::nullopt;
+    default:
+      break;
+  }
+  Entries entries;
+  for (const auto& [key, text] : reply.texts) {
+    entries.push_back({key, text + '\0'});
+  }
+  return entries;
+}
+
+void append(std::string& list, const std::string& name, const std::string& text) {
+  list += (list.empty() ? "" : "|") + name + ":" + text;
+}
 
 class Session {
  public:
   Session() {
     controller_.startInfoserver(false);
     controller_.registerOwnPorts();
-    for (const char* name : {"VN_infoserver", "VN_nameserver"}) {
-      const auto record = controller_.registry().port(name);
-      modelled_[record.get()] =
-          std::make_shared<ReferenceRecord>(ReferenceRecord{.name = name,
-                                                            .number = "5000",
-                                                            .host = "testhost",
-                                                            .address = "192.0.2.7",
-                                                            .type = {},
-                                                            .state = {},
-                                                            .alert = {}});
-      model_.ports[name] = modelled_[record.get()];
-      own_.push_back(record);
-      names_.insert(name);
+    for (const auto& [number, record] : model_.state().records) {
+      own_.push_back(controller_.registry().port(*record.name));
+      numbers_[own_.back().get()] = number;
+      names_.insert(*record.name);
     }
-    model_.lastChange = now;
   }
 
   void take(const RequestLine& line) {
@@ -106,13 +120,18 @@ class Session {
           return;
         }
         controller_.endCommunication(*connection);
-        model_.end(connection->modelled, now);
+        model_.beginsToEnd(connection->number, now);
+        model_.losesPorts(connection->number);
+        model_.tellsWatchers(now);
         connection.reset();
         break;
       case RequestLine::Kind::request:
         if (connection == nullptr) {
-          connection = std::make_unique<Connection>(line.connection, controller_);
-          modelled_[&connection->record()] = connection->modelled;
+          // Those with the highest numbers are on another machine.
+          const bool isFromThisMachine = line.connection < kConnections - 2;
+          connection = std::make_unique<Connection>(made_++, isFromThisMachine, controller_);
+          model_.connects(connection->number, isFromThisMachine);
+          numbers_[&connection->record()] = connection->number;
         }
         request(line.entries, *connection);
         break;
@@ -123,89 +142,114 @@ class Session {
  private:
   void request(const Entries& entries, Connection& sender) {
     const std::string body = bodyOf(entries);
+    const model::Request asked = requestOf(entries);
     Message request;
-    const bool endsProcess = endsServer(commandOf(entries)) && !sender.modelled->isRemote;
+    const bool endsProcess =
+        model::endsProcess(model::commandOf(asked)) && sender.isFromThisMachine();
     if (request.readBody(body) != nullptr || endsProcess) {
       return;
     }
     for (const char* key : {"portName", "reconnectPort"}) {
-      if (const std::string* const name = find(entries, key)) {
-        names_.insert(textOf(*name).value_or(""));
+      if (const auto name = asked.find(key); name != asked.end()) {
+        names_.insert(name->second.value_or(""));
       }
     }
     // Requests that come together from one connection share a turn.
     if (!turn_ || std::exchange(lastSender_, &sender) != &sender) {
       turn_.emplace();
     }
-    require(sender.ask(request, turn_) == model_.ask(sender.modelled, entries, now),
-            "the reply is that of the model");
+    const std::optional<Entries> real = sender.ask(request, turn_);
+    require(real == entriesOf(modelled(asked, sender), entries), "the reply is that of the model");
   }
 
-  std::vector<ReferenceServer::Record> order() {
-    return controller_.registry().with([&](const RegistryState& state) {
-      std::vector<ReferenceServer::Record> records;
+  model::Reply modelled(const model::Request& request, const Connection& sender) {
+    const model::State& state = model_.state();
+    const bool areKept = state.cachedStates && state.cachedAlerts;
+    model::Reply reply = model_.asks(sender.number, request, now);
+    if (reply.kind == model::Reply::Kind::notRecognised) {
+      return preferences_.ask(request, sender.isFromThisMachine());
+    }
+    if (reply.isChange) {
+      model_.tellsWatchers(now);
+    }
+    if (reply.hasLists) {
+      if (!areKept) {
+        makeLists();
+      }
+      reply.texts = lists_;
+    }
+    return reply;
+  }
+
+  /// Puts the model's lists into the order of the map, which the model cannot know.
+  void makeLists() {
+    std::string states;
+    std::string alerts;
+    controller_.registry().with([&](const RegistryState& state) {
       for (std::size_t slot = 0; slot < state.map.slotCount(); ++slot) {
-        if (const PortDescriptor* const record = state.map.inSlot(slot).get()) {
-          records.push_back(modelled_.at(record));
+        const PortDescriptor* const found = state.map.inSlot(slot).get();
+        if (found == nullptr || numbers_.at(found) < 0) {
+          continue;
+        }
+        const model::Record& record = model_.state().records.at(numbers_.at(found));
+        if (record.name != "sorvexec" && record.name != "VN_nameserver" &&
+            record.name != "VN_infoserver") {
+          append(states, *record.name, record.status.value_or("running"));
+          if (record.alert) {
+            append(alerts, *record.name, *record.alert);
+          }
         }
       }
-      return records;
     });
+    lists_ = {{"result", states}, {"alerts", alerts}};
   }
 
   void requireState() {
     Registry& registry = controller_.registry();
-    require(registry.portCount() == model_.ports.size(), "the ports are those of the model");
-    for (const auto& [name, modelled] : model_.ports) {
-      const auto record = registry.port(name);
-      require(record != nullptr && modelled_.at(record.get()) == modelled,
-              "a name belongs to the connection that registered it last");
-      requireRecord(*record, *modelled);
-    }
     std::vector<const PortDescriptor*> open;
-    for (const auto& record : own_) {
-      open.push_back(record.get());
-    }
     for (const auto& connection : connections_) {
       if (connection != nullptr) {
-        requireRecord(connection->record(), *connection->modelled);
         open.push_back(&connection->record());
       }
     }
-    require(registry.watchingPortsList().count() == model_.watchers.size(), "the watchers");
-    const Registry::ChangeStamp stamp = registry.changeStamp();
-    require(stamp.timestampFlag == model_.lastChange, "the time of the last change");
-    require(stamp.forceRefreshNumber == model_.refreshNumber, "the refresh number");
-    registry.with([&](const RegistryState& state) {
-      require(state.maxport == model_.nextNumber, "the next port number");
-      require(state.hosts.joined(false).empty() && state.hosts.joined(true).empty(), "the hosts");
-    });
+    model::State expected = model_.state();
+    for (auto* const list : {&expected.cachedStates, &expected.cachedAlerts}) {
+      if (*list) {
+        *list = model::sortedList(model::joined(**list));
+      }
+    }
+    const model::State real = model::stateOf(registry, names_, numbers_, open);
+    if (real != expected) {
+      std::fputs(
+          ("the model has\n" + model::shown(expected) + "the registry has\n" + model::shown(real))
+              .c_str(),
+          stderr);
+    }
+    require(real == expected, "the state is that of the model");
+    require(registry.portCount() == expected.ports.size(), "there are no other names");
+    for (const auto& record : own_) {
+      open.push_back(record.get());
+    }
     requireSumsFit(registry, {}, names_, open);
   }
 
-  static void requireRecord(const PortDescriptor& record, const ReferenceRecord& modelled) {
-    require(record.portName() == modelled.name && record.portNumber() == modelled.number &&
-                record.portHost() == modelled.host &&
-                record.portHostAddress() == modelled.address && record.portType() == modelled.type,
-            "the registration of a record");
-    require(record.portStatus() == modelled.state && record.alertAsSet() == modelled.alert,
-            "the state and the alert of a record");
-    require(record.alertStatusTimestamp() == modelled.alertTime, "the time of an alert");
-    require(record.isDirty() == modelled.isDirty, "whether a change was not told yet");
-  }
-
   Controller controller_;
-  ReferenceServer model_{{.name = "testhost",
-                          .address = "192.0.2.7",
-                          .ethernetAddress = "02:00:5e:10:00:07",
-                          .productVersion = sorvkeyController::sorvaneVersion(),
-                          .systemVersion = sorvkeyController::platformName(),
-                          .basePort = 5000},
-                         [this] { return order(); }};
-  std::map<const PortDescriptor*, ReferenceServer::Record> modelled_;
+  RegistryModel model_{{.name = "testhost",
+                        .address = "192.0.2.7",
+                        .ethernetAddress = "02:00:5e:10:00:07",
+                        .version = sorvkeyController::sorvaneVersion(),
+                        .system = sorvkeyController::platformName(),
+                        .takesRemoteControl = false,
+                        .takesRemoteRegistration = false,
+                        .basePort = 5000},
+                       now};
+  PreferencesModel preferences_;
+  model::Texts lists_;  // of states and alerts, as they were made last
   std::vector<std::shared_ptr<PortDescriptor>> own_;
+  std::map<const PortDescriptor*, int> numbers_;  // of the connections, by their records
   std::set<std::string> names_;
   std::array<std::unique_ptr<Connection>, kConnections> connections_;
+  int made_ = 0;  // connections
   const Connection* lastSender_ = nullptr;
   std::optional<Turn> turn_;
 };

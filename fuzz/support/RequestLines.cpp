@@ -50,4 +50,12 @@ RequestLine takeLine(std::string_view& text) {
   return taken;
 }
 
+model::Request requestOf(const Entries& entries) {
+  model::Request request;
+  for (const auto& [key, value] : entries) {
+    request[key] = textOf(value);
+  }
+  return request;
+}
+
 }  // namespace sorvane::fuzz

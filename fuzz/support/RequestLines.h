@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "model/RegistryModel.h"
 #include "support/ReferenceFrames.h"
 
 namespace sorvane::fuzz {
@@ -29,5 +30,8 @@ inline constexpr unsigned kConnections = 8;
 
 /// Takes the next line off `text`.
 [[nodiscard]] RequestLine takeLine(std::string_view& text);
+
+/// The request as the models want it.
+[[nodiscard]] model::Request requestOf(const Entries& entries);
 
 }  // namespace sorvane::fuzz

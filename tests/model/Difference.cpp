@@ -52,21 +52,4 @@ bool fits(const Reply& expected, const Reply& real) {
           (expected.hasLists && listsFit(expected.texts, real.texts)));
 }
 
-List elementsOf(std::string_view joinedList) {
-  std::string_view list = joinedList;
-  List elements;
-  while (!list.empty()) {
-    const std::size_t end = std::min(list.find('|'), list.size());
-    elements.emplace_back(list.substr(0, end));
-    list.remove_prefix(std::min(end + 1, list.size()));
-  }
-  return elements;
-}
-
-List sortedList(std::string_view joinedList) {
-  List list = elementsOf(joinedList);
-  std::sort(list.begin(), list.end());
-  return list;
-}
-
 }  // namespace sorvane::model

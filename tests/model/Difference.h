@@ -1,7 +1,6 @@
 // Replies as they came, compared with what the model replies.
 #pragma once
 
-#include <string>
 #include <string_view>
 
 #include "model/RegistryModel.h"
@@ -14,9 +13,5 @@ namespace sorvane::model {
 /// True when a reply that came is the one that the model tells. Lists fit in any order, if both
 /// have the same one. A time is compared as it stands.
 [[nodiscard]] bool fits(const Reply& expected, const Reply& real);
-
-/// The elements of a list that is joined by "|": in their order, then sorted.
-[[nodiscard]] List elementsOf(std::string_view joinedList);
-[[nodiscard]] List sortedList(std::string_view joinedList);
 
 }  // namespace sorvane::model

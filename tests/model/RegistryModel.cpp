@@ -7,7 +7,8 @@
 namespace sorvane::model {
 namespace {
 
-constexpr double kAlertLifetime = 3600.0;  // seconds
+constexpr double kAlertLifetime = 3600.0;      // seconds
+constexpr std::size_t kLongAlertList = 65536;  // bytes
 constexpr int kLastRefreshNumber = 10000;
 
 /// A request that could not be carried out.
@@ -20,6 +21,11 @@ char lower(char letter) {
 bool equalsIgnoringCase(const std::string& left, const std::string& right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](char a, char b) { return lower(a) == lower(b); });
+}
+
+bool says(const Request& request, const std::string& key, const std::string& word) {
+  const auto found = request.find(key);
+  return found != request.end() && found->second && equalsIgnoringCase(*found->second, word);
 }
 
 bool isThisMachine(const std::string& address) {
@@ -48,6 +54,57 @@ std::string joined(const List& list) {
   return text;
 }
 
+List elementsOf(std::string_view joinedList) {
+  std::string_view list = joinedList;
+  List elements;
+  while (!list.empty()) {
+    const std::size_t end = std::min(list.find('|'), list.size());
+    elements.emplace_back(list.substr(0, end));
+    list.remove_prefix(std::min(end + 1, list.size()));
+  }
+  return elements;
+}
+
+List sortedList(std::string_view joinedList) {
+  List list = elementsOf(joinedList);
+  std::sort(list.begin(), list.end());
+  return list;
+}
+
+// The first row that fits applies.
+std::string commandOf(const Request& request) {
+  for (const char* key : {"ping", "reconnectPort", "findPort", "acceptPort", "terminate"}) {
+    if (request.contains(key)) {
+      return key;
+    }
+  }
+  if (says(request, "action", "restart")) {
+    return "restart";
+  }
+  if (request.contains("newPort") && request.contains("portHost") && request.contains("portName") &&
+      request.contains("portType")) {
+    return "newPort";
+  }
+  for (const char* word :
+       {"needsRefresh", "setAlertState", "setDatabaseState", "databaseStates", "watchPortChanges",
+        "didPortsChange", "changeTimestamp", "sorvexecConnectHost", "hostInfo", "hostList"}) {
+    if (says(request, "action", word)) {
+      return word;
+    }
+  }
+  return {};
+}
+
+bool changesRegistry(const std::string& command) {
+  return command == "reconnectPort" || command == "acceptPort" || command == "newPort" ||
+         command == "needsRefresh" || command == "setAlertState" || command == "setDatabaseState" ||
+         command == "sorvexecConnectHost";
+}
+
+bool endsProcess(const std::string& command) {
+  return command == "terminate" || command == "restart";
+}
+
 /// One request of one connection.
 struct RegistryModel::Asked {
   int connection;
@@ -68,10 +125,8 @@ struct RegistryModel::Asked {
   }
   /// Does not mind a value that is no text.
   [[nodiscard]] bool says(const std::string& key, const std::string& word) const {
-    const auto found = request.find(key);
-    return found != request.end() && found->second && equalsIgnoringCase(*found->second, word);
+    return model::says(request, key, word);
   }
-  [[nodiscard]] bool acts(const std::string& word) const { return says("action", word); }
 };
 
 RegistryModel::RegistryModel(Host host, double now)
@@ -103,59 +158,59 @@ Reply RegistryModel::asks(int connection, const Request& request, double now) {
   }
 }
 
-// The first row that fits applies.
 Reply RegistryModel::carriesOut(const Asked& asked, double now) {
-  const bool isLocal = isFromThisMachine_.at(asked.connection);
-  const bool mayRegister = isLocal || host_->takesRemoteRegistration;
-  const bool mayEnd = isLocal || host_->takesRemoteControl;
-
-  if (asked.has("ping")) {
+  const std::string command = commandOf(asked.request);
+  if (!isFromThisMachine_.at(asked.connection) &&
+      ((changesRegistry(command) && !host_->takesRemoteRegistration) ||
+       (endsProcess(command) && !host_->takesRemoteControl))) {
+    return kNoDictionary;
+  }
+  if (endsProcess(command)) {
+    return kEndOfProcess;
+  }
+  if (command == "ping") {
     return dictionary({});
   }
-  if (asked.has("reconnectPort")) {
-    return mayRegister ? reconnectPort(asked) : kNoDictionary;
+  if (command == "reconnectPort") {
+    return reconnectPort(asked);
   }
-  if (asked.has("findPort")) {
+  if (command == "findPort") {
     return findPort(asked);
   }
-  if (asked.has("acceptPort")) {
-    return mayRegister ? acceptPort(asked) : kNoDictionary;
+  if (command == "acceptPort") {
+    return acceptPort(asked);
   }
-  if (asked.has("terminate") || asked.acts("restart")) {
-    return mayEnd ? kEndOfProcess : kNoDictionary;
+  if (command == "newPort") {
+    return newPort(asked);
   }
-  if (asked.has("newPort") && asked.has("portHost") && asked.has("portName") &&
-      asked.has("portType")) {
-    return mayRegister ? newPort(asked) : kNoDictionary;
+  if (command == "needsRefresh") {
+    return needsRefresh(asked);
   }
-  if (asked.acts("needsRefresh")) {
-    return mayRegister ? needsRefresh(asked) : kNoDictionary;
+  if (command == "setAlertState") {
+    return setAlertState(asked, now);
   }
-  if (asked.acts("setAlertState")) {
-    return mayRegister ? setAlertState(asked, now) : kNoDictionary;
+  if (command == "setDatabaseState") {
+    return setDatabaseState(asked);
   }
-  if (asked.acts("setDatabaseState")) {
-    return mayRegister ? setDatabaseState(asked) : kNoDictionary;
-  }
-  if (asked.acts("databaseStates")) {
+  if (command == "databaseStates") {
     return databaseStates(now);
   }
-  if (asked.acts("watchPortChanges")) {
+  if (command == "watchPortChanges") {
     return watchPortChanges(asked);
   }
-  if (asked.acts("didPortsChange")) {
+  if (command == "didPortsChange") {
     return didPortsChange(asked);
   }
-  if (asked.acts("changeTimestamp")) {
+  if (command == "changeTimestamp") {
     return changeTimestamp();
   }
-  if (asked.acts("sorvexecConnectHost")) {
-    return mayRegister ? sorvexecConnectHost(asked) : kNoDictionary;
+  if (command == "sorvexecConnectHost") {
+    return sorvexecConnectHost(asked);
   }
-  if (asked.acts("hostInfo")) {
+  if (command == "hostInfo") {
     return hostInfo(asked);
   }
-  if (asked.acts("hostList")) {
+  if (command == "hostList") {
     return hostList(asked);
   }
   return {.kind = Reply::Kind::notRecognised};
@@ -270,7 +325,10 @@ void RegistryModel::forgetsIfGone(int connection) {
 // ---- Watchers
 
 void RegistryModel::tellsWatchers(double now) {
-  state_.cachedStates.reset();  // the alerts stay
+  state_.cachedStates.reset();
+  if (state_.cachedAlerts && joined(*state_.cachedAlerts).size() > kLongAlertList) {
+    state_.cachedAlerts.reset();  // a short list stays
+  }
   for (auto& [connection, record] : state_.records) {
     if (record.watches > 0) {
       record.isDirty = true;

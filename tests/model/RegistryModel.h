@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -81,12 +82,24 @@ struct State {
   auto operator<=>(const State&) const = default;
 };
 
+/// Returns how a request is recognised: the key or the word of "action" that its row of the list in
+/// docs/protocol.md begins with. Empty: it is no command of the registry.
+[[nodiscard]] std::string commandOf(const Request& request);
+
+/// True when the settings may reserve the command for this machine.
+[[nodiscard]] bool changesRegistry(const std::string& command);
+[[nodiscard]] bool endsProcess(const std::string& command);
+
 [[nodiscard]] std::string shown(const State& state);
 [[nodiscard]] std::string shown(const Request& request);
 [[nodiscard]] std::string shown(const Reply& reply);
 
 /// Joins the entries by "|".
 [[nodiscard]] std::string joined(const List& list);
+
+/// The elements of a list that is joined by "|": in their order, then sorted.
+[[nodiscard]] List elementsOf(std::string_view joinedList);
+[[nodiscard]] List sortedList(std::string_view joinedList);
 
 /// The registry of one name server. It is copied where several futures are tried. Times are seconds
 /// from any fixed moment.

@@ -119,10 +119,11 @@ struct Failure {
   std::string difference = {};  ///< empty: nothing differs
 };
 
-std::vector<std::string> namesOf(const Sequence& sequence) {
-  std::vector<std::string> names = sequence.vocabulary.names;
-  names.insert(names.end(), {"VN_infoserver", "VN_nameserver"});
-  return names;
+std::set<std::string> namesOf(const Sequence& sequence) {
+  const std::vector<std::string>& names = sequence.vocabulary.names;
+  std::set<std::string> all(names.begin(), names.end());
+  all.insert({"VN_infoserver", "VN_nameserver"});
+  return all;
 }
 
 Failure run(const Sequence& sequence, const Steps& steps, std::size_t fullComparisons) {

@@ -4,34 +4,12 @@
 #include <sstream>
 
 #include "model/Difference.h"
+#include "model/RealState.h"
 
 namespace sorvane::model {
 namespace {
 
 using test::movedTime;
-
-std::optional<std::string> ownText(std::optional<std::string_view> text) {
-  return text ? std::optional<std::string>(*text) : std::nullopt;
-}
-
-Record recordOf(const PortDescriptor& record) {
-  return {.key = ownText(record.portKey()),
-          .name = ownText(record.portName()),
-          .address = ownText(record.portHostAddress()),
-          .host = ownText(record.portHost()),
-          .number = ownText(record.portNumber()),
-          .type = ownText(record.portType()),
-          .status = ownText(record.portStatus()),
-          .alert = ownText(record.alertAsSet()),
-          .alertTime = record.alertStatusTimestamp(),
-          .isDirty = record.isDirty(),
-          .watches = record.timesOnWatchList(),
-          .isConnected = record.holdings().hasLeft == 0};
-}
-
-std::optional<List> cachedList(const std::shared_ptr<const std::string>& list) {
-  return list == nullptr ? std::nullopt : std::optional(sortedList(*list));
-}
 
 // The length of the list that these records would give now.
 std::uint64_t listBytes(const State& state, bool ofAlerts) {
@@ -96,7 +74,7 @@ class Trial::Server : public test::CommandServer {
   }
 };
 
-Trial::Trial(const Setting& setting, std::vector<std::string> names)
+Trial::Trial(const Setting& setting, std::set<std::string> names)
     : names_(std::move(names)), server_(std::make_unique<Server>()) {
   movedTime = 1000.0;
   server_->registry.stampTime();
@@ -262,28 +240,11 @@ std::string Trial::differenceOfAll() {
 }
 
 State Trial::realState() {
-  State real;
+  std::vector<const PortDescriptor*> open;
   for (const auto& [number, connection] : open_) {
-    real.records[number] = recordOf(*connection->context<PortDescriptor>());
+    open.push_back(connection->context<PortDescriptor>());
   }
-  server_->registry.with([&](const RegistryState& state) {
-    for (const std::string& name : names_) {
-      if (const PortMap::Record* const found = state.map.find(name)) {
-        const int number = numbers_.at(found->get());
-        real.ports[name] = number;
-        real.records.try_emplace(number, recordOf(**found));
-      }
-    }
-    real.nextNumber = state.maxport;
-    real.lastChange = state.timestampFlag;
-    real.refreshNumber = state.forceRefreshNumber;
-    real.hosts = state.hosts.hostList;
-    real.alternateHosts = state.hosts.alternateHostList;
-    real.lastHost = state.hosts.hostNameString;
-    real.cachedStates = cachedList(state.databaseStateString);
-    real.cachedAlerts = cachedList(state.databaseAlertString);
-  });
-  return real;
+  return stateOf(server_->registry, names_, numbers_, open);
 }
 
 }  // namespace sorvane::model

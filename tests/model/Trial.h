@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "model/RegistryModel.h"
 #include "model/RequestMaker.h"
@@ -43,7 +43,7 @@ class Trial {
   };
 
   /// `names` are all that requests can register. The clock must be `test::MovedClock`.
-  Trial(const Setting& setting, std::vector<std::string> names);
+  Trial(const Setting& setting, std::set<std::string> names);
   ~Trial();
 
   /// Returns what differs afterwards, in words; the empty text when nothing does.
@@ -59,7 +59,7 @@ class Trial {
   [[nodiscard]] std::string differenceOfAll();
   [[nodiscard]] State realState();
 
-  const std::vector<std::string> names_;
+  const std::set<std::string> names_;
   std::unique_ptr<Server> server_;
   std::unique_ptr<RegistryModel> model_;
   std::map<int, std::unique_ptr<Connection>> open_;

@@ -44,8 +44,8 @@
 //   delivering -> closed    The waiting thread is done, and its reply cannot be kept, sending it
 //                           failed, or the poller refused the descriptor.
 //   any phase -> closed     There is no memory for what the connection has sent, or for its
-//   replies. lingering -> closed     The peer closed the connection, receiving failed, or the time
-//   that a
+//                           replies.
+//   lingering -> closed     The peer closed the connection, receiving failed, or the time that a
 //                           refused connection may linger is over.
 // `endCommunication` is called on the way into lingering, or into closed if that comes first.
 #pragma once
