@@ -264,7 +264,9 @@ class DaemonHistory : public testing::Test {
              << std::min(explanation.furthest[i], history_[i].operations.size()) << " of "
              << history_[i].operations.size() << "\n";
       }
-      text << "Before, the server held one of " << situations_.size() << " situations:\n";
+      text << "There, the model replies next\n"
+           << explanation.next << "Before, the server held one of " << situations_.size()
+           << " situations:\n";
       for (std::size_t i = 0; i < std::min(situations_.size(), kShownSituations); ++i) {
         text << shown(situations_[i].registry.state());
       }

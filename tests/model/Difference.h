@@ -7,7 +7,8 @@
 
 namespace sorvane::model {
 
-/// The dictionary in a body of entries. Fails the running test if a value is no text with its NUL.
+/// The dictionary in a body of entries. What is no body, and a value that is no text with its NUL,
+/// gives texts that no model replies.
 [[nodiscard]] Reply dictionaryOf(std::string_view body);
 
 /// True when a reply that came is the one that the model tells. Lists fit in any order, if both

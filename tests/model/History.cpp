@@ -49,6 +49,10 @@ class Search {
       }
     }
     explanation_.after.assign(after.begin(), after.end());
+    explanation_.furthest = furthest_->next;
+    if (after.empty()) {
+      explanation_.next = shownNext(*furthest_);
+    }
     explanation_.tried = tried_.size();
     return explanation_;
   }
@@ -107,9 +111,26 @@ class Search {
       }
       return all;
     };
-    if (explanation_.furthest.empty() || sum(place.next) > sum(explanation_.furthest)) {
-      explanation_.furthest = place.next;
+    if (furthest_ == nullptr || sum(place.next) > sum(furthest_->next)) {
+      furthest_ = &place;
     }
+  }
+
+  [[nodiscard]] std::string shownNext(const Place& place) const {
+    std::ostringstream text;
+    text << std::setprecision(17);
+    for (std::size_t strand = 0; strand < history_.size(); ++strand) {
+      if (hasOperation(place, strand)) {
+        RegistryModel registry = place.situation.registry;
+        const Reply reply = registry.asks(history_[strand].connection,
+                                          requestOf(operation(place, strand).request), kNoTime);
+        text << "  to connection " << history_[strand].connection << ": " << shown(reply) << "\n";
+      }
+    }
+    text << "  after a change at " << place.situation.time.value_or("a time that was not told")
+         << ", not before " << place.situation.notBefore << "\n"
+         << shown(place.situation.registry.state());
+    return text.str();
   }
 
   void goOn(const Place& place) {
@@ -171,9 +192,11 @@ class Search {
       }
       tell(done, asked.sent.ofHost);
     }
-    // A request that makes or drops a cached list may change nothing now, and something later.
-    const bool mayTouchLists = reply.hasLists || reply.texts == Texts{{"result", "failed"}};
-    const bool isOnlyWay = hasReply && !mayTouchLists && done.situation == place.situation;
+    // A change, or a request that makes or drops a cached list, may change nothing now, and
+    // something later.
+    const bool mayMatterLater =
+        reply.isChange || reply.hasLists || reply.texts == Texts{{"result", "failed"}};
+    const bool isOnlyWay = hasReply && !mayMatterLater && done.situation == place.situation;
     ways.push_back(std::move(done));
     return isOnlyWay;
   }
@@ -243,6 +266,7 @@ class Search {
   const History& history_;
   std::set<Place> tried_;
   std::vector<const Place*> todo_;
+  const Place* furthest_ = nullptr;
   Explanation explanation_;
 };
 

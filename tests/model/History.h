@@ -61,6 +61,8 @@ struct Explanation {
   std::vector<Situation> after;
   /// How far the longest story went: the number of explained operations of each strand.
   std::vector<std::size_t> furthest;
+  /// What the model replies to the next operation of each strand then, and what it holds.
+  std::string next;
   std::size_t tried = 0;  ///< situations
 };
 

@@ -109,6 +109,24 @@ TEST(History, HasLookupsThatFindTheFormerPortOnlyWhileTheLatterIsRegistered) {
   EXPECT_FALSE(Story(story).finds(2, "4001", 2.5, 3).finds(3, "4000", 3.5, 5).canBe());
 }
 
+TEST(History, HasChangesThatTakeEffectLateThoughTheyWouldChangeNothingEarly) {
+  const Texts alert = {{"action", "setAlertState"}, {"databaseName", "db1"}, {"state", "full"}};
+  const Texts accept = {{"acceptPort", ""}};
+  const Texts lists = {{"action", "databaseStates"}};
+  const Texts success = {{"result", "success"}};
+  const Texts full = {{"result", "db1:running"}, {"alerts", "db1:full"}};
+  EXPECT_TRUE(Story()
+                  .asks(3, alert, 0, 10, success)
+                  .asks(3, alert, 0, 10, success)
+                  .registers(1, "4000", 1, 2)
+                  .registers(2, "4001", 3, 4)
+                  .asks(2, lists, 11, 12, full)
+                  .asks(1, accept, 13, 14, accept)
+                  .asks(1, lists, 15, 16, full)
+                  .canBe())
+      << "each connection has had the name when one of the alerts was set";
+}
+
 TEST(History, HasNoNumberThatIsGivenTwice) {
   EXPECT_TRUE(Story().getsNumber(1, "5001", 0, 2).getsNumber(2, "5002", 0, 2).canBe());
   EXPECT_TRUE(Story().getsNumber(1, "5002", 0, 2).getsNumber(2, "5001", 0, 2).canBe());
