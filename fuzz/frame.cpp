@@ -18,6 +18,7 @@
 #include "support/Pieces.h"
 #include "support/ReferenceFrames.h"
 #include "support/Require.h"
+#include "support/WireBytes.h"
 
 namespace {
 
@@ -96,9 +97,10 @@ class Delegate : public NetConnectionDelegate {
 std::string expectedReply(const Entries& request) {
   const Answer answer = answerOf(request);
   if (wayOf(request) == Way::raises || answer == Answer::none) {
-    return emptyFrame();
+    return test::nilFrame();
   }
-  return frameOf(answer == Answer::shared ? Entries{{"text", *sharedText + '\0'}} : request);
+  return test::frameOfBody(
+      bodyOf(answer == Answer::shared ? Entries{{"text", *sharedText + '\0'}} : request));
 }
 
 std::string expectedReplies(std::string_view stream) {

@@ -9,9 +9,9 @@
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
 #include "support/FileInMemory.h"
-#include "support/ReferenceFrames.h"
 #include "support/Require.h"
 #include "support/ScriptedSocket.h"
+#include "support/WireBytes.h"
 
 namespace {
 
@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*count*/, char*** /*words*/) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view content(reinterpret_cast<const char*>(data), size);
   file().hold(content);
-  const std::string reply = frameOf({});
+  const std::string reply = test::frameOfTexts({});
   peer = PeerScript();
   peer.stream = Pieces(reply, 0);
 

@@ -38,7 +38,7 @@ class Controller : public sorvkeyController {
 
 class Connection : public NetConnection {
  public:
-  /// Made so many connections later than the first one.
+  /// No other connection of the session has the number, also after the end of this one.
   Connection(int number, bool isFromThisMachine, Controller& controller)
       : number(number), isFromThisMachine_(isFromThisMachine), controller_(controller) {
     controller_.startCommunication(*this);

@@ -1,7 +1,6 @@
 #include "support/PreferencesModel.h"
 
-#include <algorithm>
-#include <string_view>
+#include <optional>
 
 namespace sorvane::fuzz {
 namespace {
@@ -20,15 +19,6 @@ const Reply kNoDictionary = {.kind = Reply::Kind::none};
 // A command that cannot be carried out is replied to like one that nobody knows.
 const Reply kRaised = dictionary({});
 
-std::string actionOf(const Request& request) {
-  const auto found = request.find("action");
-  std::string action = found == request.end() ? "" : found->second.value_or("");
-  std::transform(action.begin(), action.end(), action.begin(), [](char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-  });
-  return action;
-}
-
 /// The text under a key. Nothing: there is no such key, or its value is no text.
 std::optional<std::string> textOf(const Request& request, const std::string& key) {
   const auto found = request.find(key);
@@ -38,25 +28,25 @@ std::optional<std::string> textOf(const Request& request, const std::string& key
 }  // namespace
 
 Reply PreferencesModel::ask(const Request& request, bool isFromThisMachine) {
-  const std::string action = actionOf(request);
-  const bool sets = action == "set_userpreferences" || action == "set_userpreferences_key";
-  if (!sets && action != "get_userpreferences" && action != "get_userpreferences_key") {
+  const auto acts = [&](const char* word) { return model::says(request, "action", word); };
+  const bool sets = acts("set_userpreferences") || acts("set_userpreferences_key");
+  if (!sets && !acts("get_userpreferences") && !acts("get_userpreferences_key")) {
     return dictionary({});
   }
   if ((sets && !isFromThisMachine) || !request.contains("key")) {
     return kNoDictionary;
   }
-  if (action == "get_userpreferences_key") {
+  if (acts("get_userpreferences_key")) {
     return preferences_.contains("key") ? kRaised : result("group:application");
   }
-  if (action == "get_userpreferences") {
+  if (acts("get_userpreferences")) {
     return get(request);
   }
   const auto key = textOf(request, "key");
   if (!key) {
     return kRaised;
   }
-  if (action == "set_userpreferences") {
+  if (acts("set_userpreferences")) {
     return set(request);
   }
   preferences_["key"] = *key;

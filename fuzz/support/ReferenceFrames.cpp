@@ -1,5 +1,7 @@
 #include "support/ReferenceFrames.h"
 
+#include "support/WireBytes.h"
+
 namespace sorvane::fuzz {
 namespace {
 
@@ -12,14 +14,6 @@ std::size_t numberAt(std::string_view bytes, std::size_t place, std::size_t coun
     number = number * 256 + static_cast<unsigned char>(bytes[place + i]);
   }
   return number;
-}
-
-std::string bytesOf(std::size_t number, std::size_t count) {
-  std::string bytes(count, '\0');
-  for (std::size_t i = count; i > 0; number /= 256) {
-    bytes[--i] = static_cast<char>(number % 256);
-  }
-  return bytes;
 }
 
 // Shortest forms alone, no surrogates, U+10FFFF at most.
@@ -119,17 +113,10 @@ const std::string* find(const Entries& entries, std::string_view key) {
 std::string bodyOf(const Entries& entries) {
   std::string body;
   for (const auto& [key, value] : entries) {
-    body += bytesOf(key.size(), 2) + bytesOf(value.size(), 4) + key + value;
+    body += test::entry(key, value);
   }
   return body;
 }
-
-std::string frameOf(const Entries& entries) {
-  const std::string body = bodyOf(entries);
-  return "SV\x01\x01" + bytesOf(body.size(), 4) + body;
-}
-
-std::string emptyFrame() { return {"SV\x01\0\0\0\0\0", kHeaderBytes}; }
 
 Entries entriesOf(const Message& message) {
   Entries entries;

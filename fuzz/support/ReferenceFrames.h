@@ -40,9 +40,6 @@ struct ReferenceFrame {
 [[nodiscard]] const std::string* find(const Entries& entries, std::string_view key);
 
 [[nodiscard]] std::string bodyOf(const Entries& entries);
-/// Returns the frame of a dictionary, and of none.
-[[nodiscard]] std::string frameOf(const Entries& entries);
-[[nodiscard]] std::string emptyFrame();
 
 /// Returns what the product has read.
 [[nodiscard]] Entries entriesOf(const Message& message);

@@ -14,7 +14,6 @@
 #include "integration/Client.h"
 #include "integration/Daemon.h"
 #include "integration/DaemonProcess.h"
-#include "model/Difference.h"
 #include "model/History.h"
 #include "support/WaitUntil.h"
 

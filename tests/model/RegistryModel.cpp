@@ -23,11 +23,6 @@ bool equalsIgnoringCase(const std::string& left, const std::string& right) {
                     [](char a, char b) { return lower(a) == lower(b); });
 }
 
-bool says(const Request& request, const std::string& key, const std::string& word) {
-  const auto found = request.find(key);
-  return found != request.end() && found->second && equalsIgnoringCase(*found->second, word);
-}
-
 bool isThisMachine(const std::string& address) {
   return address == "127.0.0.1" || address == "localhost";
 }
@@ -69,6 +64,11 @@ List sortedList(std::string_view joinedList) {
   List list = elementsOf(joinedList);
   std::sort(list.begin(), list.end());
   return list;
+}
+
+bool says(const Request& request, const std::string& key, const std::string& word) {
+  const auto found = request.find(key);
+  return found != request.end() && found->second && equalsIgnoringCase(*found->second, word);
 }
 
 // The first row that fits applies.

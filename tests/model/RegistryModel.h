@@ -82,6 +82,9 @@ struct State {
   auto operator<=>(const State&) const = default;
 };
 
+/// True when the text of the key is that word, in any letter case.
+[[nodiscard]] bool says(const Request& request, const std::string& key, const std::string& word);
+
 /// Returns how a request is recognised: the key or the word of "action" that its row of the list in
 /// docs/protocol.md begins with. Empty: it is no command of the registry.
 [[nodiscard]] std::string commandOf(const Request& request);

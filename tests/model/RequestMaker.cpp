@@ -59,10 +59,6 @@ const std::vector<Command>& commands() {
   return all;
 }
 
-bool endsProcess(const Command& command) {
-  return std::string(command.name) == "terminate" || std::string(command.name) == "restart";
-}
-
 std::string withSomeCapitals(std::string word, Random& random) {
   for (char& letter : word) {
     if (letter >= 'a' && letter <= 'z' && random.percent(30)) {
@@ -124,7 +120,7 @@ RequestMaker::RequestMaker(Vocabulary vocabulary, Random& random)
   for (const Command& command : commands()) {
     // Some commands do not come at all.
     const std::uint64_t drawn = random.percent(20) ? 0 : 1 + random.below(20);
-    weights_.push_back(endsProcess(command) && !vocabulary_.mayEndProcess ? 0 : drawn);
+    weights_.push_back(endsProcess(command.name) && !vocabulary_.mayEndProcess ? 0 : drawn);
     sum_ += weights_.back();
   }
   prefer("findPort", 1);  // at least one comes
