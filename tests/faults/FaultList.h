@@ -12,6 +12,7 @@ namespace sorvane::test {
 /// What a failed call may cost at most.
 enum class Cost : std::uint8_t {
   nothing,        ///< every client is served as if it had not failed
+  theStoring,     ///< the storing of one change of the preferences, with a line on the console
   oneConnection,  ///< the connection whose call it was, and what that has registered
   process,        ///< the process, with a line on the console: what `abort` is promised for
 };

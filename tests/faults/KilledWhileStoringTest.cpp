@@ -13,8 +13,9 @@
 namespace sorvane::test {
 namespace {
 
-constexpr Call kCallsOfAFile[] = {Call::stat,  Call::open,  Call::lock,  Call::statusOfOpen,
-                                  Call::write, Call::flush, Call::rename};
+constexpr Call kCallsOfAFile[] = {Call::linkStatus, Call::stat,         Call::open,
+                                  Call::lock,       Call::statusOfOpen, Call::write,
+                                  Call::setMode,    Call::flush,        Call::rename};
 
 class KilledWhileStoring : public ::testing::Test {
  protected:

@@ -172,6 +172,16 @@ extern "C" int stat(const char* path, struct stat* status) noexcept {
   return through(Call::stat, [=] { return real(path, status); });
 }
 
+extern "C" int lstat(const char* path, struct stat* status) noexcept {
+  static auto* const real = next(&lstat, "lstat");
+  return through(Call::linkStatus, [=] { return real(path, status); });
+}
+
+extern "C" int fchmod(int descriptor, mode_t mode) noexcept {
+  static auto* const real = next(&fchmod, "fchmod");
+  return through(Call::setMode, [=] { return real(descriptor, mode); });
+}
+
 extern "C" int fstat(int descriptor, struct stat* status) noexcept {
   static auto* const real = next(&fstat, "fstat");
   return through(Call::statusOfOpen, [=] { return real(descriptor, status); });

@@ -24,11 +24,13 @@ enum class Call : std::uint8_t {
   peerName,
   shutDown,
   stat,  // from here on calls for files, and memory
+  linkStatus,
   open,
   openStream,
   statusOfOpen,
   lock,
   write,  ///< to a plain file
+  setMode,
   flush,
   rename,
   largeMemory,  ///< at least `kLargeBytes`
