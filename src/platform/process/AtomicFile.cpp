@@ -32,7 +32,14 @@ Descriptor openFile(const fs::path& path, int flags, mode_t mode = 0) {
 std::error_code followLinks(fs::path& path) {
   constexpr int kMostLinks = 40;
   std::error_code error;
-  for (int links = 0; fs::is_symlink(fs::symlink_status(path, error)); ++links) {
+  for (int links = 0;; ++links) {
+    const fs::file_status status = fs::symlink_status(path, error);
+    if (status.type() == fs::file_type::none) {
+      return error;  // it may be a link, which the file must not replace
+    }
+    if (!fs::is_symlink(status)) {
+      return {};  // if the path cannot be reached, its first use reports that
+    }
     if (links == kMostLinks) {
       return std::make_error_code(std::errc::too_many_symbolic_link_levels);
     }
@@ -42,7 +49,6 @@ std::error_code followLinks(fs::path& path) {
     }
     path = path.parent_path() / target;
   }
-  return {};  // if the path cannot be reached, its first use reports that
 }
 
 fs::path folderOf(const fs::path& path) {
