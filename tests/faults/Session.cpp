@@ -145,10 +145,7 @@ void Session::watchesAndLooksUp() {
     const auto reply = seeker.takes();
     EXPECT_TRUE(!reply || !isKnown || reply->message().contains("portNumber"));
   }
-  const auto states = seeker.asks(request("databaseStates", {}));
-  if (states && !database_->isLost()) {
-    EXPECT_NE(states->message().text("result")->find(name_ + ":sss"), std::string::npos);
-  }
+  expectStates(seeker.asks(request("databaseStates", {})));
 }
 
 void Session::sendsInPieces() {
@@ -196,7 +193,9 @@ void Session::readsLate() {
   for (int i = 0; i < kLateReplies; ++i) {
     all += frame(findPort(name_));
   }
-  late.sends(all);
+  // The lists are sent from places of their own, together with the replies that follow.
+  late.sends(frame(request("databaseStates", {})) + all);
+  expectStates(late.takes());
   for (int i = 0; i < kLateReplies; ++i) {
     const auto reply = late.takes();
     if (reply && !database_->isLost()) {
@@ -214,6 +213,12 @@ void Session::comesAndGoes() {
     ++lostBefore_;
   }
   guests_.pop_back();
+}
+
+void Session::expectStates(const std::optional<RawFrame>& reply) const {
+  if (reply && !database_->isLost()) {
+    EXPECT_NE(reply->message().text("result")->find(name_ + ":sss"), std::string::npos);
+  }
 }
 
 int Session::countLost() {

@@ -78,6 +78,9 @@ class Session {
   void readsLate();
   void comesAndGoes();
 
+  /// Expects the state of the database in a reply, if it came and the database is there.
+  void expectStates(const std::optional<RawFrame>& reply) const;
+
   Guest& comes() { return guests_.emplace_back(server_); }
 
   const Daemon& server_;
