@@ -178,9 +178,9 @@ TEST(HostWithoutIPv6, IsServedOverIPv4) {
 
 // ---- A system that has nothing left to give
 
-// The watcher thread, the two for what may wait, and two of the three that serve.
+// The watcher thread, the three for what may wait, and two of the three that serve.
 class FewThreads : public testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Left, FewThreads, testing::Range(0, 5));
+INSTANTIATE_TEST_SUITE_P(Left, FewThreads, testing::Range(0, 6));
 TEST_P(FewThreads, EndTheStartWithStatusZeroAndALine) {
   Daemon server;
   server.setting("Threads", "3");
