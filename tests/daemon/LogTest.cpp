@@ -7,6 +7,7 @@
 #include "daemon/Log.h"
 #include "platform/Settings.h"
 #include "support/ConsoleLines.h"
+#include "support/ForkedPart.h"
 #include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
 #include "system/Streams.h"
@@ -195,6 +196,8 @@ class LogOfLimitedSize : public Log {
       printToLog("one of a hundred entries");
     }
   }
+  /// Prints an entry that is longer than the log may be.
+  static void stopAtOnce() { printToLog(std::string(kMost, 'x').c_str()); }
   [[nodiscard]] std::string content() const { return test::readFile(file()); }
   [[nodiscard]] int entries() const {
     return test::timesIn(content(), "one of a hundred entries\n");
@@ -240,10 +243,41 @@ TEST_F(LogOfLimitedSize, GoesOnWhenItIsAnotherFile) {
   EXPECT_EQ(content(), std::to_string(leftOut) + " log entries were left out\nafter\n");
 }
 
+TEST_F(LogOfLimitedSize, GoesOnWhenItIsAnotherFileThatIsLonger) {
+  openLog();
+  stopAtOnce();
+  std::filesystem::rename(file(), folder_ / "Logs/moved");
+  const std::string longer(kMost / 2, 'x');
+  test::writeFile(file(), longer);
+  printToLog("after");
+  EXPECT_EQ(content(), longer + "1 log entries were left out\nafter\n");
+}
+
+TEST_F(LogOfLimitedSize, GoesOnWhenItIsShorterByAByte) {
+  openLog();
+  stopAtOnce();
+  std::filesystem::resize_file(file(), stopLine_.size() - 1);
+  printToLog("after");
+  EXPECT_TRUE(content().ends_with("1 log entries were left out\nafter\n")) << content();
+}
+
+TEST_F(LogOfLimitedSize, CostsAFewConsoleLinesHoweverOftenItStops) {
+  test::inOwnProcess([&] {  // the limit of the rate is the process's
+    openLog();
+    for (int i = 0; i < 100; ++i) {
+      stopAtOnce();
+      std::filesystem::resize_file(file(), 0);
+      printToLog("it goes on");
+    }
+    EXPECT_GT(console_.all().size(), 0U);
+    EXPECT_LT(console_.all().size(), 80U) << "20 in 10 seconds";
+  });
+}
+
 TEST_F(LogOfLimitedSize, StopsAtAnEntryThatIsTooLong) {
   openLog();
   printToLog("before");
-  printToLog(std::string(kMost, 'x').c_str());
+  stopAtOnce();
   printToLog("after");
   EXPECT_EQ(content(), "before\n" + stopLine_);
 }
