@@ -55,3 +55,10 @@ if(SORVANE_FUZZERS)
   # The fuzzer steers by the paths taken in the libraries, not only in the target's own file.
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+if(SORVANE_COVERAGE)
+  # Several threads, and all processes of a program, count in one file while they run.
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic
+                      "SHELL:-mllvm -runtime-counter-relocation")
+  add_link_options(-fprofile-instr-generate)
+endif()

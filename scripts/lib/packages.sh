@@ -10,6 +10,7 @@ test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus ipro
                python3)
 clang_packages=(clang)
 fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')
+coverage_packages=(clang llvm 'libclang-rt-dev|libclang-rt-14-dev')
 format_packages=(clang-format)
 tidy_packages=(clang-tidy)
 
