@@ -274,6 +274,24 @@ TEST_F(SetDatabaseState, WithoutAKeyFailsDropsTheStateListAndMarksNobody) {
   }
 }
 
+// What ended connections left behind is held to its limit also when a text makes it grow.
+TEST_F(DatabaseStates, OfANameThatWasLeftBehindCountAmongWhatEndedConnectionsLeft) {
+  CommandServer server({.leftBehind = 4000});
+  Peer leaving(server);
+  Peer tool(server);
+  const auto sets = [&](const std::string& text) {
+    return tool.answer({{"action", "setDatabaseState"}, {"databaseName", "old"}, {"state", text}});
+  };
+  leaving.reconnects("old");
+  leaving.reconnects("new");
+  server.registry.endPort(leaving.record());
+  EXPECT_EQ(sets("a few words"), "success");
+  EXPECT_EQ(tool.finds("old"), "4000");
+  EXPECT_EQ(sets(std::string(4000, 'x')), "success");
+  EXPECT_EQ(tool.finds("old"), "(none)");
+  EXPECT_EQ(server.registry.takeDroppedPorts(), 1U);
+}
+
 TEST_F(SetDatabaseState, WithAValueThatIsNoTextRaisesAndChangesNothing) {
   db1_.registers("db1");
   (void)states();
