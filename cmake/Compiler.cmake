@@ -57,8 +57,12 @@ if(SORVANE_FUZZERS)
 endif()
 
 if(SORVANE_COVERAGE)
-  # Several threads, and all processes of a program, count in one file while they run.
-  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fprofile-update=atomic
-                      "SHELL:-mllvm -runtime-counter-relocation")
-  add_link_options(-fprofile-instr-generate)
+  # Several threads, and all processes of a program, count in one file while they run. What is loaded into other
+  # programs does not count: it would bring along what counts, once more.
+  set(counting "$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>>")
+  add_compile_options("$<${counting}:-fprofile-instr-generate;-fcoverage-mapping;-fprofile-update=atomic>"
+                      "$<${counting}:SHELL:-mllvm -runtime-counter-relocation>")
+  # The optimiser takes it for granted that fflush raises nothing. A test lets it.
+  add_compile_options(-fno-builtin-fflush)
+  add_link_options("$<${counting}:-fprofile-instr-generate>")
 endif()
