@@ -59,12 +59,12 @@ bool isAction(std::string_view action, std::string_view word) {
 
 bool mayBeRemote(Effect effect, const HostFacts& host) {
   switch (effect) {
-    case reads:
-      return true;
     case registers:
       return host.takesRemoteRegistration;
     case endsProcess:
       return host.takesRemoteControl;
+    case reads:
+      break;
   }
   return true;
 }

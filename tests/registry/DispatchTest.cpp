@@ -128,6 +128,55 @@ TEST(Dispatch, AnActionOfTerminateIsNoTermination) {
   EXPECT_EQ(indexOfRule(Message({{"restart", ""}})), ruleOf("anything else"));
 }
 
+class RemoteConnection : public InProcessConnection {
+  [[nodiscard]] bool isFromThisMachine() const override { return false; }
+};
+
+TEST(Reserved, AreTheEffectsThatTheSettingsKeepForThisMachine) {
+  Registry registry;
+  const Message request;
+  const InProcessConnection local;
+  const RemoteConnection remote;
+  const ServerServices services{.sorvaneVersion = nullptr, .platformName = nullptr};
+  ByteBuffer buffer;
+  Notes notes;
+  const auto reserved = [&](const NetConnection& sender, bool control, bool registration) {
+    HostFacts host;
+    host.takesRemoteControl = control;
+    host.takesRemoteRegistration = registration;
+    const CommandContext context{registry, request,  sender, MessageWriter(buffer),
+                                 host,     services, false,  notes};
+    std::string effects;
+    for (const Effect effect : {Effect::reads, Effect::registers, Effect::endsProcess}) {
+      effects += isReservedFrom(context, effect) ? 'x' : '-';
+    }
+    return effects;
+  };
+  EXPECT_EQ(reserved(remote, true, true), "---");
+  EXPECT_EQ(reserved(remote, false, true), "--x");
+  EXPECT_EQ(reserved(remote, true, false), "-x-");
+  EXPECT_EQ(reserved(remote, false, false), "-xx");
+  EXPECT_EQ(reserved(local, false, false), "---");
+}
+
+TEST(HostFacts, KeepNothingForThisMachineUnlessTheyAreTold) {
+  const HostFacts host;
+  EXPECT_FALSE(host.hasOnlyLoopbackAddress);
+  EXPECT_TRUE(host.takesRemoteControl);
+  EXPECT_TRUE(host.takesRemoteRegistration);
+  EXPECT_EQ(host.basePort, 0);
+}
+
+TEST(Notes, AreThereWithALineForTheLogOrAWarning) {
+  Notes notes;
+  EXPECT_FALSE(notes.any());
+  notes.warning = Warning::remoteUser;
+  EXPECT_TRUE(notes.any());
+  Notes ofALine;
+  ofALine.logLine = [](const Message&, const HostFacts&) { return std::string("a line"); };
+  EXPECT_TRUE(ofALine.any());
+}
+
 class DispatchCommand : public CommandTest {};
 
 TEST_F(DispatchCommand, WhatNoRuleTakesIsNotRecognised) {
