@@ -55,6 +55,7 @@ TEST(HostLists, ConnectAppendsAKeyThatIsListedOnceMore) {
 }
 
 TEST(HostLists, TakeNoMoreKeysThanTheirBound) {
+  EXPECT_EQ(HostLists::kMostHosts, 10000U);
   HostLists hosts;
   hosts.hostList = List{"a@1"};
   for (std::size_t count = 1; count < HostLists::kMostHosts; ++count) {

@@ -377,6 +377,17 @@ TEST_F(FindPort, OnALocalOnlyHostRefusesAKnownNameToo) {
   EXPECT_EQ(peer.finds("db1", "localhost"), "5001");
 }
 
+TEST_F(AcceptPort, OfTheGreatestLengthOfAReplyIsItsOwnReply) {
+  Peer peer(server_);
+  (void)peer.asksForPort("db1");
+  const std::size_t others = textEntryBytes("acceptPort", 0) + textEntryBytes("more", 0);
+  const std::string filling(kMaximumReplyBytes - others, 'x');
+  const auto reply = peer.sends({{"acceptPort", ""}, {"more", filling}});
+  ASSERT_TRUE(reply.has_value());
+  EXPECT_EQ(reply->body().size(), kMaximumReplyBytes);
+  EXPECT_EQ(peer.finds("db1"), "5001");
+}
+
 TEST_F(AcceptPort, ThatIsReservedForThisMachineIsNotEvenTriedForAnother) {
   RemoteConnection remote;
   server_.startCommunication(remote);

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <memory>
+#include <string>
 
 #include "platform/TimeSource.h"
 #include "registry/PortDescriptor.h"
@@ -134,6 +137,55 @@ TEST_F(PortDescriptorTest, CreateInfoTwiceKeepsTheFirstDictionary) {
   EXPECT_EQ(record_.info()->at("key"), "value");
 }
 
+// Counts the bytes of what it allocates.
+template <typename T>
+struct Counting {
+  using value_type = T;
+  explicit Counting(std::size_t* counted) : bytes(counted) {}
+  template <typename U>
+  explicit Counting(const Counting<U>& other) : bytes(other.bytes) {}
+  T* allocate(std::size_t count) {
+    *bytes += count * sizeof(T);
+    return std::allocator<T>().allocate(count);
+  }
+  void deallocate(T* at, std::size_t count) { std::allocator<T>().deallocate(at, count); }
+  friend bool operator==(const Counting&, const Counting&) = default;
+
+  std::size_t* bytes;
+};
+
+TEST_F(PortDescriptorTest, CostsItsTextsItselfAndAnInfoDictionary) {
+  std::size_t withCounter = 0;
+  const auto shared = std::allocate_shared<PortDescriptor>(Counting<PortDescriptor>(&withCounter));
+  EXPECT_EQ(shared->registrationBytes(), 0U) << "it is not registered";
+  shared->setPortName("db1");
+  const std::size_t ofItself = heapBytes(withCounter - sizeof(void*));
+  const std::size_t words = 6 * sizeof(std::uint32_t);
+  EXPECT_EQ(shared->registrationBytes(), heapBytes(words + textEntryBytes("portName", 3)) +
+                                             ofItself + heapBytes(sizeof(PortDescriptor::Info)));
+  EXPECT_EQ(PortDescriptor::Prepared(shared->registration()).bytes(), shared->registrationBytes());
+  EXPECT_EQ(PortDescriptor::Prepared({}).bytes(), 0U);
+}
+
+TEST_F(PortDescriptorTest, TellsWhatStateAndAlertCostAndWouldCost) {
+  EXPECT_EQ(record_.stateBytes(), 0U);
+  const std::string longer(100, 's');
+  for (const std::string& status : {std::string("stopping"), longer}) {
+    for (const std::string& alert : {std::string("full"), longer + longer}) {
+      PortDescriptor record;
+      const std::size_t withStatus = record.stateBytesWithStatus(status);
+      record.setPortStatus(status);
+      EXPECT_EQ(record.stateBytes(), withStatus);
+      EXPECT_EQ(withStatus, heapBytes(3 * sizeof(std::uint32_t) + status.size()));
+      const std::size_t withBoth = record.stateBytesWithAlert(alert);
+      record.setAlertStatus(alert);
+      EXPECT_EQ(record.stateBytes(), withBoth);
+      EXPECT_EQ(withBoth, heapBytes(3 * sizeof(std::uint32_t) + status.size() + alert.size() +
+                                    sizeof(double)));
+    }
+  }
+}
+
 TEST_F(PortDescriptorTest, TheWatchFlagReadsAsItWasSet) {
   record_.setDirty(false);
   EXPECT_FALSE(record_.isDirty());
@@ -175,6 +227,22 @@ TEST_F(PortDescriptorTest, ARecordKeepsItsFlagWhenItLeavesTheList) {
   record_.setDirty(false);
   list_.setAllDirty();
   EXPECT_FALSE(record_.isDirty());
+}
+
+TEST_F(PortDescriptorTest, ARecordThatWasToldEverythingKeepsThatWhenItLeavesTheList) {
+  list_.append(record_);
+  list_.setAllDirty();
+  record_.setDirty(false);
+  list_.remove(record_);
+  EXPECT_FALSE(record_.isDirty());
+}
+
+TEST_F(PortDescriptorTest, JoiningAListThatWasSetDirtyBeforeTellsOfNoChange) {
+  const std::atomic<std::uint64_t> timesSetDirty = 7;
+  record_.setDirty(false);
+  EXPECT_TRUE(record_.joinWatchList(timesSetDirty));
+  EXPECT_FALSE(record_.isDirty());
+  EXPECT_FALSE(record_.takeDirty());
 }
 
 TEST_F(PortDescriptorTest, SeveralMarkingsAreToldOnce) {

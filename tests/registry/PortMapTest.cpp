@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <random>
@@ -223,6 +224,40 @@ TEST_F(PortMapTest, LengthOfTheListsStaysWithinItsIntegerHoweverManyEntriesTellA
   EXPECT_EQ(map.stateListBytes(), 5001 * (name.size() + 9) - 1) << "more than 32 bits can count";
 }
 
+TEST_F(PortMapTest, NamesOfUpToFifteenBytesCostTheirSlotsAlone) {
+  PortMap map({});
+  const auto record = connection();
+  map.enterWith(named("db1"), record);
+  const auto costOf = [&](const std::string& name) {
+    const std::uint64_t before = PortMap::bytesOf(*record);
+    map.enter(name, record);
+    return PortMap::bytesOf(*record) - before;
+  };
+  EXPECT_EQ(costOf(std::string(15, 'n')), kEntryBytes);
+  EXPECT_EQ(costOf(std::string(16, 'n')), kEntryBytes + heapBytes(17));
+}
+
+TEST_F(PortMapTest, CountsAllOfARecordThatHadTextsBeforeItWasEntered) {
+  PortMap map({});
+  const auto record = connection();
+  record->setRegistration(named("db1"));
+  record->setPortStatus("stopping for the night");
+  EXPECT_EQ(map.bytes(), 0U);
+  map.enter(std::string("db1"), record);
+  EXPECT_EQ(map.bytes(), record->registrationBytes() + record->stateBytes() +
+                             map.slotCount() * PortTable::kSlotBytes);
+}
+
+// ---- The limits
+
+TEST(RegistryLimits, AreThoseThatThePagesTell) {
+  constexpr std::uint64_t kMebibyte = 1048576;
+  const RegistryLimits limits;
+  EXPECT_EQ(limits.connection, 64 * kMebibyte);
+  EXPECT_EQ(limits.leftBehind, 64 * kMebibyte);
+  EXPECT_EQ(limits.all, 512 * kMebibyte);
+}
+
 // ---- One connection
 
 TEST_F(PortMapTest, HoldsNoMoreForOneConnectionThanItMay) {
@@ -333,6 +368,190 @@ TEST_F(PortMapTest, CountsTheTableThatItWouldNeedForAnotherName) {
       NSException);
   EXPECT_LE(map.slotCount(), 64U);
   EXPECT_NO_THROW(map.enterWith(named("db1"), record)) << "it is there already";
+}
+
+// ---- Exactly as much as it needs
+
+/// A change of a record: what goes before it, and the change itself.
+struct Change {
+  const char* name;
+  std::function<PortMap::Record(PortMap&)> before;  ///< returns the record
+  std::function<void(PortMap&, const PortMap::Record&)> make;
+};
+
+const std::string kLongText(500, 't');
+
+void leavesBehind(PortMap& map, const std::vector<std::string>& names) {
+  const auto gone = std::make_shared<PortDescriptor>();
+  for (const std::string& name : names) {
+    map.enterWith(named(name), gone);
+  }
+  map.setStatus(names.back(), std::string(300, 's'));
+  end(map, *gone);
+}
+
+PortMap::Record fresh(PortMap& /*map*/) { return std::make_shared<PortDescriptor>(); }
+PortMap::Record registered(PortMap& map, const std::string& name) {
+  auto record = std::make_shared<PortDescriptor>();
+  map.replaceRegistration(*record, named(name));
+  return record;
+}
+PortMap::Record entered(PortMap& map, const std::string& name) {
+  auto record = std::make_shared<PortDescriptor>();
+  map.enterWith(named(name), record);
+  return record;
+}
+// A record that the map does not count yet, though it has texts.
+PortMap::Record uncounted(PortMap& /*map*/) {
+  auto record = std::make_shared<PortDescriptor>();
+  record->setRegistration(named(longName(1)));
+  record->setPortStatus("stopping for the night");
+  return record;
+}
+
+const Change kChanges[] = {
+    {"the first registration", fresh,
+     [](PortMap& map, const auto& record) { map.replaceRegistration(*record, named("db1")); }},
+    {"a registration with more text", [](PortMap& map) { return registered(map, "db1"); },
+     [](PortMap& map, const auto& record) {
+       map.replaceRegistration(*record, named("db1", kLongText));
+     }},
+    {"a registration that gives its entry up",
+     [](PortMap& map) { return entered(map, longName(1)); },
+     [](PortMap& map, const auto& record) {
+       map.replaceRegistration(*record, named("db2", kLongText));
+     }},
+    {"a registration that removes somebody else's entry",
+     [](PortMap& map) {
+       auto record = registered(map, longName(1));
+       entered(map, longName(1));
+       return record;
+     },
+     [](PortMap& map, const auto& record) {
+       map.replaceRegistration(*record, named("db2", kLongText));
+     }},
+    {"a registration that removes the last entry of a record that was left behind",
+     [](PortMap& map) {
+       auto record = registered(map, longName(1));
+       leavesBehind(map, {longName(1)});
+       return record;
+     },
+     [](PortMap& map, const auto& record) {
+       map.replaceRegistration(*record, named("db2", kLongText + kLongText));
+     }},
+    {"a registration that removes one of two entries that were left behind",
+     [](PortMap& map) {
+       auto record = registered(map, longName(1));
+       leavesBehind(map, {longName(1), longName(2)});
+       return record;
+     },
+     [](PortMap& map, const auto& record) {
+       map.replaceRegistration(*record, named("db2", kLongText + kLongText));
+     }},
+    {"a registration of a record that was not counted", uncounted,
+     [](PortMap& map, const auto& record) {
+       map.replaceRegistration(*record, named("db2", kLongText));
+     }},
+    {"an entry of a short name", [](PortMap& map) { return registered(map, "db1"); },
+     [](PortMap& map, const auto& record) { map.enter(std::string("db1"), record); }},
+    {"an entry of a long name", [](PortMap& map) { return registered(map, longName(1)); },
+     [](PortMap& map, const auto& record) { map.enter(longName(1), record); }},
+    {"an entry of a record that was not counted", uncounted,
+     [](PortMap& map, const auto& record) { map.enter(longName(1), record); }},
+    {"an entry with its registration", fresh,
+     [](PortMap& map, const auto& record) { map.enterWith(named(longName(1)), record); }},
+    {"an entry with the registration of a record that was not counted", uncounted,
+     [](PortMap& map, const auto& record) {
+       map.enterWith(named(longName(2), kLongText), record);
+     }},
+    {"a further entry", [](PortMap& map) { return entered(map, longName(1)); },
+     [](PortMap& map, const auto& record) { map.enterWith(named(longName(2)), record); }},
+    {"its entry again, with more text", [](PortMap& map) { return entered(map, longName(1)); },
+     [](PortMap& map, const auto& record) {
+       map.enterWith(named(longName(1), kLongText), record);
+     }},
+    {"an entry that another record has",
+     [](PortMap& map) {
+       entered(map, longName(1));
+       return fresh(map);
+     },
+     [](PortMap& map, const auto& record) {
+       map.enterWith(named(longName(1), kLongText), record);
+     }},
+    {"an entry that a record has left behind last",
+     [](PortMap& map) {
+       leavesBehind(map, {longName(1)});
+       return fresh(map);
+     },
+     [](PortMap& map, const auto& record) {
+       map.enterWith(named(longName(1), kLongText + kLongText), record);
+     }},
+    {"an entry that a record has left behind with another",
+     [](PortMap& map) {
+       leavesBehind(map, {longName(1), longName(2)});
+       return fresh(map);
+     },
+     [](PortMap& map, const auto& record) {
+       map.enterWith(named(longName(1), kLongText + kLongText), record);
+     }},
+    {"a state", [](PortMap& map) { return entered(map, "db1"); },
+     [](PortMap& map, const auto& /*record*/) { map.setStatus("db1", "stopping"); }},
+    {"a longer state",
+     [](PortMap& map) {
+       auto record = entered(map, "db1");
+       map.setStatus("db1", "stopping");
+       map.setAlert("db1", "disk full");
+       return record;
+     },
+     [](PortMap& map, const auto& /*record*/) { map.setStatus("db1", kLongText); }},
+    {"an alert", [](PortMap& map) { return entered(map, "db1"); },
+     [](PortMap& map, const auto& /*record*/) { map.setAlert("db1", "disk full"); }},
+};
+
+TEST_F(PortMapTest, EachChangeTakesExactlyTheRoomThatItNeeds) {
+  for (const Change& change : kChanges) {
+    SCOPED_TRACE(change.name);
+    std::uint64_t ofAll = 0;
+    std::uint64_t ofConnection = 0;
+    {
+      PortMap map({});
+      const auto record = change.before(map);
+      change.make(map, record);
+      ofAll = map.bytes();
+      ofConnection = PortMap::bytesOf(*record);
+    }
+    const auto tryWith = [&](const RegistryLimits& limits, bool hasRoom) {
+      PortMap map(limits);
+      const auto record = change.before(map);
+      const std::uint64_t before = map.bytes();
+      const std::uint64_t ofConnectionBefore = PortMap::bytesOf(*record);
+      if (hasRoom) {
+        EXPECT_NO_THROW(change.make(map, record));
+        return;
+      }
+      EXPECT_THROW(change.make(map, record), NSException);
+      EXPECT_EQ(map.bytes(), before);
+      EXPECT_EQ(PortMap::bytesOf(*record), ofConnectionBefore);
+    };
+    tryWith({.all = ofAll}, true);
+    tryWith({.all = ofAll - 1}, false);
+    tryWith({.connection = ofConnection}, true);
+    tryWith({.connection = ofConnection - 1}, false);
+  }
+}
+
+TEST_F(PortMapTest, NeedsRoomForBothTablesWhileItMovesToALongerOne) {
+  constexpr int kFitInTheFirst = 12;
+  const auto room = [](std::uint64_t more) {
+    PortMap filled({});
+    const auto record = connectionWith(filled, 0, kFitInTheFirst, 0);
+    const std::uint64_t before = filled.bytes();
+    EXPECT_EQ(filled.slotCount(), 16U);
+    PortMap map({.all = before + more});
+    map.enter(std::string("db1"), connectionWith(map, 0, kFitInTheFirst, 0));
+  };
+  EXPECT_NO_THROW(room(32 * PortTable::kSlotBytes));
+  EXPECT_THROW(room(32 * PortTable::kSlotBytes - 1), NSException);
 }
 
 // ---- What was left behind

@@ -88,6 +88,100 @@ TEST(PortTable, KeepsASlotInItsPlaceWhileOthersAreRemoved) {
   }
 }
 
+// The names "0", "1", "2" and so on.
+class PortTableSize : public testing::Test {
+ protected:
+  void enters(int from, int to) {
+    for (int number = from; number < to; ++number) {
+      enter(table_, std::to_string(number), record());
+    }
+  }
+  void removes(int from, int to) {
+    for (int number = from; number < to; ++number) {
+      ASSERT_NE(remove(table_, std::to_string(number)), nullptr);
+    }
+  }
+  /// How many slots the table has got once another name has come.
+  [[nodiscard]] std::size_t slotsWithOneMore() const {
+    const std::size_t more = table_.bytesToEnter() / PortTable::kSlotBytes;
+    return more == 0 ? table_.slotCount() : more;
+  }
+
+  PortTable table_;
+};
+
+TEST_F(PortTableSize, GrowsWhenThreeQuartersOfTheSlotsAreTaken) {
+  EXPECT_EQ(table_.slotCount(), 0U);
+  const std::pair<std::size_t, std::size_t> steps[] = {
+      {12, 16}, {24, 32}, {48, 64}, {96, 128}, {192, 256}};
+  for (const auto& [names, slots] : steps) {
+    while (table_.size() < names) {
+      const std::size_t expected = slotsWithOneMore();
+      enters(static_cast<int>(table_.size()), static_cast<int>(table_.size()) + 1);
+      ASSERT_EQ(table_.slotCount(), expected);
+      ASSERT_EQ(table_.slotCount(), slots) << table_.size();
+      ASSERT_EQ(table_.bytes(), slots * 64);
+    }
+  }
+}
+
+TEST_F(PortTableSize, CountsTheSlotsOfRemovedNamesAsTaken) {
+  enters(0, 12);
+  removes(0, 4);
+  EXPECT_EQ(slotsWithOneMore(), 32U) << "nine names fill half of as many at most";
+  EXPECT_EQ(table_.bytesToEnter(), 32 * PortTable::kSlotBytes);
+  removes(4, 5);
+  EXPECT_EQ(table_.bytesToEnter(), 16 * PortTable::kSlotBytes) << "eight need another 16";
+  enters(12, 13);
+  EXPECT_EQ(table_.slotCount(), 16U);
+  enters(13, 17);
+  EXPECT_EQ(table_.bytesToEnter(), 32 * PortTable::kSlotBytes)
+      << "none of the slots counts as removed that the names have moved to";
+}
+
+TEST_F(PortTableSize, ShrinksWhenLessThanAnEighthOfTheSlotsIsTaken) {
+  enters(0, 49);
+  EXPECT_EQ(table_.slotCount(), 128U);
+  removes(0, 34);
+  EXPECT_EQ(table_.bytesToEnter(), 0U) << "one more fills an eighth";
+  removes(34, 35);
+  EXPECT_EQ(table_.bytesToEnter(), 32 * PortTable::kSlotBytes);
+  enters(0, 1);
+  EXPECT_EQ(table_.slotCount(), 32U);
+}
+
+TEST_F(PortTableSize, IsNeverLessThanSixteenSlotsAgain) {
+  enters(0, 1);
+  removes(0, 1);
+  EXPECT_EQ(table_.bytesToEnter(), 0U);
+  EXPECT_EQ(table_.slotCount(), 16U);
+}
+
+TEST_F(PortTableSize, StaysWhileANameComesAndGoes) {
+  enters(0, 5);
+  for (int time = 0; time < 1000; ++time) {
+    enters(5, 6);
+    ASSERT_EQ(table_.bytesToEnter(), 0U) << time;
+    removes(5, 6);
+    ASSERT_EQ(table_.bytesToEnter(), 0U) << time;
+  }
+}
+
+// Where the search for the empty name begins is chance: it meets removed names in one of the tables
+// at least.
+TEST(PortTable, DoesNotTakeARemovedNameForTheEmptyOne) {
+  for (int names = 12; names < 5000; names *= 2) {
+    PortTable table;
+    for (int number = 0; number < names; ++number) {
+      enter(table, std::to_string(number), record());
+    }
+    for (int number = 1; number < names; ++number) {
+      remove(table, std::to_string(number));
+    }
+    EXPECT_EQ(table.find(""), nullptr);
+  }
+}
+
 // Names that come and go for months: the slots of removed ones are used again.
 TEST(PortTable, DoesNotGrowWhileAsManyNamesGoAsCome) {
   PortTable table;

@@ -70,6 +70,33 @@ TEST(Registry, WalksEveryEntryOnceHoweverManyThereAre) {
   }
 }
 
+TEST(Registry, DropsWhatWasLeftBehindLongestAndCountsIt) {
+  constexpr std::uint64_t kLeftBehind = 50000;
+  Registry registry({.leftBehind = kLeftBehind});
+  EXPECT_EQ(registry.takeDroppedPorts(), 0U);
+  const auto leave = [&](int from, int to) {
+    const auto record = recordNamed("not entered");
+    for (int number = from; number < to; ++number) {
+      registry.enterPort("db" + std::to_string(number), record);
+    }
+    registry.endPort(*record);
+  };
+  const auto leftBehind = [&] {
+    return registry.with([](const RegistryState& state) { return state.map.leftBehindBytes(); });
+  };
+  leave(0, 100);
+  EXPECT_EQ(registry.portCount(), 100U);
+  leave(100, 600);
+  const std::size_t left = registry.portCount();
+  EXPECT_LE(leftBehind(), kLeftBehind);
+  EXPECT_GT(leftBehind(), kLeftBehind - 1000) << "no more goes than must";
+  EXPECT_EQ(registry.takeDroppedPorts(), 600 - left);
+  EXPECT_EQ(registry.takeDroppedPorts(), 0U) << "each is told once";
+  for (std::size_t number = 0; number < 600; ++number) {
+    EXPECT_EQ(registry.port("db" + std::to_string(number)) != nullptr, number >= 600 - left);
+  }
+}
+
 // The state list is let go of after the watchers were marked and before the marking has ended.
 TEST(Registry, TellsOfAChangeThatComesBetweenAMarkingAndItsEnd) {
   Registry registry;

@@ -2,8 +2,11 @@
 // freed fails the test; without it, the values tell.
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "platform/TimeSource.h"
@@ -48,6 +51,12 @@ TEST_F(RetiredTexts, StayValidWhenAnAlertLapses) {
   EXPECT_EQ(alert, "the disk is full");
 }
 
+TEST_F(RetiredTexts, AreNoneWhenAThreadBegins) {
+  std::uint32_t atFirst = 1;
+  std::thread([&] { atFirst = retiredTexts; }).join();
+  EXPECT_EQ(atFirst, 0U);
+}
+
 TEST_F(RetiredTexts, AreFreedAtTheEndOfTheMessage) {
   record_.setPortName("first");
   EXPECT_EQ(retiredTexts, 0U) << "nothing was replaced";
@@ -56,6 +65,11 @@ TEST_F(RetiredTexts, AreFreedAtTheEndOfTheMessage) {
   EXPECT_EQ(retiredTexts, 2U);
   releaseRetiredTexts();
   EXPECT_EQ(retiredTexts, 0U);
+  record_.setPortName("third");
+  record_.setPortName("fourth");
+  EXPECT_EQ(retiredTexts, 1U);
+  releaseRetiredTexts();
+  EXPECT_EQ(retiredTexts, 0U) << "a single one, too";
 }
 
 TEST_F(RetiredTexts, AreNeverMoreThanTheirBound) {
@@ -68,6 +82,33 @@ TEST_F(RetiredTexts, AreNeverMoreThanTheirBound) {
   for (std::size_t back = 1; back <= kRetiredBlocks + 1; ++back) {
     EXPECT_EQ(views[views.size() - back], "name " + std::to_string(1000 - back));
   }
+}
+
+TEST_F(RetiredTexts, OfAllTheBytesThatAThreadMayKeepAreKept) {
+  constexpr std::size_t kHalf = kRetiredBytes / 2;
+  const auto retire = [](std::size_t bytes) { retireText(std::make_unique<char[]>(bytes), bytes); };
+  retire(kHalf);
+  retire(kHalf);
+  EXPECT_EQ(retiredTexts, 2U);
+  retire(kHalf + 1);
+  EXPECT_EQ(retiredTexts, 1U);
+}
+
+TEST_F(RetiredTexts, AreFreedInTheOrderInWhichTheyWereReplaced) {
+  constexpr std::size_t kEighth = kRetiredBytes / 8;
+  const auto retire = [](std::size_t bytes) { retireText(std::make_unique<char[]>(bytes), bytes); };
+  retire(5 * kEighth);
+  retire(kEighth);
+  retire(2 * kEighth);
+  EXPECT_EQ(retiredTexts, 3U) << "as much as there may be";
+  retire(3 * kEighth);
+  EXPECT_EQ(retiredTexts, 3U) << "the first one has made room for it";
+  retire(3 * kEighth);
+  EXPECT_EQ(retiredTexts, 3U) << "so has the second one";
+  retire(2 * kEighth);
+  EXPECT_EQ(retiredTexts, 3U) << "and the third one";
+  retire(6 * kEighth);
+  EXPECT_EQ(retiredTexts, 2U) << "and the next two";
 }
 
 TEST_F(RetiredTexts, OfLongRecordsAreNeverMoreThanTheirBytesAndTheLastOne) {

@@ -150,6 +150,90 @@ TEST_F(DatabaseStates, MayWaitOnlyForALongListThatMustBeBuilt) {
   EXPECT_TRUE(server_.lastMayWait);
 }
 
+TEST_F(DatabaseStates, MayWaitFromTheFirstPortOrByteBeyondWhatIsBuiltAtOnce) {
+  const auto mayWait = [](CommandServer& server) {
+    Peer tool(server);
+    server.registry.setWatchToDirty();
+    (void)tool.action("databaseStates");
+    return server.lastMayWait;
+  };
+  const auto enterPorts = [](CommandServer& server, int from, int to) {
+    for (int index = from; index < to; ++index) {
+      auto record = std::make_shared<PortDescriptor>();
+      record->setPortName("db");
+      server.registry.enterPort("db" + std::to_string(index), record);
+    }
+  };
+  enterPorts(server_, 0, 500);
+  EXPECT_FALSE(mayWait(server_));
+  enterPorts(server_, 500, 501);
+  EXPECT_TRUE(mayWait(server_));
+
+  CommandServer ofOne;
+  enterPorts(ofOne, 0, 1);
+  const auto stateHas = [&](std::size_t bytes) {
+    ofOne.registry.with([&](RegistryState& state) {
+      state.map.setStatus("db0", std::string(bytes - std::string_view("db:").size(), 's'));
+    });
+  };
+  stateHas(65536);
+  EXPECT_FALSE(mayWait(ofOne));
+  stateHas(65537);
+  EXPECT_TRUE(mayWait(ofOne));
+}
+
+TEST_F(DatabaseStates, MustBuildMoreThanAnyNumberThatIsPassed) {
+  db1_.registers("db1");
+  (void)sets("setDatabaseState", "db1", "stopping");
+  (void)sets("setAlertState", "db1", "disk full");
+  Registry& registry = server_.registry;
+  const auto exact = registry.with([](const RegistryState& state) {
+    return StateSummary::Work{.ports = state.map.size(),
+                              .slots = state.map.slotCount(),
+                              .bytes = std::string_view("db1:stopping").size() +
+                                       std::string_view("db1:disk full").size()};
+  });
+  EXPECT_FALSE(StateSummary::mustBuildMoreThan(exact, registry));
+  StateSummary::Work less = exact;
+  --less.ports;
+  EXPECT_TRUE(StateSummary::mustBuildMoreThan(less, registry));
+  less = exact;
+  --less.slots;
+  EXPECT_TRUE(StateSummary::mustBuildMoreThan(less, registry));
+  less = exact;
+  --less.bytes;
+  EXPECT_TRUE(StateSummary::mustBuildMoreThan(less, registry));
+  (void)states();
+  EXPECT_FALSE(StateSummary::mustBuildMoreThan(less, registry)) << "both lists stand";
+  registry.with([](RegistryState& state) { state.databaseAlertString = nullptr; });
+  EXPECT_TRUE(StateSummary::mustBuildMoreThan(less, registry)) << "only one of them stands";
+  (void)states();
+  registry.with([](RegistryState& state) { state.databaseStateString = nullptr; });
+  EXPECT_TRUE(StateSummary::mustBuildMoreThan(less, registry)) << "only the other one stands";
+}
+
+TEST_F(DatabaseStates, MayFillAReplyToItsLastByte) {
+  db1_.registers("db1");
+  db2_.registers("db2");
+  const std::size_t others = textEntryBytes("result", 0) + textEntryBytes("alerts", 0) +
+                             std::string_view("db1:|db2:").size();
+  const std::size_t texts = kMaximumReplyBytes - others;
+  const auto statesHave = [&](std::size_t bytes) {
+    server_.registry.with([&](RegistryState& state) {
+      state.map.setStatus("db1", std::string(bytes / 2, 's'));
+      state.map.setStatus("db2", std::string(bytes - bytes / 2, 's'));
+    });
+    server_.registry.setWatchToDirty();
+  };
+  statesHave(texts);
+  EXPECT_EQ(tool_.sends({{"action", "databaseStates"}})->body().size(), kMaximumReplyBytes);
+  statesHave(texts + 1);
+  EXPECT_THROW((void)tool_.sends({{"action", "databaseStates"}}), NSException);
+  server_.registry.with([](const RegistryState& state) {
+    EXPECT_EQ(state.databaseStateString, nullptr) << "not even made";
+  });
+}
+
 TEST_F(DatabaseStates, MayWaitForALongListOfAFewPorts) {
   for (int number = 0; number < 10; ++number) {
     db1_.reconnects("db" + std::to_string(number));
@@ -193,7 +277,25 @@ TEST_F(DatabaseStates, AreNotTooLongForAlertsThatHaveLapsed) {
   db1_.registers("db1");
   (void)sets("setAlertState", "db1", std::string(5000, 'a'));
   movedTime += 3601.0;
-  EXPECT_EQ(*StateSummary::current(server_.registry, 100).states, "db1:running");
+  const std::uint64_t ofStates = std::string_view("db1:running").size();
+  EXPECT_EQ(*StateSummary::current(server_.registry, ofStates).states, "db1:running");
+}
+
+TEST_F(DatabaseStates, AreNotTooLongForAFewAlertsThatHaveLapsed) {
+  db1_.registers("db1");
+  (void)sets("setAlertState", "db1", "x");
+  movedTime += 3601.0;
+  const std::uint64_t ofStates = std::string_view("db1:running").size();
+  EXPECT_EQ(*StateSummary::current(server_.registry, ofStates).states, "db1:running");
+}
+
+TEST_F(DatabaseStates, AreTooLongWithAlertsThatHaveNotLapsed) {
+  db1_.registers("db1");
+  (void)sets("setAlertState", "db1", "x");
+  const std::uint64_t both =
+      std::string_view("db1:running").size() + std::string_view("db1:x").size();
+  EXPECT_THROW((void)StateSummary::current(server_.registry, both - 1), NSException);
+  EXPECT_EQ(*StateSummary::current(server_.registry, both).alerts, "db1:x");
 }
 
 TEST_F(DatabaseStates, LetGoOfALongAlertListWithTheStateList) {
@@ -206,11 +308,23 @@ TEST_F(DatabaseStates, LetGoOfALongAlertListWithTheStateList) {
   EXPECT_EQ(alerts().size(), 100004U);
 }
 
+TEST_F(DatabaseStates, KeepAnAlertListOfUpTo64KibibytesWhenAMarkingDropsTheStateList) {
+  db1_.registers("db1");
+  for (const std::size_t bytes : {65536U, 65537U}) {
+    (void)sets("setAlertState", "db1", std::string(bytes - std::string_view("db1:").size(), 'a'));
+    (void)states();
+    server_.registry.setWatchersDirty();
+    server_.registry.with([&](const RegistryState& state) {
+      EXPECT_EQ(state.databaseAlertString != nullptr, bytes == 65536U);
+    });
+  }
+}
+
 TEST_F(DatabaseStates, MayWaitWhileTheRoomOfALongListIsStillThere) {
-  for (int index = 0; index < 10000; ++index) {
+  for (int index = 0; index < 4000; ++index) {
     server_.registry.enterPort("db" + std::to_string(index), std::make_shared<PortDescriptor>());
   }
-  for (int index = 0; index < 10000; ++index) {
+  for (int index = 0; index < 4000; ++index) {
     server_.registry.with(
         [&](RegistryState& state) { return state.map.remove("db" + std::to_string(index)); });
   }

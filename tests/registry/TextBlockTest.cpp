@@ -87,12 +87,49 @@ TEST(TextBlock, AnswersTextsWithKeysAsTheEntriesOfAMessage) {
   EXPECT_EQ(block.entries(1, 2), (Message{{"ccc", ""}}.body()));
 }
 
+TEST(TextBlock, TellsItsSizeAndWhatItWouldBeWithOtherTexts) {
+  using Mixed = TextBlock<kMixed>;
+  Mixed block;
+  EXPECT_EQ(block.bytes(), 0U);
+  EXPECT_EQ(Mixed::bytesWith({}), 0U);
+  constexpr std::size_t kWords = 3 * 4;
+  const std::pair<Mixed::Texts, std::size_t> samples[] = {
+      {{std::nullopt, "", std::nullopt}, kWords},
+      {{std::nullopt, "texts", std::nullopt}, kWords + 5},
+      {{"17", std::nullopt, std::nullopt}, kWords + textEntryBytes("number", 2)},
+      {{"17", "x", "db"}, kWords + textEntryBytes("number", 2) + 1 + textEntryBytes("type", 2)},
+  };
+  for (const auto& [texts, bytes] : samples) {
+    EXPECT_EQ(Mixed::bytesWith(texts), bytes);
+    block.setAll(texts);
+    EXPECT_EQ(block.bytes(), bytes);
+  }
+  block.setAll({});
+  EXPECT_EQ(block.bytes(), 0U);
+}
+
+TEST(TextBlock, KeepsWhatItReplacesUntilTheEndOfTheMessage) {
+  releaseRetiredTexts();
+  TextBlock<kOne> block;
+  block.set(0, "first");
+  EXPECT_EQ(retiredTexts, 0U) << "nothing was replaced";
+  const std::string_view first = *block.text(0);
+  block.replaceWith(TextBlock<kOne>({"second"}));
+  EXPECT_EQ(retiredTexts, 1U);
+  EXPECT_EQ(first, "first");
+  EXPECT_EQ(block.text(0), "second");
+  releaseRetiredTexts();
+}
+
 TEST(TextBlock, RefusesTextsThatItCannotCount) {
   TextBlock<kTwo> block;
   block.set(0, "kept");
   // A view is never read before its length was refused.
   const std::string_view huge("x", std::size_t{1} << 31);
   EXPECT_THROW(block.set(1, huge), NSException);
+  TextBlock<kOne> one;
+  const std::string_view withItsWordTooLong("x", (std::size_t{1} << 31) - 4);
+  EXPECT_THROW(one.set(0, withItsWordTooLong), NSException);
   EXPECT_EQ(block.text(0), "kept");
 }
 

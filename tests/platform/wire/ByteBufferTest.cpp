@@ -28,6 +28,17 @@ TEST(ByteBuffer, KeepsWhatWasAppendedWhileItGrows) {
   }
 }
 
+TEST(ByteBuffer, GrowsSeldomHoweverSmallThePiecesAre) {
+  ByteBuffer buffer;
+  int times = 0;
+  for (int count = 0; count < 100000; ++count) {
+    const std::size_t before = buffer.capacity();
+    buffer.append("ten bytes.");
+    times += buffer.capacity() == before ? 0 : 1;
+  }
+  EXPECT_LE(times, 16);
+}
+
 TEST(ByteBuffer, KeepsItsMemoryWhenItIsCutOffOrCleared) {
   ByteBuffer buffer;
   buffer.append(std::string(1000, 'x') + "y");

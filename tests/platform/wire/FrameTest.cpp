@@ -25,6 +25,7 @@ TEST(Frame, AnyPartOfAGoodHeaderIsIncompleteAndNoFault) {
     const FrameHeader header = readFrameHeader(frame.substr(0, have), kLimit);
     EXPECT_EQ(header.fault, nullptr) << have;
     EXPECT_FALSE(header.complete) << have;
+    EXPECT_EQ(header.bodyBytes, 0U) << have;
   }
 }
 
@@ -58,6 +59,40 @@ TEST(Frame, ABodyAtTheLimitIsTaken) {
   const FrameHeader header = readFrameHeader(std::string("SV\1\1\0\0\3\xe8", 8), kLimit);
   EXPECT_EQ(header.fault, nullptr);
   EXPECT_EQ(header.bodyBytes, 1000U);
+}
+
+TEST(Frame, HeaderIsReadTheSameWithoutTheShortWay) {
+  for (const std::string& body : {std::string(), std::string("body!"), std::string(kLimit, 'x')}) {
+    const FrameHeader header = readUnusualFrameHeader(test::frameOfBody(body), kLimit);
+    EXPECT_EQ(header.fault, nullptr);
+    EXPECT_TRUE(header.complete);
+    EXPECT_EQ(header.kind, FrameKind::dictionary);
+    EXPECT_EQ(header.bodyBytes, body.size());
+  }
+}
+
+TEST(Frame, OfManyMebibytesIsReadByItsKind) {
+  constexpr std::size_t kLongBody = std::size_t{1} << 24;
+  const auto read = [](int kind) {
+    return readFrameHeader(test::frameWith("SV", 1, kind, kLongBody, ""), 2 * kLongBody);
+  };
+  EXPECT_EQ(read(1).fault, nullptr);
+  EXPECT_EQ(read(1).kind, FrameKind::dictionary);
+  EXPECT_EQ(read(1).bodyBytes, kLongBody);
+  EXPECT_STREQ(read(0).fault, "a body without a dictionary");
+  EXPECT_STREQ(read(2).fault, "wrong kind");
+}
+
+TEST(Frame, OfAReplyHasABodyOf64MebibytesAtMost) { EXPECT_EQ(kMaximumReplyBytes, 67108864U); }
+
+TEST(Frame, WithoutADictionaryIsTakenWhateverTheLimit) {
+  for (const std::size_t limit : {std::size_t{0}, kLimit}) {
+    const FrameHeader header = readFrameHeader(test::nilFrame(), limit);
+    EXPECT_EQ(header.fault, nullptr) << limit;
+    EXPECT_TRUE(header.complete) << limit;
+    EXPECT_EQ(header.kind, FrameKind::none) << limit;
+    EXPECT_EQ(header.bodyBytes, 0U) << limit;
+  }
 }
 
 TEST(Frame, IsWrittenAsItIsRead) {
