@@ -4,6 +4,7 @@ Works on the text, a line at a time, with comments and the insides of literals l
 is found out when it is built.
 """
 
+import os
 import re
 from dataclasses import dataclass
 
@@ -187,3 +188,77 @@ def mutants_of(name, source):
         if after != lines[number]:
             mutants.setdefault((number, after), Mutant(name, number, lines[number], after, what))
     return list(mutants.values())
+
+
+def parts_of(line, code, number, lines_of_code):
+    """What can be exchanged while the program runs: begin and end in the line, and the kind of what stands there (a
+    value, a condition or statements)."""
+    if "constexpr" in code or "constinit" in code:
+        return
+    loop = re.search(r"\bfor \(", code)
+    if loop:
+        end = closing(code, loop.end() - 1)
+        marks = [at for at in range(loop.end(), max(end, 0)) if code[at] == ";"]
+        if len(marks) == 2:
+            first = code.find(" = ", loop.end(), marks[0])
+            if first > 0:
+                yield first + 3, marks[0], "value"
+            yield marks[0] + 2, marks[1], "condition"
+            yield marks[1] + 2, end, "value"
+        return
+    for match in re.finditer(r"\b(if|while) \(", code):
+        end = closing(code, match.end() - 1)
+        inner = code[match.end() : max(end, 0)]
+        if inner.count(";") == 1:
+            yield match.end() + inner.index(";") + 2, end, "condition"
+        elif end > 0 and ";" not in inner and not re.match(r"(const|auto)\b", inner):
+            yield match.end(), end, "condition"
+    for match in re.finditer(r"\breturn [^;]+;", code):
+        yield match.start(), match.end(), "statements"
+    statement = not re.match(r"\s*[\w:]+ \w+\[", code) and STATEMENT.match(code)
+    if statement and opens_statement(lines_of_code, number) and code.count("(") == code.count(")"):
+        if not NO_STATEMENT.match(code.strip()) or re.match(r"return\b", code.strip()):
+            yield statement.start("statement"), statement.end("statement"), "statements"
+        elif " = " in code:
+            yield code.index(" = ") + 3, code.rindex(";"), "value"
+
+
+def switched(source, numbered):
+    """The source with mutants in it that are switched on while the program runs. `numbered` has pairs of a number and a
+    mutant. Returns the text and the set of those numbers that are in it: the other mutants do not fit in."""
+    lines = source.splitlines()
+    code = list(code_only(lines))
+    inside = set()
+    by_line = {}
+    for number, mutant in numbered:
+        by_line.setdefault(mutant.number, []).append((number, mutant))
+    for at, mutants in by_line.items():
+        line = lines[at]
+        parts = list(parts_of(line, code[at], at, code))
+        exchanged = {}
+        for number, mutant in mutants:
+            begin = len(os.path.commonprefix([line, mutant.after]))
+            same = len(os.path.commonprefix([line[begin:][::-1], mutant.after[begin:][::-1]]))
+            end = len(line) - same
+            part = next((each for each in parts if each[0] <= begin and end <= each[1]), None)
+            if part:
+                text = mutant.after[part[0] : len(mutant.after) - (len(line) - part[1])]
+                exchanged.setdefault(part, []).append((number, text))
+                inside.add(number)
+        for part in list(exchanged):
+            if any(part != each and part[0] <= each[0] and each[1] <= part[1] for each in exchanged):
+                inside.difference_update(number for number, _ in exchanged.pop(part))
+        # From the right, so that the places of those further left stay the same.
+        for begin, end, kind in sorted(exchanged, reverse=True):
+            own = line[begin:end]
+            others = exchanged[begin, end, kind]
+            if kind == "statements":
+                texts = [f"if (sorvane_mutant_is({number})) {{ {text} }} else" for number, text in others]
+                whole = f"{{ {' '.join(texts)} {{ {own} }} }}"
+            else:
+                cast = "static_cast<bool>" if kind == "condition" else ""
+                texts = [f"sorvane_mutant_is({number}) ? {cast}({text}) :" for number, text in others]
+                whole = f"({' '.join(texts)} {cast}({own}))"
+            line = line[:begin] + whole + line[end:]
+        lines[at] = line
+    return "\n".join(lines) + "\n", inside
