@@ -62,7 +62,5 @@ if(SORVANE_COVERAGE)
   set(counting "$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>>")
   add_compile_options("$<${counting}:-fprofile-instr-generate;-fcoverage-mapping;-fprofile-update=atomic>"
                       "$<${counting}:SHELL:-mllvm -runtime-counter-relocation>")
-  # The optimiser takes it for granted that fflush raises nothing. A test lets it.
-  add_compile_options(-fno-builtin-fflush)
   add_link_options("$<${counting}:-fprofile-instr-generate>")
 endif()
