@@ -98,7 +98,8 @@ def report(data):
         share = percent(reached, sides)
         print(f"{folder:<28} {share:6.1f} % of {sides:5} {bound if bound else '':>6} "
               f"{percent(run, code):6.1f} % of {code:5}")
-        table.append((f"branches reached in `{folder}/`", f"{share:.1f} % of {sides}"))
+        name = "main.cpp" if folder == "." else f"{folder}/"
+        table.append((f"branches reached in `{name}`", f"{share:.1f} % of {sides}"))
         if bound is not None and share < bound:
             below.append(f"{folder} ({share:.1f} of {bound} percent)")
     figures.write("coverage", table)
