@@ -43,7 +43,7 @@ void FailingDaemon::start() {
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     ::setenv("FAULT_TABLE", file_.c_str(), 1);
   });
-  if (!server_.answers()) {
+  if (!server_.answers() || !server_.hasTakenLock()) {
     throw std::runtime_error("the name server does not answer: " + server_.console());
   }
 }

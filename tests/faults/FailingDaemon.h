@@ -26,7 +26,8 @@ class FailingDaemon {
 
   [[nodiscard]] Daemon& server() { return server_; }
   [[nodiscard]] const Daemon& server() const { return server_; }
-  /// Starts it and waits until it answers a ping. May be called again when it has ended.
+  /// Starts it and waits until it answers a ping and its start is over. May be called again when it
+  /// has ended.
   void start();
 
   /// Counts all calls from now on, each kind from 0.

@@ -27,11 +27,7 @@ class Allocation : public ::testing::Test {
       ::setenv("ALLOCATION_COUNT", count_.c_str(), 1);
     });
     ASSERT_TRUE(server_.answers()) << server_.console();
-    // The last thing that the start does, beside the serving.
-    ASSERT_TRUE(waitUntil([this] {
-      const auto lock = server_.tree() / "lock/sorvinfo.lock";
-      return std::filesystem::exists(lock) && !readFile(lock).empty();
-    }));
+    ASSERT_TRUE(server_.hasTakenLock());
     for (int i = 0; i < kConnections; ++i) {
       clients_.push_back(server_.rawConnection());
     }

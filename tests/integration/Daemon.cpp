@@ -146,6 +146,13 @@ bool Daemon::answers() {
   return decided && answered;
 }
 
+bool Daemon::hasTakenLock() const {
+  const auto lock = tree() / "lock/sorvinfo.lock";
+  return waitUntil([&] {
+    return std::filesystem::exists(lock) && readFile(lock) == std::to_string(process()) + "\n";
+  });
+}
+
 void Daemon::kill() {
   program_->signal(SIGKILL);
   EXPECT_TRUE(program_->wait()) << "the name server survived SIGKILL";

@@ -62,6 +62,9 @@ class Daemon {
               std::function<void()> beforeStart = {});
   /// Waits until it answers a ping; false when it ends, or does not within `kPatience`.
   [[nodiscard]] bool answers();
+  /// Waits until it has taken the lock of its host: the last thing that the start does, beside the
+  /// serving. False when that takes longer than `kPatience`.
+  [[nodiscard]] bool hasTakenLock() const;
   /// SIGKILL, and waits until it is gone.
   void kill();
   /// Waits for the started process to end by itself.
