@@ -17,6 +17,8 @@ namespace {
 using sorvane::bench::Options;
 
 constexpr int kDescriptorsBesides = 200;  // those that are no idle connections
+// Beside a crowd: those of the lookups, and of databases whose end the server has not seen yet.
+constexpr int kConnectionsBesides = 500;
 
 void makeQuick(Options& options) {
   options.rounds = 3;
@@ -47,7 +49,7 @@ void runAll(Options options) {
   stayOn(cores.generator);
   const int descriptors = raiseDescriptorLimit() - kDescriptorsBesides;
   options.idleConnections = std::min(options.idleConnections, descriptors);
-  options.crowd = std::min(options.crowd, descriptors / 2);
+  options.crowd = std::min(options.crowd, (descriptors - kConnectionsBesides) / 2);
   fmt::print(
       "servers on core {}, generator on core {}, {} rounds of {} ms; the latency of a "
       "pipelined request is that of its 16\n",
