@@ -1,6 +1,7 @@
 #include "sorvctl/Output.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -8,6 +9,7 @@
 
 #include "platform/Ascii.h"
 #include "sorvctl/Failure.h"
+#include "sorvctl/Terminal.h"
 #include "sorvctl/TerminalText.h"
 
 namespace sorvctl {
@@ -55,13 +57,14 @@ void printJson(const ordered_json& value) {
   print(value.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n");
 }
 
-using Lines = std::vector<std::vector<std::string>>;
+using Lines = std::vector<std::vector<Cell>>;
 
-void printEither(const Session& session, const ordered_json& json, const Lines& lines) {
+void printEither(const Session& session, const ordered_json& json, const Lines& lines,
+                 std::optional<std::size_t> width = std::nullopt) {
   if (session.json()) {
     printJson(json);
   } else {
-    print(aligned(lines));
+    print(aligned(lines, width));
   }
 }
 
@@ -81,7 +84,7 @@ void printFields(const Session& session,
   Lines lines;
   for (const auto& [name, value] : fields) {
     object[name] = value;
-    lines.push_back({name, value});
+    lines.push_back({{name}, {value}});
   }
   printEither(session, object, lines);
 }
@@ -91,32 +94,35 @@ void printMessage(const Session& session, const sorvane::Message& message, const
   Lines lines;
   for (const sorvane::MessageEntry& entry : message.entries()) {
     object[std::string(entry.key)] = jsonOfValue(entry.value);
-    lines.push_back({std::string(entry.key), readable(entry.value)});
+    lines.push_back({{std::string(entry.key)}, {readable(entry.value)}});
   }
   if (lines.empty() && ifEmpty != nullptr) {
-    lines.push_back({ifEmpty});
+    lines.push_back({{ifEmpty}});
   }
   printEither(session, object, lines);
 }
 
-void printTable(const Session& session, const std::vector<std::string>& columns,
+void printTable(const Session& session, const std::vector<Column>& columns,
                 const std::vector<std::vector<ordered_json>>& rows, Headings headings) {
   auto array = ordered_json::array();
   Lines lines;
   if (headings == Headings::shown) {
-    auto& line = lines.emplace_back(columns);
-    std::transform(line.begin(), line.end(), line.begin(), &headingOf);
+    auto& line = lines.emplace_back();
+    for (const Column& column : columns) {
+      line.push_back({headingOf(column.name), Tone::heading});
+    }
   }
   for (const auto& row : rows) {
     auto& object = array.emplace_back(ordered_json::object());
     auto& line = lines.emplace_back();
     for (std::size_t column = 0; column < columns.size(); ++column) {
       const ordered_json& cell = row[column];
-      object[columns[column]] = cell;
-      line.push_back(cell.is_string() ? cell.get<std::string>() : cell.dump());
+      object[columns[column].name] = cell;
+      line.push_back(
+          {cell.is_string() ? cell.get<std::string>() : cell.dump(), columns[column].tone});
     }
   }
-  printEither(session, array, lines);
+  printEither(session, array, lines, terminalWidth(STDOUT_FILENO));
 }
 
 void printError(std::string_view line) { fmt::print(stderr, "sorvctl: {}\n", escaped(line)); }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/Message.h"
+#include "sorvctl/Colours.h"
 #include "sorvctl/Session.h"
 
 namespace sorvctl {
@@ -30,9 +31,15 @@ void printMessage(const Session& session, const sorvane::Message& message,
 /// Whether a table for reading has a line above it that names the columns.
 enum class Headings { shown, leftOut };
 
+/// A column of a table.
+struct Column {
+  std::string name;
+  Tone tone = Tone::plain;  ///< of its cells
+};
+
 /// Prints rows: an array with an object for each, whose keys are the columns' names; or else a line
-/// for each. A cell is a text or a number.
-void printTable(const Session& session, const std::vector<std::string>& columns,
+/// for each. A cell is a text or a number. On a terminal, wide columns are cut so that a line fits.
+void printTable(const Session& session, const std::vector<Column>& columns,
                 const std::vector<std::vector<nlohmann::ordered_json>>& rows,
                 Headings headings = Headings::shown);
 

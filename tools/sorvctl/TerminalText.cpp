@@ -1,10 +1,12 @@
 #include "sorvctl/TerminalText.h"
 
 #include <fmt/format.h>
+#include <locale.h>
+#include <wchar.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <numeric>
 
 #include "platform/Utf8.h"
 
@@ -12,9 +14,13 @@ namespace sorvctl {
 
 namespace {
 
+constexpr std::size_t kGap = 2;               // blanks between two columns
+constexpr std::size_t kNarrowest = 3;         // a column is not cut to less
+constexpr std::string_view kMore = "\u2026";  // takes one column
+
 struct Range {
-  std::uint32_t first;
-  std::uint32_t last;
+  char32_t first;
+  char32_t last;
 };
 
 // C1 controls, invisible characters, and characters that change the writing direction.
@@ -22,43 +28,23 @@ constexpr std::array kMisleading{
     Range{0x80, 0x9F},     Range{0xAD, 0xAD},     Range{0x61C, 0x61C},
     Range{0x180E, 0x180E}, Range{0x200B, 0x200F}, Range{0x2028, 0x202E},
     Range{0x2060, 0x206F}, Range{0xFEFF, 0xFEFF}, Range{0xFFF9, 0xFFFB}};
-constexpr std::array kCombining{Range{0x300, 0x36F},   Range{0x1AB0, 0x1AFF},
-                                Range{0x1DC0, 0x1DFF}, Range{0x20D0, 0x20FF},
-                                Range{0xFE00, 0xFE0F}, Range{0xFE20, 0xFE2F}};
-constexpr std::array kWide{Range{0x1100, 0x115F},  Range{0x2E80, 0xA4CF},   Range{0xAC00, 0xD7A3},
-                           Range{0xF900, 0xFAFF},  Range{0xFE30, 0xFE6F},   Range{0xFF00, 0xFF60},
-                           Range{0xFFE0, 0xFFE6},  Range{0x1F300, 0x1F64F}, Range{0x1F900, 0x1F9FF},
-                           Range{0x20000, 0x3FFFD}};
 
-template <std::size_t Count>
-bool within(const std::array<Range, Count>& ranges, std::uint32_t point) {
-  return std::any_of(ranges.begin(), ranges.end(), [point](const Range& range) {
+bool misleads(char32_t point) {
+  return std::any_of(kMisleading.begin(), kMisleading.end(), [point](const Range& range) {
     return point >= range.first && point <= range.last;
   });
 }
 
-/// The length of the UTF-8 character at the start of `text`; 1 if no character starts there.
-std::size_t characterLength(std::string_view text) {
-  for (std::size_t length = 1; length <= std::min<std::size_t>(4, text.size()); ++length) {
-    if (sorvane::isUtf8(text.substr(0, length))) {
-      return length;
-    }
-  }
-  return 1;
-}
-
-std::uint32_t codePoint(std::string_view character) {
-  const auto lead = static_cast<unsigned char>(character.front());
-  std::uint32_t point = character.size() == 1 ? lead : lead & (0xFFU >> (character.size() + 1));
-  for (const char byte : character.substr(1)) {
-    point = point << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
-  }
-  return point;
+/// Takes the first character off the text. A byte that is not UTF-8 counts as one.
+std::string_view takeCharacter(std::string_view& text) {
+  const std::string_view character =
+      text.substr(0, std::max<std::size_t>(sorvane::utf8CharacterLength(text), 1));
+  text.remove_prefix(character.size());
+  return character;
 }
 
 void appendEscaped(std::string& text, std::string_view character) {
   const auto byte = static_cast<unsigned char>(character.front());
-  const std::uint32_t point = codePoint(character);
   if (character == "\\") {
     text += "\\\\";
   } else if (character == "\n") {
@@ -69,23 +55,53 @@ void appendEscaped(std::string& text, std::string_view character) {
     text += "\\t";
   } else if (character.size() == 1 && (byte < 0x20 || byte >= 0x7F)) {
     text += fmt::format("\\x{:02x}", byte);
-  } else if (within(kMisleading, point)) {
-    text += fmt::format("\\u{:04x}", point);
+  } else if (const char32_t point = sorvane::utf8CodePoint(character); misleads(point)) {
+    text += fmt::format("\\u{:04x}", static_cast<unsigned>(point));
   } else {
     text += character;
   }
 }
 
-/// The columns that an escaped text takes on a terminal.
-std::size_t displayWidth(std::string_view text) {
-  std::size_t width = 0;
-  while (!text.empty()) {
-    const std::size_t length = characterLength(text);
-    const std::uint32_t point = codePoint(text.substr(0, length));
-    width += within(kCombining, point) ? 0 : within(kWide, point) ? 2 : 1;
-    text.remove_prefix(length);
+/// The columns of a character of an escaped text. Where the system has no locale for UTF-8, all but
+/// ASCII counts as one column.
+std::size_t characterWidth(std::string_view character) {
+  if (character.size() == 1) {
+    return 1;
   }
-  return width;
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
+  if (utf8 == nullptr) {
+    return 1;
+  }
+  const locale_t before = uselocale(utf8);
+  const int width = wcwidth(static_cast<wchar_t>(sorvane::utf8CodePoint(character)));
+  uselocale(before);
+  return width < 0 ? 1 : static_cast<std::size_t>(width);
+}
+
+std::size_t lineWidth(const std::vector<std::size_t>& widths) {
+  return std::accumulate(widths.begin(), widths.end(),
+                         widths.empty() ? 0 : kGap * (widths.size() - 1));
+}
+
+/// Makes the widest columns narrower, one column of the terminal after the other, until a line
+/// fits.
+void fit(std::vector<std::size_t>& widths, std::size_t width) {
+  for (std::size_t line = lineWidth(widths); line > width;) {
+    const std::size_t widest = *std::max_element(widths.begin(), widths.end());
+    if (widest <= kNarrowest) {
+      return;
+    }
+    std::size_t next = kNarrowest;  // the width of the widest among the other columns
+    std::size_t count = 0;
+    for (const std::size_t each : widths) {
+      count += each == widest ? 1 : 0;
+      next = each < widest ? std::max(next, each) : next;
+    }
+    // All of the widest go down to the next in one step, or as far as is needed.
+    const std::size_t cut = std::min(widest - next, (line - width + count - 1) / count);
+    std::replace(widths.begin(), widths.end(), widest, widest - cut);
+    line -= cut * count;
+  }
 }
 
 }  // namespace
@@ -94,31 +110,65 @@ std::string escaped(std::string_view text) {
   std::string result;
   result.reserve(text.size());
   while (!text.empty()) {
-    const std::size_t length = characterLength(text);
-    appendEscaped(result, text.substr(0, length));
-    text.remove_prefix(length);
+    appendEscaped(result, takeCharacter(text));
   }
   return result;
 }
 
-std::string aligned(const std::vector<std::vector<std::string>>& rows) {
+std::size_t displayWidth(std::string_view text) {
+  std::size_t width = 0;
+  while (!text.empty()) {
+    width += characterWidth(takeCharacter(text));
+  }
+  return width;
+}
+
+std::string cutToWidth(std::string_view text, std::size_t width) {
+  if (displayWidth(text) <= width) {
+    return std::string(text);
+  }
+  if (width == 0) {
+    return {};
+  }
+  std::size_t taken = 0;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    std::string_view after = rest;
+    taken += characterWidth(takeCharacter(after));
+    if (taken > width - 1) {
+      break;
+    }
+    rest = after;
+  }
+  return std::string(text.substr(0, text.size() - rest.size())) + std::string(kMore);
+}
+
+std::string aligned(const std::vector<std::vector<Cell>>& rows, std::optional<std::size_t> width) {
   std::vector<std::vector<std::string>> shown;
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {
     auto& cells = shown.emplace_back();
     widths.resize(std::max(widths.size(), row.size()));
     for (std::size_t column = 0; column < row.size(); ++column) {
-      cells.push_back(escaped(row[column]));
+      cells.push_back(escaped(row[column].text));
       widths[column] = std::max(widths[column], displayWidth(cells[column]));
     }
   }
+  if (width) {
+    fit(widths, *width);
+  }
   std::string text;
-  for (const auto& cells : shown) {
-    for (std::size_t column = 0; column < cells.size(); ++column) {
-      text += cells[column];
-      text.append(widths[column] - displayWidth(cells[column]) + 2, ' ');
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    std::size_t blanks = 0;  // those due before the next cell that is not empty
+    for (std::size_t column = 0; column < rows[row].size(); ++column) {
+      const std::string cell = cutToWidth(shown[row][column], widths[column]);
+      if (!cell.empty()) {
+        text.append(blanks, ' ');
+        text += toned(cell, rows[row][column].tone);
+        blanks = 0;
+      }
+      blanks += widths[column] - displayWidth(cell) + kGap;
     }
-    text.erase(text.find_last_not_of(' ') + 1);
     text += '\n';
   }
   return text;

@@ -20,7 +20,10 @@ int list(Session& session) {
     rows.push_back({each.port.name, each.port.number, each.port.host, each.port.address,
                     each.port.type, each.state, each.alert});
   }
-  printTable(session, {"name", "number", "host", "address", "type", "state", "alert"}, rows);
+  printTable(
+      session,
+      {{"name"}, {"number"}, {"host"}, {"address"}, {"type"}, {"state"}, {"alert", Tone::bad}},
+      rows);
   return 0;
 }
 
@@ -32,7 +35,7 @@ int texts(Session& session, const char* what, std::string Database::*text) {
       rows.push_back({each.port.name, each.*text});
     }
   }
-  printTable(session, {"name", what}, rows, Headings::leftOut);
+  printTable(session, {{"name"}, {what}}, rows, Headings::leftOut);
   return 0;
 }
 

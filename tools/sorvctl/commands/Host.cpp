@@ -48,7 +48,7 @@ int hosts(Session& session) {
     const std::string address = key.substr(std::min(at + 1, key.size()));
     rows.push_back({host, address});
   }
-  printTable(session, {"host", "address"}, rows);
+  printTable(session, {{"host"}, {"address"}}, rows);
   return 0;
 }
 

@@ -93,7 +93,7 @@ int list(const Session& session, const BrowseOptions& options) {
   for (const NameServer& server : servers) {
     rows.push_back({server.name, server.address, server.port});
   }
-  printTable(session, {"name", "address", "port"}, rows);
+  printTable(session, {{"name"}, {"address"}, {"port"}}, rows);
   return 0;
 }
 
