@@ -1,14 +1,13 @@
 #include <string>
 #include <vector>
 
+#include "integration/Sorvctl.h"
 #include "support/Program.h"
 #include "support/ScriptedPeer.h"
 #include "support/WireBytes.h"
 
 namespace sorvane::test {
 namespace {
-
-using Arguments = std::vector<std::string>;
 
 Outcome tool(int port, Arguments arguments) {
   arguments.insert(arguments.begin(), {"--port", std::to_string(port)});
@@ -22,13 +21,6 @@ ScriptedPeer::Script always(std::string reply) {
       client.send(reply);
     }
   };
-}
-
-void expectFailure(const Outcome& outcome, int status, const std::string& text) {
-  EXPECT_EQ(outcome.status, status) << outcome.errors;
-  EXPECT_EQ(outcome.errors.find("sorvctl: "), 0U) << outcome.errors;
-  EXPECT_NE(outcome.errors.find(text), std::string::npos) << outcome.errors;
-  EXPECT_EQ(outcome.errors.find('\n'), outcome.errors.size() - 1) << outcome.errors;
 }
 
 TEST(SorvctlUsage, ThatMakesNoSenseIsStatusTwo) {

@@ -66,7 +66,8 @@ class Help {
       const std::string name = word.substr(begin, word.find_first_of(".]") - begin);
       const Texts line = wordsOf(lineThatBegins("  " + name + " "));
       EXPECT_FALSE(line.empty()) << name << " is not described: " << text_;
-      if (!line.empty() && line.front() != "TEXT") {
+      // "TEXT:{a,b}" names the texts that are accepted; the name of the argument tells more.
+      if (!line.empty() && line.front().substr(0, line.front().find(':')) != "TEXT") {
         word.replace(begin, name.size(), line.front());
       }
     }

@@ -14,7 +14,6 @@ namespace sorvctl {
 /// The options that all commands share.
 struct Options {
   std::string host;                      ///< of the name server; empty: this host
-  int port = 0;                          ///< the base port; 0: that of the settings
   std::optional<double> timeoutSeconds;  ///< nothing: the limits of NetConnection
   bool json = false;
 };

@@ -5,6 +5,7 @@
 #include "defaults/SSDefaults.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
+#include "sorvctl/HostAndPort.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Password.h"
 #include "sorvctl/Session.h"
@@ -21,8 +22,18 @@ struct Arguments {
   std::string value;
 };
 
+/// The host whose defaults are meant. Its launcher is at the port below that of the name server, so
+/// a port is told by `--port` alone.
 std::string hostOf(const Session& session, const Arguments& arguments) {
-  return arguments.host.value_or(session.host());
+  if (!arguments.host || arguments.host->empty()) {
+    return arguments.host.value_or(session.host());
+  }
+  HostAndPort where = readHostAndPort(*arguments.host);
+  if (where.port) {
+    throw Failure(Status::wrongUsage,
+                  "\"" + *arguments.host + "\": --of takes no port; use --port");
+  }
+  return std::move(where.host);
 }
 
 SSDefaults defaultsOf(const Session& session, const std::string& host) {

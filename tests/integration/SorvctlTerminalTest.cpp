@@ -1,0 +1,95 @@
+// What sorvctl shows on a terminal alone: colours, tables of its width.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <sstream>
+#include <string>
+
+#include "integration/Sorvctl.h"
+#include "support/Terminal.h"
+
+namespace sorvane::test {
+namespace {
+
+/// Runs sorvctl with these descriptors on the terminal, and with these variables.
+struct OnTerminal {
+  Terminal& terminal;
+  std::vector<int> descriptors = {STDOUT_FILENO};
+  std::vector<std::pair<const char*, const char*>> variables = {};
+
+  [[nodiscard]] std::unique_ptr<Program> start(Arguments arguments) const {
+    return std::make_unique<Program>(
+        builtProgram("sorvctl"), std::move(arguments),
+        Program::Options{"", [this] {
+                           unsetenv("NO_COLOR");
+                           setenv("TERM", "xterm", 1);
+                           for (const auto& [name, value] : variables) {
+                             setenv(name, value, 1);
+                           }
+                           terminal.use(descriptors);
+                         }});
+  }
+  void run(Arguments arguments) const {
+    const auto program = start(std::move(arguments));
+    EXPECT_EQ(program->wait(), 0) << program->errors();
+  }
+};
+
+constexpr const char* kBoldName = "\x1b[1mNAME\x1b[0m";
+
+class SorvctlColours : public Sorvctl {};
+
+TEST_F(SorvctlColours, AreOnATerminalAlone) {
+  Terminal terminal;
+  OnTerminal{terminal}.run(toServer({"list"}));
+  EXPECT_TRUE(terminal.shows(kBoldName));
+  EXPECT_EQ(tool({"list"}).output.rfind("NAME  ", 0), 0U);
+}
+
+TEST_F(SorvctlColours, AreWantedAlwaysOrNever) {
+  EXPECT_EQ(tool({"list", "--color", "always"}).output.rfind(kBoldName, 0), 0U);
+  EXPECT_EQ(tool({"--color=always", "--json", "list"}).output, "[]\n");
+  Terminal terminal;
+  OnTerminal{terminal}.run(toServer({"--color", "never", "list"}));
+  EXPECT_TRUE(terminal.shows("NAME  "));
+  expectFailure(tool({"list", "--color", "sometimes"}), 2, "auto");
+}
+
+TEST_F(SorvctlColours, AreOffWithTheVariableUnlessWantedAlways) {
+  Terminal plain;
+  OnTerminal{plain, {STDOUT_FILENO}, {{"NO_COLOR", "1"}}}.run(toServer({"list"}));
+  EXPECT_TRUE(plain.shows("NAME  "));
+  Terminal dumb;
+  OnTerminal{dumb, {STDOUT_FILENO}, {{"TERM", "dumb"}}}.run(toServer({"list"}));
+  EXPECT_TRUE(dumb.shows("NAME  "));
+  Terminal coloured;
+  OnTerminal{coloured, {STDOUT_FILENO}, {{"NO_COLOR", "1"}}}.run(
+      toServer({"list", "--color", "always"}));
+  EXPECT_TRUE(coloured.shows(kBoldName));
+  Terminal empty;
+  OnTerminal{empty, {STDOUT_FILENO}, {{"NO_COLOR", ""}}}.run(toServer({"list"}));
+  EXPECT_TRUE(empty.shows(kBoldName));
+}
+
+class SorvctlTable : public Sorvctl {};
+
+TEST_F(SorvctlTable, FitsTheTerminalAndIsWholeElsewhere) {
+  const std::string name = "数据库-" + std::string(100, 'n');
+  ASSERT_TRUE(server.registers(name, std::string(100, 'h')));
+  Terminal terminal(90);
+  OnTerminal{terminal}.run(toServer({"--color", "never", "list"}));
+  ASSERT_TRUE(terminal.shows("running"));
+  EXPECT_TRUE(terminal.shows("数据库-nn"));
+  EXPECT_TRUE(terminal.shows("…"));
+  std::istringstream lines(terminal.text());
+  for (std::string line; std::getline(lines, line);) {
+    // Each of the wide characters has three bytes and two columns, and the sign of a cut three
+    // bytes and one column.
+    EXPECT_LE(line.size(), 90U + 3 + 2 * 2 + 1) << line;
+  }
+  EXPECT_NE(tool({"list"}).output.find(name), std::string::npos);
+}
+
+}  // namespace
+}  // namespace sorvane::test

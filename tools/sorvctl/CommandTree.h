@@ -1,0 +1,46 @@
+// The parser of the command line, made from the table of commands.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sorvctl/Command.h"
+#include "sorvctl/GivenOptions.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
+
+namespace sorvctl {
+
+class CommandTree {
+ public:
+  /// Makes the parser for a command line of these words. It has all commands with their help, and
+  /// the arguments of those alone whose names stand among the words: declaring all of them is most
+  /// of what a start costs, the loading of libraries aside.
+  explicit CommandTree(const std::vector<std::string>& words);
+  ~CommandTree();
+  CommandTree(const CommandTree&) = delete;
+  CommandTree& operator=(const CommandTree&) = delete;
+
+  [[nodiscard]] CLI::App& application() { return *application_; }
+  [[nodiscard]] const GivenOptions& options() const { return options_; }
+
+  /// Carries out the innermost command that the parser has found. Null when that is a group.
+  [[nodiscard]] const Handler* handler() const;
+
+ private:
+  void addCommonOptions(CLI::App& at);
+
+  std::unique_ptr<CLI::App> application_;
+  GivenOptions options_;
+  std::map<const CLI::App*, Handler> handlers_;
+};
+
+/// Returns the group or command with this name in another one. Null when there is none.
+[[nodiscard]] CLI::App* innerCommand(CLI::App& at, std::string_view name);
+
+}  // namespace sorvctl
