@@ -1,4 +1,4 @@
-// What sorvctl shows on a terminal alone: colours, tables of its width.
+// What sorvctl shows on a terminal alone: colours, tables of its width, progress.
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -7,6 +7,7 @@
 #include <string>
 
 #include "integration/Sorvctl.h"
+#include "support/ScriptedPeer.h"
 #include "support/Terminal.h"
 
 namespace sorvane::test {
@@ -89,6 +90,43 @@ TEST_F(SorvctlTable, FitsTheTerminalAndIsWholeElsewhere) {
     EXPECT_LE(line.size(), 90U + 3 + 2 * 2 + 1) << line;
   }
   EXPECT_NE(tool({"list"}).output.find(name), std::string::npos);
+}
+
+/// A name server that accepts connections and says nothing.
+class SorvctlProgress : public testing::Test {
+ protected:
+  SorvctlProgress() : silent_([](PeerConnection& client) { client.waitForClose(); }) {}
+  [[nodiscard]] Arguments ping(const char* seconds) const {
+    return {"--port", std::to_string(silent_.port()), "--timeout", seconds, "ping"};
+  }
+  ScriptedPeer silent_;
+};
+
+constexpr const char* kWaiting = "waiting for the name server of localhost (1 s)";
+
+TEST_F(SorvctlProgress, IsToldOnATerminalAfterASecondAndTakenAway) {
+  Terminal terminal;
+  const auto program = OnTerminal{terminal, {STDERR_FILENO}}.start(ping("3"));
+  EXPECT_TRUE(terminal.shows(kWaiting));
+  EXPECT_EQ(program->wait(), 3);
+  EXPECT_TRUE(terminal.shows("\r\x1b[Ksorvctl: "));
+  EXPECT_EQ(program->output(), "");
+}
+
+TEST_F(SorvctlProgress, IsCutToTheTerminal) {
+  Terminal narrow(20);
+  const auto program = OnTerminal{narrow, {STDERR_FILENO}}.start(ping("3"));
+  EXPECT_TRUE(narrow.shows("waiting for the na…"));
+  EXPECT_EQ(program->wait(), 3);
+}
+
+TEST_F(SorvctlProgress, IsNotToldElsewhere) {
+  Terminal terminal;
+  const auto program = OnTerminal{terminal, {STDOUT_FILENO}}.start(ping("1.5"));
+  EXPECT_EQ(program->wait(), 3);
+  EXPECT_EQ(program->errors().rfind("sorvctl: ", 0), 0U) << program->errors();
+  EXPECT_EQ(program->errors().find("waiting"), std::string::npos) << program->errors();
+  EXPECT_EQ(terminal.text(), "");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "sorvctl/Failure.h"
+#include "sorvctl/Progress.h"
 
 namespace sorvctl {
 
@@ -178,6 +179,7 @@ std::vector<Database> readDatabases(Session& session) {
   }
   std::vector<std::string_view> rest;
   const std::vector<Part> parts = partsOf(*states, rest);
+  const Progress progress("asking about " + std::to_string(parts.size()) + " databases");
   askForPorts(session, parts);
   std::vector<Database> databases;
   for (const Part& part : parts) {

@@ -9,6 +9,7 @@
 
 #include "platform/Ascii.h"
 #include "sorvctl/Failure.h"
+#include "sorvctl/Progress.h"
 #include "sorvctl/Terminal.h"
 #include "sorvctl/TerminalText.h"
 
@@ -47,6 +48,7 @@ std::string headingOf(std::string column) {
 }
 
 void print(std::string_view text) {
+  Progress::hide();
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() || std::fflush(stdout) != 0) {
     throw Failure(Status::saidNo, "standard output cannot be written");
   }
@@ -125,6 +127,9 @@ void printTable(const Session& session, const std::vector<Column>& columns,
   printEither(session, array, lines, terminalWidth(STDOUT_FILENO));
 }
 
-void printError(std::string_view line) { fmt::print(stderr, "sorvctl: {}\n", escaped(line)); }
+void printError(std::string_view line) {
+  Progress::hide();
+  fmt::print(stderr, "sorvctl: {}\n", escaped(line));
+}
 
 }  // namespace sorvctl

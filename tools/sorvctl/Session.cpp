@@ -1,8 +1,10 @@
 #include "sorvctl/Session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "sorvctl/Failure.h"
+#include "sorvctl/Progress.h"
 
 namespace sorvctl {
 
@@ -24,11 +26,24 @@ std::string Session::hostName() const {
 
 void Session::failed() const { throw Failure(Status::notReached, connection_.lastError()); }
 
+void Session::setTimeLimits() {
+  using std::chrono::milliseconds;
+  const std::optional<milliseconds> given = timeLimit();
+  milliseconds connect = given.value_or(NetConnection::kConnectLimit);
+  milliseconds reply = given.value_or(NetConnection::kReplyLimit);
+  if (end_) {
+    const auto left = std::max(
+        std::chrono::ceil<milliseconds>(*end_ - std::chrono::steady_clock::now()), milliseconds(1));
+    connect = std::min(connect, left);
+    reply = std::min(reply, left);
+  }
+  connection_.setTimeLimits(connect, reply);
+}
+
 NetConnection& Session::connection() {
   if (!connection_.isConnected()) {
-    if (const auto limit = timeLimit()) {
-      connection_.setTimeLimits(*limit, *limit);
-    }
+    const Progress progress("connecting to " + hostName() + " port " + std::to_string(basePort()));
+    setTimeLimits();
     if (!connection_.connectToPort(options_.host, basePort())) {
       failed();
     }
@@ -37,8 +52,13 @@ NetConnection& Session::connection() {
 }
 
 std::optional<Message> Session::ask(const Message& request) {
-  std::optional<Message> reply = connection().sendDictionary(request);
-  if (!reply && !connection_.lastError().empty()) {
+  NetConnection& open = connection();
+  const Progress progress("waiting for the name server of " + hostName());
+  if (end_) {
+    setTimeLimits();
+  }
+  std::optional<Message> reply = open.sendDictionary(request);
+  if (!reply && !open.lastError().empty()) {
     failed();
   }
   return reply;
@@ -69,12 +89,19 @@ void Session::askForSuccess(const Message& request, std::string_view success) {
 }
 
 void Session::send(const Message& request) {
-  if (!connection().sendRequest(request)) {
+  NetConnection& open = connection();
+  if (end_) {
+    setTimeLimits();
+  }
+  if (!open.sendRequest(request)) {
     failed();
   }
 }
 
 std::optional<Message> Session::receive() {
+  if (end_) {
+    setTimeLimits();
+  }
   std::optional<Message> reply = connection_.receiveReply();
   if (!reply && !connection_.lastError().empty()) {
     failed();

@@ -31,6 +31,8 @@ class Session {
   [[nodiscard]] std::optional<std::chrono::milliseconds> timeLimit() const;
   /// The name of the server's host for use in a request; "localhost" for this host.
   [[nodiscard]] std::string hostName() const;
+  /// Lets nothing that is asked from now on take longer than to this time.
+  void endBy(std::chrono::steady_clock::time_point end) { end_ = end; }
 
   /// Sends a request and returns the reply. Nothing when the reply is "no dictionary".
   [[nodiscard]] std::optional<sorvane::Message> ask(const sorvane::Message& request);
@@ -50,11 +52,15 @@ class Session {
 
   /// The connection. Connects if there is none yet.
   sorvane::NetConnection& connection();
+  /// Closes the connection. The next request connects again.
+  void close() { connection_.invalidate(); }
 
  private:
   [[noreturn]] void failed() const;
+  void setTimeLimits();
 
   Options options_;
+  std::optional<std::chrono::steady_clock::time_point> end_;
   sorvane::NetConnection connection_;
 };
 

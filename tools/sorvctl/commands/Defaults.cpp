@@ -8,6 +8,7 @@
 #include "sorvctl/HostAndPort.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Password.h"
+#include "sorvctl/Progress.h"
 #include "sorvctl/Session.h"
 
 namespace sorvctl {
@@ -48,6 +49,7 @@ SSDefaults defaultsOf(const Session& session, const std::string& host) {
 /// its defaults for empty would lose them when they are written back.
 SSDefaults::Dictionary read(const Session& session, const std::string& host) {
   SSDefaults store = defaultsOf(session, host);
+  const Progress progress("waiting for the launcher of " + (host.empty() ? "this host" : host));
   auto defaults = store.readDefaultDictionary();
   if (!defaults || !store.lastError().empty()) {
     throw Failure(Status::notReached,

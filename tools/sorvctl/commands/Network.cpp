@@ -11,6 +11,7 @@
 #include "sorvctl/Command.h"
 #include "sorvctl/NetworkView.h"
 #include "sorvctl/Output.h"
+#include "sorvctl/Progress.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
 
@@ -88,7 +89,10 @@ int watch(const Session& session, const BrowseOptions& options) {
 int list(const Session& session, const BrowseOptions& options) {
   NetworkView& network = NetworkView::current();
   std::set<NameServer> servers;
-  lookUntil(endOf(options), [&] { servers = network.servers(); });
+  {
+    const Progress progress("looking for name servers");
+    lookUntil(endOf(options), [&] { servers = network.servers(); });
+  }
   std::vector<std::vector<nlohmann::ordered_json>> rows;
   for (const NameServer& server : servers) {
     rows.push_back({server.name, server.address, server.port});
