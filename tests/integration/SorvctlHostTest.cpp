@@ -54,5 +54,13 @@ TEST_F(SorvctlHost, OfDefaultsMayStandInBrackets) {
   expectFailure(tool({"defaults", "list", "--of", "[::1]"}), 3, "the launcher of ::1 ");
 }
 
+// The parser would take such a word for a list.
+TEST_F(SorvctlHost, IsNoListAndNeitherIsAnyOtherWord) {
+  EXPECT_EQ(tool({"register", "db1", "--", "printf", "<%s>", "[a,b]", "[]", "[", "\x01[c]"}).output,
+            std::to_string(server.basePort() + 1) + "\n<[a,b]><[]><[><\x01[c]>");
+  expectFailure(tool({"find", "[db1]"}), 1, "\"[db1]\"");
+  expectFailure(tool({"ping", "[db1]"}), 2, "[db1]");
+}
+
 }  // namespace
 }  // namespace sorvane::test

@@ -42,6 +42,7 @@ std::vector<std::string> arranged(const std::vector<std::string>& arguments) {
     kept.push_back("--");
     kept.insert(kept.end(), numbers.begin(), numbers.end());
   }
+  std::transform(kept.begin(), kept.end(), kept.begin(), &guarded);
   return {kept.rbegin(), kept.rend()};
 }
 
@@ -63,7 +64,7 @@ int runCommandLine(int count, const char* const* arguments) {
   } catch (const CLI::Success& help) {
     return tree.application().exit(help);
   } catch (const CLI::ParseError& error) {
-    return complain(Status::wrongUsage, error.what());
+    return complain(Status::wrongUsage, unguarded(error.what()));
   } catch (const Failure& failure) {
     return complain(failure.status(), failure.what());
   }

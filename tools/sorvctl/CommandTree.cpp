@@ -50,7 +50,40 @@ class HelpFormatter : public CLI::Formatter {
   }
 };
 
+// Stands before a word that the parser would take for a list. No word of a command line needs it.
+constexpr char kGuard = '\x01';
+
+void takeGuard(std::string& word) {
+  if (word.starts_with(kGuard)) {
+    word.erase(0, 1);
+  }
+}
+
+/// Lets the options and arguments take the guards off their values before all else.
+void takeGuards(CLI::App& at) {
+  for (CLI::Option* const each : at.get_options()) {
+    if (each->get_items_expected_min() > 0) {
+      each->transform(CLI::Validator(
+          [](std::string& value) {
+            takeGuard(value);
+            return std::string();
+          },
+          ""));
+    }
+  }
+}
+
 }  // namespace
+
+std::string guarded(const std::string& word) {
+  const bool needsIt = word.starts_with('[') || word.starts_with(kGuard);
+  return needsIt ? kGuard + word : word;
+}
+
+std::string unguarded(std::string message) {
+  std::erase(message, kGuard);
+  return message;
+}
 
 CLI::App* innerCommand(CLI::App& at, std::string_view name) {
   const auto found =
@@ -79,7 +112,7 @@ CommandTree::CommandTree(const std::vector<std::string>& words)
 CommandTree::~CommandTree() = default;
 
 /// Adds the options that may stand before or after the command, except those that the command has
-/// declared itself.
+/// declared itself. Comes after what the command declares.
 void CommandTree::addCommonOptions(CLI::App& at) {
   const auto isFree = [&at](const char* name) { return at.get_option_no_throw(name) == nullptr; };
   if (isFree("--host")) {
@@ -100,6 +133,7 @@ void CommandTree::addCommonOptions(CLI::App& at) {
         "--color", options_.colour,
         "Colours: on a terminal unless NO_COLOR is set (auto, the default), always or never")
       ->check(CLI::IsMember({"auto", "always", "never"}));
+  takeGuards(at);
 }
 
 const Handler* CommandTree::handler() const {

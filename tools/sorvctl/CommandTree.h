@@ -40,6 +40,12 @@ class CommandTree {
   std::map<const CLI::App*, Handler> handlers_;
 };
 
+/// Returns a word of the command line as the parser must get it. It would take "[a,b]" for two
+/// words. The commands get the word as it was.
+[[nodiscard]] std::string guarded(const std::string& word);
+/// Returns a message of the parser with the words as they were.
+[[nodiscard]] std::string unguarded(std::string message);
+
 /// Returns the group or command with this name in another one. Null when there is none.
 [[nodiscard]] CLI::App* innerCommand(CLI::App& at, std::string_view name);
 
