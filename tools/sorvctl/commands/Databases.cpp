@@ -2,6 +2,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "sorvctl/Arguments.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/DatabaseList.h"
 #include "sorvctl/Failure.h"
@@ -55,7 +56,7 @@ Handler declareSet(CLI::App& command, const char* action, const char* what, cons
     std::string text;
   };
   auto arguments = std::make_shared<Arguments>();
-  command.add_option("NAME", arguments->name, "Name of the database")->required();
+  addDatabaseName(command, arguments->name);
   command.add_option(what, arguments->text, help)->required();
   return [arguments, action](Session& session) {
     return set(session, action, arguments->name, arguments->text);

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/VNHost.h"
+#include "sorvctl/Arguments.h"
 #include "sorvctl/ChildProgram.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
@@ -120,7 +121,7 @@ int registerName(Session& session, const Registration& wanted) {
 
 Handler declareFind(CLI::App& command) {
   auto name = std::make_shared<std::string>();
-  command.add_option("NAME", *name, "Name under which it is registered")->required();
+  addDatabaseName(command, *name);
   return [name](Session& session) { return find(session, *name); };
 }
 
