@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <utility>
 
 namespace sorvctl {
@@ -73,6 +74,12 @@ void takeGuards(CLI::App& at) {
   }
 }
 
+void notePort(GivenOptions& options, const std::string& digits) {
+  int port = 0;
+  std::from_chars(digits.data(), digits.data() + digits.size(), port);
+  options.port = port;
+}
+
 }  // namespace
 
 std::string guarded(const std::string& word) {
@@ -116,13 +123,16 @@ CommandTree::~CommandTree() = default;
 void CommandTree::addCommonOptions(CLI::App& at) {
   const auto isFree = [&at](const char* name) { return at.get_option_no_throw(name) == nullptr; };
   if (isFree("--host")) {
-    at.add_option(
+    const CLI::Option* const host = at.add_option(
         "--host", options_.host,
         "Host of the name server, perhaps with its port: db.example:20221, [::1] (default: this "
         "host)");
+    notes_[host] = [](GivenOptions& options, const std::string& value) { options.host = value; };
   }
-  at.add_option("--port", options_.port, "Its base port (default: that of the settings)")
-      ->check(CLI::Range(2, 65534));
+  const CLI::Option* const port =
+      at.add_option("--port", options_.port, "Its base port (default: that of the settings)")
+          ->check(CLI::Range(2, 65534));
+  notes_[port] = &notePort;
   if (isFree("--timeout")) {
     at.add_option("--timeout", options_.timeoutSeconds,
                   "Seconds to wait for connecting, and for each reply (default: 5 and 30)")
@@ -143,6 +153,12 @@ const Handler* CommandTree::handler() const {
   }
   const auto found = handlers_.find(at);
   return found == handlers_.end() ? nullptr : &found->second;
+}
+
+void CommandTree::note(const CLI::Option& option, const std::string& value) {
+  if (const auto noted = notes_.find(&option); noted != notes_.end()) {
+    noted->second(options_, value);
+  }
 }
 
 }  // namespace sorvctl

@@ -12,6 +12,7 @@
 
 namespace CLI {
 class App;
+class Option;
 }  // namespace CLI
 
 namespace sorvctl {
@@ -32,12 +33,18 @@ class CommandTree {
   /// Carries out the innermost command that the parser has found. Null when that is a group.
   [[nodiscard]] const Handler* handler() const;
 
+  /// Notes the value of an option that says which name server is meant; any other is ignored. For
+  /// command lines that are not complete, which the parser refuses.
+  void note(const CLI::Option& option, const std::string& value);
+
  private:
   void addCommonOptions(CLI::App& at);
 
   std::unique_ptr<CLI::App> application_;
   GivenOptions options_;
   std::map<const CLI::App*, Handler> handlers_;
+  /// Where the values of `--host` and `--port` go, wherever these are declared.
+  std::map<const CLI::Option*, void (*)(GivenOptions&, const std::string&)> notes_;
 };
 
 /// Returns a word of the command line as the parser must get it. It would take "[a,b]" for two

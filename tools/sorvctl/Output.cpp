@@ -80,6 +80,14 @@ void printLine(const Session& session, const ordered_json& json, std::string_vie
   }
 }
 
+void printText(const Session& session, const ordered_json& json, std::string_view text) {
+  if (session.json()) {
+    printJson(json);
+  } else {
+    print(text);
+  }
+}
+
 void printFields(const Session& session,
                  const std::vector<std::pair<std::string, std::string>>& fields) {
   auto object = ordered_json::object();

@@ -18,6 +18,9 @@ namespace sorvctl {
 /// Prints `json`, or else `line`.
 void printLine(const Session& session, const nlohmann::ordered_json& json, std::string_view line);
 
+/// Prints `json`, or else `text`, whose lines are sorvctl's own: they are not escaped.
+void printText(const Session& session, const nlohmann::ordered_json& json, std::string_view text);
+
 /// Prints names and their values: an object, or else a line for each.
 void printFields(const Session& session,
                  const std::vector<std::pair<std::string, std::string>>& fields);
