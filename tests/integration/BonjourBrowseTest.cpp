@@ -4,6 +4,7 @@
 
 #include "integration/AvahiHost.h"
 #include "integration/Daemon.h"
+#include "integration/JsonDocument.h"
 
 namespace sorvane::test {
 namespace {
@@ -47,6 +48,7 @@ TEST_F(BonjourBrowse, WatchTellsInJsonALineForEach) {
   startServer();
   EXPECT_TRUE(watching->prints(R"("alpha")")) << watching->errors();
   EXPECT_NE(watching->output().find(R"("came")"), std::string::npos) << watching->output();
+  expectAsDocumented({{"browse", printedLines(watching->output())}});
 }
 
 TEST_F(BonjourBrowse, ListsTheNameServersThatAreThere) {
@@ -59,6 +61,7 @@ TEST_F(BonjourBrowse, ListsTheNameServersThatAreThere) {
   const auto json = sorvctl({"browse", "--json"});
   EXPECT_EQ(json->wait(), 0) << json->errors();
   EXPECT_NE(json->output().find(R"("198.51.100.1")"), std::string::npos) << json->output();
+  expectAsDocumented({{"browse", printedLines(json->output())}});
 }
 
 TEST_F(BonjourBrowse, EndsAfterItsTimeWhenThereIsNobody) {
