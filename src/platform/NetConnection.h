@@ -80,6 +80,9 @@ class NetConnection {
   [[nodiscard]] const std::string& lastError() const;
   /// Sets the time limits of this connection from now on.
   void setTimeLimits(std::chrono::milliseconds connect, std::chrono::milliseconds reply);
+  /// From now on a reply whose body is longer than that is a failure, like a malformed one. The
+  /// limit is `kMaximumReplyBytes` until it is set, and at most.
+  void setMaximumReplyBytes(std::size_t bytes);
 
   // ---- The context of a connection that is served
 

@@ -152,7 +152,7 @@ bool NetConnection::Client::send(const Message& request, Deadline deadline) {
   }
   output_.clear();
   appendFrame(output_, request.body());
-  const std::size_t maximumInput = input_.size() + kMaximumReplyBytes;
+  const std::size_t maximumInput = input_.size() + maximumReplyBytes;
   if (const ClientSocket::Failure failure =
           socket_.send(output_.view(), input_, maximumInput, deadline)) {
     return fail("cannot send to " + peer_ + ": " + failure->words, failure->closedByPeer);
@@ -169,7 +169,7 @@ std::optional<Message> NetConnection::Client::receive(Deadline deadline) {
   }
   while (true) {
     const std::string_view arrived = std::string_view(input_).substr(taken_);
-    const FrameHeader header = readFrameHeader(arrived, kMaximumReplyBytes);
+    const FrameHeader header = readFrameHeader(arrived, maximumReplyBytes);
     if (header.fault != nullptr) {
       fail("malformed reply from " + peer_ + ": " + header.fault);
       forgetReplies();
@@ -296,6 +296,10 @@ void NetConnection::setTimeLimits(std::chrono::milliseconds connect,
                                   std::chrono::milliseconds reply) {
   client().connectLimit = connect;
   client().replyLimit = reply;
+}
+
+void NetConnection::setMaximumReplyBytes(std::size_t bytes) {
+  client().maximumReplyBytes = std::min(bytes, kMaximumReplyBytes);
 }
 
 }  // namespace sorvane

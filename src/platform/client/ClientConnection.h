@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,6 +37,7 @@ struct NetConnection::Client {
 
   std::chrono::milliseconds connectLimit = kConnectLimit;
   std::chrono::milliseconds replyLimit = kReplyLimit;
+  std::size_t maximumReplyBytes = kMaximumReplyBytes;
   bool connected = false;
   std::string lastError;
   bool closedByPeer = false;

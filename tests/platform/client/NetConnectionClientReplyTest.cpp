@@ -124,6 +124,26 @@ TEST(Reply, OfTheGreatestLengthIsTaken) {
   EXPECT_EQ(reply->data("a"), value);
 }
 
+TEST(Reply, MayBeLimitedToFewerBytes) {
+  const std::string fits = frameOfBody(entry("a", std::string(93, 'x')));
+  const std::string tooLong = frameOfBody(entry("a", std::string(94, 'x')));
+  Conversation peer(answers(fits + tooLong));
+  peer.connection.setMaximumReplyBytes(100);
+  ASSERT_TRUE(peer.connection.sendRequest(kRequest));
+  ASSERT_TRUE(peer.connection.sendRequest(kRequest));
+  EXPECT_TRUE(peer.connection.receiveReply()) << peer.connection.lastError();
+  EXPECT_FALSE(peer.connection.receiveReply());
+  EXPECT_NE(peer.connection.lastError().find("a body above the limit"), std::string::npos);
+  EXPECT_FALSE(peer.connection.isConnected());
+}
+
+TEST(Reply, CannotBeAllowedMoreBytesThanTheGreatestLength) {
+  Conversation peer(answers(frameWith("SV", 1, 1, kMaximumReplyBytes + 1, "")));
+  peer.connection.setMaximumReplyBytes(kMaximumReplyBytes * 2);
+  EXPECT_FALSE(peer.connection.sendDictionary(kRequest));
+  EXPECT_NE(peer.connection.lastError().find("a body above the limit"), std::string::npos);
+}
+
 TEST(NilReply, IsNothingWithoutAnErrorAndTheConnectionGoesOn) {
   Conversation peer([](PeerConnection& client) {
     for (const std::string& reply : {nilFrame(), frameOfBody(""), nilFrame()}) {
