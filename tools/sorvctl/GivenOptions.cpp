@@ -26,7 +26,13 @@ HostAndPort hostAndPort(const GivenOptions& given) {
 }  // namespace
 
 Options optionsOf(const GivenOptions& given) {
-  return {hostAndPort(given).host, given.timeoutSeconds, given.json};
+  const HostAndPort where = hostAndPort(given);
+  Options options;
+  options.host = where.host;
+  options.port = where.port.value_or(0);
+  options.timeoutSeconds = given.timeoutSeconds;
+  options.json = given.json;
+  return options;
 }
 
 void useSettings(const GivenOptions& given) {

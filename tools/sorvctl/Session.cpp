@@ -11,7 +11,9 @@ namespace sorvctl {
 using sorvane::Message;
 using sorvane::NetConnection;
 
-int Session::basePort() const { return NetConnection::basePortNumber(); }
+int Session::basePort() const {
+  return options_.port != 0 ? options_.port : NetConnection::basePortNumber();
+}
 
 std::optional<std::chrono::milliseconds> Session::timeLimit() const {
   if (!options_.timeoutSeconds) {
@@ -43,6 +45,7 @@ void Session::setTimeLimits() {
 NetConnection& Session::connection() {
   if (!connection_.isConnected()) {
     const Progress progress("connecting to " + hostName() + " port " + std::to_string(basePort()));
+    connection_.setMaximumReplyBytes(options_.maximumReplyBytes);
     setTimeLimits();
     if (!connection_.connectToPort(options_.host, basePort())) {
       failed();

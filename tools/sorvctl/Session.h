@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,8 @@ struct Options {
   std::string host;                      ///< of the name server; empty: this host
   std::optional<double> timeoutSeconds;  ///< nothing: the limits of NetConnection
   bool json = false;
+  int port = 0;  ///< the base port of the name server; 0: that of the settings
+  std::size_t maximumReplyBytes = sorvane::kMaximumReplyBytes;  ///< a longer reply is a failure
 };
 
 /// Connects at the first request and keeps the connection. A request throws a Failure of status
@@ -25,6 +28,7 @@ class Session {
   explicit Session(Options options) : options_(std::move(options)) {}
 
   [[nodiscard]] bool json() const { return options_.json; }
+  [[nodiscard]] const Options& options() const { return options_; }
   [[nodiscard]] const std::string& host() const { return options_.host; }
   [[nodiscard]] int basePort() const;
   /// The time limit of the command line. Nothing: the limits of NetConnection hold.
