@@ -1,6 +1,7 @@
 // The databases that a name server knows.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -16,13 +17,18 @@ struct Database {
   std::string alert;
 };
 
-/// Returns the databases in the order of the server's list of states.
+/// The most databases that are read from one server.
+inline constexpr std::size_t kMostDatabases = 1'000'000;
+
+/// Returns the databases in the order of the server's list of states. Throws a Failure of `saidNo`
+/// when the list has more than `most` parts.
 ///
 /// The server has two summary lists, states and alerts, each of the form "NAME:TEXT|NAME:TEXT". A
 /// ":" or "|" may also be part of a name or text, and the list does not say which it is. So each
 /// part of the list of states is read in several ways, and the server is asked for a port of each
-/// name that this gives. The requests go out together, without waiting for each reply. The first
+/// name that this gives. Many requests go out together, without waiting for each reply. The first
 /// reading whose name is registered is taken. If none is, the part is split at its first ":".
-[[nodiscard]] std::vector<Database> readDatabases(Session& session);
+[[nodiscard]] std::vector<Database> readDatabases(Session& session,
+                                                  std::size_t most = kMostDatabases);
 
 }  // namespace sorvctl
