@@ -4,10 +4,11 @@
 
 # What building and running takes.
 build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev libcli11-dev
-                libfmt-dev nlohmann-json3-dev psmisc)
+                libfmt-dev libncurses-dev nlohmann-json3-dev psmisc)
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
-               python3 python3-jsonschema zsh fish)
+               python3 python3-jsonschema tmux zsh
+               fish)
 clang_packages=(clang)
 fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')
 coverage_packages=(clang llvm 'libclang-rt-dev|libclang-rt-14-dev')

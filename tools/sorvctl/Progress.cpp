@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -21,6 +22,8 @@ namespace {
 
 constexpr std::chrono::seconds kBetweenLines{1};
 constexpr std::string_view kErasedLine = "\r\x1b[K";
+
+std::atomic<bool> isOff = false;
 
 bool canShowLines() {
   const char* const terminal = std::getenv("TERM");
@@ -99,13 +102,16 @@ Line& line() {
 
 }  // namespace
 
-Progress::Progress(std::string text) : shows_(canShowLines() && line().begin(std::move(text))) {}
+Progress::Progress(std::string text)
+    : shows_(!isOff && canShowLines() && line().begin(std::move(text))) {}
 
 Progress::~Progress() {
   if (shows_) {
     line().end();
   }
 }
+
+void Progress::turnOff() { isOff = true; }
 
 void Progress::hide() { line().hide(); }
 

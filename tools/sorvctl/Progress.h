@@ -15,6 +15,9 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  /// From now on no object shows a line: the command has the whole screen. Any thread.
+  static void turnOff();
+
   /// Takes the line that is shown now off the screen, so that another can be printed in its place.
   /// It comes back within a second. Any thread.
   static void hide();

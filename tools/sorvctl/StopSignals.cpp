@@ -27,7 +27,7 @@ void note(int number, siginfo_t* info, void* /*context*/) {
 
 }  // namespace
 
-StopSignals::StopSignals() {
+StopSignals::StopSignals(std::initializer_list<int> numbers) {
   std::array<int, 2> ends{};
   if (pipe(ends.data()) != 0) {
     throw Failure(Status::saidNo, "signals cannot be waited for: no pipe");
@@ -42,7 +42,7 @@ StopSignals::StopSignals() {
   action.sa_sigaction = &note;
   action.sa_flags = SA_SIGINFO | SA_RESTART;
   sigemptyset(&action.sa_mask);
-  for (const int number : {SIGINT, SIGTERM, SIGCHLD}) {
+  for (const int number : numbers) {
     sigaction(number, &action, nullptr);
   }
 }
