@@ -139,6 +139,7 @@ TEST_F(SorvctlJson, IsWhatItsDocumentSays) {
   const auto status = watcher->wait();
   keep("watch", {status.value_or(-1), watcher->output(), watcher->errors()});
   isSilent("refresh");
+  prints("metrics");
   prints("host-info");
   ASSERT_TRUE(server
                   .ask({{"action", "sorvexecConnectHost"},

@@ -1,9 +1,9 @@
 #include <CLI/CLI.hpp>
-#include <array>
 #include <nlohmann/json.hpp>
 
 #include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
+#include "sorvctl/HostInfo.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
 
@@ -13,27 +13,16 @@ using sorvane::Message;
 
 namespace {
 
-constexpr std::array kHostFields{"name", "ethernetAddress", "address", "version", "platform"};
-
-/// The fields of "NAME|ETHERNET|ADDRESS|VERSION|PLATFORM". A further "|" belongs to the name.
-std::vector<std::pair<std::string, std::string>> hostFields(std::string text) {
-  std::vector<std::pair<std::string, std::string>> fields(kHostFields.size());
-  for (std::size_t index = kHostFields.size(); index-- > 0;) {
-    const std::size_t separator = index > 0 ? text.rfind('|') : std::string::npos;
-    const std::size_t begin = separator == std::string::npos ? 0 : separator + 1;
-    fields[index] = {kHostFields[index], text.substr(begin)};
-    text.erase(begin == 0 ? 0 : separator);
-  }
-  return fields;
-}
-
 int hostInfo(Session& session) {
-  const std::string result =
-      session.askForResult({{"action", "hostInfo"}, {"hostAddress", session.hostName()}});
-  if (result == "local only") {
+  const std::optional<HostInfo> info = readHostInfo(session);
+  if (!info) {
     throw Failure(Status::saidNo, "the server tells about its host on that host only");
   }
-  printFields(session, hostFields(result));
+  printFields(session, {{"name", info->name},
+                        {"ethernetAddress", info->ethernetAddress},
+                        {"address", info->address},
+                        {"version", info->version},
+                        {"platform", info->platform}});
   return 0;
 }
 
