@@ -64,6 +64,36 @@ TEST_F(BonjourBrowse, ListsTheNameServersThatAreThere) {
   expectAsDocumented({{"browse", printedLines(json->output())}});
 }
 
+TEST_F(BonjourBrowse, NetAsksTheNameServersThatAreThere) {
+  const std::string port = std::to_string(server.basePort());
+  startServer();
+  const auto watching = sorvctl({"--port", port, "net", "--watch"});
+  ASSERT_TRUE(watching->prints("alpha: answers\n")) << watching->errors();
+  const auto table = sorvctl({"--port", port, "net", "--timeout", "30"});
+  EXPECT_EQ(table->wait(), 0) << table->errors();
+  EXPECT_EQ(table->output(),
+            "SERVER  NAME  NUMBER  HOST  TYPE  STATE    ALERT\n"
+            "alpha   -     -       -     -     answers  no databases\n");
+}
+
+TEST_F(BonjourBrowse, NetWatchesNameServersThatComeAndGo) {
+  const auto watching = sorvctl(
+      {"--port", std::to_string(server.basePort()), "net", "--watch", "--interval", "0.05"});
+  startServer();
+  EXPECT_TRUE(watching->prints("alpha: answers\n")) << watching->errors();
+  server.kill();
+  EXPECT_TRUE(watching->prints("alpha: left\n")) << watching->output();
+  watching->signal(SIGTERM);
+  EXPECT_EQ(watching->wait(), 0);
+}
+
+TEST_F(BonjourBrowse, NetFindsNobodyWhenThereIsNobody) {
+  const auto table = sorvctl({"net", "--browse", "0.1"});
+  EXPECT_EQ(table->wait(), 3);
+  EXPECT_EQ(table->output(), "SERVER  NAME  NUMBER  HOST  TYPE  STATE  ALERT\n");
+  EXPECT_TRUE(table->complains("no name server was found on the network"));
+}
+
 TEST_F(BonjourBrowse, EndsAfterItsTimeWhenThereIsNobody) {
   const auto table = sorvctl({"browse", "--timeout", "0.1"});
   EXPECT_EQ(table->wait(), 0) << table->errors();

@@ -109,6 +109,15 @@ class SorvctlJson : public Sorvctl {
     keep("browse", {status.value_or(-1), program.output(), program.errors()});
   }
 
+  void runWatchOfNet() {
+    const auto watching =
+        start(whole("net", {"--hosts", "127.0.0.1", "--watch", "--interval", "0.01"}));
+    EXPECT_TRUE(watching->prints("\"came\"")) << watching->errors();
+    watching->signal(SIGTERM);
+    const auto status = watching->wait();
+    keep("net", {status.value_or(-1), watching->output(), watching->errors()});
+  }
+
   PrintedValues values;
   Names silent;
 };
@@ -140,6 +149,8 @@ TEST_F(SorvctlJson, IsWhatItsDocumentSays) {
   keep("watch", {status.value_or(-1), watcher->output(), watcher->errors()});
   isSilent("refresh");
   prints("metrics");
+  prints("net", {"--hosts", "127.0.0.1"});
+  runWatchOfNet();
   prints("host-info");
   ASSERT_TRUE(server
                   .ask({{"action", "sorvexecConnectHost"},

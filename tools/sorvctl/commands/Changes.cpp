@@ -1,13 +1,11 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 
+#include "sorvctl/ChangeLines.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/DatabaseList.h"
-#include "sorvctl/Output.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
 
@@ -17,88 +15,14 @@ using sorvane::Message;
 
 namespace {
 
-using Databases = std::map<std::string, Database>;
-
-/// What is told of a database, in the order of a line.
-struct Field {
-  const char* name;
-  std::string (*of)(const Database& database);
-};
-
-constexpr Field kFields[] = {
-    {"number", [](const Database& database) { return database.port.number; }},
-    {"host", [](const Database& database) { return database.port.host; }},
-    {"type", [](const Database& database) { return database.port.type; }},
-    {"state", [](const Database& database) { return database.state; }},
-    {"alert", [](const Database& database) { return database.alert; }},
-};
-
-Databases snapshot(Session& session) {
-  Databases databases;
-  for (Database& each : readDatabases(session)) {
-    std::string name = each.port.name;
-    databases.emplace(std::move(name), std::move(each));
-  }
-  return databases;
-}
-
-void tell(const Session& session, const char* change, const std::string& name,
-          const nlohmann::ordered_json& fields, const std::string& text) {
-  nlohmann::ordered_json line{{"change", change}, {"name", name}};
-  line.update(fields);
-  printLine(session, line, std::string(change) + " " + name + text);
-}
-
-void tellCame(const Session& session, const Database& database) {
-  nlohmann::ordered_json fields = nlohmann::ordered_json::object();
-  std::string text;
-  for (const Field& field : kFields) {
-    const std::string value = field.of(database);
-    fields[field.name] = value;
-    text += value.empty() ? "" : std::string(" ") + field.name + "=" + value;
-  }
-  tell(session, "came", database.port.name, fields, text);
-}
-
-void tellChanged(const Session& session, const Database& before, const Database& after) {
-  nlohmann::ordered_json fields = nlohmann::ordered_json::object();
-  std::string text;
-  for (const Field& field : kFields) {
-    const std::string value = field.of(after);
-    if (value != field.of(before)) {
-      fields[field.name] = value;
-      text += std::string(" ") + field.name + "=" + value;
-    }
-  }
-  if (!text.empty()) {
-    tell(session, "changed", after.port.name, fields, text);
-  }
-}
-
-void tellChanges(const Session& session, const Databases& before, const Databases& after) {
-  for (const auto& [name, database] : before) {
-    if (!after.contains(name)) {
-      tell(session, "went", name, nlohmann::ordered_json::object(), "");
-    }
-  }
-  for (const auto& [name, database] : after) {
-    const auto known = before.find(name);
-    if (known == before.end()) {
-      tellCame(session, database);
-    } else {
-      tellChanged(session, known->second, database);
-    }
-  }
-}
-
 /// Prints a line for each change until a signal. The databases of the start are told as new ones.
 int watch(Session& session, std::chrono::milliseconds interval) {
   StopSignals signals;
-  Databases known;
+  DatabasesByName known;
   while (true) {
     if (session.askForResult(action("didPortsChange")) == "YES") {
-      Databases now = snapshot(session);
-      tellChanges(session, known, now);
+      DatabasesByName now = byName(readDatabases(session));
+      printChanges(session, "", known, now, kMostDatabases);
       known = std::move(now);
     }
     const std::optional<Signal> signal = signals.wait(interval);
