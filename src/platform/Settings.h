@@ -14,6 +14,8 @@
 
 namespace sorvane {
 
+struct SettingsReading;
+
 /// The values of the settings file, with defaults for those that are not set. The file is
 /// `<folder of the executable>/../etc/sorvane.conf`, or if that does not exist,
 /// `/etc/sorvane/sorvane.conf`. No environment variable is read.
@@ -59,6 +61,16 @@ struct Settings {
   /// bad.
   [[nodiscard]] static Settings readForThisProcess();
 
+  /// Returns the files that a program in `executableFolder` looks for, in this order. It reads the
+  /// first one that exists, and no other.
+  [[nodiscard]] static std::vector<std::string> filesFor(const std::string& executableFolder);
+  /// Returns true if there is a settings file at `path`, readable or not.
+  [[nodiscard]] static bool fileExists(const std::string& path);
+
+  /// Reads `file` (null: no file) for an executable in `executableFolder`. Raises nothing and
+  /// writes nothing to the console: the faults are part of the result.
+  [[nodiscard]] static SettingsReading look(const char* file, const std::string& executableFolder);
+
   /// Reads `file` (null: no file) for an executable in `executableFolder`. Raises NSException with
   /// the text "FILE:LINE: REASON". Reports unknown keys to the console.
   [[nodiscard]] static Settings read(const char* file, const std::string& executableFolder);
@@ -68,6 +80,14 @@ struct Settings {
   static void replace(Settings settings);
   /// The same, for tests.
   static void replaceForTest(Settings settings) { replace(std::move(settings)); }
+};
+
+/// What a settings file says, and what is wrong with it.
+struct SettingsReading {
+  Settings settings;                                ///< the defaults if there is a fault
+  std::map<std::string, int, std::less<>> lines;    ///< the line of each setting in the file
+  std::map<std::string, int, std::less<>> unknown;  ///< the line of each key that means nothing
+  std::optional<std::string> fault;  ///< "FILE:LINE: REASON" if a program would not use the file
 };
 
 /// Returns the folder of the running executable, with links resolved and without a slash at its

@@ -41,10 +41,14 @@ void fillInDefaults(Settings& settings, const std::string& folderOfExecutable) {
   setDefault(settings.lockDirectory, defaultLockDirectory());
 }
 
-/// Reads one file into the settings. Each fault is reported with its place in the file.
+std::string placeIn(const char* file, int line) {
+  return file + (":" + std::to_string(line) + ": ");
+}
+
+/// Reads one file. Raises NSException for the first fault, with its place in the file.
 class FileReading {
  public:
-  FileReading(const char* file, Settings& settings) : file_(file), settings_(settings) {}
+  FileReading(const char* file, SettingsReading& reading) : file_(file), reading_(reading) {}
 
   void run() {
     const std::string text = content();
@@ -77,24 +81,19 @@ class FileReading {
 
   void apply(const std::string& key, const PropertyList& value, int line) {
     try {
-      if (!applySetting(settings_, key, value)) {
-        consoleLine(place(line) + "the unknown setting " + describeString(key) + " is ignored");
-      }
+      const bool known = applySetting(reading_.settings, key, value);
+      (known ? reading_.lines : reading_.unknown).emplace(key, line);
     } catch (const NSException& reason) {
       fail(line, key + ": " + reason.what());
     }
   }
 
-  [[nodiscard]] std::string place(int line) const {
-    return file_ + (":" + std::to_string(line) + ": ");
-  }
-
   [[noreturn]] void fail(int line, const std::string& reason) const {
-    throw NSException(place(line) + reason);
+    throw NSException(placeIn(file_, line) + reason);
   }
 
   const char* const file_;
-  Settings& settings_;
+  SettingsReading& reading_;
 };
 
 /// The settings that `current` returns. Settings that were replaced are kept, because somebody may
@@ -155,24 +154,45 @@ const Settings& Settings::current() { return currentSettings().get(); }
 
 void Settings::endProcessOnBadFile() { currentSettings().endProcessOnBadFile(); }
 
+std::vector<std::string> Settings::filesFor(const std::string& executableFolder) {
+  return {inFolder(parentFolder(executableFolder), "etc/sorvane.conf"), kSystemFile};
+}
+
+bool Settings::fileExists(const std::string& path) { return settingsFileExists(path.c_str()); }
+
 Settings Settings::readForThisProcess() {
   const std::string folder = executableFolder();
-  const std::string ownFile = inFolder(parentFolder(folder), "etc/sorvane.conf");
-  for (const char* file : {ownFile.c_str(), kSystemFile}) {
-    if (settingsFileExists(file)) {
-      return read(file, folder);
+  for (const std::string& file : filesFor(folder)) {
+    if (fileExists(file)) {
+      return read(file.c_str(), folder);
     }
   }
   return read(nullptr, folder);
 }
 
-Settings Settings::read(const char* file, const std::string& executableFolder) {
-  Settings settings;
+SettingsReading Settings::look(const char* file, const std::string& executableFolder) {
+  SettingsReading reading;
   if (file != nullptr) {
-    FileReading(file, settings).run();
+    try {
+      FileReading(file, reading).run();
+    } catch (const NSException& fault) {
+      reading.settings = {};
+      reading.fault = fault.what();
+    }
   }
-  fillInDefaults(settings, executableFolder);
-  return settings;
+  fillInDefaults(reading.settings, executableFolder);
+  return reading;
+}
+
+Settings Settings::read(const char* file, const std::string& executableFolder) {
+  SettingsReading reading = look(file, executableFolder);
+  for (const auto& [key, line] : reading.unknown) {
+    consoleLine(placeIn(file, line) + "the unknown setting " + describeString(key) + " is ignored");
+  }
+  if (reading.fault) {
+    throw NSException(*reading.fault);
+  }
+  return std::move(reading.settings);
 }
 
 void Settings::replace(Settings settings) { currentSettings().replace(std::move(settings)); }

@@ -292,6 +292,37 @@ TEST_F(SettingsTest, FileThatThisUserMayNotReadNamesTheReason) {
   });
 }
 
+TEST_F(SettingsTest, LookTellsTheLineOfEachSettingAndOfEachUnknownKey) {
+  test::writeFile(file_, "// ports\nBasePort = 4711;\nBaseport = 1;\nHostName = alpha;\n");
+  const SettingsReading reading = Settings::look(file_.c_str(), "/opt/product/bin");
+  EXPECT_EQ(reading.settings.basePort, 4711);
+  EXPECT_EQ(reading.settings.installationDirectory, "/opt/product");
+  EXPECT_EQ(reading.lines, (decltype(reading.lines){{"BasePort", 2}, {"HostName", 4}}));
+  EXPECT_EQ(reading.unknown, (decltype(reading.unknown){{"Baseport", 3}}));
+  EXPECT_EQ(reading.fault, std::nullopt);
+  EXPECT_EQ(console_.all(), std::vector<std::string>()) << "it writes nothing";
+}
+
+TEST_F(SettingsTest, LookAtAFileWithAFaultTellsItAndGivesTheDefaults) {
+  test::writeFile(file_, "Address = \"192.0.2.1\";\nBasePort = many;\n");
+  const SettingsReading reading = Settings::look(file_.c_str(), "/opt/product/bin");
+  EXPECT_EQ(withoutFile(reading.fault.value_or("none")),
+            "2: BasePort: a whole number from 2 to 65534 is needed");
+  EXPECT_EQ(reading.settings.address, std::nullopt);
+  EXPECT_EQ(reading.settings.installationDirectory, "/opt/product");
+  EXPECT_EQ(console_.all(), std::vector<std::string>()) << "it writes nothing";
+}
+
+TEST(SettingsFiles, AreOneBesideTheProgramAndThatOfTheSystem) {
+  EXPECT_EQ(
+      Settings::filesFor("/opt/product/bin"),
+      (std::vector<std::string>{"/opt/product/etc/sorvane.conf", "/etc/sorvane/sorvane.conf"}));
+  const test::TemporaryFolder folder;
+  EXPECT_FALSE(Settings::fileExists((folder / "sorvane.conf").string()));
+  test::writeFile(folder / "sorvane.conf", "");
+  EXPECT_TRUE(Settings::fileExists((folder / "sorvane.conf").string()));
+}
+
 TEST_F(SettingsTest, UnknownKeyCostsOneConsoleLineAndIsIgnored) {
   EXPECT_EQ(settingsOf("BasePort = 30000;\n\"Base\\nPort\" = (1);\nbaseport = 5;").basePort, 30000);
   ASSERT_EQ(console_.all().size(), 2U);
