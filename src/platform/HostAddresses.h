@@ -1,4 +1,5 @@
-// Finds the addresses of a host by its name, within a time limit.
+// Finds the addresses of a host by its name, within a time limit. Implemented in
+// client/HostAddresses.cpp.
 #pragma once
 
 #include <chrono>
@@ -11,6 +12,7 @@ namespace sorvane {
 struct HostAddresses {
   std::vector<std::string> addresses;  ///< numeric, IPv6 and IPv4, in the order to be tried
   std::string failure;                 ///< why there are none, in words
+  bool outOfTime = false;              ///< the resolver did not return before the deadline
 };
 
 /// Asks the resolver on a thread of its own, and stops waiting at `deadline`. If the resolver

@@ -4,10 +4,10 @@
 #include <charconv>
 #include <utility>
 
+#include "platform/HostAddresses.h"
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
 #include "platform/client/Diagnostics.h"
-#include "platform/client/HostAddresses.h"
 #include "platform/client/ServerPlace.h"
 #include "platform/wire/Frame.h"
 

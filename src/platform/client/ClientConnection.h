@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/HostAddresses.h"
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "platform/client/ClientSocket.h"
-#include "platform/client/HostAddresses.h"
 #include "platform/client/ServerPlace.h"
 
 namespace sorvane {

@@ -1,4 +1,4 @@
-#include "platform/client/HostAddresses.h"
+#include "platform/HostAddresses.h"
 
 #include <netdb.h>
 #include <sys/socket.h>
@@ -63,7 +63,7 @@ HostAddresses addressesOfHost(const std::string& host,
     return {{}, error.what()};
   }
   if (answer.wait_until(deadline) != std::future_status::ready) {
-    return {{}, "the name was not resolved in time"};
+    return {{}, "the name was not resolved in time", true};
   }
   return answer.get();
 }

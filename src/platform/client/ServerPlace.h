@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/client/HostAddresses.h"
+#include "platform/HostAddresses.h"
 
 namespace sorvane {
 
