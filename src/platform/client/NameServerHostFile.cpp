@@ -1,5 +1,6 @@
-// The name server host file, which may name another computer as the one that serves. Also the other
-// functions of NetConnection that return settings.
+// The name server host file, and the other functions of NetConnection that return settings.
+#include "platform/NameServerHostFile.h"
+
 #include <filesystem>
 #include <sstream>
 
@@ -32,37 +33,53 @@ std::string namedHost(const std::string& content) {
   return {};
 }
 
-/// The host that the file names; empty when it names none or cannot be read.
-std::string hostOfFile(const std::string& path) {
-  const auto file = readPlainFile(path, kMaximumFileBytes);
-  const auto* content = std::get_if<std::string>(&file);
-  if (content == nullptr) {
-    consoleLine("name server host file " + path + " cannot be read");
-    return {};
+std::string reasonOf(const PlainFileFailure& failure) {
+  switch (failure.kind) {
+    case PlainFileFailure::Kind::noPlainFile:
+      return "it is no plain file";
+    case PlainFileFailure::Kind::tooLong:
+      return "it is too long";
+    case PlainFileFailure::Kind::systemError:
+      break;
   }
-  return namedHost(*content);
+  return failure.error.message();
 }
 
 }  // namespace
 
+NameServerHostFile readNameServerHostFile(const std::string& path) {
+  std::error_code error;
+  NameServerHostFile result;
+  result.exists = std::filesystem::exists(path, error);
+  if (!result.exists) {
+    result.failure = error ? error.message() : "";
+    return result;
+  }
+  const auto file = readPlainFile(path, kMaximumFileBytes);
+  if (const auto* failure = std::get_if<PlainFileFailure>(&file)) {
+    result.failure = reasonOf(*failure);
+  } else {
+    result.host = namedHost(std::get<std::string>(file));
+  }
+  return result;
+}
+
 bool NetConnection::hostFileSearchForNameServer(NetConnection& connection, bool* fileFound) {
   const std::string path = nameserverHostFilePath();
-  std::error_code error;
-  const bool found = std::filesystem::exists(path, error);
+  const NameServerHostFile file = readNameServerHostFile(path);
   if (fileFound != nullptr) {
-    *fileFound = found;
+    *fileFound = file.exists;
   }
-  if (!found) {
-    return false;
+  if (file.exists && !file.failure.empty()) {
+    consoleLine("name server host file " + path + " cannot be read");
   }
-  const std::string host = hostOfFile(path);
-  if (host.empty() || VNHost::currentHost().isThisHost(host)) {
+  if (file.host.empty() || VNHost::currentHost().isThisHost(file.host)) {
     return false;
   }
   Client& client = connection.client();
   const Client::Deadline deadline = client.connectDeadline();
   // The name can mean this host although only the resolver knows that.
-  if (!client.connect(host, basePortNumber(), deadline) ||
+  if (!client.connect(file.host, basePortNumber(), deadline) ||
       VNHost::currentHost().isThisHost(client.peerAddress())) {
     return false;
   }

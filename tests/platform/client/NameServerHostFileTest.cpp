@@ -1,8 +1,10 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <optional>
 #include <string>
 
+#include "platform/NameServerHostFile.h"
 #include "platform/NetConnection.h"
 #include "platform/Settings.h"
 #include "platform/VNHost.h"
@@ -121,6 +123,37 @@ TEST_F(NameServerHostFile, ThatCannotBeReadNamesNobodyAndCostsAConsoleLine) {
   searchOnce("a pipe without a writer");
   writeFile(file(), "hostb\n" + std::string(16 << 20, '#'));
   searchOnce("more than 16 MiB");
+}
+
+TEST_F(NameServerHostFile, IsReadWithoutAskingItsHost) {
+  const auto read = [this] { return readNameServerHostFile(file().string()); };
+  EXPECT_FALSE(read().exists);
+  EXPECT_EQ(read().failure, "");
+  writeFile(file(), "# the server\n\n hostb # here\n");
+  EXPECT_TRUE(read().exists);
+  EXPECT_EQ(read().host, "hostb");
+  EXPECT_EQ(read().failure, "");
+  std::filesystem::remove(file());
+  std::filesystem::create_directory(file());
+  EXPECT_TRUE(read().exists);
+  EXPECT_EQ(read().host, "");
+  EXPECT_EQ(read().failure, "it is no plain file");
+  EXPECT_EQ(connections(), 0);
+}
+
+TEST_F(NameServerHostFile, InAFolderThatThisUserMayNotEnterTellsTheReason) {
+  const TemporaryFolder closed;
+  const std::string path = (closed / "SorvNameServerHost").string();
+  writeFile(path, "hostb\n");
+  std::filesystem::permissions(closed.path(), std::filesystem::perms::none);
+  inOwnProcess([&] {
+    ASSERT_TRUE(geteuid() != 0 || setuid(65001) == 0);
+    const auto file = readNameServerHostFile(path);
+    EXPECT_FALSE(file.exists);
+    EXPECT_EQ(file.host, "");
+    EXPECT_EQ(file.failure, "Permission denied");
+  });
+  std::filesystem::permissions(closed.path(), std::filesystem::perms::owner_all);
 }
 
 TEST_F(NameServerHostFile, MayBeSearchedWithoutAskingWhetherItIsThere) {
