@@ -1,12 +1,29 @@
 // A lock that only one process of this host can hold at a time. Each program name has its own.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/Descriptor.h"
 
 namespace sorvane {
+
+/// What can be seen of a lock by somebody who does not take it.
+struct FileLockLook {
+  enum class State : std::uint8_t {
+    free,      ///< nobody holds it; the file may be missing
+    held,      ///< a process holds it
+    unusable,  ///< it cannot be opened, and so not be taken
+    unknown,   ///< this user may not read the file, or the system does not tell who holds a lock
+  };
+  State state = State::unknown;
+  std::string path;
+  std::optional<int> holder;   ///< the process that took it, if the system tells
+  std::optional<int> written;  ///< the process number in the file: that of the last holder
+  std::string reason;          ///< why it cannot be opened, in words
+};
 
 /// The lock is released when the object is destroyed or the process ends, however it ends. It works
 /// for every user, whoever created the file. A program makes only one object: a second one for the
@@ -28,6 +45,10 @@ class VNFileLock {
   /// the process number of the holder, if the holder may write to it. A symbolic link is not
   /// followed.
   [[nodiscard]] bool obtainLock();
+
+  /// Looks at the lock `<LockDirectory>/<name>.lock` without taking it, not even for a moment: a
+  /// program that starts meanwhile gets it. Creates nothing. Any thread.
+  [[nodiscard]] static FileLockLook look(const std::string& name);
 
  private:
   explicit VNFileLock(std::string path);

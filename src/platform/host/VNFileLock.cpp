@@ -6,12 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <system_error>
 #include <utility>
 
 #include "platform/Console.h"
 #include "platform/Settings.h"
 #include "platform/WithoutInterruption.h"
+#include "platform/host/LockHolder.h"
 
 namespace sorvane {
 namespace {
@@ -115,11 +117,23 @@ Attempt lockFile(int descriptor, const std::string& path) {
   return Attempt::obtained;
 }
 
+std::string lockPath(const std::string& name) {
+  return Settings::current().lockDirectory + '/' + name + ".lock";
+}
+
+std::optional<int> writtenProcess(int descriptor) {
+  char text[32];
+  const ssize_t length = pread(descriptor, text, sizeof text, 0);
+  int number = 0;
+  const bool read =
+      length > 0 && std::from_chars(text, text + length, number).ec == std::errc() && number > 0;
+  return read ? std::optional(number) : std::nullopt;
+}
+
 }  // namespace
 
 std::shared_ptr<VNFileLock> VNFileLock::fileLockWithSorvaneProcessName(const std::string& name) {
-  return std::shared_ptr<VNFileLock>(
-      new VNFileLock(Settings::current().lockDirectory + '/' + name + ".lock"));
+  return std::shared_ptr<VNFileLock>(new VNFileLock(lockPath(name)));
 }
 
 VNFileLock::VNFileLock(std::string path) : path_(std::move(path)) {}
@@ -144,6 +158,30 @@ bool VNFileLock::obtainLock() {
       return false;
     }
   }
+}
+
+FileLockLook VNFileLock::look(const std::string& name) {
+  FileLockLook look;
+  look.path = lockPath(name);
+  const Descriptor file(open(look.path.c_str(), O_RDONLY | kOpenFlags));
+  struct stat status {};
+  if (!file.isOpen() && errno == ENOENT) {
+    look.state = FileLockLook::State::free;
+  } else if (!file.isOpen() || fstat(file.number(), &status) != 0) {
+    // Who may not read it cannot tell whether others can use it.
+    look.state = errno == EACCES ? FileLockLook::State::unknown : FileLockLook::State::unusable;
+    look.reason = std::generic_category().message(errno);
+  } else if (!S_ISREG(status.st_mode)) {
+    look.state = FileLockLook::State::unusable;
+    look.reason = "it is no plain file";
+  } else {
+    look.written = writtenProcess(file.number());
+    if (const auto found = holderOfLock(status.st_dev, status.st_ino, look.written)) {
+      look.state = found->process ? FileLockLook::State::held : FileLockLook::State::free;
+      look.holder = found->process;
+    }
+  }
+  return look;
 }
 
 }  // namespace sorvane

@@ -236,5 +236,71 @@ TEST_F(VNFileLockOfTwoUsers, ServesOnAFileSystemThatIsReadOnly) {
   });
 }
 
+// ---- Looking at a lock
+
+using State = FileLockLook::State;
+
+FileLockLook look() { return VNFileLock::look("program"); }
+
+TEST_F(VNFileLockTest, LookAtALockWithoutAFileFindsItFreeAndCreatesNothing) {
+  EXPECT_EQ(look().state, State::free);
+  EXPECT_EQ(look().path, file_.string());
+  EXPECT_FALSE(std::filesystem::exists(file_));
+  useFolder((folder_ / "none").string());
+  EXPECT_EQ(look().state, State::free);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "none"));
+}
+
+TEST_F(VNFileLockTest, LookTellsItsHolder) {
+  Holder holder;
+  const FileLockLook seen = look();
+  EXPECT_EQ(std::to_string(seen.written.value_or(0)), holder.number());
+  if (SORVANE_PORTABLE_HOST_NETWORK) {
+    EXPECT_EQ(seen.state, State::unknown);
+    return;
+  }
+  EXPECT_EQ(seen.state, State::held);
+  EXPECT_EQ(std::to_string(seen.holder.value_or(0)), holder.number());
+  holder.end();
+  EXPECT_EQ(look().state, State::free);
+  EXPECT_EQ(look().holder, std::nullopt);
+  EXPECT_EQ(std::to_string(look().written.value_or(0)), holder.number()) << "it stays in the file";
+}
+
+TEST_F(VNFileLockTest, LookTakesTheLockNotEvenForAMoment) {
+  { const Holder left; }
+  const test::ForkedPart looking([](const test::ForkedPart& self) {
+    static_cast<void>(look());
+    self.tell(1);
+    for (;;) {
+      static_cast<void>(look());
+    }
+  });
+  ASSERT_EQ(looking.hear(), 1);
+  for (int attempt = 0; attempt < 50; ++attempt) {
+    EXPECT_TRUE(VNFileLock::fileLockWithSorvaneProcessName("program")->obtainLock()) << attempt;
+  }
+}
+
+TEST_F(VNFileLockTest, LookAtWhatIsNoLockFileTellsTheReason) {
+  std::filesystem::create_directory(file_);
+  EXPECT_EQ(look().state, State::unusable);
+  EXPECT_EQ(look().reason, "it is no plain file");
+  std::filesystem::remove(file_);
+  std::filesystem::create_symlink("elsewhere", file_);
+  EXPECT_EQ(look().state, State::unusable);
+  EXPECT_NE(look().reason, "");
+}
+
+TEST_F(VNFileLockTest, LookByAUserWhoMayNotReadItDoesNotKnow) {
+  test::writeFile(file_, "");
+  std::filesystem::permissions(file_, std::filesystem::perms::none);
+  test::inOwnProcess([] {
+    ASSERT_TRUE(geteuid() != 0 || setuid(kOneUser) == 0);
+    EXPECT_EQ(look().state, State::unknown);
+    EXPECT_NE(look().reason, "");
+  });
+}
+
 }  // namespace
 }  // namespace sorvane
