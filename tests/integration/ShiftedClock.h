@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "integration/Daemon.h"
@@ -20,14 +21,16 @@ class ShiftedClock {
  public:
   ShiftedClock() { writeFile(shift_, std::string(sizeof(std::int64_t), '\0')); }
 
-  /// Starts a name server that has this clock.
-  void launch(Daemon& server) const {
-    server.launch({"-noexit"}, [this] {
+  /// What a new process does to have this clock: for `Program::Options` and `Daemon::launch`.
+  [[nodiscard]] std::function<void()> use() const {
+    return [this] {
       ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libshifted_clock.so", 1);
       ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
       ::setenv("SHIFTED_CLOCK", shift_.c_str(), 1);
-    });
+    };
   }
+  /// Starts a name server that has this clock.
+  void launch(Daemon& server) const { server.launch({"-noexit"}, use()); }
   /// Sets the clock that many seconds ahead of the system's.
   void setAhead(std::int64_t seconds) const {
     const int file = ::open(shift_.c_str(), O_WRONLY | O_CLOEXEC);
