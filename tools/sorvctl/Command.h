@@ -24,6 +24,7 @@ struct Command {
   const char* help;               ///< what it does, in a sentence without a full stop
   const char* example = nullptr;  ///< null for a group
   Declaration declare = nullptr;  ///< null for a group
+  bool readsSettings = false;     ///< the command reads them itself, whatever is wrong with them
 };
 
 /// The functions that return the rows, one for each file in commands/: Ping.cpp defines

@@ -53,14 +53,16 @@ int runCommandLine(int count, const char* const* arguments) {
   CommandTree tree(words);
   try {
     tree.application().parse(arranged(words));
-    const Handler* const handler = tree.handler();
-    if (handler == nullptr) {
+    const CommandTree::Action* const action = tree.action();
+    if (action == nullptr) {
       throw Failure(Status::wrongUsage, "a command is missing; 'sorvctl --help' lists them");
     }
     Session session(optionsOf(tree.options()));
     useColours(tree.options());
-    useSettings(tree.options());
-    return (*handler)(session);
+    if (!action->readsSettings) {
+      useSettings(tree.options());
+    }
+    return action->handler(session);
   } catch (const CLI::Success& help) {
     return tree.application().exit(help);
   } catch (const CLI::ParseError& error) {

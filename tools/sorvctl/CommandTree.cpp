@@ -110,7 +110,7 @@ CommandTree::CommandTree(const std::vector<std::string>& words)
     at.description(command.help)->require_subcommand(0, 1);
     if (command.declare != nullptr && isNamed(command.name, words)) {
       at.footer(std::string("Example: ") + command.example);
-      handlers_[&at] = command.declare(at);
+      actions_[&at] = {command.declare(at), command.readsSettings};
       addCommonOptions(at);
     }
   }
@@ -146,13 +146,13 @@ void CommandTree::addCommonOptions(CLI::App& at) {
   takeGuards(at);
 }
 
-const Handler* CommandTree::handler() const {
+const CommandTree::Action* CommandTree::action() const {
   const CLI::App* at = application_.get();
   while (!at->get_subcommands().empty()) {
     at = at->get_subcommands().front();
   }
-  const auto found = handlers_.find(at);
-  return found == handlers_.end() ? nullptr : &found->second;
+  const auto found = actions_.find(at);
+  return found == actions_.end() ? nullptr : &found->second;
 }
 
 void CommandTree::note(const CLI::Option& option, const std::string& value) {

@@ -30,8 +30,13 @@ class CommandTree {
   [[nodiscard]] CLI::App& application() { return *application_; }
   [[nodiscard]] const GivenOptions& options() const { return options_; }
 
-  /// Carries out the innermost command that the parser has found. Null when that is a group.
-  [[nodiscard]] const Handler* handler() const;
+  struct Action {
+    Handler handler;
+    bool readsSettings;  ///< see Command
+  };
+  /// Returns what carries out the innermost command that the parser has found. Null when that is a
+  /// group.
+  [[nodiscard]] const Action* action() const;
 
   /// Notes the value of an option that says which name server is meant; any other is ignored. For
   /// command lines that are not complete, which the parser refuses.
@@ -42,7 +47,7 @@ class CommandTree {
 
   std::unique_ptr<CLI::App> application_;
   GivenOptions options_;
-  std::map<const CLI::App*, Handler> handlers_;
+  std::map<const CLI::App*, Action> actions_;
   /// Where the values of `--host` and `--port` go, wherever these are declared.
   std::map<const CLI::Option*, void (*)(GivenOptions&, const std::string&)> notes_;
 };

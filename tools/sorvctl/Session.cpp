@@ -15,6 +15,10 @@ int Session::basePort() const {
   return options_.port != 0 ? options_.port : NetConnection::basePortNumber();
 }
 
+std::optional<int> Session::givenPort() const {
+  return options_.port == 0 ? std::nullopt : std::optional(options_.port);
+}
+
 std::optional<std::chrono::milliseconds> Session::timeLimit() const {
   if (!options_.timeoutSeconds) {
     return std::nullopt;

@@ -31,6 +31,8 @@ class Session {
   [[nodiscard]] const Options& options() const { return options_; }
   [[nodiscard]] const std::string& host() const { return options_.host; }
   [[nodiscard]] int basePort() const;
+  /// The base port of the command line. Nothing: that of the settings holds.
+  [[nodiscard]] std::optional<int> givenPort() const;
   /// The time limit of the command line. Nothing: the limits of NetConnection hold.
   [[nodiscard]] std::optional<std::chrono::milliseconds> timeLimit() const;
   /// The name of the server's host for use in a request; "localhost" for this host.
