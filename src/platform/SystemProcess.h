@@ -4,8 +4,6 @@
 // which knows only whether a process is alive.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -22,9 +20,9 @@ struct SystemProcess {
   std::string name;        ///< of its program, cut at 15 bytes; may hold any byte
   std::string executable;  ///< the path of its program
   struct Owner {
-    uid_t user = 0;
-    gid_t group = 0;
-    std::vector<gid_t> groups;  ///< the further ones
+    unsigned user = 0;
+    unsigned group = 0;
+    std::vector<unsigned> groups;  ///< the further ones
   };
   std::optional<Owner> owner;  ///< the effective ones
   std::optional<std::chrono::system_clock::time_point>
@@ -39,6 +37,6 @@ struct SystemProcess {
 [[nodiscard]] Descriptor openRootOfProcess(int number);
 
 /// Returns the name of a user, or its number if it has none. Any thread.
-[[nodiscard]] std::string userName(uid_t user);
+[[nodiscard]] std::string userName(unsigned user);
 
 }  // namespace sorvane

@@ -4,8 +4,6 @@
 // nothing.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -17,7 +15,7 @@ namespace sorvane {
 struct TcpListener {
   std::string address;         ///< numeric; "0.0.0.0" or "::" for all addresses
   bool isLoopback = false;     ///< the address is a loopback address
-  uid_t user = 0;              ///< whose socket it is
+  unsigned user = 0;           ///< whose socket it is
   std::optional<int> process;  ///< one that has it open; none if this user may not know
 };
 
