@@ -11,6 +11,7 @@
 namespace sorvane {
 
 class NetConnection;
+class RunningServer;
 
 /// For each connection the server calls `startCommunication`, then delivers each message in order,
 /// then calls `endCommunication` exactly once. It never makes two of these calls at the same time
@@ -20,6 +21,11 @@ class NetConnection;
 class NetConnectionDelegate {
  public:
   virtual ~NetConnectionDelegate() = default;
+
+  /// Called once, before any connection, when everything that serves has been made: the calling
+  /// thread is about to become the last serving thread. Must return soon. An exception that leaves
+  /// it leaves `runServerForSocket`, too.
+  virtual void servingBegins(RunningServer& /*server*/) {}
 
   virtual void startCommunication(NetConnection& connection) = 0;
 

@@ -3,6 +3,8 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -10,6 +12,7 @@
 
 #include "platform/Console.h"
 #include "platform/NetConnection.h"
+#include "platform/RunningServer.h"
 #include "platform/Settings.h"
 #include "platform/host/UsableCores.h"
 #include "platform/server/Acceptor.h"
@@ -38,6 +41,41 @@ int connectionLimit(int setting, int threads) {
   const rlim_t largest = 1 << 24;
   return std::max(1, static_cast<int>(std::min(limit.rlim_cur, largest)) - reserve);
 }
+
+/// A round takes no memory but its place in the queue of the waiting threads.
+class LoopsAndWaitingThreads : public RunningServer {
+ public:
+  LoopsAndWaitingThreads(const ServerContext& context,
+                         const std::vector<std::unique_ptr<ServingLoop>>& loops)
+      : context_(context) {
+    steps_.reserve(loops.size() + 1);
+    for (const auto& loop : loops) {
+      steps_.emplace_back(
+          [this, &loop = *loop, next = steps_.size() + 1] { loop.perform(steps_[next]); });
+    }
+    steps_.emplace_back([this] { round_->onServingThread(); });
+  }
+
+  void goRound(const Round& round) override {
+    // Before the requests that wait: however many these are, the server serves.
+    context_.deliveries.runNext([this, &round] {
+      round.onWaitingThread();
+      round_ = &round;
+      steps_.front()();
+    });
+  }
+
+  [[nodiscard]] int connections() const override {
+    return context_.connections.load(std::memory_order_relaxed);
+  }
+
+ private:
+  // Constant after construction. Each step makes a loop perform the next one.
+  const ServerContext& context_;
+  std::vector<std::function<void()>> steps_;
+  // Handed on from thread to thread with the round.
+  const Round* round_ = nullptr;
+};
 
 }  // namespace
 
@@ -68,6 +106,7 @@ void NetConnection::runServerForSocket(int socket, NetConnectionDelegate& delega
   for (int i = 1; i < threads; ++i) {
     std::thread([&loop = *loops[static_cast<std::size_t>(i)]] { loop.run(nullptr); }).detach();
   }
+  delegate.servingBegins(*new LoopsAndWaitingThreads(context, loops));
   loops.front()->run(&acceptor);
 }
 

@@ -49,7 +49,7 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
   const std::span<const Poller::Event> events = poller_.wait(millisecondsToNextDeadline(acceptor));
   for (const Poller::Event& event : events) {
     if (event.owner == nullptr) {
-      resumeDelivered();
+      handleWakeUp();
     } else if (event.owner == acceptor) {
       acceptor->acceptSome(turn_, events.size(), poller_);
     } else {
@@ -96,7 +96,12 @@ void ServingLoop::delivered(ServerConnection& connection) {
   poller_.wake();
 }
 
-void ServingLoop::resumeDelivered() {
+void ServingLoop::perform(const std::function<void()>& work) {
+  toPerform_.store(&work, std::memory_order_release);
+  poller_.wake();
+}
+
+void ServingLoop::handleWakeUp() {
   std::vector<ServerConnection*> ready;
   {
     const std::lock_guard<std::mutex> hold(mutex_);
@@ -104,6 +109,9 @@ void ServingLoop::resumeDelivered() {
   }
   for (ServerConnection* const connection : ready) {
     serve(*connection, [=] { connection->resume(); });
+  }
+  if (const auto* const work = toPerform_.exchange(nullptr, std::memory_order_acq_rel)) {
+    (*work)();
   }
 }
 

@@ -7,7 +7,8 @@
 //   |     |  up to 256 events, one after the other
 //   |     |
 //   |     +-- a wake-up: connections whose request a waiting thread has delivered are resumed; each
-//   |     |     sends its reply and goes on with the requests that came meanwhile
+//   |     |     sends its reply and goes on with the requests that came meanwhile. Then the work
+//   |     |     that another thread wants performed here, if there is any
 //   |     |
 //   |     +-- the listening socket (one loop has it): the acceptor accepts one connection, or up to
 //   |     |     sixteen in a turn of many events, and gives each to the loop with the fewest
@@ -34,6 +35,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -97,6 +99,11 @@ class ServingLoop {
   /// Takes back a connection after a waiting thread has delivered its request. Any thread.
   void delivered(ServerConnection& connection);
 
+  /// Calls `work` in the next turn, on the loop's own thread. The work must not wait, and belongs
+  /// to the caller. The loop takes one work at a time: wait for its call before the next. Any
+  /// thread.
+  void perform(const std::function<void()>& work);
+
   /// Number of connections of this loop. Any thread.
   [[nodiscard]] int load() const { return load_.load(std::memory_order_relaxed); }
 
@@ -127,7 +134,7 @@ class ServingLoop {
   void serve(ServerConnection& connection, Step step);
   [[nodiscard]] int millisecondsToNextDeadline(const Acceptor* acceptor) const;
   void expireDeadlines();
-  void resumeDelivered();
+  void handleWakeUp();
 
   ServerContext& context_;
   Poller poller_;
@@ -139,6 +146,7 @@ class ServingLoop {
   ReplyBuffer output_;
   Message request_;
   std::atomic<int> load_{0};
+  std::atomic<const std::function<void()>*> toPerform_{nullptr};
 
   std::mutex mutex_;
   std::vector<ServerConnection*> delivered_;                    // guarded by mutex_

@@ -18,6 +18,16 @@ void WaitingThreads::startThread() {
 void WaitingThreads::run(std::function<void()> work) {
   const std::lock_guard<std::mutex> hold(mutex_);
   queue_.push_back(std::move(work));
+  provideForWork();
+}
+
+void WaitingThreads::runNext(std::function<void()> work) {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  queue_.push_front(std::move(work));
+  provideForWork();
+}
+
+void WaitingThreads::provideForWork() {
   if (idle_ < queue_.size() && threads_ < maximum_) {
     try {
       startThread();

@@ -11,9 +11,9 @@
 
 namespace sorvane {
 
-/// Runs work in the order in which it came, on at most `maximum` threads. One thread is started at
-/// once. Further ones are started when they are needed, if the system has any. Never destroyed: its
-/// threads live as long as the process. Any thread.
+/// Runs work in the order in which it came, but for `runNext`, on at most `maximum` threads. One
+/// thread is started at once. Further ones are started when they are needed, if the system has any.
+/// Never destroyed: its threads live as long as the process. Any thread.
 class WaitingThreads {
  public:
   explicit WaitingThreads(std::size_t maximum);
@@ -22,9 +22,12 @@ class WaitingThreads {
 
   /// Queues `work` and returns at once. An exception that leaves `work` ends the process.
   void run(std::function<void()> work);
+  /// The same for work that comes before all that is queued.
+  void runNext(std::function<void()> work);
 
  private:
-  void startThread();  // mutex_ is held
+  void startThread();     // mutex_ is held
+  void provideForWork();  // mutex_ is held
   [[noreturn]] void workForever();
 
   const std::size_t maximum_;

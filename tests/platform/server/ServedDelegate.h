@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "platform/NetConnection.h"
+#include "platform/RunningServer.h"
 #include "platform/Settings.h"
 #include "support/ConsoleLines.h"
 #include "support/RawConnection.h"
@@ -26,6 +28,7 @@ namespace sorvane::test {
 ///   "raiseOther" raises what it may not. Anything else returns an empty dictionary.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
+  void servingBegins(RunningServer& server) override { running_.set_value(&server); }
   void startCommunication(NetConnection& connection) override;
   std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
                                              Turn& turn) override;
@@ -33,6 +36,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
   void endCommunication(NetConnection& connection) override;
 
+  /// Waits until the server serves.
+  [[nodiscard]] RunningServer& running() const { return *server_.get(); }
   void openGate();
   /// Waits until so many requests are inside the gate or have passed it.
   [[nodiscard]] bool arriveAtGate(int requests);
@@ -55,6 +60,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   void waitAtGate();
   Reply answer(const Message& request, NetConnection& sender);
 
+  std::promise<RunningServer*> running_;
+  const std::shared_future<RunningServer*> server_ = running_.get_future().share();
   std::mutex mutex_;
   std::condition_variable changed_;  // also when `ended` grows
   bool gateIsOpen_ = false;          // guarded by mutex_
@@ -68,6 +75,7 @@ class ServedDelegate {
   explicit ServedDelegate(Settings settings = {});
 
   [[nodiscard]] ScriptedDelegate& delegate() { return *delegate_; }
+  [[nodiscard]] RunningServer& running() const { return delegate_->running(); }
   [[nodiscard]] RawConnection connect() const { return RawConnection(port_); }
   [[nodiscard]] int port() const { return port_; }
 
