@@ -5,6 +5,7 @@
 #include "daemon/Arguments.h"
 #include "daemon/CommandLine.h"
 #include "daemon/ProcessSetup.h"
+#include "daemon/ServiceManager.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
   openClosedStandardStreams();
   keepFilesFromOthers();
   recordArguments(argc, argv);
+  takeServiceManager();
   Settings::endProcessOnBadFile();
   const StartMode mode = startMode(VN_parameter(1));
   if (mode == StartMode::stopAll) {

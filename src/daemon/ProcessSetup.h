@@ -4,6 +4,7 @@
 //
 //   openClosedStandardStreams();                        // platform/StandardStreams.h
 //   recordArguments(argc, argv);                        // Arguments.h
+//   takeServiceManager();                               // ServiceManager.h
 //   const StartMode mode = startMode(VN_parameter(1));  // CommandLine.h
 //   if (mode == StartMode::stopAll) stopAllNameServers();
 //   if (mode == StartMode::detached) detach();

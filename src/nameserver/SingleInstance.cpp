@@ -44,6 +44,8 @@ void sorvkeyController::_startupLockConnection() {
     logMessage(kHeld);
     endProcess();
   }
+  processLockIsTaken_ = true;
+  processLockIsTaken_.notify_all();
 }
 
 void sorvkeyController::terminateOtherNameserver(const char* host) {

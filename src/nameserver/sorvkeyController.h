@@ -22,6 +22,8 @@
 
 namespace sorvane {
 
+class ServiceManager;
+
 /// 1 while the name server logs verbosely. Set once by `runConnection`, before there are threads.
 extern int sorvkey_verbose;
 
@@ -56,6 +58,9 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Raises std::system_error when the system has no descriptors or threads.
   void runConnection(bool verbose);
 
+  /// Begins to tell the service manager, if one listens, that this process serves
+  /// (ServiceReports.cpp).
+  void servingBegins(RunningServer& server) override;
   /// Gives the connection a new port record.
   void startCommunication(NetConnection& connection) override;
   /// Carries the request out on a serving thread. Returns nothing when it would have to wait for
@@ -137,6 +142,9 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   [[nodiscard]] bool tryServerLock();
   /// Takes `serverLock`, however long that takes.
   void waitForServerLock();
+  /// The body of the thread that reports to the service manager; begins when the process lock is
+  /// taken.
+  [[noreturn]] void reportTo(ServiceManager& manager, RunningServer& server);
   [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);
   /// Writes what the command wants written, and reports the request if the command raised.
   void write(const Notes& notes, bool raised, const Message& request);
@@ -150,6 +158,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   ConsoleRateLimit droppedPortsConsole_;
   Warnings warnings_;
   ConsoleRateLimit raisedRequests_;  // console texts
+  std::atomic<bool> processLockIsTaken_ = false;
   // Set during the start, before connections are served.
   std::unique_ptr<InfoserverController> infoserver_;
   bool startupFlag_ = false;

@@ -6,8 +6,10 @@
 
 namespace sorvane::test {
 
-HeldServerLock::HeldServerLock(Daemon& server) : server_(server) {
-  server.launch({"-noexit"}, [this] {
+HeldServerLock::HeldServerLock(Daemon& server, const std::function<void()>& beforeStart)
+    : server_(server) {
+  server.launch({"-noexit"}, [&] {
+    beforeStart();
     ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libheld_lock.so", 1);
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     ::setenv("HELD_LOCK_GATE", gate_.c_str(), 1);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "integration/Daemon.h"
@@ -18,8 +19,9 @@ namespace sorvane::test {
 ///   lock.release();
 class HeldServerLock {
  public:
-  /// Starts the server.
-  explicit HeldServerLock(Daemon& server);
+  /// Starts the server; `beforeStart` runs in its process.
+  explicit HeldServerLock(
+      Daemon& server, const std::function<void()>& beforeStart = [] {});
   HeldServerLock(const HeldServerLock&) = delete;
   HeldServerLock& operator=(const HeldServerLock&) = delete;
 

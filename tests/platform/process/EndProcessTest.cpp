@@ -20,6 +20,15 @@ TEST(EndProcess, FlushesStandardOutputAndEndsWithStatus0) {
   EXPECT_EQ(part.output, "not flushed yet");
 }
 
+TEST(EndProcess, DoesTheLastActBeforeAnythingElse) {
+  const test::PartEnd part = test::outputOfPart([] {
+    setLastAct([] { printf("last act"); });
+    endProcess();
+  });
+  EXPECT_EQ(part.status, 0);
+  EXPECT_EQ(part.output, "last act");
+}
+
 TEST(EndProcess, RunsNoExitHandler) {
   const test::PartEnd part = test::outputOfPart([] {
     atexit([] { _exit(7); });

@@ -1,0 +1,71 @@
+// What the name server tells the service manager that has started it.
+#include <gtest/gtest.h>
+
+#include "integration/Daemon.h"
+#include "integration/HeldServerLock.h"
+#include "support/NotifySocket.h"
+
+namespace sorvane::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(ServiceManagerOfTheDaemon, HearsThatTheStartIsOverWhenConnectionsAreServed) {
+  NotifySocket manager(NotifySocket::Kind::abstractName);
+  Daemon server;
+  server.launch({"noexit"}, manager.environment());
+  ASSERT_TRUE(manager.hears("READY=1")) << server.console();
+  EXPECT_TRUE(server.connection()->sendDictionary({{"ping", ""}}));
+}
+
+TEST(ServiceManagerOfTheDaemon, HearsHowManyNamesAndConnectionsThereAre) {
+  NotifySocket manager;
+  Daemon server;
+  server.launch({"noexit"}, manager.environment("3000000"));
+  ASSERT_TRUE(manager.hears("STATUS=0 names, 0 connections")) << server.console();
+  ASSERT_TRUE(server.registers("db1"));
+  ASSERT_TRUE(server.registers("db2"));
+  EXPECT_TRUE(manager.hears("STATUS=2 names, 2 connections"));
+}
+
+TEST(ServiceManagerOfTheDaemon, DoesNotHearThatTheStartIsOverWhileAnotherOneHasTheProcessLock) {
+  Daemon first;
+  first.start();
+  NotifySocket manager;
+  Daemon second;
+  second.setting("LockDirectory", "\"" + (first.tree() / "lock").string() + "\"");
+  second.launch({"noexit"}, manager.environment());
+  EXPECT_EQ(second.waitForExit(), 0);
+  EXPECT_EQ(manager.receive(0ms), std::nullopt);
+}
+
+TEST(ServiceManagerOfTheDaemon, HearsOfTheEndThatAClientHasAskedFor) {
+  NotifySocket manager;
+  Daemon server;
+  server.launch({"noexit"}, manager.environment());
+  ASSERT_TRUE(manager.hears("READY=1")) << server.console();
+  ASSERT_TRUE(server.connection()->sendRequest({{"action", "restart"}}));
+  EXPECT_TRUE(manager.hears("STOPPING=1"));
+  EXPECT_EQ(server.waitForExit(), 0);
+}
+
+// The watchdog wants a report every 100 ms here.
+TEST(WatchdogOfTheDaemon, HearsOfItAsLongAsCommandsAreCarriedOutAndNoLonger) {
+  NotifySocket manager;
+  Daemon server;
+  HeldServerLock lock(server, manager.environment("300000"));
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(manager.hears("WATCHDOG=1")) << server.console();
+  }
+  lock.hold();
+  manager.forgetWhatCame();
+  // The report of a round that had the lock before may still come.
+  static_cast<void>(manager.receive(1s));
+  EXPECT_EQ(manager.receive(1s), std::nullopt);
+  EXPECT_TRUE(server.connection()->sendDictionary({{"ping", ""}})) << "pings need no lock";
+  lock.release();
+  EXPECT_TRUE(manager.hears("WATCHDOG=1"));
+}
+
+}  // namespace
+}  // namespace sorvane::test
