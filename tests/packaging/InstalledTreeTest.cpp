@@ -36,10 +36,27 @@ std::vector<std::string> installedTree(const fs::path& prefix) {
 TEST(InstalledTree, HasTheProgramsTheExamplesAndTheEmptyFolders) {
   const test::TemporaryFolder folder;
   EXPECT_EQ(installedTree(folder / "moved here"),
-            (std::vector<std::string>{"Config/", "Logs/", "Users/", "bin/", "bin/sorvctl",
-                                      "bin/sorvinfo", "etc/", "etc/sorvane.conf.example", "share/",
-                                      "share/sorvinfo/", "share/sorvinfo/sorvinfo.logrotate",
-                                      "share/sorvinfo/sorvinfo.service"}));
+            (std::vector<std::string>{"Config/",
+                                      "Logs/",
+                                      "Users/",
+                                      "bin/",
+                                      "bin/sorvctl",
+                                      "bin/sorvinfo",
+                                      "etc/",
+                                      "etc/sorvane.conf.example",
+                                      "share/",
+                                      "share/sorvinfo/",
+                                      "share/sorvinfo/firewalld/",
+                                      "share/sorvinfo/firewalld/sorvane.xml",
+                                      "share/sorvinfo/launchd/",
+                                      "share/sorvinfo/launchd/sorvane.sorvinfo.plist",
+                                      "share/sorvinfo/sorvinfo-opt.conf",
+                                      "share/sorvinfo/sorvinfo.logrotate",
+                                      "share/sorvinfo/sorvinfo.service",
+                                      "share/sorvinfo/sysusers.d/",
+                                      "share/sorvinfo/sysusers.d/sorvane.conf",
+                                      "share/sorvinfo/tmpfiles.d/",
+                                      "share/sorvinfo/tmpfiles.d/sorvane.conf"}));
 }
 
 /// Every setting. A new one does not compile until it is named here, and then the example must have
