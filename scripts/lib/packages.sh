@@ -7,7 +7,7 @@ build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev
                 libfmt-dev libncurses-dev nlohmann-json3-dev psmisc)
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
-               fish libseccomp-dev python3 python3-jsonschema python3-prometheus-client systemd tmux zsh)
+               fish libseccomp-dev mandoc python3 python3-jsonschema python3-prometheus-client systemd tmux zsh)
 clang_packages=(clang)
 fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')
 coverage_packages=(clang llvm 'libclang-rt-dev|libclang-rt-14-dev')

@@ -1,16 +1,9 @@
 #include "daemon/CommandLine.h"
 
-#include <string_view>
-
 namespace sorvane {
 namespace {
 
-struct WordMeaning {
-  std::string_view word;
-  StartMode mode;
-};
-
-constexpr WordMeaning kWords[] = {
+constexpr StartWord kWords[] = {
     {"-MachLaunch", StartMode::verbose},  // started by the system: always verbose, on purpose
     {"verbose", StartMode::verbose},     {"-verbose", StartMode::verbose},
     {"noexit", StartMode::foreground},   {"-noexit", StartMode::foreground},
@@ -19,9 +12,11 @@ constexpr WordMeaning kWords[] = {
 
 }  // namespace
 
+std::span<const StartWord> startWords() { return kWords; }
+
 StartMode startMode(const char* firstWord) {
   if (firstWord != nullptr) {
-    for (const WordMeaning& row : kWords) {
+    for (const StartWord& row : kWords) {
       if (row.word == firstWord) {
         return row.mode;
       }

@@ -1,6 +1,9 @@
 // The start mode that the first word of the command line selects.
 #pragma once
 
+#include <span>
+#include <string_view>
+
 namespace sorvane {
 
 enum class StartMode {
@@ -9,6 +12,14 @@ enum class StartMode {
   verbose,     ///< as `foreground`, with more entries in the log
   stopAll,     ///< stop every name server of this host, and serve nothing
 };
+
+struct StartWord {
+  std::string_view word;
+  StartMode mode;
+};
+
+/// Returns the words that select a mode.
+[[nodiscard]] std::span<const StartWord> startWords();
 
 /// Returns the mode for the first word after the program's path; null means that there is no word.
 /// Words are compared exactly. No word, or a word that is not in the table, gives `detached`. Later

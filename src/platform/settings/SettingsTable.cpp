@@ -209,6 +209,14 @@ constexpr Row kRows[] = {
 
 }  // namespace
 
+std::vector<std::string_view> settingKeys() {
+  std::vector<std::string_view> keys;
+  for (const Row& row : kRows) {
+    keys.emplace_back(row.key);
+  }
+  return keys;
+}
+
 bool applySetting(Settings& settings, std::string_view key, const PropertyList& value) {
   const auto row = std::find_if(std::begin(kRows), std::end(kRows),
                                 [&](const Row& each) { return key == each.key; });

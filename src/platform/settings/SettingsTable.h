@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "platform/PropertyList.h"
 #include "platform/Settings.h"
@@ -12,5 +13,8 @@ namespace sorvane {
 /// Returns false if the key is unknown.
 [[nodiscard]] bool applySetting(Settings& settings, std::string_view key,
                                 const PropertyList& value);
+
+/// Returns all keys, in the order of the table.
+[[nodiscard]] std::vector<std::string_view> settingKeys();
 
 }  // namespace sorvane
