@@ -5,9 +5,13 @@
 # What building and running takes.
 build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev libcli11-dev
                 libfmt-dev libncurses-dev nlohmann-json3-dev psmisc)
+# What building Debian packages takes beyond that.
+package_packages=(debhelper dpkg-dev)
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
-               fish libseccomp-dev mandoc python3 python3-jsonschema python3-prometheus-client systemd tmux zsh)
+               fish libseccomp-dev lintian logrotate mandoc python3 python3-jsonschema python3-prometheus-client systemd tmux
+               zsh "${package_packages[@]}")
+package_test_packages=(debootstrap faketime)
 clang_packages=(clang)
 fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')
 coverage_packages=(clang llvm 'libclang-rt-dev|libclang-rt-14-dev')
