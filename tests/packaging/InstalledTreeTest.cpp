@@ -10,6 +10,7 @@
 #include <tuple>
 #include <vector>
 
+#include "packaging/EverySetting.h"
 #include "platform/Settings.h"
 #include "support/ConsoleLines.h"
 #include "support/TestFiles.h"
@@ -66,22 +67,6 @@ TEST(InstalledTree, HasTheProgramsTheExamplesAndTheEmptyFolders) {
                                       "share/sorvinfo/sysusers.d/sorvane.conf",
                                       "share/sorvinfo/tmpfiles.d/",
                                       "share/sorvinfo/tmpfiles.d/sorvane.conf"}));
-}
-
-/// Every setting. A new one does not compile until it is named here, and then the example must have
-/// it, too.
-auto everySetting(const Settings& settings) {
-  const auto& [basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
-               nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled, dynamicAddress,
-               hostName, address, ethernetAddress, aliases, maxMessageBytes, maxConnections,
-               maxUnfinishedBytes, maxUnsentBytes, maxRegistryBytes, partialMessageTimeout, threads,
-               allowedNetworks, remoteControl, remoteRegistration, maxLogBytes] = settings;
-  return std::tuple(basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
-                    nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled,
-                    dynamicAddress, hostName, address, ethernetAddress, aliases, maxMessageBytes,
-                    maxConnections, maxUnfinishedBytes, maxUnsentBytes, maxRegistryBytes,
-                    partialMessageTimeout, threads, allowedNetworks, remoteControl,
-                    remoteRegistration, maxLogBytes);
 }
 
 /// The example of the settings file, as it stands and with every setting in force.

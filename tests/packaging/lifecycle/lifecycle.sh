@@ -1,0 +1,151 @@
+#!/usr/bin/env bash
+# What a machine goes through with the packages: they are installed, used, upgraded over older ones, removed and purged.
+# The maintainer scripts run and find a service manager, for which the script systemctl beside this one stands.
+#
+#   lifecycle.sh FOLDER     FOLDER has the packages
+#
+# To be run by root in a root that goes afterwards, with processes and a network of its own.
+
+set -euo pipefail
+packages=$1
+tools=$(cd "$(dirname "$0")" && pwd)
+shopt -s nullglob
+
+fail() {
+  printf '%s: %s\n' "$promise" "$*" >&2
+  tail -n 20 /run/console >&2 2>/dev/null || true
+  exit 1
+}
+
+# promise TEXT: names what the checks up to the next promise are about.
+promise() {
+  promise=$1
+  printf '== %s\n' "$promise"
+}
+
+holds() { "$@" || fail "not so: $*"; }
+is() { [ "$1" = "$2" ] || fail "it is '$1' and not '$2'"; }
+
+within_a_minute() {
+  local end=$((SECONDS + 60))
+  until "$@" >/dev/null 2>&1; do
+    [ "$SECONDS" -lt "$end" ] || fail "not within a minute: $*"
+    sleep 0.1
+  done
+}
+
+# dpkg asks nobody: settings that the administrator has changed stay.
+carry_out() { dpkg --force-confdef --force-confold "$@" >/tmp/dpkg.log 2>&1 || { cat /tmp/dpkg.log; fail "dpkg $*"; }; }
+state_of() { dpkg-query -W -f '${db:Status-Status} ${Version}' "$1"; }
+asked() { grep -c "^$1 sorvinfo.service\$" /run/asked || true; }
+# What is on this machine of the packages, or belongs to their user.
+traces() {
+  find /etc /usr /var -xdev -name '*sorv*' -not -path '/usr/share/zoneinfo/*'
+  if id sorvane >/dev/null 2>&1; then find /etc /usr /var /tmp -xdev -user sorvane; fi
+}
+
+# The packages as they might have been: another number and another text of the settings.
+make_older() {
+  local package folder=/tmp/older
+  for package in "$packages"/sorv{info,ctl}_*.deb; do
+    rm -rf "$folder"
+    dpkg-deb -R "$package" "$folder"
+    sed -i 's/^Version: .*/Version: 0.9-1/' "$folder/DEBIAN/control"
+    if [ -e "$folder/etc/sorvane/sorvane.conf" ]; then
+      echo '// Written for 0.9.' >>"$folder/etc/sorvane/sorvane.conf"
+    fi
+    dpkg-deb -Znone -b "$folder" "/tmp/$(basename "${package%%_*}")_older.deb" >/dev/null
+  done
+}
+
+new=("$packages"/sorv{info,ctl}_*.deb)
+[ "${#new[@]}" -eq 2 ] || { echo "there is not one package of each kind in $packages" >&2; exit 1; }
+version=$(dpkg-deb -f "${new[0]}" Version)
+make_older
+old=(/tmp/sorv{info,ctl}_older.deb)
+
+install -m 755 "$tools/systemctl" /usr/local/bin/systemctl
+mkdir -p /run/systemd/system
+: >/run/asked
+rm -f /usr/sbin/policy-rc.d /var/lib/man-db/auto-update  # this one only takes time
+
+promise 'nothing of the packages is here before they are installed'
+is "$(traces)" ''
+
+promise 'installing makes the user, the folders and the settings, and starts the service'
+carry_out --install "${old[@]}"
+is "$(state_of sorvinfo)" 'installed 0.9-1'
+holds dpkg --verify sorvinfo sorvctl
+IFS=: read -r _ _ number _ _ home shell <<<"$(getent passwd sorvane)"
+holds test "$number" -lt 1000
+is "$home $shell" '/var/lib/sorvane /usr/sbin/nologin'
+for folder in /var/lib/sorvane /var/lib/sorvane/Config /var/lib/sorvane/Users; do
+  is "$(stat -c '%U:%G %a' "$folder")" 'sorvane:sorvane 750'
+done
+is "$(stat -c '%U %a' /var/log/sorvane)" 'sorvane 750'
+holds test /var/lib/sorvane/Logs -ef /var/log/sorvane
+is "$(stat -c '%U %a' /etc/sorvane/sorvane.conf)" 'root 644'
+within_a_minute sorvctl ping
+is "$(asked start)" 1
+is "$(ps -o user= -p "$(cat /run/unit)")" sorvane
+
+promise 'the first session'
+sorvctl register db1 --type database -- sleep 600 >/dev/null &
+holder=$!
+within_a_minute sorvctl find db1
+holds sorvctl set-state db1 running
+holds grep -q '^db1 .* running$' <(sorvctl list)
+is "$(sorvctl --json states)" '[{"name":"db1","state":"running"}]'
+holds sorvctl prefs set office databases=db1
+preferences=$(sorvctl prefs get office)
+holds grep -q db1 <<<"$preferences"
+is "$(stat -c '%U %a' /var/lib/sorvane/Users/SorvPreferences)" 'sorvane 640'
+
+promise 'the log is rotated beside the running name server'
+# A request that the name server cannot carry out is a line of its log.
+is "$(sorvctl send findPort=db1 2>/dev/null || echo "status $?")" 'status 1'
+is "$(stat -c '%U %a' /var/log/sorvane/infoserver_log)" 'sorvane 640'
+is "$(logrotate --force /etc/logrotate.d/sorvinfo 2>&1)" ''
+holds test ! -e /var/log/sorvane/infoserver_log
+holds grep -q 'findPort = db1' /var/log/sorvane/infoserver_log.1
+is "$(sorvctl send findPort=db2 2>/dev/null || echo "status $?")" 'status 1'
+holds grep -q 'findPort = db2' /var/log/sorvane/infoserver_log
+
+promise 'an upgrade keeps preferences and changed settings, and starts the new name server'
+kill "$holder"
+sed -i 's,^// AllowedNetworks = .*,AllowedNetworks = ( "192.0.2.0/24" );,' /etc/sorvane/sorvane.conf
+settings=$(cat /etc/sorvane/sorvane.conf)
+holds grep -q '^AllowedNetworks = ' <<<"$settings"
+before=$(cat /run/unit)
+carry_out --install "${new[@]}"
+is "$(state_of sorvinfo)" "installed $version"
+is "$(state_of sorvctl)" "installed $version"
+within_a_minute sorvctl ping
+holds test "$(cat /run/unit)" != "$before"
+is "$(sorvctl prefs get office)" "$preferences"
+is "$(cat /etc/sorvane/sorvane.conf)" "$settings"
+holds test -e /etc/sorvane/sorvane.conf.dpkg-dist
+
+promise 'removing ends the service, and keeps settings, preferences and log'
+carry_out --remove sorvinfo sorvctl
+holds test ! -e "/proc/$(cat /run/unit)"
+holds test ! -e /usr/sbin/sorvinfo -a ! -e /usr/bin/sorvctl
+is "$(cat /etc/sorvane/sorvane.conf)" "$settings"
+holds test -s /var/lib/sorvane/Users/SorvPreferences
+holds test -s /var/log/sorvane/infoserver_log.1
+
+promise 'installed again, it goes on with them'
+carry_out --install "${new[@]}"
+within_a_minute sorvctl ping
+is "$(sorvctl prefs get office)" "$preferences"
+
+promise 'purging leaves nothing but the user'
+carry_out --purge sorvinfo sorvctl
+is "$(traces)" ''
+holds getent passwd sorvane >/dev/null
+
+promise 'and then it is installed as on a new machine'
+carry_out --install "${new[@]}"
+within_a_minute sorvctl ping
+is "$(sorvctl prefs get office 2>/dev/null)" ''
+holds cmp -s /etc/sorvane/sorvane.conf <(dpkg-deb --fsys-tarfile "${new[0]}" | tar -xO ./etc/sorvane/sorvane.conf)
