@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034,SC2154
 # What `scripts/test package` does: builds the packages twice, judges them, and tries them on a machine that has
 # nothing else. To be read in after common.sh; takes `record_one` from its reader.
 
