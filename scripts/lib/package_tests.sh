@@ -46,14 +46,14 @@ try_in_bare_root() {
     "$suite" "$root" "$mirror" || return
   mkdir -p "$root/root/.cache/ccache" "$root/sorvinfo"
   reach_packages "$root" "$suite" "$mirror"
-  cp -r "$package_folder"/one/*.deb tests/packaging/lifecycle "$root/sorvinfo"
+  cp -r "$package_folder"/one/*.deb tests/packaging/debian "$root/sorvinfo"
   rm -f "$root"/sorvinfo/*-dbgsym_*
   in_bare_root shared bash -ec '
     export DEBIAN_FRONTEND=noninteractive
     apt-get -qq update
     apt-get -y --no-install-recommends install ./*.deb
     apt-get -y purge sorvinfo sorvctl' || return
-  in_bare_root none lifecycle/lifecycle.sh .
+  in_bare_root none debian/lifecycle.sh .
 }
 
 test_package() {

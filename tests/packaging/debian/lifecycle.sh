@@ -40,7 +40,7 @@ state_of() { dpkg-query -W -f '${db:Status-Status} ${Version}' "$1"; }
 asked() { grep -c "^$1 sorvinfo.service\$" /run/asked || true; }
 # What is on this machine of the packages, or belongs to their user.
 traces() {
-  find /etc /usr /var -xdev -name '*sorv*' -not -path '/usr/share/zoneinfo/*'
+  find /etc /usr /var -xdev -name '*sorv*'
   if id sorvane >/dev/null 2>&1; then find /etc /usr /var /tmp -xdev -user sorvane; fi
 }
 
