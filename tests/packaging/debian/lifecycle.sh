@@ -66,6 +66,7 @@ old=(/tmp/sorv{info,ctl}_older.deb)
 
 install -m 755 "$tools/systemctl" /usr/local/bin/systemctl
 mkdir -p /run/systemd/system
+install -d -m 1777 /run/lock
 : >/run/asked
 rm -f /usr/sbin/policy-rc.d /var/lib/man-db/auto-update  # this one only takes time
 

@@ -23,7 +23,6 @@ mount -t sysfs -o ro sysfs "$root/sys"
 mount --rbind /dev "$root/dev"
 mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
 mount -t tmpfs -o mode=755 tmpfs "$root/run"
-mkdir -m 1777 "$root/run/lock"
 ip link set lo up
 
 cd "$root"
