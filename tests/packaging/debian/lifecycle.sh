@@ -83,7 +83,7 @@ is "$home $shell" '/var/lib/sorvane /usr/sbin/nologin'
 for folder in /var/lib/sorvane /var/lib/sorvane/Config /var/lib/sorvane/Users; do
   is "$(stat -c '%U:%G %a' "$folder")" 'sorvane:sorvane 750'
 done
-is "$(stat -c '%U %a' /var/log/sorvane)" 'sorvane 750'
+is "$(stat -c '%U:%G %a' /var/log/sorvane)" 'sorvane:adm 2750'
 holds test /var/lib/sorvane/Logs -ef /var/log/sorvane
 is "$(stat -c '%U %a' /etc/sorvane/sorvane.conf)" 'root 644'
 within_limit sorvctl ping
@@ -105,7 +105,7 @@ is "$(stat -c '%U %a' /var/lib/sorvane/Users/SorvPreferences)" 'sorvane 640'
 promise 'the log is rotated beside the running name server'
 # A request that the name server cannot carry out is a line of its log.
 is "$(sorvctl send findPort=db1 2>/dev/null || echo "status $?")" 'status 1'
-is "$(stat -c '%U %a' /var/log/sorvane/infoserver_log)" 'sorvane 640'
+is "$(stat -c '%U:%G %a' /var/log/sorvane/infoserver_log)" 'sorvane:adm 640'
 is "$(logrotate --force /etc/logrotate.d/sorvinfo 2>&1)" ''
 holds test ! -e /var/log/sorvane/infoserver_log
 holds grep -q 'findPort = db1' /var/log/sorvane/infoserver_log.1
