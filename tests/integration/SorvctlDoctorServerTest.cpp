@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "integration/PatientHost.h"
+#include "platform/ProductVersion.h"
 #include "support/RawConnection.h"
 #include "support/ScriptedPeer.h"
 #include "support/WireBytes.h"
@@ -141,6 +142,20 @@ TEST_F(SorvctlDoctorPort, AtWhichAStrangerAnswersAsANameServerIsDoubtful) {
   const Examination told = host->examine(strangerPort());
   EXPECT_EQ(told.status, 0);
   EXPECT_EQ(told.found(), Ids{"port-foreign"});
+}
+
+TEST_F(SorvctlDoctorPort, AtWhichAStrangerTellsAVeryLongVersionIsDoubtfulWithoutIt) {
+  host->startServer();
+  host->server.kill();
+  startStranger([](PeerConnection& client) {
+    static_cast<void>(client.receiveRequest());
+    client.send(frameOfBody(""));
+    static_cast<void>(client.receiveRequest());
+    client.send(frameOfTexts({{"result", "n|e|a|" + std::string(100000, 'v') + "|p"}}));
+  });
+  const Examination told = host->examine(strangerPort());
+  EXPECT_EQ(told.found(), Ids{"port-foreign"});
+  EXPECT_EQ(told.seen("version"), "this command is " + productVersion());
 }
 
 TEST_F(SorvctlDoctorPort, AtWhichTheNameServerStaysSilentIsWrong) {

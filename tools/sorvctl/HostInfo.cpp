@@ -19,19 +19,22 @@ std::string takeLast(std::string& text) {
 
 }  // namespace
 
-std::optional<HostInfo> readHostInfo(Session& session) {
-  std::string text =
-      session.askForResult({{"action", "hostInfo"}, {"hostAddress", session.hostName()}});
-  if (text == "local only") {
+std::optional<HostInfo> hostInfoOf(std::string result) {
+  if (result == "local only") {
     return std::nullopt;
   }
   HostInfo info;
-  info.platform = takeLast(text);
-  info.version = takeLast(text);
-  info.address = takeLast(text);
-  info.ethernetAddress = takeLast(text);
-  info.name = std::move(text);  // a further "|" belongs to the name
+  info.platform = takeLast(result);
+  info.version = takeLast(result);
+  info.address = takeLast(result);
+  info.ethernetAddress = takeLast(result);
+  info.name = std::move(result);  // a further "|" belongs to the name
   return info;
+}
+
+std::optional<HostInfo> readHostInfo(Session& session) {
+  return hostInfoOf(
+      session.askForResult({{"action", "hostInfo"}, {"hostAddress", session.hostName()}}));
 }
 
 }  // namespace sorvctl

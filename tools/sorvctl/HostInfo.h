@@ -16,7 +16,11 @@ struct HostInfo {
   std::string platform;  ///< its operating system
 };
 
-/// Asks the server. Nothing when it tells about its host on that host only.
+/// Returns what the result of the request "hostInfo" tells. Nothing when the server tells about its
+/// host on that host only. Fields that are missing are empty.
+[[nodiscard]] std::optional<HostInfo> hostInfoOf(std::string result);
+
+/// Asks the server, and returns the same.
 [[nodiscard]] std::optional<HostInfo> readHostInfo(Session& session);
 
 }  // namespace sorvctl

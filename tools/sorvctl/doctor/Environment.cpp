@@ -5,6 +5,7 @@
 
 #include "platform/NetConnection.h"
 #include "platform/ProductVersion.h"
+#include "sorvctl/HostInfo.h"
 
 namespace sorvctl::doctor {
 
@@ -16,7 +17,8 @@ namespace {
 
 constexpr const char* kServerProgram = "sorvinfo";
 constexpr const char* kThisHost = "127.0.0.1";
-constexpr std::size_t kVersionField = 3;  // NAME|ETHERNET|ADDRESS|VERSION|PLATFORM, from 0
+// What listens at the base port may be anything. No reply to what is asked here is longer.
+constexpr std::size_t kLongestReply = std::size_t{64} << 10;
 
 SettingsLook lookAtSettings() {
   const std::string folder = sorvane::executableFolder();
@@ -27,24 +29,11 @@ SettingsLook lookAtSettings() {
   return look;
 }
 
-/// The field with this number, counted from the end: a "|" may be part of the first one.
-std::string fieldFromTheEnd(std::string text, std::size_t number) {
-  for (; number > 0; --number) {
-    const std::size_t bar = text.rfind('|');
-    if (bar == std::string::npos) {
-      return "";
-    }
-    text.erase(bar);
-  }
-  const std::size_t bar = text.rfind('|');
-  return bar == std::string::npos ? "" : text.substr(bar + 1);
-}
-
 ServerAnswer askServer(int port, std::chrono::milliseconds limit) {
-  constexpr std::size_t kFields = 5;
   ServerAnswer answer;
   NetConnection connection;
   connection.setTimeLimits(limit, limit);
+  connection.setMaximumReplyBytes(kLongestReply);
   answer.connected = connection.connectToPort(kThisHost, port);
   if (!answer.connected) {
     answer.failure = connection.lastError();
@@ -59,8 +48,8 @@ ServerAnswer askServer(int port, std::chrono::milliseconds limit) {
   }
   if (const auto reply =
           connection.sendDictionary({{"action", "hostInfo"}, {"hostAddress", "localhost"}})) {
-    const std::string info(reply->text("result").value_or(""));
-    answer.version = fieldFromTheEnd(info, kFields - 1 - kVersionField);
+    const auto info = hostInfoOf(std::string(reply->text("result").value_or("")));
+    answer.version = info ? info->version : "";
   }
   return answer;
 }
