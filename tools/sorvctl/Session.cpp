@@ -5,6 +5,7 @@
 
 #include "sorvctl/Failure.h"
 #include "sorvctl/Progress.h"
+#include "sorvctl/Seconds.h"
 
 namespace sorvctl {
 
@@ -23,7 +24,7 @@ std::optional<std::chrono::milliseconds> Session::timeLimit() const {
   if (!options_.timeoutSeconds) {
     return std::nullopt;
   }
-  return std::chrono::milliseconds(static_cast<long long>(*options_.timeoutSeconds * 1000));
+  return inMilliseconds(*options_.timeoutSeconds);
 }
 
 std::string Session::hostName() const {

@@ -6,6 +6,7 @@
 #include "sorvctl/ChangeLines.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/DatabaseList.h"
+#include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
 
@@ -46,7 +47,7 @@ Handler declareWatch(CLI::App& command) {
   command.add_option("--interval", *seconds, "Seconds between two polls (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
   return [seconds](Session& session) {
-    return watch(session, std::chrono::milliseconds(static_cast<long long>(*seconds * 1000)));
+    return watch(session, inMilliseconds(*seconds));
   };
 }
 

@@ -1,7 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -11,6 +10,7 @@
 #include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
+#include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/TerminalText.h"
 #include "sorvctl/doctor/Checks.h"
@@ -136,8 +136,7 @@ std::string asText(const std::vector<Result>& results, bool verbose) {
 }
 
 int examine(const Session& session, const DoctorOptions& options) {
-  const auto deadline =
-      Environment::Clock::now() + std::chrono::milliseconds(std::llround(options.seconds * 1000));
+  const auto deadline = Environment::Clock::now() + inMilliseconds(options.seconds);
   const auto environment =
       std::make_shared<const Environment>(doctor::lookAtThisHost(session.givenPort(), deadline));
   if (!session.host().empty() && !sorvane::VNHost::currentHost().isThisHost(session.host())) {

@@ -1,7 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -14,6 +13,7 @@
 #include "sorvctl/NetworkView.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Progress.h"
+#include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/net/Answers.h"
 #include "sorvctl/net/Servers.h"
@@ -37,8 +37,6 @@ struct NetOptions {
 };
 
 constexpr double kSecondsToAnswer = 5;
-
-milliseconds inMilliseconds(double seconds) { return milliseconds(std::llround(seconds * 1000)); }
 
 std::vector<Server> serversToAsk(const Session& session, const NetOptions& options) {
   if (options.hosts) {

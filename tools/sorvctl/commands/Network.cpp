@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -12,6 +11,7 @@
 #include "sorvctl/NetworkView.h"
 #include "sorvctl/Output.h"
 #include "sorvctl/Progress.h"
+#include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
 
@@ -34,8 +34,7 @@ std::optional<Clock::time_point> endOf(const BrowseOptions& options) {
   if (options.watch && !options.seconds) {
     return std::nullopt;
   }
-  const double seconds = options.seconds.value_or(kSecondsToBrowse);
-  return Clock::now() + std::chrono::milliseconds(std::llround(seconds * 1000));
+  return Clock::now() + inMilliseconds(options.seconds.value_or(kSecondsToBrowse));
 }
 
 /// Calls `look` again and again until the end or a signal, and then once more.

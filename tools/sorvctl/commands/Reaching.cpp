@@ -20,6 +20,7 @@
 #include "sorvctl/Placeholders.h"
 #include "sorvctl/PortRequests.h"
 #include "sorvctl/Progress.h"
+#include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 
 namespace sorvctl {
@@ -67,7 +68,7 @@ class Waiting {
   Waiting(Session& session, const Wanted& wanted)
       : session_(session), wanted_(wanted), changes_(session) {
     if (wanted.seconds) {
-      end_ = Clock::now() + milliseconds(static_cast<long long>(*wanted.seconds * 1000));
+      end_ = Clock::now() + inMilliseconds(*wanted.seconds);
       session.endBy(*end_);
     }
   }

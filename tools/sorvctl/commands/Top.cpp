@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "sorvctl/Command.h"
+#include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 
 namespace sorvctl {
@@ -17,7 +18,7 @@ Handler declareTop(CLI::App& command) {
                   "Seconds between two questions to the server (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
   return [seconds](Session& session) {
-    return top::run(session, std::chrono::milliseconds(static_cast<long long>(*seconds * 1000)));
+    return top::run(session, inMilliseconds(*seconds));
   };
 }
 
