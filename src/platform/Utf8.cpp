@@ -98,6 +98,20 @@ bool isUtf8(std::string_view bytes) {
   return isAsciiWithoutNul(bytes) || wellFormedUtf8Length(bytes) == bytes.size();
 }
 
+std::string_view utf8Beginning(std::string_view text, std::size_t most) {
+  if (text.size() <= most) {
+    return text;
+  }
+  constexpr std::size_t kLongestRest = 3;  // of a character behind its lead byte
+  for (std::size_t begin = most; begin > 0 && most - begin < kLongestRest;) {
+    --begin;
+    if (begin + utf8CharacterLength(text.substr(begin)) > most) {
+      return text.substr(0, begin);
+    }
+  }
+  return text.substr(0, most);
+}
+
 char32_t utf8CodePoint(std::string_view bytes) {
   constexpr unsigned char kLeadBits[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
   char32_t codePoint = static_cast<unsigned char>(bytes[0]) & kLeadBits[bytes.size()];

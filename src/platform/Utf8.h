@@ -52,6 +52,10 @@ namespace sorvane {
 /// The length of the character at the start of `bytes`, 1 to 4; 0 when it is malformed or cut off.
 [[nodiscard]] std::size_t utf8CharacterLength(std::string_view bytes);
 
+/// The first `most` bytes of a text, or all of it if it is not longer. A character that would be
+/// split is left out.
+[[nodiscard]] std::string_view utf8Beginning(std::string_view text, std::size_t most);
+
 /// The code point of the well-formed character that `bytes` is.
 [[nodiscard]] char32_t utf8CodePoint(std::string_view bytes);
 

@@ -83,6 +83,24 @@ TEST(AsciiWithoutNul, IsToldWhereverTheOtherByteStands) {
   }
 }
 
+TEST(Utf8Beginning, SplitsNoCharacter) {
+  const std::string text = "a\u00e4\u20ac\U0001f600";  // 1, 2, 3 and 4 bytes
+  const std::size_t ends[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10, 10};
+  for (std::size_t most = 0; most < std::size(ends); ++most) {
+    EXPECT_EQ(utf8Beginning(text, most), text.substr(0, ends[most])) << most;
+  }
+}
+
+TEST(Utf8Beginning, OfBytesThatAreNoUtf8LacksNoneOfThem) {
+  EXPECT_EQ(utf8Beginning("\x80\x80\x80\x80\x80", 4), "\x80\x80\x80\x80");
+  EXPECT_EQ(utf8Beginning("\xff"
+                          "abc",
+                          2),
+            "\xff"
+            "a");
+  EXPECT_EQ(utf8Beginning("\xe2\x82", 1), "\xe2");
+}
+
 TEST(EscapeControls, ShowsControlsAndMalformedBytesAndLeavesTheRest) {
   using namespace std::string_view_literals;
   EXPECT_EQ(escapeControls(""), "");

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Utf8.h"
 #include "sorvctl/doctor/Checks.h"
 #include "support/Documents.h"
 #include "support/TestFiles.h"
@@ -106,6 +107,12 @@ TEST(DoctorFindings, CutWhatAPeerMayHaveMadeLong) {
   const Finding made =
       finding(kinds::versionDiffers, {{"server", std::string(100000, 'x')}, {"command", "1"}});
   EXPECT_LT(made.what.size(), 500U);
+  std::string wide = "x";
+  while (wide.size() < 1000) {
+    wide += "€";
+  }
+  EXPECT_TRUE(
+      sorvane::isUtf8(finding(kinds::versionDiffers, {{"server", wide}, {"command", "1"}}).what));
 }
 
 // ---- The running of checks

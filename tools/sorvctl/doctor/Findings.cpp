@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "platform/Utf8.h"
+
 namespace sorvctl::doctor {
 
 namespace {
@@ -10,7 +12,8 @@ namespace {
 constexpr std::size_t kLongestValue = 300;
 
 std::string shortened(const std::string& value) {
-  return value.size() <= kLongestValue ? value : value.substr(0, kLongestValue) + "...";
+  return std::string(sorvane::utf8Beginning(value, kLongestValue)) +
+         (value.size() > kLongestValue ? "..." : "");
 }
 
 std::string valueOf(std::string_view word, Values values) {

@@ -17,11 +17,8 @@ constexpr const char* kOther = "other";
 
 /// A text of a stranger as the value of a label, before the format's own escapes.
 std::string labelOf(std::string_view text) {
-  if (text.size() <= kLongestText) {
-    return sorvane::escapeControls(text);
-  }
-  const std::string_view begin = text.substr(0, kLongestText);
-  return sorvane::escapeControls(begin.substr(0, sorvane::wellFormedUtf8Length(begin))) + "...";
+  return sorvane::escapeControls(sorvane::utf8Beginning(text, kLongestText)) +
+         (text.size() > kLongestText ? "..." : "");
 }
 
 /// Escapes what the format cannot have in the value of a label.

@@ -15,13 +15,9 @@ constexpr std::size_t kBytesOfColumn = 32;
 
 /// The escaped beginning of a text that may fill so many columns, with a mark when it is cut.
 std::string beginning(std::string_view text, std::size_t columns) {
-  const std::string_view begin = text.substr(0, (columns + 1) * kBytesOfColumn);
-  if (begin.size() == text.size()) {
-    return escaped(text);
-  }
-  return escaped(
-             begin.substr(0, std::max(sorvane::wellFormedUtf8Length(begin), begin.size() - 3))) +
-         std::string(kMore);
+  const std::size_t most = (columns + 1) * kBytesOfColumn;
+  return escaped(sorvane::utf8Beginning(text, most)) +
+         (text.size() > most ? std::string(kMore) : "");
 }
 
 }  // namespace

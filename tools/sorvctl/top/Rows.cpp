@@ -25,11 +25,11 @@ constexpr Compared kCompared[] = {
 };
 
 std::string shortened(const std::string& text) {
-  if (text.size() <= Rows::kLongestText) {
-    return text.empty() ? "(none)" : text;
+  if (text.empty()) {
+    return "(none)";
   }
-  const std::string_view begin = std::string_view(text).substr(0, Rows::kLongestText);
-  return std::string(begin.substr(0, sorvane::wellFormedUtf8Length(begin))) + "…";
+  return std::string(sorvane::utf8Beginning(text, Rows::kLongestText)) +
+         (text.size() > Rows::kLongestText ? "…" : "");
 }
 
 std::size_t bytesOf(const Change& change) { return change.name.size() + change.what.size(); }
