@@ -11,20 +11,6 @@ using nlohmann::ordered_json;
 
 namespace {
 
-/// What is told of a database, in the order of a line.
-struct Field {
-  const char* name;
-  const std::string& (*of)(const Database& database);
-};
-
-constexpr Field kFields[] = {
-    {"number", [](const Database& each) -> const std::string& { return each.port.number; }},
-    {"host", [](const Database& each) -> const std::string& { return each.port.host; }},
-    {"type", [](const Database& each) -> const std::string& { return each.port.type; }},
-    {"state", [](const Database& each) -> const std::string& { return each.state; }},
-    {"alert", [](const Database& each) -> const std::string& { return each.alert; }},
-};
-
 /// A line, in both of its forms.
 struct Line {
   ordered_json json;
@@ -56,7 +42,7 @@ void add(Line& line, const char* name, const std::string& value) {
 
 Line came(const std::string& server, const Database& database) {
   Line line = begun(server, "came", database.port.name);
-  for (const Field& field : kFields) {
+  for (const DatabaseField& field : kDatabaseFields) {
     const std::string& value = field.of(database);
     line.json[field.name] = value;
     if (!value.empty()) {
@@ -68,7 +54,7 @@ Line came(const std::string& server, const Database& database) {
 
 Line changed(const std::string& server, const Database& before, const Database& after) {
   Line line = begun(server, "changed", after.port.name);
-  for (const Field& field : kFields) {
+  for (const DatabaseField& field : kDatabaseFields) {
     if (field.of(after) != field.of(before)) {
       add(line, field.name, field.of(after));
     }
@@ -77,7 +63,7 @@ Line changed(const std::string& server, const Database& before, const Database& 
 }
 
 bool isTold(const Database& before, const Database& after) {
-  for (const Field& field : kFields) {
+  for (const DatabaseField& field : kDatabaseFields) {
     if (field.of(after) != field.of(before)) {
       return true;
     }

@@ -1,6 +1,7 @@
 // The databases that a name server knows.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -16,6 +17,21 @@ struct Database {
   std::string state;
   std::string alert;
 };
+
+/// A field besides the name, for what treats them alike.
+struct DatabaseField {
+  const char* name;  ///< in JSON and in lines for people
+  const std::string& (*of)(const Database& database);
+};
+
+/// The fields, in the order in which they are printed.
+inline constexpr std::array<DatabaseField, 5> kDatabaseFields{{
+    {"number", [](const Database& each) -> const std::string& { return each.port.number; }},
+    {"host", [](const Database& each) -> const std::string& { return each.port.host; }},
+    {"type", [](const Database& each) -> const std::string& { return each.port.type; }},
+    {"state", [](const Database& each) -> const std::string& { return each.state; }},
+    {"alert", [](const Database& each) -> const std::string& { return each.alert; }},
+}};
 
 /// The most databases that are read from one server.
 inline constexpr std::size_t kMostDatabases = 1'000'000;

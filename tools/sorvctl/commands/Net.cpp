@@ -57,12 +57,11 @@ ordered_json jsonOf(const Answer& answer) {
   }
   object["databases"] = ordered_json::array();
   for (const Database& each : answer.databases) {
-    object["databases"].push_back({{"name", each.port.name},
-                                   {"number", each.port.number},
-                                   {"host", each.port.host},
-                                   {"type", each.port.type},
-                                   {"state", each.state},
-                                   {"alert", each.alert}});
+    ordered_json& database = object["databases"].emplace_back();
+    database["name"] = each.port.name;
+    for (const DatabaseField& field : kDatabaseFields) {
+      database[field.name] = field.of(each);
+    }
   }
   return object;
 }
@@ -71,8 +70,10 @@ ordered_json jsonOf(const Answer& answer) {
 void addRows(std::vector<std::vector<ordered_json>>& rows, const Answer& answer) {
   const std::string& server = answer.server.name;
   for (const Database& each : answer.databases) {
-    rows.push_back({server, each.port.name, each.port.number, each.port.host, each.port.type,
-                    each.state, each.alert});
+    auto& row = rows.emplace_back(std::vector<ordered_json>{server, each.port.name});
+    for (const DatabaseField& field : kDatabaseFields) {
+      row.emplace_back(field.of(each));
+    }
   }
   if (!answer.answered) {
     rows.push_back({server, "-", "-", "-", "-", "no answer", answer.failure});

@@ -25,11 +25,11 @@ Listeners listenersOfServer(const Environment& environment) {
 }
 
 std::string addressesOf(const Listeners& listeners) {
-  std::string text;
+  std::vector<std::string> addresses;
   for (const TcpListener& each : listeners) {
-    text += (text.empty() ? "" : " and ") + each.address;
+    addresses.push_back(each.address);
   }
-  return text;
+  return joined(addresses);
 }
 
 bool isIPv6BeyondTheLink(const IPAddress& address) {

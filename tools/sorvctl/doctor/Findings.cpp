@@ -42,4 +42,12 @@ Finding finding(const FindingKind& kind, Values values) {
   return {kind.severity, kind.id, filledIn(kind.what, values), filledIn(kind.remedy, values)};
 }
 
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& each : texts) {
+    all += (all.empty() ? "" : " and ") + each;
+  }
+  return all;
+}
+
 }  // namespace sorvctl::doctor

@@ -57,6 +57,9 @@ using Values = std::initializer_list<std::pair<const char*, std::string>>;
 /// Throws std::logic_error if a word has no value.
 [[nodiscard]] Finding finding(const FindingKind& kind, Values values = {});
 
+/// Returns texts with "and" between them.
+[[nodiscard]] std::string joined(const std::vector<std::string>& texts);
+
 /// Something that could not be looked at.
 struct Unseen {
   std::string what;    ///< such as "the open files of process 4711"; empty: all of the check

@@ -17,14 +17,6 @@ bool isLoopback(const std::string& text) {
   return address && address->isLoopback();
 }
 
-std::string joined(const std::vector<std::string>& addresses) {
-  std::string text;
-  for (const std::string& each : addresses) {
-    text += (text.empty() ? "" : " and ") + each;
-  }
-  return text;
-}
-
 /// Compares what the name of this host means with what this host is.
 std::optional<Finding> lookAtAddresses(const VNHost& host,
                                        const std::vector<std::string>& addresses) {

@@ -10,19 +10,12 @@ namespace sorvctl::top {
 
 namespace {
 
-/// What is compared of a database, the most telling first.
-struct Compared {
-  const char* name;
-  const std::string& (*of)(const Database& database);
-};
-
-constexpr Compared kCompared[] = {
-    {"state", [](const Database& each) -> const std::string& { return each.state; }},
-    {"alert", [](const Database& each) -> const std::string& { return each.alert; }},
-    {"number", [](const Database& each) -> const std::string& { return each.port.number; }},
-    {"host", [](const Database& each) -> const std::string& { return each.port.host; }},
-    {"type", [](const Database& each) -> const std::string& { return each.port.type; }},
-};
+/// What is compared of a database, the most telling first: the state and the alert.
+constexpr auto kCompared = [] {
+  auto fields = kDatabaseFields;
+  std::rotate(fields.begin(), fields.end() - 2, fields.end());
+  return fields;
+}();
 
 std::string shortened(const std::string& text) {
   if (text.empty()) {
@@ -100,7 +93,7 @@ void Rows::note(Row& row, std::string what, Time now) {
 
 void Rows::compare(Row& row, Database now, Time time) {
   std::string what;
-  for (const Compared& field : kCompared) {
+  for (const DatabaseField& field : kCompared) {
     const std::string& before = field.of(row.database);
     const std::string& after = field.of(now);
     if (before != after) {
