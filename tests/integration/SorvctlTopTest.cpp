@@ -32,10 +32,8 @@ class SorvctlTop : public testing::Test {
  protected:
   SorvctlTop() { server.start(); }
 
-  [[nodiscard]] std::unique_ptr<TmuxScreen> top(int columns = 80, int rows = 24,
-                                                const std::string& before = "") const {
-    return std::make_unique<TmuxScreen>(between(before + command(server.basePort())), columns,
-                                        rows);
+  [[nodiscard]] std::unique_ptr<TmuxScreen> top() const {
+    return std::make_unique<TmuxScreen>(between(command(server.basePort())), 80, 24);
   }
   /// The terminal is as it was before the command, whose status was this.
   static void expectPutBack(const TmuxScreen& screen, const std::string& status) {
@@ -123,7 +121,7 @@ TEST_F(SorvctlTop, FollowsTheSizeOfTheTerminal) {
   for (int index = 0; index < 30; ++index) {
     ASSERT_TRUE(server.registers("db" + std::to_string(100 + index)));
   }
-  const auto screen = top(80, 24);
+  const auto screen = top();
   ASSERT_TRUE(screen->shows("db119 ")) << screen->text();
   EXPECT_EQ(screen->text().find("db120"), std::string::npos) << "there is no room";
   screen->resize(40, 10);
@@ -225,18 +223,32 @@ TEST_F(SorvctlTop, ShowsThatTheServerIsGoneAndConnectsAgain) {
   expectPutBack(*screen, "0");
 }
 
-TEST_F(SorvctlTop, UsesNoColoursWhenNoneAreWanted) {
+TEST_F(SorvctlTop, ShowsStatesAndAlertsInColoursUnlessNoneAreWanted) {
   ASSERT_TRUE(server.registers("db1"));
-  ASSERT_EQ(
-      Client(server).resultOf("setDatabaseState", {{"databaseName", "db1"}, {"state", "stopping"}}),
-      "success");
-  const auto coloured = top(80, 24, "unset NO_COLOR; TERM=screen-256color ");
-  ASSERT_TRUE(coloured->shows("stopping")) << coloured->text();
-  EXPECT_NE(coloured->attributedText().find("33m"), std::string::npos)
-      << coloured->attributedText();
-  const auto plain = top(80, 24, "NO_COLOR=1 ");
-  ASSERT_TRUE(plain->shows("stopping")) << plain->text();
-  EXPECT_EQ(plain->attributedText().find("33m"), std::string::npos) << plain->attributedText();
+  ASSERT_TRUE(server.registers("db2"));
+  Client tool(server);
+  ASSERT_EQ(tool.resultOf("setDatabaseState", {{"databaseName", "db1"}, {"state", "stopping"}}),
+            "success");
+  ASSERT_EQ(tool.resultOf("setAlertState", {{"databaseName", "db2"}, {"state", "disk full"}}),
+            "success");
+  const struct {
+    const char* before;
+    const char* option;
+    bool coloured;
+  } cases[] = {{"unset NO_COLOR; TERM=screen-256color ", "", true},
+               {"TERM=screen-256color NO_COLOR=1 ", "", false},
+               {"TERM=screen-256color NO_COLOR=1 ", " --color always", true},
+               {"unset NO_COLOR; TERM=screen-256color ", " --color never", false}};
+  for (const auto& each : cases) {
+    const TmuxScreen screen(between(each.before + command(server.basePort()) + each.option), 80,
+                            24);
+    ASSERT_TRUE(screen.shows("disk full")) << screen.text();
+    const std::string text = screen.attributedText();
+    for (const char* part : {"\x1b[33mstopping", "\x1b[32mrunning", "\x1b[31mdisk full"}) {
+      EXPECT_EQ(text.find(part) != std::string::npos, each.coloured)
+          << each.before << each.option << ": " << part << " in " << text;
+    }
+  }
 }
 
 TEST(SorvctlTopWithASilentServer, EndsAtOnce) {
@@ -250,13 +262,18 @@ TEST(SorvctlTopWithASilentServer, EndsAtOnce) {
 }
 
 TEST(SorvctlTopWithoutATerminal, IsWrongUsage) {
-  const Outcome outcome = run(builtProgram("sorvctl"), {"--port", "20221", "top"});
+  // It does not wait for the server before it says so.
+  const ScriptedPeer silent([](PeerConnection& client) { client.waitForClose(); });
+  const std::string port = std::to_string(silent.port());
+  const Outcome outcome =
+      run(builtProgram("sorvctl"), {"--port", port, "--timeout", "86400", "top"});
   EXPECT_EQ(outcome.status, 2);
   EXPECT_EQ(outcome.errors, "sorvctl: this command needs a terminal\n");
   EXPECT_EQ(outcome.output, "");
   EXPECT_EQ(run(builtProgram("sorvctl"), {"top", "--json"}).status, 2);
-  const TmuxScreen screen(
-      between("TERM=nonsense " + builtProgram("sorvctl").string() + " --port 20221 top"), 80, 24);
+  const TmuxScreen screen(between("TERM=nonsense " + builtProgram("sorvctl").string() + " --port " +
+                                  port + " --timeout 86400 top"),
+                          80, 24);
   ASSERT_TRUE(screen.shows("the end")) << screen.text();
   EXPECT_EQ(readFile(screen.file("status")), "2\n");
   EXPECT_NE(screen.text().find("unknown kind"), std::string::npos) << screen.text();

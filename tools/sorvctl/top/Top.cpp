@@ -6,9 +6,11 @@
 
 #include <array>
 #include <chrono>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/EndProcess.h"
 #include "sorvctl/Colours.h"
@@ -120,10 +122,15 @@ int run(const Session& session, std::chrono::milliseconds interval) {
   WakePipe seen;
   Board board("sorvctl top: " + session.hostName() + " port " + std::to_string(session.basePort()),
               Clock::now());
-  Follower follower({session.options()}, {interval, kMostDatabases, [&seen] { seen.wake(); }});
-  Screen::use(coloured, [&](Screen& screen) { watch(board, screen, signals, follower, seen); });
-  follower.stop();
-  if (!follower.endsWithin(kTimeToEnd)) {
+  std::optional<Follower> follower;
+  Screen::use(coloured, [&](Screen& screen) {
+    // Not before there is a screen: its end waits for what the server is asked.
+    follower.emplace(std::vector<Options>{session.options()},
+                     Follower::Plan{interval, kMostDatabases, [&seen] { seen.wake(); }});
+    watch(board, screen, signals, *follower, seen);
+  });
+  follower->stop();
+  if (!follower->endsWithin(kTimeToEnd)) {
     sorvane::endProcess();  // rather than wait for a server that is slow
   }
   return 0;
