@@ -3,15 +3,10 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <map>
-#include <memory>
-#include <optional>
 #include <set>
 #include <utility>
 
 #include "platform/EndProcess.h"
-#include "sorvctl/ChangeLines.h"
-#include "sorvctl/Follower.h"
 #include "sorvctl/StopSignals.h"
 
 namespace sorvctl::net {
@@ -23,84 +18,83 @@ constexpr std::chrono::milliseconds kTimeToEnd{100};
 // The most lines for what has changed at a server from one look to the next.
 constexpr std::size_t kMostLines = 1000;
 
-/// A server that is followed, and what has been told of it.
-struct Followed {
-  std::unique_ptr<Follower> follower;
-  std::optional<bool> answered;
-  DatabasesByName known;
-};
-
-class Watching {
- public:
-  Watching(const Session& session, std::chrono::milliseconds interval)
-      : session_(session), interval_(interval) {}
-
-  /// Begins to follow those that are new, and lets go of those that are no longer there.
-  void follow(const std::vector<Server>& servers) {
-    std::erase_if(leaving_, [](const std::unique_ptr<Follower>& each) {
-      return each->endsWithin(std::chrono::milliseconds(0));
-    });
-    const std::set<Server> now(servers.begin(), servers.end());
-    for (auto each = followed_.begin(); each != followed_.end();) {
-      if (now.contains(each->first)) {
-        ++each;
-        continue;
-      }
-      printServerChange(session_, each->first.name, "left");
-      each->second.follower->stop();
-      leaving_.push_back(std::move(each->second.follower));
-      each = followed_.erase(each);
-    }
-    for (const Server& server : servers) {
-      if (!followed_.contains(server) && followed_.size() + leaving_.size() < kMostServers) {
-        followed_[server].follower =
-            std::make_unique<Follower>(waysTo(server, session_.options()),
-                                       Follower::Plan{interval_, kMostDatabasesOfServer, [] {}});
-      }
-    }
-  }
-
-  void tell() {
-    for (auto& [server, followed] : followed_) {
-      if (auto sight = followed.follower->take()) {
-        tell(server.name, followed, std::move(*sight));
-      }
-    }
-  }
-
-  /// Returns whether all threads have ended within the time.
-  [[nodiscard]] bool end() {
-    for (auto& [server, followed] : followed_) {
-      followed.follower->stop();
-      leaving_.push_back(std::move(followed.follower));
-    }
-    followed_.clear();
-    const auto deadline = std::chrono::steady_clock::now() + kTimeToEnd;
-    return std::all_of(leaving_.begin(), leaving_.end(), [&](const auto& each) {
-      return each->endsWithin(std::chrono::ceil<std::chrono::milliseconds>(
-          deadline - std::chrono::steady_clock::now()));
-    });
-  }
-
- private:
-  void tell(const std::string& name, Followed& followed, Sight sight) {
-    if (std::exchange(followed.answered, sight.reached) != sight.reached) {
-      printServerChange(session_, name, sight.reached ? "answers" : "noAnswer", sight.failure);
-    }
-    if (sight.reached) {
-      DatabasesByName now = byName(std::move(sight.databases));
-      printChanges(session_, name, followed.known, now, kMostLines);
-      followed.known = std::move(now);
-    }
-  }
-
-  const Session& session_;
-  const std::chrono::milliseconds interval_;
-  std::map<Server, Followed> followed_;
-  std::vector<std::unique_ptr<Follower>> leaving_;  // whose threads have not ended yet
-};
-
 }  // namespace
+
+Watching::Watching(const Session& session, std::chrono::milliseconds interval)
+    : session_(session), interval_(interval) {}
+
+Watching::~Watching() = default;
+
+void Watching::letGo(Followed& followed) {
+  followed.follower->stop();
+  leaving_.push_back(std::move(followed.follower));
+}
+
+void Watching::follow(const std::vector<Server>& servers) {
+  std::erase_if(leaving_, [](const std::unique_ptr<Follower>& each) {
+    return each->endsWithin(std::chrono::milliseconds(0));
+  });
+  std::set<Key> now;
+  for (const Server& server : servers) {
+    now.emplace(server.name, server.port);
+  }
+  for (auto each = followed_.begin(); each != followed_.end();) {
+    if (now.contains(each->first)) {
+      ++each;
+      continue;
+    }
+    printServerChange(session_, each->first.first, "left");
+    letGo(each->second);
+    each = followed_.erase(each);
+  }
+  for (const Server& server : servers) {
+    const Key key(server.name, server.port);
+    const auto known = followed_.find(key);
+    const bool isFollowed = known != followed_.end() && known->second.hosts == server.hosts;
+    if (isFollowed || followed_.size() + leaving_.size() >= kMostServers) {
+      continue;
+    }
+    Followed& followed = followed_[key];
+    if (followed.follower) {
+      letGo(followed);
+    }
+    followed.hosts = server.hosts;
+    followed.follower =
+        std::make_unique<Follower>(waysTo(server, session_.options()),
+                                   Follower::Plan{interval_, kMostDatabasesOfServer, [] {}});
+  }
+}
+
+void Watching::tell() {
+  for (auto& [key, followed] : followed_) {
+    if (auto sight = followed.follower->take()) {
+      tell(key.first, followed, std::move(*sight));
+    }
+  }
+}
+
+void Watching::tell(const std::string& name, Followed& followed, Sight sight) {
+  if (std::exchange(followed.answered, sight.reached) != sight.reached) {
+    printServerChange(session_, name, sight.reached ? "answers" : "noAnswer", sight.failure);
+  }
+  if (sight.reached) {
+    DatabasesByName now = byName(std::move(sight.databases));
+    printChanges(session_, name, followed.known, now, kMostLines);
+    followed.known = std::move(now);
+  }
+}
+
+bool Watching::end() {
+  for (auto& [key, followed] : followed_) {
+    letGo(followed);
+  }
+  followed_.clear();
+  const auto deadline = std::chrono::steady_clock::now() + kTimeToEnd;
+  return std::all_of(leaving_.begin(), leaving_.end(), [&](const auto& each) {
+    return each->endsWithin(
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
+  });
+}
 
 void watch(const Session& session, std::chrono::milliseconds interval,
            const std::function<std::vector<Server>()>& current) {
