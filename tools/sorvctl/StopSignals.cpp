@@ -1,6 +1,5 @@
 #include "sorvctl/StopSignals.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <array>
 #include <cerrno>
 
+#include "platform/Descriptor.h"
 #include "sorvctl/Failure.h"
 
 namespace sorvctl {
@@ -28,16 +28,13 @@ void note(int number, siginfo_t* info, void* /*context*/) {
 }  // namespace
 
 StopSignals::StopSignals(std::initializer_list<int> numbers) {
-  std::array<int, 2> ends{};
-  if (pipe(ends.data()) != 0) {
+  sorvane::PipeEnds ends = sorvane::openPipe();
+  if (!ends.reading.isOpen()) {
     throw Failure(Status::saidNo, "signals cannot be waited for: no pipe");
   }
-  for (const int end : ends) {
-    fcntl(end, F_SETFD, FD_CLOEXEC);
-    fcntl(end, F_SETFL, O_NONBLOCK);
-  }
-  reading_ = ends[0];
-  writing = ends[1];
+  // The handler may write until the process ends, and then somebody must be able to read.
+  reading_ = ends.reading.release();
+  writing = ends.writing.release();
   struct sigaction action {};
   action.sa_sigaction = &note;
   action.sa_flags = SA_SIGINFO | SA_RESTART;

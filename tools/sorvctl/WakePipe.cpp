@@ -1,36 +1,27 @@
 #include "sorvctl/WakePipe.h"
 
-#include <fcntl.h>
 #include <unistd.h>
+
+#include <array>
 
 #include "sorvctl/Failure.h"
 
 namespace sorvctl {
 
-WakePipe::WakePipe() {
-  if (pipe(ends_.data()) != 0) {
+WakePipe::WakePipe() : ends_(sorvane::openPipe()) {
+  if (!ends_.reading.isOpen()) {
     throw Failure(Status::saidNo, "there is no pipe for this process");
-  }
-  for (const int end : ends_) {
-    fcntl(end, F_SETFD, FD_CLOEXEC);
-    fcntl(end, F_SETFL, O_NONBLOCK);
-  }
-}
-
-WakePipe::~WakePipe() {
-  for (const int end : ends_) {
-    close(end);
   }
 }
 
 void WakePipe::wake() const {
   // A full pipe wakes, too.
-  [[maybe_unused]] const ssize_t written = write(ends_[1], "", 1);
+  [[maybe_unused]] const ssize_t written = write(ends_.writing.number(), "", 1);
 }
 
 void WakePipe::clear() const {
   std::array<char, 64> bytes{};
-  while (read(ends_[0], bytes.data(), bytes.size()) > 0) {
+  while (read(ends_.reading.number(), bytes.data(), bytes.size()) > 0) {
   }
 }
 

@@ -1,7 +1,7 @@
 // Wakes a thread that waits in poll(2).
 #pragma once
 
-#include <array>
+#include "platform/Descriptor.h"
 
 namespace sorvctl {
 
@@ -9,18 +9,15 @@ class WakePipe {
  public:
   /// Throws a Failure of `saidNo` when the system has no pipe for it.
   WakePipe();
-  ~WakePipe();
-  WakePipe(const WakePipe&) = delete;
-  WakePipe& operator=(const WakePipe&) = delete;
 
   /// Can be read from after `wake`, until `clear`.
-  [[nodiscard]] int descriptor() const { return ends_[0]; }
+  [[nodiscard]] int descriptor() const { return ends_.reading.number(); }
   /// Any thread.
   void wake() const;
   void clear() const;
 
  private:
-  std::array<int, 2> ends_{};
+  sorvane::PipeEnds ends_;
 };
 
 }  // namespace sorvctl
