@@ -2,7 +2,6 @@
 #include <errno.h>
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/ConnectionLimit.h"
 #include "platform/Console.h"
 #include "platform/NetConnection.h"
 #include "platform/RunningServer.h"
@@ -22,10 +22,6 @@
 namespace sorvane {
 namespace {
 
-// Descriptors that are left for everything but connections: files, the system's log, Bonjour. Each
-// serving thread has a poller besides.
-constexpr int kDescriptorsForOthers = 32;
-constexpr int kDescriptorsOfAThread = 2;
 // They wait for locks alone, which are held for a short time.
 constexpr std::size_t kWaitingThreads = 4;
 
@@ -33,13 +29,10 @@ int connectionLimit(int setting, int threads) {
   if (setting > 0) {
     return setting;
   }
-  const int reserve = kDescriptorsForOthers + kDescriptorsOfAThread * threads;
+  constexpr rlim_t kUsual = 1024;
   rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
-    return std::max(1, 1024 - reserve);
-  }
-  const rlim_t largest = 1 << 24;
-  return std::max(1, static_cast<int>(std::min(limit.rlim_cur, largest)) - reserve);
+  const bool isTold = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+  return connectionsWithin(isTold ? limit.rlim_cur : kUsual, threads);
 }
 
 /// A round takes no memory but its place in the queue of the waiting threads.

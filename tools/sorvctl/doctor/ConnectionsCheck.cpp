@@ -1,17 +1,9 @@
-#include <algorithm>
-#include <thread>
-
+#include "platform/ConnectionLimit.h"
 #include "sorvctl/doctor/Checks.h"
 
 namespace sorvctl::doctor {
 
 namespace {
-
-/// What the name server leaves aside of the descriptors when MaxConnections is 0.
-std::int64_t reservedFiles(const sorvane::Settings& settings) {
-  const auto cores = static_cast<int>(std::thread::hardware_concurrency());
-  return 32 + 2 * static_cast<std::int64_t>(settings.threads != 0 ? settings.threads : cores);
-}
 
 struct Limit {
   std::int64_t connections = 0;
@@ -19,9 +11,7 @@ struct Limit {
 };
 
 Limit limitOf(const sorvane::Settings& settings, std::uint64_t openFiles) {
-  constexpr std::uint64_t kMostFiles = 1U << 30;  // as good as no limit
-  const auto files = static_cast<std::int64_t>(std::min(openFiles, kMostFiles));
-  const std::int64_t allowed = std::max<std::int64_t>(files - reservedFiles(settings), 1);
+  const std::int64_t allowed = sorvane::connectionsWithin(openFiles, settings.threads);
   const std::int64_t wanted = settings.maxConnections;
   if (wanted == 0) {
     return {allowed, std::nullopt};
@@ -30,7 +20,7 @@ Limit limitOf(const sorvane::Settings& settings, std::uint64_t openFiles) {
     return {wanted, std::nullopt};
   }
   return {allowed, finding(kinds::connectionsUnreachable, {{"wanted", std::to_string(wanted)},
-                                                           {"files", std::to_string(files)},
+                                                           {"files", std::to_string(openFiles)},
                                                            {"limit", std::to_string(allowed)}})};
 }
 
