@@ -25,6 +25,11 @@ TEST(Escaped, ShowsWhatCouldMislead) {
   EXPECT_EQ(escaped("\u0085\u202e\ufeff"), "\\u0085\\u202e\\ufeff");
 }
 
+TEST(EscapedJson, LeavesTheValuesAsTheyAreAndShowsWhatCouldMislead) {
+  EXPECT_EQ(escapedJson("{\"a\":\"\\u001b\\n äöü 数\"}"), "{\"a\":\"\\u001b\\n äöü 数\"}");
+  EXPECT_EQ(escapedJson("\"\x7f\u009b2J\u202e\ufeff\""), "\"\\u007f\\u009b2J\\u202e\\ufeff\"");
+}
+
 TEST(DisplayWidth, IsThatOfTheTerminal) {
   EXPECT_EQ(displayWidth(""), 0U);
   EXPECT_EQ(displayWidth("abc"), 3U);

@@ -56,7 +56,7 @@ void print(std::string_view text) {
 
 void printJson(const ordered_json& value) {
   // Bytes that are not UTF-8 are replaced. A list may end in the middle of a character.
-  print(value.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n");
+  print(escapedJson(value.dump(-1, ' ', false, ordered_json::error_handler_t::replace)) + "\n");
 }
 
 using Lines = std::vector<std::vector<Cell>>;

@@ -23,9 +23,9 @@ struct Range {
   char32_t last;
 };
 
-// C1 controls, invisible characters, and characters that change the writing direction.
+// DEL and C1 controls, invisible characters, and characters that change the writing direction.
 constexpr std::array kMisleading{
-    Range{0x80, 0x9F},     Range{0xAD, 0xAD},     Range{0x61C, 0x61C},
+    Range{0x7F, 0x9F},     Range{0xAD, 0xAD},     Range{0x61C, 0x61C},
     Range{0x180E, 0x180E}, Range{0x200B, 0x200F}, Range{0x2028, 0x202E},
     Range{0x2060, 0x206F}, Range{0xFEFF, 0xFEFF}, Range{0xFFF9, 0xFFFB}};
 
@@ -111,6 +111,21 @@ std::string escaped(std::string_view text) {
   result.reserve(text.size());
   while (!text.empty()) {
     appendEscaped(result, takeCharacter(text));
+  }
+  return result;
+}
+
+std::string escapedJson(std::string_view json) {
+  std::string result;
+  result.reserve(json.size());
+  while (!json.empty()) {
+    const std::string_view character = takeCharacter(json);
+    const char32_t point = sorvane::utf8CodePoint(character);
+    if (misleads(point)) {
+      result += fmt::format("\\u{:04x}", static_cast<unsigned>(point));
+    } else {
+      result += character;
+    }
   }
   return result;
 }

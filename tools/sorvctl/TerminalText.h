@@ -16,6 +16,10 @@ namespace sorvctl {
 /// writing direction, bytes that are not UTF-8, and the backslash itself.
 [[nodiscard]] std::string escaped(std::string_view text);
 
+/// Returns a JSON text, which is UTF-8 without control characters below U+0020, with the others of
+/// these characters as "\uXXXX". To a program that reads it, it is the same.
+[[nodiscard]] std::string escapedJson(std::string_view json);
+
 /// The columns that a UTF-8 text takes on a terminal, as the C library counts them: 2 for a wide
 /// character, 0 for one that combines with the one before it. The text must be escaped.
 [[nodiscard]] std::size_t displayWidth(std::string_view text);
