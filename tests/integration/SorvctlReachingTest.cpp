@@ -156,6 +156,7 @@ TEST_F(SorvctlUrl, NamesTheHostAndThePort) {
   EXPECT_EQ(tool({"url", "db1"}).output, "tcp://dbhost:" + number + "/\n");
   EXPECT_EQ(tool({"url", "db1", "--format", "{host} {number} {address} {port}"}).output,
             "dbhost " + number + " localhost {port}\n");
+  EXPECT_EQ(tool({"url", "db1", "--format", "C:\\{host}\té"}).output, "C:\\dbhost\té\n");
   EXPECT_EQ(json({"url", "db1"}),
             (nlohmann::json{{"name", "db1"}, {"url", "tcp://dbhost:" + number + "/"}}));
   expectFailure(tool({"url", "db9"}), 1, "no port is registered as \"db9\"");

@@ -143,9 +143,10 @@ Target find(Session& session, const std::string& name) {
   return targetOf(session, *port);
 }
 
+/// What the server tells can do no harm on a terminal, and the rest is the caller's own.
 int url(Session& session, const std::string& name, const std::string& format) {
   const std::string text = filledIn(format, find(session, name));
-  printLine(session, {{"name", name}, {"url", text}}, text);
+  printText(session, {{"name", name}, {"url", text}}, text + "\n");
   return 0;
 }
 
