@@ -46,6 +46,12 @@ TEST(InstalledTree, HasTheProgramsTheExamplesAndTheEmptyFolders) {
                                       "etc/",
                                       "etc/sorvane.conf.example",
                                       "share/",
+                                      "share/bash-completion/",
+                                      "share/bash-completion/completions/",
+                                      "share/bash-completion/completions/sorvctl",
+                                      "share/fish/",
+                                      "share/fish/vendor_completions.d/",
+                                      "share/fish/vendor_completions.d/sorvctl.fish",
                                       "share/man/",
                                       "share/man/man1/",
                                       "share/man/man1/sorvctl.1",
@@ -66,7 +72,10 @@ TEST(InstalledTree, HasTheProgramsTheExamplesAndTheEmptyFolders) {
                                       "share/sorvinfo/sysusers.d/",
                                       "share/sorvinfo/sysusers.d/sorvane.conf",
                                       "share/sorvinfo/tmpfiles.d/",
-                                      "share/sorvinfo/tmpfiles.d/sorvane.conf"}));
+                                      "share/sorvinfo/tmpfiles.d/sorvane.conf",
+                                      "share/zsh/",
+                                      "share/zsh/site-functions/",
+                                      "share/zsh/site-functions/_sorvctl"}));
 }
 
 /// The example of the settings file, as it stands and with every setting in force.

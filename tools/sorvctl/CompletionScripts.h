@@ -1,4 +1,4 @@
-// The scripts that let a shell complete the command lines of sorvctl.
+// The scripts that let a shell complete the command lines of sorvctl. They stand in completions/.
 #pragma once
 
 #include <string_view>

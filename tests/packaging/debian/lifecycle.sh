@@ -102,6 +102,11 @@ preferences=$(sorvctl prefs get office)
 holds grep -q db1 <<<"$preferences"
 is "$(stat -c '%U %a' /var/lib/sorvane/Users/SorvPreferences)" 'sorvane 640'
 
+promise 'shells that read their folders complete its commands'
+holds cmp -s /usr/share/bash-completion/completions/sorvctl <(sorvctl completion bash)
+holds cmp -s /usr/share/zsh/vendor-completions/_sorvctl <(sorvctl completion zsh)
+holds cmp -s /usr/share/fish/vendor_completions.d/sorvctl.fish <(sorvctl completion fish)
+
 promise 'the log is rotated beside the running name server'
 # A request that the name server cannot carry out is a line of its log.
 is "$(sorvctl send findPort=db1 2>/dev/null || echo "status $?")" 'status 1'
