@@ -14,9 +14,13 @@ constexpr milliseconds kBetweenQuestions{200};
 
 }  // namespace
 
-bool ChangeWait::changed(milliseconds limit) {
+bool hasChanged(Session& session) {
+  return session.askForResult(action("didPortsChange")) == "YES";
+}
+
+bool changesWithin(Session& session, milliseconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
-  while (session_.askForResult(action("didPortsChange")) != "YES") {
+  while (!hasChanged(session)) {
     const auto left = std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now());
     if (left <= milliseconds(0)) {
       return false;

@@ -1,4 +1,4 @@
-// Waits until something has changed at the name server.
+// Whether something has changed at the name server.
 #pragma once
 
 #include <chrono>
@@ -7,18 +7,12 @@
 
 namespace sorvctl {
 
-/// Asks the name server again and again. Its connection counts as a watcher until it closes.
-class ChangeWait {
- public:
-  explicit ChangeWait(Session& session) : session_(session) {}
+/// Asks the name server whether something has changed since this connection has asked for the last
+/// time. True when it asks for the first time. The connection counts as a watcher until it closes.
+[[nodiscard]] bool hasChanged(Session& session);
 
-  /// Returns true as soon as something has changed since the last time, and at once when this
-  /// connection has asked for the first time. Returns false when nothing has changed for `limit`.
-  /// Throws a Failure as the session does.
-  [[nodiscard]] bool changed(std::chrono::milliseconds limit);
-
- private:
-  Session& session_;
-};
+/// Asks again and again. Returns true as soon as something has changed, and false when nothing has
+/// for `limit`. Throws a Failure as the session does.
+[[nodiscard]] bool changesWithin(Session& session, std::chrono::milliseconds limit);
 
 }  // namespace sorvctl

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <utility>
 
+#include "sorvctl/ChangeWait.h"
+
 namespace sorvctl {
 
 namespace {
@@ -76,8 +78,7 @@ struct Follower::State {
     Clock::time_point read;
     while (!isStopping()) {
       auto wait = plan.interval;
-      if (session.askForResult(action("didPortsChange")) == "YES" ||
-          (haveAlerts && Clock::now() - read >= kAlertsMayHaveLapsed)) {
+      if (hasChanged(session) || (haveAlerts && Clock::now() - read >= kAlertsMayHaveLapsed)) {
         const Clock::time_point begin = Clock::now();
         Sight seen{true, readDatabases(session, plan.mostDatabases), {}, {}};
         haveAlerts = std::any_of(seen.databases.begin(), seen.databases.end(),

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "sorvctl/ChangeLines.h"
+#include "sorvctl/ChangeWait.h"
 #include "sorvctl/Command.h"
 #include "sorvctl/DatabaseList.h"
 #include "sorvctl/Seconds.h"
@@ -21,7 +22,7 @@ int watch(Session& session, std::chrono::milliseconds interval) {
   StopSignals signals;
   DatabasesByName known;
   while (true) {
-    if (session.askForResult(action("didPortsChange")) == "YES") {
+    if (hasChanged(session)) {
       DatabasesByName now = byName(readDatabases(session));
       printChanges(session, "", known, now, kMostDatabases);
       known = std::move(now);
@@ -46,9 +47,7 @@ Handler declareWatch(CLI::App& command) {
   auto seconds = std::make_shared<double>(1);
   command.add_option("--interval", *seconds, "Seconds between two polls (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
-  return [seconds](Session& session) {
-    return watch(session, inMilliseconds(*seconds));
-  };
+  return [seconds](Session& session) { return watch(session, inMilliseconds(*seconds)); };
 }
 
 Handler declareRefresh(CLI::App& command) {

@@ -65,8 +65,7 @@ bool isThere(Session& session, const Wanted& wanted) {
 /// A wait that may begin before the name server does, and that outlives its restarts.
 class Waiting {
  public:
-  Waiting(Session& session, const Wanted& wanted)
-      : session_(session), wanted_(wanted), changes_(session) {
+  Waiting(Session& session, const Wanted& wanted) : session_(session), wanted_(wanted) {
     if (wanted.seconds) {
       end_ = Clock::now() + inMilliseconds(*wanted.seconds);
       session.endBy(*end_);
@@ -97,7 +96,7 @@ class Waiting {
   /// Waits for a change and looks whether it was the wanted one.
   bool look() {
     try {
-      const bool there = changes_.changed(left()) && isThere(session_, wanted_);
+      const bool there = changesWithin(session_, left()) && isThere(session_, wanted_);
       answered_ = true;
       unreached_.clear();
       return there;
@@ -128,7 +127,6 @@ class Waiting {
 
   Session& session_;
   const Wanted& wanted_;
-  ChangeWait changes_;
   std::optional<Clock::time_point> end_;
   bool answered_ = false;  // the last question that was not cut short
   std::string unreached_;  // why it was not answered
