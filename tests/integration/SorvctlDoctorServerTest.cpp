@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include "platform/ProductVersion.h"
 #include "support/RawConnection.h"
 #include "support/ScriptedPeer.h"
+#include "support/Terminal.h"
 #include "support/WireBytes.h"
 
 namespace sorvane::test {
@@ -156,6 +158,19 @@ TEST_F(SorvctlDoctorPort, AtWhichAStrangerTellsAVeryLongVersionIsDoubtfulWithout
   const Examination told = host->examine(strangerPort());
   EXPECT_EQ(told.found(), Ids{"port-foreign"});
   EXPECT_EQ(told.seen("version"), "this command is " + productVersion());
+}
+
+TEST_F(SorvctlDoctorPort, AtWhichNobodySaysAnythingIsWaitedForWithALineOnTheTerminal) {
+  startStranger([](PeerConnection& client) { client.waitForClose(); });
+  Terminal terminal;
+  Ids words = strangerPort();
+  words.insert(words.end(), {"doctor", "--timeout", "10"});
+  const Outcome outcome = host->sorvctl(words, [&terminal] {
+    setenv("TERM", "xterm", 1);
+    terminal.use({STDERR_FILENO});
+  });
+  EXPECT_EQ(outcome.status, 1) << outcome.output;
+  EXPECT_TRUE(terminal.shows("looking at this host (1 s)")) << terminal.text();
 }
 
 TEST_F(SorvctlDoctorPort, AtWhichTheNameServerStaysSilentIsWrong) {

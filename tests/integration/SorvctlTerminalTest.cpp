@@ -113,6 +113,15 @@ TEST_F(SorvctlProgress, IsToldOnATerminalAfterASecondAndTakenAway) {
   EXPECT_EQ(program->output(), "");
 }
 
+TEST_F(SorvctlProgress, OfManyServersIsOneLine) {
+  Terminal terminal;
+  const std::string port = std::to_string(silent_.port());
+  const auto program = OnTerminal{terminal, {STDERR_FILENO}}.start(
+      {"net", "--hosts", "localhost:" + port + ",127.0.0.1:" + port, "--timeout", "3"});
+  EXPECT_TRUE(terminal.shows("waiting for the name servers (1 s)")) << terminal.text();
+  EXPECT_EQ(program->wait(), 3);
+}
+
 TEST_F(SorvctlProgress, IsCutToTheTerminal) {
   Terminal narrow(20);
   const auto program = OnTerminal{narrow, {STDERR_FILENO}}.start(ping("3"));

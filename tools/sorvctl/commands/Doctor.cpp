@@ -10,6 +10,7 @@
 #include "sorvctl/Command.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/Output.h"
+#include "sorvctl/Progress.h"
 #include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/TerminalText.h"
@@ -135,7 +136,8 @@ std::string asText(const std::vector<Result>& results, bool verbose) {
   return lines.text();
 }
 
-int examine(const Session& session, const DoctorOptions& options) {
+std::vector<Result> resultsOf(const Session& session, const DoctorOptions& options) {
+  const Progress progress("looking at this host");
   const auto deadline = Environment::Clock::now() + inMilliseconds(options.seconds);
   const auto environment =
       std::make_shared<const Environment>(doctor::lookAtThisHost(session.givenPort(), deadline));
@@ -143,7 +145,11 @@ int examine(const Session& session, const DoctorOptions& options) {
     throw Failure(Status::wrongUsage,
                   "the doctor looks at the host on which it runs: run it on " + session.host());
   }
-  const auto results = doctor::runChecks(environment);
+  return doctor::runChecks(environment);
+}
+
+int examine(const Session& session, const DoctorOptions& options) {
+  const auto results = resultsOf(session, options);
   printText(session, asJson(results), asText(results, options.verbose));
   return static_cast<int>(isSomethingWrong(results) ? Status::saidNo : Status::done);
 }

@@ -111,13 +111,12 @@ Options commonOptions(const Session& session, const NetOptions& options) {
 }
 
 std::vector<Answer> answersOf(const std::vector<Server>& servers, const Options& common) {
-  const Progress progress("asking " + std::to_string(servers.size()) + " name servers");
+  const Progress progress("waiting for the name servers");
   return net::askAll(servers, common, inMilliseconds(*common.timeoutSeconds));
 }
 
 int list(const Session& session, const Options& common, const NetOptions& options) {
-  const std::vector<Answer> answers =
-      net::askAll(serversToAsk(session, options), common, inMilliseconds(*common.timeoutSeconds));
+  const std::vector<Answer> answers = answersOf(serversToAsk(session, options), common);
   print(session, answers);
   if (std::none_of(answers.begin(), answers.end(),
                    [](const Answer& answer) { return answer.answered; })) {

@@ -17,9 +17,7 @@ Handler declareTop(CLI::App& command) {
       .add_option("--interval", *seconds,
                   "Seconds between two questions to the server (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
-  return [seconds](Session& session) {
-    return top::run(session, inMilliseconds(*seconds));
-  };
+  return [seconds](Session& session) { return top::run(session, inMilliseconds(*seconds)); };
 }
 
 }  // namespace
