@@ -131,7 +131,7 @@ TEST(Metrics, CutLongTextsAtACharacter) {
   const std::vector<Count> counts = counted({database(longText, "running")});
   ASSERT_EQ(counts.size(), 1U);
   EXPECT_LE(counts[0].type.size(), kLongestText + 3);
-  EXPECT_TRUE(counts[0].type.ends_with("é...")) << counts[0].type;
+  EXPECT_TRUE(counts[0].type.ends_with("é…")) << counts[0].type;
 }
 
 }  // namespace

@@ -41,6 +41,21 @@ TEST(DisplayWidth, IsThatOfTheTerminal) {
   EXPECT_EQ(displayWidth("…"), 1U);
 }
 
+TEST(Shortened, IsTheBeginningWithAMarkIfThatIsNotAll) {
+  EXPECT_EQ(shortened("abc", 3), "abc");
+  EXPECT_EQ(shortened("abcd", 3), "abc…");
+  EXPECT_EQ(shortened("aé", 2), "a…") << "no half of a character";
+  EXPECT_EQ(shortened("", 0), "");
+}
+
+TEST(BeginningOfWidth, SplitsNoCharacterAndKeepsWhatCombines) {
+  EXPECT_EQ(beginningOfWidth("abc", 2), "ab");
+  EXPECT_EQ(beginningOfWidth("abc", 4), "abc");
+  EXPECT_EQ(beginningOfWidth("数据", 3), "数");
+  EXPECT_EQ(beginningOfWidth("e\u0301e\u0301", 1), "e\u0301");
+  EXPECT_EQ(beginningOfWidth("abc", 0), "");
+}
+
 TEST(CutToWidth, LeavesWhatFits) {
   EXPECT_EQ(cutToWidth("abc", 3), "abc");
   EXPECT_EQ(cutToWidth("数据", 4), "数据");

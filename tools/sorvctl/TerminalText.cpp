@@ -130,6 +130,11 @@ std::string escapedJson(std::string_view json) {
   return result;
 }
 
+std::string shortened(std::string_view text, std::size_t most) {
+  return std::string(sorvane::utf8Beginning(text, most)) +
+         std::string(text.size() > most ? kMore : "");
+}
+
 std::size_t displayWidth(std::string_view text) {
   std::size_t width = 0;
   while (!text.empty()) {
@@ -138,24 +143,28 @@ std::size_t displayWidth(std::string_view text) {
   return width;
 }
 
-std::string cutToWidth(std::string_view text, std::size_t width) {
-  if (displayWidth(text) <= width) {
-    return std::string(text);
-  }
-  if (width == 0) {
-    return {};
-  }
+std::string_view beginningOfWidth(std::string_view text, std::size_t width) {
   std::size_t taken = 0;
   std::string_view rest = text;
   while (!rest.empty()) {
     std::string_view after = rest;
     taken += characterWidth(takeCharacter(after));
-    if (taken > width - 1) {
+    if (taken > width) {
       break;
     }
     rest = after;
   }
-  return std::string(text.substr(0, text.size() - rest.size())) + std::string(kMore);
+  return text.substr(0, text.size() - rest.size());
+}
+
+std::string cutToWidth(std::string_view text, std::size_t width) {
+  if (beginningOfWidth(text, width).size() == text.size()) {
+    return std::string(text);
+  }
+  if (width == 0) {
+    return {};
+  }
+  return std::string(beginningOfWidth(text, width - 1)) + std::string(kMore);
 }
 
 std::string aligned(const std::vector<std::vector<Cell>>& rows, std::optional<std::size_t> width) {

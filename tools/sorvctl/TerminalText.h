@@ -20,9 +20,17 @@ namespace sorvctl {
 /// these characters as "\uXXXX". To a program that reads it, it is the same.
 [[nodiscard]] std::string escapedJson(std::string_view json);
 
+/// Returns the first bytes of a text, `most` at most, and "…" behind them if that is not all of it.
+/// A character is not split.
+[[nodiscard]] std::string shortened(std::string_view text, std::size_t most);
+
 /// The columns that a UTF-8 text takes on a terminal, as the C library counts them: 2 for a wide
 /// character, 0 for one that combines with the one before it. The text must be escaped.
 [[nodiscard]] std::size_t displayWidth(std::string_view text);
+
+/// Returns the longest beginning of an escaped text that takes `width` columns at most. A character
+/// is never split, and keeps what combines with it.
+[[nodiscard]] std::string_view beginningOfWidth(std::string_view text, std::size_t width);
 
 /// Returns an escaped text that takes `width` columns at most. If it is cut, it ends in "…". A
 /// character is never split, and keeps what combines with it.

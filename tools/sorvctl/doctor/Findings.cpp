@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "platform/Utf8.h"
+#include "sorvctl/TerminalText.h"
 
 namespace sorvctl::doctor {
 
@@ -11,15 +11,10 @@ namespace {
 
 constexpr std::size_t kLongestValue = 300;
 
-std::string shortened(const std::string& value) {
-  return std::string(sorvane::utf8Beginning(value, kLongestValue)) +
-         (value.size() > kLongestValue ? "..." : "");
-}
-
 std::string valueOf(std::string_view word, Values values) {
   for (const auto& [name, value] : values) {
     if (word == name) {
-      return shortened(value);
+      return shortened(value, kLongestValue);
     }
   }
   throw std::logic_error("no value for " + std::string(word));

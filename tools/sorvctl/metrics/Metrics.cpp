@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/Utf8.h"
+#include "sorvctl/TerminalText.h"
 
 namespace sorvctl::metrics {
 
@@ -17,8 +18,7 @@ constexpr const char* kOther = "other";
 
 /// A text of a stranger as the value of a label, before the format's own escapes.
 std::string labelOf(std::string_view text) {
-  return sorvane::escapeControls(sorvane::utf8Beginning(text, kLongestText)) +
-         (text.size() > kLongestText ? "..." : "");
+  return sorvane::escapeControls(shortened(text, kLongestText));
 }
 
 /// Escapes what the format cannot have in the value of a label.

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "platform/Ascii.h"
-#include "platform/Utf8.h"
+#include "sorvctl/TerminalText.h"
 
 namespace sorvctl::top {
 
@@ -17,12 +17,8 @@ constexpr auto kCompared = [] {
   return fields;
 }();
 
-std::string shortened(const std::string& text) {
-  if (text.empty()) {
-    return "(none)";
-  }
-  return std::string(sorvane::utf8Beginning(text, Rows::kLongestText)) +
-         (text.size() > Rows::kLongestText ? "…" : "");
+std::string shownText(const std::string& text) {
+  return text.empty() ? "(none)" : shortened(text, Rows::kLongestText);
 }
 
 std::size_t bytesOf(const Change& change) { return change.name.size() + change.what.size(); }
@@ -97,8 +93,8 @@ void Rows::compare(Row& row, Database now, Time time) {
     const std::string& before = field.of(row.database);
     const std::string& after = field.of(now);
     if (before != after) {
-      what += (what.empty() ? "" : ", ") + std::string(field.name) + ": " + shortened(before) +
-              " -> " + shortened(after);
+      what += (what.empty() ? "" : ", ") + std::string(field.name) + ": " + shownText(before) +
+              " -> " + shownText(after);
     }
   }
   row.database = std::move(now);
