@@ -43,6 +43,9 @@ class SorvctlTop : public testing::Test {
     EXPECT_TRUE(screen.isAsShellsWantIt());
     EXPECT_EQ(screen.text().find("sorvctl top:"), std::string::npos) << screen.text();
   }
+  static bool endsSoon(pid_t process) {
+    return waitUntil([process] { return ::kill(process, 0) != 0; });
+  }
   /// The number of the process that runs the command of this server.
   [[nodiscard]] pid_t process() const {
     pid_t found = 0;
@@ -186,11 +189,50 @@ TEST_F(SorvctlTop, PutsTheTerminalBackWhileItIsStopped) {
   ::kill(stopped, SIGTSTP);
   ASSERT_TRUE(screen.shows("Stopped")) << screen.text();
   screen.type("clear; kill %1\n");
-  EXPECT_TRUE(waitUntil([stopped] { return ::kill(stopped, 0) != 0; }));
+  EXPECT_TRUE(endsSoon(stopped)) << screen.text();
   EXPECT_TRUE(screen.isAsShellsWantIt());
   screen.type("clear; stty -g >after; echo status $?\n");
   ASSERT_TRUE(screen.shows("status 0")) << screen.text();
   EXPECT_EQ(readFile(screen.file("before")), readFile(screen.file("after")));
+}
+
+// Its thread that asks the server must not be the one that takes the signals.
+TEST_F(SorvctlTop, EndsEachTimeItIsWokenToEnd) {
+  const TmuxScreen screen("PS1='ready> ' exec bash --norc -i", 80, 24);
+  ASSERT_TRUE(screen.shows("ready>"));
+  for (int round = 0; round < 20; ++round) {
+    screen.type("clear; " + command(server.basePort()) + "\n");
+    ASSERT_TRUE(screen.shows("0 databases")) << screen.text();
+    const pid_t stopped = process();
+    screen.press({"C-z"});
+    ASSERT_TRUE(screen.shows("Stopped")) << screen.text();
+    screen.type("clear; kill %1\n");
+    ASSERT_TRUE(endsSoon(stopped)) << "round " << round << '\n' << screen.text();
+  }
+}
+
+TEST_F(SorvctlTop, LeavesTheTerminalAloneInTheBackground) {
+  const TmuxScreen screen("PS1='ready> ' exec bash --norc -i", 80, 24);
+  ASSERT_TRUE(screen.shows("ready>"));
+  screen.type("clear; " + command(server.basePort()) + "\n");
+  ASSERT_TRUE(screen.shows("0 databases")) << screen.text();
+  const pid_t stopped = process();
+  for (const int signal : {SIGTSTP, SIGSTOP}) {
+    ::kill(stopped, signal);
+    ASSERT_TRUE(screen.shows("Stopped")) << screen.text();
+    screen.type("clear; bg\n");
+    ASSERT_TRUE(waitUntil([&screen] {
+      screen.press({"Enter"});  // the shell tells of it before the next line
+      return screen.text().find("Stopped") != std::string::npos;
+    })) << screen.text();
+    screen.type("clear; fg\n");
+    ASSERT_TRUE(screen.shows("0 databases")) << screen.text();
+  }
+  ::kill(stopped, SIGSTOP);
+  ASSERT_TRUE(screen.shows("Stopped")) << screen.text();
+  screen.type("clear; kill %1\n");
+  EXPECT_TRUE(endsSoon(stopped)) << screen.text();
+  EXPECT_TRUE(screen.isAsShellsWantIt());
 }
 
 TEST_F(SorvctlTop, DrawsAnewAfterAStopThatNobodyCanHandle) {

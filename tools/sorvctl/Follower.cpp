@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/SignalsBlocked.h"
 #include "sorvctl/ChangeWait.h"
 
 namespace sorvctl {
@@ -100,6 +101,8 @@ struct Follower::State {
 Follower::Follower(std::vector<Options> ways, Plan plan) : state_(std::make_unique<State>()) {
   state_->ways = std::move(ways);
   state_->plan = std::move(plan);
+  // A command that stops and goes on looks at its signals at once, on its own thread.
+  const sorvane::SignalsBlocked blocked;
   thread_ = std::thread([state = state_.get()] { state->follow(); });
 }
 

@@ -57,19 +57,32 @@ void stopProcess() {
   sigaction(SIGTSTP, &handling, nullptr);
 }
 
+/// True when the terminal is another's, such as the shell's.
+bool isInBackground() {
+  const pid_t group = tcgetpgrp(STDIN_FILENO);
+  return group >= 0 && group != getpgrp();
+}
+
 /// Does what the signals ask for. Returns whether the view goes on.
 bool handle(StopSignals& signals, Screen& screen) {
-  std::set<int> numbers = arrived(signals);
+  const std::set<int> numbers = arrived(signals);
   if (asksForTheEnd(numbers)) {
     return false;
   }
   if (numbers.contains(SIGTSTP)) {
     screen.leave();
+  }
+  // Whoever wakes the process may want it to end, or to go on without the terminal. It must not
+  // touch the terminal then: the system would stop it before it sees another signal.
+  bool stops = numbers.contains(SIGTSTP) || (numbers.contains(SIGCONT) && isInBackground());
+  while (stops) {
     stopProcess();
-    // The shell may have woken the process to end it. It must not touch the terminal then.
-    if (asksForTheEnd(arrived(signals))) {
+    const std::set<int> woken = arrived(signals);
+    if (asksForTheEnd(woken)) {
       return false;
     }
+    // Without SIGCONT it was not stopped: there is no shell left that could wake it.
+    stops = woken.contains(SIGCONT) && isInBackground();
   }
   if (numbers.contains(SIGTSTP) || numbers.contains(SIGCONT)) {
     screen.enter();
@@ -91,6 +104,7 @@ void watch(Board& board, Screen& screen, StopSignals& signals, Follower& followe
       continue;
     }
     if (waiting[signal].revents != 0 && !handle(signals, screen)) {
+      ::signal(SIGTTOU, SIG_IGN);  // the terminal is put back even if it is another's by now
       return;
     }
     if (waiting[sight].revents != 0) {

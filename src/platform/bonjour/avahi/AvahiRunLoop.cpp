@@ -1,12 +1,11 @@
 #include "platform/bonjour/avahi/AvahiRunLoop.h"
 
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <thread>
 
 #include "platform/Console.h"
+#include "platform/SignalsBlocked.h"
 
 namespace sorvane {
 namespace {
@@ -20,12 +19,8 @@ void swallow(AvahiWatch*, int descriptor, AvahiWatchEvent, void*) {
 }  // namespace
 
 AvahiRunLoop::AvahiRunLoop() {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const SignalsBlocked blocked;
   std::thread([this] { run(); }).detach();
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 void AvahiRunLoop::performAfterDelay(std::chrono::milliseconds delay, Call call) {
