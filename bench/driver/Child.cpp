@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -99,6 +100,13 @@ bool Child::isRunning() const {
   siginfo_t ended{};
   return ::waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
          ended.si_pid == 0;
+}
+
+void Child::waitForItsEnd() const {
+  siginfo_t ended{};
+  while (::waitid(P_PID, static_cast<id_t>(process_), &ended, WEXITED | WNOWAIT) != 0 &&
+         errno == EINTR) {
+  }
 }
 
 std::filesystem::path installedProgram(const std::string& name) {

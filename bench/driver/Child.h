@@ -29,6 +29,7 @@ class Child {
 
   [[nodiscard]] pid_t process() const { return process_; }
   [[nodiscard]] bool isRunning() const;
+  void waitForItsEnd() const;
 
  private:
   pid_t process_ = -1;

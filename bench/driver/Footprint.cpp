@@ -18,6 +18,8 @@ constexpr int kWarmUp = 20;  // connections
 constexpr double kIdleBytes = 200.0;
 constexpr double kRegisteredBytes = 500.0;
 constexpr double kStartMilliseconds = 20.0;
+constexpr double kCommandStartMilliseconds = 10.0;
+constexpr double kDoctorMilliseconds = 5000.0;
 constexpr double kWakeUps = 1.0;  // a second
 
 /// Opens a connection and brings it into the state whose memory is measured.
@@ -87,6 +89,27 @@ double startOnce(const Options& options, const Cores& cores) {
   return std::chrono::duration<double, std::milli>(Clock::now() - server.started()).count();
 }
 
+/// How long a program takes that is kept to those cores; milliseconds.
+double timeOf(const std::vector<std::string>& words, const Cores& cores) {
+  const TemporaryFolder folder;
+  const Clock::time_point begin = Clock::now();
+  Child child(cores.generator, words, folder.path() / "errors");
+  child.waitForItsEnd();
+  return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+Spread milliseconds(int times, const std::function<double()>& measure) {
+  std::vector<double> measured;
+  for (int i = 0; i < times; ++i) {
+    measured.push_back(measure());
+  }
+  return Spread::of(std::move(measured));
+}
+
+std::string text(const Spread& spread) {
+  return fmt::format("{:.1f} ms ({:.1f}..{:.1f})", spread.median, spread.least, spread.greatest);
+}
+
 }  // namespace
 
 void printMemory(const Options& options, const Cores& cores) {
@@ -109,16 +132,29 @@ void printMemory(const Options& options, const Cores& cores) {
 }
 
 void printStart(const Options& options, const Cores& cores) {
-  std::vector<double> times;
-  for (int i = 0; i < options.starts; ++i) {
-    times.push_back(startOnce(options, cores));
-  }
-  const Spread spread = Spread::of(times);
-  const std::string measured =
-      fmt::format("{:.1f} ms ({:.1f}..{:.1f})", spread.median, spread.least, spread.greatest);
-  fmt::print("\nstart of the process to its first answer\n  {:<21}{}\n", "sorvinfo", measured);
-  printAim(fmt::format("under {:.0f} ms", kStartMilliseconds), measured,
+  const Spread spread = milliseconds(options.starts, [&] { return startOnce(options, cores); });
+  fmt::print("\nstart of the process to its first answer\n  {:<21}{}\n", "sorvinfo", text(spread));
+  printAim(fmt::format("under {:.0f} ms", kStartMilliseconds), text(spread),
            spread.median < kStartMilliseconds);
+}
+
+void printCommands(const Options& options, const Cores& cores) {
+  const NameServer server(options.daemon, cores.server, 0);
+  const std::string program = server.install(options.sorvctl);
+  const auto take = [&](const std::vector<std::string>& words) {
+    return milliseconds(options.starts, [&] { return timeOf(words, cores); });
+  };
+  const Spread start = take({program, "--version"});
+  const Spread ping = take({program, "ping"});
+  const Spread doctor = take({program, "doctor"});
+  fmt::print("\ncommands of sorvctl, from their start to their end\n");
+  fmt::print("  {:<21}{}\n", "--version", text(start));
+  fmt::print("  {:<21}{}\n", "ping", text(ping));
+  fmt::print("  {:<21}{}\n", "doctor", text(doctor));
+  printAim(fmt::format("the start, under {:.0f} ms", kCommandStartMilliseconds), text(start),
+           start.median < kCommandStartMilliseconds);
+  printAim(fmt::format("doctor, under {:.0f} ms", kDoctorMilliseconds), text(doctor),
+           doctor.greatest < kDoctorMilliseconds);
 }
 
 void printRest(const Options& options, const Cores& cores) {

@@ -1,4 +1,4 @@
-// Figures of the name server that are no ratio: memory, start, idling.
+// Figures of the name server that are no ratio: memory, start, commands, idling.
 #pragma once
 
 #include "driver/Options.h"
@@ -10,6 +10,8 @@ namespace sorvane::bench {
 void printMemory(const Options& options, const Cores& cores);
 /// Prints the time from the start of the process to its first reply.
 void printStart(const Options& options, const Cores& cores);
+/// Prints how long commands of sorvctl take.
+void printCommands(const Options& options, const Cores& cores);
 /// Prints how often the idle name server wakes up, and the time it then uses.
 void printRest(const Options& options, const Cores& cores);
 

@@ -8,7 +8,8 @@
 namespace sorvane::bench {
 
 struct Options {
-  std::filesystem::path daemon;  ///< the built name server
+  std::filesystem::path daemon;   ///< the built name server
+  std::filesystem::path sorvctl;  ///< the built command
   int rounds = 5;
   std::chrono::milliseconds sample{1000};  ///< length of one measurement
   int idleConnections = 10'000;

@@ -64,13 +64,7 @@ NameServer::NameServer(const fs::path& program, const std::vector<int>& cores, i
   for (const char* const folder : {"bin", "etc", "Config", "Logs", "Users", "lock"}) {
     fs::create_directories(tree / folder);
   }
-  // A link where the system allows one: a copy costs the page cache of a whole program.
-  const fs::path executable = tree / "bin" / "sorvinfo";
-  std::error_code otherDisk;
-  fs::create_hard_link(fs::canonical(program), executable, otherDisk);
-  if (otherDisk) {
-    fs::copy_file(program, executable);
-  }
+  const fs::path executable = install(program);
   std::ofstream(tree / "etc" / "sorvane.conf")
       << "BasePort = " << port() << ";\nBonjourDisabled = YES;\nLockDirectory = \""
       << (tree / "lock").string() << "\";\nHostName = \"benchhost\";\n"
@@ -81,6 +75,17 @@ NameServer::NameServer(const fs::path& program, const std::vector<int>& cores, i
   if (wait) {
     waitUntilListening(port(), child(), errors);
   }
+}
+
+// A link where the system allows one: a copy costs the page cache of a whole program.
+fs::path NameServer::install(const fs::path& program) const {
+  const fs::path executable = tree_.path() / "bin" / program.filename();
+  std::error_code otherDisk;
+  fs::create_hard_link(fs::canonical(program), executable, otherDisk);
+  if (otherDisk) {
+    fs::copy_file(program, executable);
+  }
+  return executable;
 }
 
 Echo::Echo(const std::vector<int>& cores, const std::vector<EchoStep>& steps)

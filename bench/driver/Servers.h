@@ -56,6 +56,8 @@ class NameServer final : public Server {
   /// unless it shall not `wait`.
   NameServer(const std::filesystem::path& program, const std::vector<int>& cores, int threads,
              bool wait = true);
+  /// Puts another program beside it, which uses the same settings. Returns where.
+  [[nodiscard]] std::filesystem::path install(const std::filesystem::path& program) const;
   /// When its process was about to be made.
   [[nodiscard]] std::chrono::steady_clock::time_point started() const { return started_; }
 

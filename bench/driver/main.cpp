@@ -74,6 +74,9 @@ void runAll(Options options) {
   if (wanted(options, "start of the process to its first answer")) {
     printStart(options, cores);
   }
+  if (wanted(options, "commands of sorvctl, from their start to their end")) {
+    printCommands(options, cores);
+  }
   if (wanted(options, "idle name server")) {
     printRest(options, cores);
   }
@@ -91,17 +94,20 @@ void runAll(Options options) {
 int main(int argc, char** argv) {
   Options options;
   std::string daemon;
+  std::string sorvctl;
   bool quick = false;
   bool trial = false;
   bool withoutRivals = false;
   CLI::App app("Measures the name server beside a bare echo server, redis and memcached.", "bench");
   app.add_option("--daemon", daemon, "The built name server")->required()->check(CLI::ExistingFile);
+  app.add_option("--sorvctl", sorvctl, "The built command")->required()->check(CLI::ExistingFile);
   app.add_flag("--quick", quick, "Three short rounds: under a minute, wider spread");
   app.add_flag("--trial", trial, "One very short round: shows that it works, measures nothing");
   app.add_flag("--no-rivals", withoutRivals, "Leave redis and memcached out");
   app.add_option("--only", options.only, "Only the rows whose title contains this");
   CLI11_PARSE(app, argc, argv);
   options.daemon = daemon;
+  options.sorvctl = sorvctl;
   options.rivals = !withoutRivals;
   if (quick) {
     makeQuick(options);
