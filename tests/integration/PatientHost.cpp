@@ -90,7 +90,8 @@ void PatientHost::startServer(std::vector<std::string> words,
       beforeStart();
     }
   });
-  if (!waitUntil([this] { return sorvctl({"ping"}).status == 0; })) {
+  // It takes the lock while it serves already, and ends when it cannot.
+  if (!waitUntil([this] { return sorvctl({"ping"}).status == 0; }) || !server.hasTakenLock()) {
     throw std::runtime_error("the name server does not answer: " + server.console());
   }
 }

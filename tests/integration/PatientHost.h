@@ -42,7 +42,8 @@ class PatientHost {
 
   Daemon server;
 
-  /// Starts the name server and waits until it answers. `beforeStart` runs in the new process.
+  /// Starts the name server and waits until it answers and has the lock. `beforeStart` runs in the
+  /// new process.
   void startServer(std::vector<std::string> words = {"-noexit"},
                    const std::function<void()>& beforeStart = {});
   /// What a setting of the file is from now on; the name server keeps what it has read.
