@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <future>
+#include <memory>
+#include <vector>
 
 #include "platform/RunningServer.h"
 #include "platform/server/ServedDelegate.h"
@@ -36,6 +38,13 @@ class WatchedRound {
                                     }};
 };
 
+/// An object that lives as long as the process: the server may still look at it after the test.
+template <typename Object>
+Object& kept() {
+  static auto& all = *new std::vector<std::unique_ptr<Object>>;
+  return *all.emplace_back(std::make_unique<Object>());
+}
+
 Settings threeThreads() {
   Settings settings;
   settings.threads = 3;
@@ -45,7 +54,7 @@ Settings threeThreads() {
 TEST(RunningServer, LetsARoundBeginOnAWaitingThreadAndComeBackOnAServingThread) {
   ServedDelegate server(threeThreads());
   for (int i = 0; i < 3; ++i) {
-    auto& round = *new WatchedRound;
+    auto& round = kept<WatchedRound>();
     round.begin(server.running());
     EXPECT_TRUE(round.comesBack());
     EXPECT_TRUE(round.isOnItsWay());
@@ -63,7 +72,7 @@ TEST(RunningServer, LetsNoRoundComeBackWhileAnyServingLoopHangs) {
     }
     clients[static_cast<std::size_t>(hanging)].send(frame(Message({{"stop", ""}})));
     ASSERT_TRUE(server.delegate().arriveAtGate(1));
-    auto& round = *new WatchedRound;
+    auto& round = kept<WatchedRound>();
     round.begin(server.running());
     ASSERT_TRUE(waitUntil([&] { return round.isOnItsWay(); }));
     // A second request makes every other loop take a turn after the round has begun.
@@ -85,7 +94,7 @@ TEST(RunningServer, LetsNoRoundBeginWhileAllWaitingThreadsHang) {
     clients.back().send(frame(Message({{"wait", ""}})));
   }
   ASSERT_TRUE(server.delegate().arriveAtGate(kWaitingThreads));
-  auto& round = *new WatchedRound;
+  auto& round = kept<WatchedRound>();
   round.begin(server.running());
   EXPECT_TRUE(server.connect().ask(Message())) << "serving goes on";
   EXPECT_FALSE(round.isOnItsWay());
@@ -103,7 +112,7 @@ TEST(RunningServer, LetsARoundPassTheRequestsThatWait) {
   }
   ASSERT_TRUE(server.delegate().arriveAtGate(4));
   std::atomic<int> deliveredBefore{-1};
-  auto& back = *new std::promise<void>;
+  auto& back = kept<std::promise<void>>();
   const RunningServer::Round round{[&] { deliveredBefore = server.delegate().delivered.load(); },
                                    [&] { back.set_value(); }};
   server.running().goRound(round);
