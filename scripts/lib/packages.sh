@@ -6,7 +6,7 @@
 build_packages=(g++ cmake ninja-build pkg-config libasio-dev libavahi-client-dev libcli11-dev
                 libfmt-dev libncurses-dev nlohmann-json3-dev psmisc)
 # What building Debian packages takes beyond that.
-package_packages=(debhelper dpkg-dev)
+package_packages=(build-essential debhelper dpkg-dev)
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
                fish libseccomp-dev lintian logrotate mandoc python3 python3-jsonschema python3-prometheus-client systemd tmux

@@ -35,6 +35,7 @@ Ids idsOf(const Report& report) {
 std::shared_ptr<Environment> healthyEnvironment() {
   auto environment = std::make_shared<Environment>();
   environment->deadline = Environment::Clock::now() + sorvane::test::kPatience;
+  environment->ownAddresses = {*sorvane::IPAddress::parse("192.0.2.7")};
   return environment;
 }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "platform/OwnAddresses.h"
 #include "platform/Settings.h"
 #include "sorvctl/doctor/Checks.h"
 
@@ -76,7 +75,7 @@ std::optional<Finding> lookAtListeners(const Listeners& listeners, bool localOnl
 Report checkAddresses(const Environment& environment) {
   const sorvane::Settings& settings = environment.settings.reading.settings;
   const Listeners listeners = listenersOfServer(environment);
-  const auto own = sorvane::interfaceAddresses();
+  const auto& own = environment.ownAddresses;
   Report report{listeners.empty() ? "the name server listens nowhere"
                                   : "the name server listens on " + addressesOf(listeners),
                 {},

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/NetConnection.h"
+#include "platform/OwnAddresses.h"
 #include "platform/ProductVersion.h"
 #include "sorvctl/HostInfo.h"
 
@@ -103,6 +104,7 @@ Environment lookAtThisHost(std::optional<int> givenPort, Environment::Clock::tim
   environment.listener = listenerOf(environment.portUse);
   environment.answer =
       askServer(environment.basePort, std::chrono::ceil<std::chrono::milliseconds>(time * 2 / 5));
+  environment.ownAddresses = sorvane::interfaceAddresses();
   return environment;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/IPNetwork.h"
 #include "platform/Settings.h"
 #include "platform/SystemProcess.h"
 #include "platform/TcpPort.h"
@@ -47,6 +48,8 @@ struct Environment {
   std::optional<sorvane::TcpPortUse> portUse;      ///< nothing: the system does not tell
   std::optional<sorvane::SystemProcess> listener;  ///< on the base port, if it may be known
   ServerAnswer answer;
+  /// Those of this host. Nothing: the system does not tell them now.
+  std::optional<std::vector<sorvane::IPAddress>> ownAddresses;
 
   /// The process of the name server: what listens if that is one, otherwise the holder of the lock
   /// if that is one. Null if none is known.
