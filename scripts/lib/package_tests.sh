@@ -64,7 +64,9 @@ test_package() {
   [ "$status" -eq 0 ] || return 0
 
   started=$SECONDS
-  lintian --allow-root --display-info --fail-on error,warning,info "$package_folder"/one/*.changes || status=$?
+  # A newer lintian does not know each tag of an older one that an override names.
+  lintian --allow-root --display-info --fail-on error,warning,info --suppress-tags alien-tag \
+    "$package_folder"/one/*.changes || status=$?
   record_one 'package lintian' "$status"
 
   started=$SECONDS status=0

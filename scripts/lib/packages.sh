@@ -10,7 +10,7 @@ package_packages=(build-essential debhelper dpkg-dev)
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
                fish libseccomp-dev lintian logrotate mandoc python3 python3-jsonschema python3-prometheus-client systemd tmux
-               zsh "${package_packages[@]}")
+               util-linux-extra zsh "${package_packages[@]}")
 package_test_packages=(debootstrap faketime)
 clang_packages=(clang)
 fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')
