@@ -220,11 +220,11 @@ TEST_F(SorvctlTop, LeavesTheTerminalAloneInTheBackground) {
   for (const int signal : {SIGTSTP, SIGSTOP}) {
     ::kill(stopped, signal);
     ASSERT_TRUE(screen.shows("Stopped")) << screen.text();
-    screen.type("clear; bg\n");
-    ASSERT_TRUE(waitUntil([&screen] {
-      screen.press({"Enter"});  // the shell tells of it before the next line
-      return screen.text().find("Stopped") != std::string::npos;
-    })) << screen.text();
+    screen.type("clear; bg; jobs\n");
+    ASSERT_TRUE(screen.shows("Running")) << screen.text();
+    screen.type("clear; jobs; stty -a\n");
+    ASSERT_TRUE(screen.shows(" icanon ")) << screen.text();
+    EXPECT_NE(screen.text().find("Running"), std::string::npos) << screen.text();
     screen.type("clear; fg\n");
     ASSERT_TRUE(screen.shows("0 databases")) << screen.text();
   }
@@ -233,6 +233,20 @@ TEST_F(SorvctlTop, LeavesTheTerminalAloneInTheBackground) {
   screen.type("clear; kill %1\n");
   EXPECT_TRUE(endsSoon(stopped)) << screen.text();
   EXPECT_TRUE(screen.isAsShellsWantIt());
+}
+
+TEST_F(SorvctlTop, IsInTheForegroundAgainHoweverSoonAfterTheBackground) {
+  const TmuxScreen screen("PS1='ready> ' exec bash --norc -i", 80, 24);
+  ASSERT_TRUE(screen.shows("ready>"));
+  screen.type("clear; " + command(server.basePort()) + "\n");
+  ASSERT_TRUE(screen.shows("0 databases")) << screen.text();
+  const pid_t stopped = process();
+  for (int round = 0; round < 30; ++round) {
+    ::kill(stopped, SIGSTOP);
+    ASSERT_TRUE(screen.shows("Stopped")) << screen.text();
+    screen.type("clear; bg; fg\n");
+    ASSERT_TRUE(screen.shows("0 databases")) << round << ": " << screen.text();
+  }
 }
 
 TEST_F(SorvctlTop, DrawsAnewAfterAStopThatNobodyCanHandle) {

@@ -30,6 +30,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kTick{1000};  // ages are shown in seconds
 constexpr std::chrono::milliseconds kTimeToEnd{100};
+constexpr std::chrono::milliseconds kBetweenLooks{50};  // at whose the terminal is
 
 constexpr auto kSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGCONT, SIGWINCH};
 
@@ -69,22 +70,24 @@ bool handle(StopSignals& signals, Screen& screen) {
   if (asksForTheEnd(numbers)) {
     return false;
   }
+  const bool wasAway = numbers.contains(SIGTSTP) || numbers.contains(SIGCONT);
   if (numbers.contains(SIGTSTP)) {
     screen.leave();
+    stopProcess();
   }
   // Whoever wakes the process may want it to end, or to go on without the terminal. It must not
-  // touch the terminal then: the system would stop it before it sees another signal.
-  bool stops = numbers.contains(SIGTSTP) || (numbers.contains(SIGCONT) && isInBackground());
-  while (stops) {
-    stopProcess();
-    const std::set<int> woken = arrived(signals);
-    if (asksForTheEnd(woken)) {
+  // touch the terminal then: the system would stop it before it sees another signal. It must not
+  // stop itself either: a shell that gives the terminal to a job that runs does not wake that job.
+  while (wasAway && isInBackground()) {
+    const auto signal = signals.wait(kBetweenLooks);
+    if (signal && asksForTheEnd({signal->number})) {
       return false;
     }
-    // Without SIGCONT it was not stopped: there is no shell left that could wake it.
-    stops = woken.contains(SIGCONT) && isInBackground();
+    if (signal && signal->number == SIGTSTP) {
+      stopProcess();
+    }
   }
-  if (numbers.contains(SIGTSTP) || numbers.contains(SIGCONT)) {
+  if (wasAway) {
     screen.enter();
   } else if (numbers.contains(SIGWINCH)) {
     screen.resize();
