@@ -91,7 +91,11 @@ void ServiceManager::tellServing(const Counts& counts, Clock::time_point now) {
   if (tellsCounts) {
     lines += "STATUS=" + statusText(counts) + '\n';
   }
-  if (lines.empty() || !tell(lines)) {
+  if (lines.empty()) {
+    return;
+  }
+  mayBeReady_ = true;
+  if (!tell(lines)) {
     return;
   }
   isReady_ = true;
@@ -102,7 +106,7 @@ void ServiceManager::tellServing(const Counts& counts, Clock::time_point now) {
 }
 
 void ServiceManager::tellStopping() const {
-  if (isReady_) {
+  if (mayBeReady_) {
     static_cast<void>(tell("STOPPING=1\n"));
   }
 }

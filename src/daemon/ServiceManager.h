@@ -57,8 +57,8 @@ class ServiceManager {
   /// first call that reaches the manager tells that the start is over. `now` is the present moment.
   void tellServing(const Counts& counts, Clock::time_point now);
 
-  /// The process is about to end. Does nothing before the manager knows that the start is over. Any
-  /// thread.
+  /// The process is about to end. Does nothing before the manager can know that the start is over.
+  /// Any thread.
   void tellStopping() const;
 
  private:
@@ -69,10 +69,11 @@ class ServiceManager {
   Descriptor socket_;
   std::optional<std::chrono::microseconds> watchdog_;
   // Used by `tellServing` alone.
+  bool isReady_ = false;
   std::optional<Counts> toldCounts_;
   Clock::time_point countsTold_{};
-  // Set by `tellServing`.
-  std::atomic<bool> isReady_{false};
+  // Set by `tellServing` before it tells: the manager may act upon that before the call returns.
+  std::atomic<bool> mayBeReady_{false};
 };
 
 /// Takes the three variables out of the environment. Call it once, before other threads exist.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 
 #include "daemon/ServiceManager.h"
 #include "support/ConsoleLines.h"
@@ -123,6 +124,18 @@ TEST(ServiceManager, HearsOfTheEndOnlyIfItKnowsThatTheStartIsOver) {
   socket.forgetWhatCame();
   manager.tellStopping();
   EXPECT_THAT(socket.receive(), Optional(std::string("STOPPING=1\n")));
+}
+
+TEST(ServiceManager, HearsOfAnEndThatFollowsTheStartAtOnce) {
+  for (int round = 0; round < 500; ++round) {
+    NotifySocket socket;
+    ServiceManager manager = withoutWatchdog(socket);
+    std::thread reports([&manager] { manager.tellServing({}, kNow); });
+    EXPECT_TRUE(socket.hears("READY=1"));
+    manager.tellStopping();
+    EXPECT_THAT(socket.receive(0ms), Optional(std::string("STOPPING=1\n"))) << round;
+    reports.join();
+  }
 }
 
 TEST(ServiceManager, WithAnAddressOfAnotherKindCostsALineOnTheConsole) {
