@@ -80,7 +80,7 @@ std::chrono::microseconds ServiceManager::interval() const {
 
 void ServiceManager::tellServing(const Counts& counts, Clock::time_point now) {
   std::string lines;
-  if (!isReady_) {
+  if (!toldCounts_) {
     lines += "READY=1\n";
   }
   if (watchdog_) {
@@ -98,7 +98,6 @@ void ServiceManager::tellServing(const Counts& counts, Clock::time_point now) {
   if (!tell(lines)) {
     return;
   }
-  isReady_ = true;
   if (tellsCounts) {
     toldCounts_ = counts;
     countsTold_ = now;

@@ -69,8 +69,7 @@ class ServiceManager {
   Descriptor socket_;
   std::optional<std::chrono::microseconds> watchdog_;
   // Used by `tellServing` alone.
-  bool isReady_ = false;
-  std::optional<Counts> toldCounts_;
+  std::optional<Counts> toldCounts_;  // nothing before the first report that was taken
   Clock::time_point countsTold_{};
   // Set by `tellServing` before it tells: the manager may act upon that before the call returns.
   std::atomic<bool> mayBeReady_{false};
