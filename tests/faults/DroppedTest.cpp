@@ -13,6 +13,7 @@
 #include "integration/DaemonProcess.h"
 #include "support/ForkedPart.h"
 #include "support/OwnNamespaces.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -26,8 +27,7 @@ int asManyAsDescriptorsAllow() {
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
   EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-  const int wanted =
-      std::string_view(SORVANE_SANITIZERS).empty() ? kWanted : kWantedUnderASanitizer;
+  const int wanted = areTestedWithoutSanitizers() ? kWanted : kWantedUnderASanitizer;
   return static_cast<int>(std::min<rlim_t>(static_cast<rlim_t>(wanted), limit.rlim_max - kReserve));
 }
 

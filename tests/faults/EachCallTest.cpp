@@ -17,6 +17,7 @@
 #include "faults/Session.h"
 #include "integration/DaemonProcess.h"
 #include "integration/Preferences.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -27,9 +28,7 @@ namespace fs = std::filesystem;
 /// builds with a sanitizer a part of the places.
 bool triesAll() { return std::getenv("SORVANE_FAULTS") != nullptr; }
 
-std::uint64_t stepOfPlaces() {
-  return triesAll() || std::string_view(SORVANE_SANITIZERS).empty() ? 1 : 5;
-}
+std::uint64_t stepOfPlaces() { return triesAll() || areTestedWithoutSanitizers() ? 1 : 5; }
 
 /// Whether a call that ends so is simply made again, or goes on.
 bool isNoFailure(int error) { return error == EINTR || error == EAGAIN || error == kShort; }

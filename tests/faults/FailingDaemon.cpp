@@ -8,6 +8,8 @@
 #include <new>
 #include <stdexcept>
 
+#include "support/TestedBuild.h"
+
 namespace sorvane::test {
 namespace {
 
@@ -17,7 +19,7 @@ constexpr const char* kCallsAndMemory = SORVANE_BINARY_DIR
 
 }  // namespace
 
-bool memoryCanFail() { return std::string_view(SORVANE_SANITIZERS).empty(); }
+bool memoryCanFail() { return areTestedWithoutSanitizers(); }
 
 FailingDaemon::FailingDaemon() {
   writeFile(file_, std::string(sizeof(FaultTable), '\0'));

@@ -10,6 +10,7 @@
 
 #include "integration/Client.h"
 #include "integration/Preferences.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -20,7 +21,7 @@ constexpr std::size_t kLong = 900000;
 class MemoryUsedUp : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!std::string_view(SORVANE_SANITIZERS).empty()) {
+    if (!areTestedWithoutSanitizers()) {
       GTEST_SKIP() << "a sanitizer reserves more addresses than there is memory";
     }
     server_.setting("Threads", "1");

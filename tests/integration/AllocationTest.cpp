@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "integration/Daemon.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -18,7 +19,7 @@ constexpr int kConnections = 4;  // so that each serving thread has some
 class Allocation : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!std::string(SORVANE_SANITIZERS).empty()) {
+    if (!areTestedWithoutSanitizers()) {
       GTEST_SKIP() << "a build with sanitizers has an allocator of its own, which allocates more";
     }
     writeFile(count_, std::string(sizeof(std::uint64_t), '\0'));

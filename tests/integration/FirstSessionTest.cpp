@@ -18,6 +18,7 @@
 #include "integration/Daemon.h"
 #include "support/Documents.h"
 #include "support/Program.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -75,8 +76,8 @@ testing::AssertionResult isAsPrinted(const std::string& output, const std::strin
 class FirstSession : public ::testing::Test {
  protected:
   void SetUp() override {
-    const std::string install =
-        "cmake --install '" SORVANE_BINARY_DIR "' --prefix '" + stage_.string() + "' > /dev/null";
+    const std::string install = "cmake --install '" + testedBuild().string() + "' --prefix '" +
+                                stage_.string() + "' > /dev/null";
     ASSERT_EQ(system(install.c_str()), 0) << install;
     writeFile(stage_ / "etc/sorvane.conf",
               "BasePort = " + std::to_string(ports_.base()) +

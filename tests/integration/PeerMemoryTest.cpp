@@ -10,6 +10,7 @@
 #include "integration/Daemon.h"
 #include "integration/DaemonProcess.h"
 #include "integration/Preferences.h"
+#include "support/TestedBuild.h"
 #include "support/Texts.h"
 #include "support/WireBytes.h"
 
@@ -19,7 +20,7 @@ namespace {
 constexpr long kKibibytesOfMebibyte = 1024;
 
 /// An allocator that checks its users keeps what they have freed, so its memory tells nothing.
-bool memoryTells() { return std::string(SORVANE_SANITIZERS).empty(); }
+bool memoryTells() { return areTestedWithoutSanitizers(); }
 
 bool answersAPing(RawConnection& client) {
   return client.send(frame(Message({{"ping", ""}}))) && client.receive(8) == frameOfBody("");

@@ -6,6 +6,7 @@
 
 #include "integration/Client.h"
 #include "integration/DaemonProcess.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;
 constexpr long kMebibyteInKibibytes = 1024;
 
-bool isMeasured() { return std::string(SORVANE_SANITIZERS).empty(); }
+bool isMeasured() { return areTestedWithoutSanitizers(); }
 
 /// A name of about a mebibyte, the largest that a request can carry.
 std::string longName(const std::string& beginning) {

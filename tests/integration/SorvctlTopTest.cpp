@@ -11,6 +11,7 @@
 #include "integration/Daemon.h"
 #include "integration/TmuxScreen.h"
 #include "support/ScriptedPeer.h"
+#include "support/TestedBuild.h"
 #include "support/WaitUntil.h"
 
 namespace sorvane::test {
@@ -343,7 +344,7 @@ TEST(SorvctlTopWithoutATerminal, IsWrongUsage) {
 
 TEST(ScreenOfTop, IsPutBackWhenAnExceptionEndsTheProcess) {
   const TmuxScreen screen(
-      between(std::string(SORVANE_BINARY_DIR) + "/tests/programs/screen_that_throws 2>errors"), 80,
+      between((testedBuild() / "tests/programs/screen_that_throws").string() + " 2>errors"), 80,
       24);
   ASSERT_TRUE(screen.shows("the end")) << screen.text();
   EXPECT_NE(readFile(screen.file("errors")).find("thrown on purpose"), std::string::npos);

@@ -11,6 +11,7 @@
 
 #include "integration/Daemon.h"
 #include "integration/Preferences.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::test {
 namespace {
@@ -200,7 +201,7 @@ TEST_P(FewThreads, EndTheStartWithStatusZeroAndALine) {
 class FewDescriptors : public testing::TestWithParam<int> {};
 INSTANTIATE_TEST_SUITE_P(Limit, FewDescriptors, testing::Range(6, 11));
 TEST_P(FewDescriptors, EndTheStartWithStatusZeroAndNothingButLines) {
-  if (std::string_view(SORVANE_SANITIZERS).find("undefined") != std::string_view::npos) {
+  if (testedSanitizers().find("undefined") != std::string::npos) {
     GTEST_SKIP() << "this sanitizer opens a pipe to look at memory, and reports what it cannot see";
   }
   Daemon server;

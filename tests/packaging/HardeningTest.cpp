@@ -9,6 +9,7 @@
 #include <string>
 
 #include "support/TestFiles.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane {
 namespace {
@@ -28,8 +29,8 @@ std::string outputOf(const std::string& command) {
 class InstalledProgram : public testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
-    const std::string install = "cmake --install '" SORVANE_BINARY_DIR "' --prefix '" +
-                                folder_.path().string() + "' > /dev/null";
+    const std::string install = "cmake --install '" + test::testedBuild().string() +
+                                "' --prefix '" + folder_.path().string() + "' > /dev/null";
     ASSERT_EQ(system(install.c_str()), 0) << install;
     program_ = outputOf("readelf --wide --file-header --dynamic --segments --dyn-syms '" +
                         (folder_ / "bin" / GetParam()).string() + "'");

@@ -14,6 +14,7 @@
 #include "platform/Settings.h"
 #include "support/ConsoleLines.h"
 #include "support/TestFiles.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane {
 namespace {
@@ -22,8 +23,8 @@ namespace fs = std::filesystem;
 
 /// What `cmake --install` of this build makes, by the paths below its prefix.
 std::vector<std::string> installedTree(const fs::path& prefix) {
-  const std::string command =
-      "cmake --install '" SORVANE_BINARY_DIR "' --prefix '" + prefix.string() + "' > /dev/null";
+  const std::string command = "cmake --install '" + test::testedBuild().string() + "' --prefix '" +
+                              prefix.string() + "' > /dev/null";
   EXPECT_EQ(system(command.c_str()), 0) << command;
   std::vector<std::string> tree;
   for (const auto& entry : fs::recursive_directory_iterator(prefix)) {

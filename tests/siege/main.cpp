@@ -34,6 +34,7 @@
 #include "platform/Console.h"
 #include "siege/Crowd.h"
 #include "siege/Guest.h"
+#include "support/TestedBuild.h"
 
 namespace sorvane::siege {
 namespace {
@@ -55,11 +56,8 @@ constexpr long kLists = 2 * 64 * kMebibyte;
 constexpr long kRest = 64 * kMebibyte;
 constexpr long kBounds = kRegistry + kUnfinished + kUnsent + kPreferences + kLists + kRest;
 
-#if defined(SORVANE_PLAIN)
-constexpr bool kMemoryIsJudged = true;
-#else
-constexpr bool kMemoryIsJudged = false;  // a sanitizer keeps freed memory, and shadows of all
-#endif
+// A sanitizer keeps freed memory, and shadows of all.
+const bool kMemoryIsJudged = test::areTestedWithoutSanitizers();
 
 /// Lets the guests visit in turn until the time is over.
 void visits(

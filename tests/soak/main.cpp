@@ -19,6 +19,7 @@
 #include "integration/Daemon.h"
 #include "integration/DaemonProcess.h"
 #include "soak/Work.h"
+#include "support/TestedBuild.h"
 #include "support/WaitUntil.h"
 
 namespace sorvane::soak {
@@ -34,11 +35,8 @@ constexpr long kMostGrowthKibibytes = 8 * 1024;
 constexpr double kMostSlowdown = 1.5;
 constexpr double kTooShortToTell = 100;  // microseconds
 
-#if defined(SORVANE_PLAIN)
-constexpr bool kMemoryIsJudged = true;
-#else
-constexpr bool kMemoryIsJudged = false;  // a sanitizer keeps freed memory
-#endif
+// A sanitizer keeps freed memory.
+const bool kMemoryIsJudged = test::areTestedWithoutSanitizers();
 
 double slowest(std::vector<double>& times) {
   if (times.empty()) {

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "support/TestedBuild.h"
+
 namespace sorvane::test {
 
 namespace {
@@ -74,7 +76,7 @@ Outcome run(const std::filesystem::path& file, std::vector<std::string> argument
 }
 
 std::filesystem::path builtProgram(const std::string& name) {
-  return std::filesystem::path(SORVANE_BINARY_DIR) / "bin" / name;
+  return testedBuild() / "bin" / name;
 }
 
 }  // namespace sorvane::test

@@ -66,7 +66,7 @@ struct Outcome {
 [[nodiscard]] Outcome run(const std::filesystem::path& file, std::vector<std::string> arguments,
                           std::string input = {});
 
-/// A program of this build, such as "sorvctl".
+/// A program of the tested build, such as "sorvctl".
 [[nodiscard]] std::filesystem::path builtProgram(const std::string& name);
 
 }  // namespace sorvane::test
