@@ -1,6 +1,8 @@
 // What a server calls for its connections.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <optional>
 
 #include "platform/Delivery.h"
@@ -47,6 +49,26 @@ class NetConnectionDelegate {
   /// Delivers a request whole; may wait. The request, and what `replyWriter` wrote, stay valid
   /// until the next delivery.
   virtual Reply deliverCommunication(const Message& request, NetConnection& sender) = 0;
+
+  // ---- Held requests: a delivery may return `Reply::held`. The server then delivers nothing else
+  // of the connection until the request is answered.
+
+  /// Counts the changes that held requests wait for. Each change adds to it, with
+  /// `std::memory_order_release`, in a call of this delegate; so no change is missed. The server
+  /// asks for the reference once.
+  [[nodiscard]] virtual const std::atomic<std::uint64_t>& changes() const {
+    static constinit const std::atomic<std::uint64_t> none = 0;
+    return none;
+  }
+
+  /// Asks again for the reply to the request that is held: because there was a change, or for the
+  /// last time, because its time is over or the peer sends nothing more. Called on a serving
+  /// thread, outside all locks; must not wait. Returns `Reply::held` to leave the request as it is,
+  /// with whatever time; the last time, that is a nil reply. There is no request any more to
+  /// return.
+  virtual Reply deliverHeld(NetConnection& /*sender*/, bool /*isLastTime*/) {
+    return Reply::none();
+  }
 
   /// Called before the connection closes, on a serving thread. Hands work that may wait to
   /// `NetConnection::performWaiting`.

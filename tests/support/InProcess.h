@@ -13,10 +13,14 @@ class InProcessConnection : public NetConnection {
   using NetConnection::setReplyBuffer;
 };
 
-/// Calls `deliverCommunication` and returns the reply dictionary, or nothing for nil. Passes on
-/// what the delegate raises.
+/// Calls `deliverCommunication` and returns the reply dictionary, or nothing for nil. If the request
+/// is held, returns {"held": seconds}. Passes on what the delegate raises.
 [[nodiscard]] std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate,
                                                       const Message& request,
                                                       InProcessConnection& sender);
+
+/// Asks for the reply to the held request by `deliverHeld`; returns the same.
+[[nodiscard]] std::optional<Message> askHeldInProcess(NetConnectionDelegate& delegate,
+                                                      InProcessConnection& sender, bool isLastTime);
 
 }  // namespace sorvane::test

@@ -12,6 +12,7 @@
 
 #include "platform/Descriptor.h"
 #include "platform/WithoutInterruption.h"
+#include "platform/server/PollEvents.h"
 #include "platform/server/Poller.h"
 
 namespace sorvane {
@@ -25,9 +26,11 @@ struct Watched {
 short eventsFor(Poller::Interest interest) {
   switch (interest) {
     case Poller::Interest::readable:
-      return POLLIN;
+      return static_cast<short>(POLLIN | peerEndEvents());
     case Poller::Interest::writable:
       return POLLOUT;
+    case Poller::Interest::end:
+      return peerEndEvents();
     case Poller::Interest::none:
       break;
   }
@@ -59,7 +62,8 @@ void Poller::State::report(std::size_t index) {
     return;
   }
   events.push_back({owners[index], (bits & (POLLIN | POLLHUP | POLLERR)) != 0,
-                    (bits & (POLLOUT | POLLHUP | POLLERR)) != 0});
+                    (bits & (POLLOUT | POLLHUP | POLLERR)) != 0,
+                    (bits & (peerEndEvents() | POLLHUP | POLLERR)) != 0});
   if (index > 0) {
     lastReported = polled[index].fd;
   }

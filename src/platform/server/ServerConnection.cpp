@@ -49,17 +49,18 @@ Result callDelegate(Result otherwise, Operation&& operation) noexcept {
 }
 
 /// Puts a frame in the place of what was written from `begin` on.
-void writeInstead(Reply reply, const Message& request, ReplyBuffer& output, std::size_t begin) {
+void writeInstead(Reply reply, std::string_view request, ReplyBuffer& output, std::size_t begin) {
   output.truncate(begin);
   if (reply.kind() == Reply::Kind::request) {
-    appendFrame(output.own(), request.body());
+    appendFrame(output.own(), request);
   } else {
     appendEmptyFrame(output.own());
   }
 }
 
 /// Completes the frame that begins at `begin` of the output's own bytes as the reply says.
-inline void encodeReply(Reply reply, const Message& request, ReplyBuffer& output,
+/// `request` is the body of the request.
+inline void encodeReply(Reply reply, std::string_view request, ReplyBuffer& output,
                         std::size_t begin) {
   if (reply.kind() == Reply::Kind::written) {
     endFrame(output.own(), begin, output.sharedBytesBeyond(begin));
@@ -94,6 +95,13 @@ void ServerConnection::handle(const Poller::Event& event) {
         continueSending();
       }
       return;
+    case Phase::holding:
+      if (event.ended) {
+        answerHeld(true);
+      } else if (event.readable) {
+        watchFor(Poller::Interest::end);  // the requests that came stay where they are
+      }
+      return;
     case Phase::lingering:
       drop();
       return;
@@ -123,16 +131,22 @@ void ServerConnection::serve(std::string_view input) {
     closeNow();
     return;
   }
-  if (served.bytes > 0 || served.mustWait) {
+  // A request is held when all replies before it are sent. Until then it waits as any other does,
+  // and is delivered once more.
+  const bool isHeld = served.heldBytes > 0 && !hasLeftoverOutput();
+  const std::size_t handled = served.bytes + (isHeld ? served.heldBytes : 0);
+  if (handled > 0 || served.mustWait) {
     clearDeadline();  // the frame that had the deadline is complete
   }
   if (served.fault != nullptr) {
     refuse(served.fault);
-  } else if (!keepInput(input.substr(served.bytes))) {
+  } else if (!keepInput(input.substr(handled))) {
     refuse("unfinished requests fill the memory that they may");
   }
   if (hasLeftoverOutput() || served.isCutShort) {
     waitForPeer();  // even if all is sent: the loop's other connections get their turn
+  } else if (isHeld) {
+    hold(served.heldFor, true);
   } else if (refused_) {
     linger();
   } else if (served.mustWait) {
@@ -172,8 +186,14 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
     if (served.fault != nullptr) {
       break;
     }
-    if (!deliver(request, *turn)) {
+    const std::optional<Reply> reply = deliver(request, *turn);
+    if (!reply) {
       served.mustWait = true;
+      break;
+    }
+    if (reply->isHeld()) {
+      served.heldBytes = kFrameHeaderBytes + header.bodyBytes;
+      served.heldFor = reply->time();
       break;
     }
     served.bytes += kFrameHeaderBytes + header.bodyBytes;
@@ -189,20 +209,20 @@ ServerConnection::Served ServerConnection::deliverAll(std::string_view input) {
   return served;
 }
 
-bool ServerConnection::deliver(const Message& request, Turn& turn) {
+std::optional<Reply> ServerConnection::deliver(const Message& request, Turn& turn) {
   NetConnectionDelegate& delegate = loop_.context().delegate;
   ReplyBuffer& output = loop_.output();
   const std::size_t begin = beginFrame(output.own());
   setReplyBuffer(&output);
   const auto reply = callDelegate<std::optional<Reply>>(
       std::nullopt, [&] { return delegate.deliverWithoutWaiting(request, *this, turn); });
-  if (!reply) {
+  if (!reply || reply->isHeld()) {
     output.truncate(begin);
-    return false;
+    return reply;
   }
-  encodeReply(*reply, request, output, begin);
+  encodeReply(*reply, request.body(), output, begin);
   delegate.cleanupAfterMessage();
-  return true;
+  return reply;
 }
 
 const char* ServerConnection::readLeftoverRequest(Message& request) const {
@@ -223,6 +243,7 @@ void ServerConnection::deliverOnWaitingThread() {
     setReplyBuffer(&leftover_->reply);
     Delivery delivery = callDelegate<Delivery>(
         Reply::none(), [&] { return loop_.context().delegate.deliverWithoutDisk(request, *this); });
+    loop_.context().announceChanges();  // a disk may hang
     if (delivery.isComplete()) {
       finishDelivery(request, delivery.reply());
       return;
@@ -251,14 +272,42 @@ void ServerConnection::onOtherThread(Step step) {
 
 void ServerConnection::finishDelivery(const Message& request, Reply reply) {
   Leftover& kept = *leftover_;
-  encodeReply(reply, request, kept.reply, 0);
+  if (!reply.isHeld()) {
+    encodeReply(reply, request.body(), kept.reply, 0);
+  }
   loop_.context().delegate.cleanupAfterMessage();
   eraseInput(kFrameHeaderBytes + request.body().size());
   static_cast<void>(countInput());  // it was counted before and has not grown
-  if (!kept.output.keep(std::exchange(kept.reply, ReplyBuffer()), 0)) {
+  if (reply.isHeld()) {
+    kept.reply = ReplyBuffer();
+    kept.held = reply;
+  } else if (!kept.output.keep(std::exchange(kept.reply, ReplyBuffer()), 0)) {
     kept.closingReason = kTooManyReplies;
   }
   loop_.delivered(*this);
+}
+
+void ServerConnection::answerHeld(bool isLastTime) {
+  NetConnectionDelegate& delegate = loop_.context().delegate;
+  ReplyBuffer& output = loop_.output();
+  const std::size_t begin = beginFrame(output.own());
+  setReplyBuffer(&output);
+  const Reply reply =
+      callDelegate(Reply::none(), [&] { return delegate.deliverHeld(*this, isLastTime); });
+  if (reply.isHeld() && !isLastTime) {
+    output.truncate(begin);
+    return;
+  }
+  HeldRequests::remove(*held_);
+  encodeReply(reply, {}, output, begin);
+  delegate.cleanupAfterMessage();
+  if (!sendOutput()) {
+    closeNow();
+  } else if (hasLeftoverOutput()) {
+    waitForPeer();
+  } else {
+    continueAfterSending();
+  }
 }
 
 bool ServerConnection::sendOutput() {

@@ -1,7 +1,7 @@
 // One connection of the server: its descriptor, the requests that are not handled yet, and the
 // replies that are not sent yet.
 //
-// A connection is in one of four phases. `serve` is not a phase: it delivers the complete frames
+// A connection is in one of five phases. `serve` is not a phase: it delivers the complete frames
 // that are there, sends the replies, and chooses the next phase.
 //
 //        start
@@ -12,14 +12,17 @@
 //   |                                         |  1                 all sent  |
 //   |                                         +-----> sending ---------------+
 //   |                                         |         ^                    |
-//   |                                         |         | 5                  |
+//   |                                         |         | 6                  |
 //   |                                         |  2      |        reply sent  |
 //   |                                         +-----> delivering ------------+
 //   |                                         |
-//   |                                         |  3
+//   |                                         |  3                reply sent  |
+//   |                                         +-----> holding ---------------+
+//   |                                         |
+//   |                                         |  4
 //   |                                         +-----> lingering ---> closed
 //   |                                         |
-//   +-----------------------------------------+  4
+//   +-----------------------------------------+  5
 //
 // The first of these that is true decides what follows `serve`:
 //   1  The peer did not take all replies, or the replies so far are so long that the loop's other
@@ -27,16 +30,22 @@
 //   2  The next request must wait, for instance for a lock, or it is so long that reading it would
 //      keep the loop's other connections waiting: it goes to a waiting thread. From there it goes
 //      on to the thread of a disk, if it needs that disk.
-//   3  The next frame is malformed, or cannot be kept: the unhandled input of all connections
+//   3  The next request is held: its reply comes when something changes, when its time is over, or
+//      when the peer sends nothing more. Nothing is read meanwhile. What came with the request is
+//      leftover input; what comes later stays in the system.
+//   4  The next frame is malformed, or cannot be kept: the unhandled input of all connections
 //      together would hold more memory than the settings allow. The replies so far are sent first.
-//   4  No complete frame is left.
+//   5  No complete frame is left.
 // Further transitions:
-//   5  The waiting thread is done, and the peer did not take the whole reply.
+//   6  The waiting thread is done, and the peer did not take the whole reply.
+//   delivering -> holding   The waiting thread has delivered a request that is held.
+//   holding -> sending      The peer did not take the whole reply.
 //   sending -> lingering    All is sent, and a malformed frame had been found before.
 //   delivering -> lingering The waiting thread has found the frame malformed.
 //   reading -> lingering    A frame was not complete within the time that the settings allow.
 //   start -> closed         The poller refused the descriptor.
 //   reading -> closed       The peer closed the connection, or receiving or sending failed.
+//   holding -> closed       The peer is gone, so that sending the reply failed.
 //   serve -> closed         The replies cannot be kept: those that clients have not taken yet would
 //                           hold more memory than the settings allow all connections together.
 //   sending -> closed       Sending failed, or the peer has taken nothing for too long.
@@ -50,8 +59,10 @@
 // `endCommunication` is called on the way into lingering, or into closed if that comes first.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -59,6 +70,7 @@
 #include "platform/NetConnection.h"
 #include "platform/server/ByteSum.h"
 #include "platform/server/DeadlineQueue.h"
+#include "platform/server/HeldRequests.h"
 #include "platform/server/Poller.h"
 #include "platform/server/UntakenReplies.h"
 
@@ -111,11 +123,16 @@ class ServerConnection final : public NetConnection {
   /// the leftover input. May destroy the connection.
   void resume();
 
+  /// Asks for the reply to the request that is held, for the last time or not. If there is one,
+  /// sends it and goes on with the requests behind. May destroy the connection.
+  void answerHeld(bool isLastTime);
+
  private:
   enum class Phase : std::uint8_t {
     reading,     ///< waits for requests
     sending,     ///< waits until the peer takes replies
     delivering,  ///< a waiting thread delivers a request; the poller does not watch
+    holding,     ///< holds a request; nothing is read
     lingering,   ///< the writing side is shut; what still arrives is dropped
   };
   static constexpr const char* kTooManyReplies =
@@ -132,6 +149,8 @@ class ServerConnection final : public NetConnection {
     const char* closingReason = nullptr;
     /// Why a waiting thread found the request malformed, or null.
     const char* fault = nullptr;
+    /// The reply if a waiting thread has delivered a request that is held.
+    std::optional<Reply> held = std::nullopt;
     DeadlineQueue* queue = nullptr;  ///< which has a deadline of the connection; null if none has
     DeadlineQueue::Ticket deadline;  ///< valid if there is a `queue`
   };
@@ -148,10 +167,13 @@ class ServerConnection final : public NetConnection {
     const char* fault = nullptr;  ///< why the next frame is malformed, or null
     bool mustWait = false;        ///< the next frame is for a waiting thread
     bool isCutShort = false;      ///< the next frame must wait until the output is sent
+    std::size_t heldBytes = 0;    ///< length of the next frame if it is held
+    std::chrono::seconds heldFor{};
   };
   [[nodiscard]] Served deliverAll(std::string_view input);
-  /// Delivers a request without waiting. Returns false if it must go to a waiting thread.
-  [[nodiscard]] bool deliver(const Message& request, Turn& turn);
+  /// Delivers a request without waiting, and writes the reply unless it is held. Returns nothing if
+  /// the request must go to a waiting thread.
+  [[nodiscard]] std::optional<Reply> deliver(const Message& request, Turn& turn);
   /// Reads the first request of the leftover input, whose frame is complete. Returns null, or why
   /// it is malformed.
   [[nodiscard]] const char* readLeftoverRequest(Message& request) const;
@@ -198,6 +220,9 @@ class ServerConnection final : public NetConnection {
   [[nodiscard]] Leftover& leftover();
   void dropLeftoverIfEmpty();
 
+  /// Enters the phase `holding`. May destroy the connection.
+  void hold(std::chrono::seconds time, bool isAskedHere);
+
   /// Adds the connection to the queue, unless it has a deadline.
   void setDeadline(DeadlineQueue& queue);
   void clearDeadline() {
@@ -209,12 +234,13 @@ class ServerConnection final : public NetConnection {
   /// May destroy the connection, but not for the phase `delivering`.
   void enter(Phase phase) {
     if (phase != phase_) {
-      change(std::exchange(phase_, phase));
+      phase_ = phase;
+      watchForPhase();
     }
   }
-  /// Makes the poller watch for what the phase needs; `before` is the phase that was left. Closes
-  /// the connection if the poller refuses.
-  void change(Phase before);
+  /// Makes the poller watch for what the phase needs. Closes the connection if the poller refuses.
+  void watchForPhase();
+  void watchFor(Poller::Interest interest);
 
   /// Notes that no more input is accepted, and reports the reason to the console.
   void refuse(const char* fault);
@@ -229,8 +255,10 @@ class ServerConnection final : public NetConnection {
 
   ServingLoop& loop_;
   std::unique_ptr<Leftover> leftover_;  // null if nothing is left over
+  std::unique_ptr<HeldRequest> held_;   // null until the connection holds a request
   int descriptor_;
   Phase phase_ = Phase::reading;
+  Poller::Interest watched_ = Poller::Interest::readable;
   bool refused_ = false;  // no more input is accepted
   bool ended_ = false;    // endCommunication was called
 };

@@ -30,15 +30,19 @@ bool ServerConnection::isFromThisMachine() const {
 
 void ServerConnection::resume() {
   phase_ = Phase::reading;
+  watched_ = Poller::Interest::readable;
   if (leftover_->closingReason != nullptr) {
     reportClosing(leftover_->closingReason);
     closeNow();
-  } else if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) ||
-             !sendLeftover()) {
+  } else if (!loop_.poller().add(descriptor_, watched_, this) || !sendLeftover()) {
     closeNow();
   } else if (leftover_->fault != nullptr) {
     refuse(leftover_->fault);
     linger();
+  } else if (leftover_->held) {
+    const Reply held = *std::exchange(leftover_->held, std::nullopt);
+    dropLeftoverIfEmpty();
+    hold(held.time(), false);
   } else if (hasLeftoverOutput()) {
     waitForPeer();
   } else {
@@ -78,6 +82,16 @@ void ServerConnection::continueAfterSending() {
   }
 }
 
+// Nothing is read meanwhile: what comes behind the request waits in the system. An event tells once
+// that something has come. After that, only the end of the peer is watched for.
+void ServerConnection::hold(std::chrono::seconds time, bool isAskedHere) {
+  if (held_ == nullptr) {
+    held_ = std::make_unique<HeldRequest>(*this);
+  }
+  loop_.hold(*held_, time, isAskedHere);
+  enter(Phase::holding);
+}
+
 void ServerConnection::refuse(const char* fault) {
   refused_ = true;
   reportClosing(fault);
@@ -106,6 +120,7 @@ void ServerConnection::expire() {
       return;
     case Phase::reading:
     case Phase::delivering:
+    case Phase::holding:
       refuse("a frame was not complete in time");
       linger();
       return;
@@ -163,26 +178,29 @@ void ServerConnection::setDeadline(DeadlineQueue& queue) {
   }
 }
 
-void ServerConnection::change(Phase before) {
-  Poller& poller = loop_.poller();
-  bool isWatched = true;
+void ServerConnection::watchForPhase() {
   switch (phase_) {
     case Phase::delivering:
       // A peer that hangs up meanwhile must not wake the loop again and again.
-      poller.remove(descriptor_);
-      break;
+      loop_.poller().remove(descriptor_);
+      return;
     case Phase::sending:
-      isWatched = poller.modify(descriptor_, Poller::Interest::writable, this);
-      break;
+      watchFor(Poller::Interest::writable);
+      return;
     case Phase::reading:
+    case Phase::holding:
     case Phase::lingering:
-      if (before != Phase::reading) {
-        isWatched = poller.modify(descriptor_, Poller::Interest::readable, this);
-      }
-      break;
+      watchFor(Poller::Interest::readable);
+      return;
   }
-  if (!isWatched) {
-    closeNow();
+}
+
+void ServerConnection::watchFor(Poller::Interest interest) {
+  if (interest != watched_) {
+    watched_ = interest;
+    if (!loop_.poller().modify(descriptor_, interest, this)) {
+      closeNow();
+    }
   }
 }
 

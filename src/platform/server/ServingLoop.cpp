@@ -46,7 +46,7 @@ void ServingLoop::serve(ServerConnection& connection, Step step) {
 
 void ServingLoop::takeTurn(Acceptor* acceptor) {
   ++turn_;
-  const std::span<const Poller::Event> events = poller_.wait(millisecondsToNextDeadline(acceptor));
+  const std::span<const Poller::Event> events = poller_.wait(waitingTime(acceptor));
   for (const Poller::Event& event : events) {
     if (event.owner == nullptr) {
       handleWakeUp();
@@ -58,6 +58,11 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
     }
   }
   expireDeadlines();
+  noteChanges();
+  if (held_.isAsking()) {
+    askHeld();
+    noteChanges();  // requests that waited behind held ones may have made some
+  }
   if (acceptor != nullptr && acceptor->isPaused() &&
       DeadlineQueue::Clock::now() >= acceptor->pausedUntil()) {
     acceptor->goOn(poller_);
@@ -122,10 +127,66 @@ void ServingLoop::expireDeadlines() {
       serve(connection, [&] { connection.expire(); });
     }
   }
+  if (held_.nextDue() <= DeadlineQueue::Clock::now()) {
+    expireHeld();
+  }
 }
 
-int ServingLoop::millisecondsToNextDeadline(const Acceptor* acceptor) const {
-  auto next = DeadlineQueue::Clock::time_point::max();
+void ServingLoop::expireHeld() {
+  const auto now = DeadlineQueue::Clock::now();
+  for (int i = 0; i < kHeldAtOnce; ++i) {
+    HeldRequest* const request = held_.over(now);
+    if (request == nullptr) {
+      return;
+    }
+    ServerConnection& connection = request->connection;
+    serve(connection, [&] { connection.answerHeld(true); });
+  }
+}
+
+// Whatever this thread has asked since the last turn began was asked when there were at least
+// `known_` changes.
+void ServingLoop::hold(HeldRequest& request, std::chrono::seconds time, bool isAskedHere) {
+  if (held_.empty()) {
+    told_ = known_;
+  }
+  if (isAskedHere) {
+    held_.add(request, time);
+  } else {
+    held_.addToAsk(request, time);
+  }
+}
+
+// The replies of the turn were sent before: a change costs the one who makes it the same, however
+// many requests are held.
+void ServingLoop::noteChanges() {
+  const std::uint64_t now = context_.changes.load(std::memory_order_acquire);
+  if (now != known_) {
+    known_ = now;
+    context_.sleepers.announce(now, &sleeper_);
+  }
+  if (now != told_ && !held_.empty() && !held_.isAsking()) {
+    told_ = now;
+    held_.beginAsking();
+  }
+}
+
+void ServingLoop::askHeld() {
+  for (int i = 0; i < kHeldAtOnce; ++i) {
+    HeldRequest* const request = held_.nextToAsk();
+    if (request == nullptr) {
+      return;
+    }
+    ServerConnection& connection = request->connection;
+    serve(connection, [&] { connection.answerHeld(false); });
+  }
+}
+
+int ServingLoop::waitingTime(const Acceptor* acceptor) {
+  if (held_.isAsking() || (!held_.empty() && !context_.sleepers.maySleep(sleeper_, told_))) {
+    return 0;
+  }
+  auto next = held_.nextDue();
   for (const DeadlineQueue* const queue : {&partialFrames_, &untakenReplies_, &lingerers_}) {
     if (!queue->empty()) {
       next = std::min(next, queue->next().due);

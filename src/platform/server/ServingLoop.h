@@ -24,12 +24,16 @@
 //   |     |     The connection keeps what is left over of input and output.
 //   |     |
 //   |     |     A request that would have to wait ends the loop over the frames. It goes to a
-//   |     |     waiting thread, which causes a wake-up when it has delivered the request.
+//   |     |     waiting thread, which causes a wake-up when it has delivered the request. A request
+//   |     |     that is held for a change ends it, too.
 //   |     v
 //   |   connections whose deadline is over: one with an incomplete frame is refused; one that
-//   |     lingers, or whose client takes no reply, is closed
-//   |     |
-//   |     v
+//   |     lingers, or whose client takes no reply, is closed; of held requests whose time is over,
+//   up |     to 64 are answered |     | |     v |   if something has changed since the last turn:
+//   other loops that hold requests and sleep are |     woken, and all requests that this loop holds
+//   are to be asked for their reply |     | |     v |   up to 64 held requests that are to be
+//   asked: each sends its reply and goes on with the |     requests behind it. If more are left,
+//   the next turn does not wait for events. |     | |     v
 //   +-- if the acceptor's pause is over: it accepts again
 #pragma once
 
@@ -46,7 +50,9 @@
 #include "platform/OwnAddresses.h"
 #include "platform/server/ByteSum.h"
 #include "platform/server/DeadlineQueue.h"
+#include "platform/server/HeldRequests.h"
 #include "platform/server/Poller.h"
+#include "platform/server/SleepingLoops.h"
 #include "platform/server/UntakenReplies.h"
 #include "platform/server/WaitingThreads.h"
 #include "platform/wire/ReplyBuffer.h"
@@ -69,6 +75,12 @@ struct ServerContext {
   std::chrono::milliseconds untakenReplyTimeout{300000};
   OwnAddresses ownAddresses{};      ///< these may always connect
   std::atomic<int> connections{0};  ///< open connections of all loops
+  const std::atomic<std::uint64_t>& changes = delegate.changes();  ///< what held requests wait for
+  SleepingLoops sleepers{};  ///< the loops that hold requests and wait for a change
+
+  /// Wakes the loops that hold requests, if there was a change that was not announced. Call it on a
+  /// thread that is no loop's, when it may have made changes. Any thread, outside all locks.
+  void announceChanges() { sleepers.announce(changes.load(std::memory_order_acquire), nullptr); }
 };
 
 /// Unless noted otherwise, call these only from the loop's own thread.
@@ -78,6 +90,8 @@ class ServingLoop {
   static constexpr std::size_t kInputBytes = 64 * 1024;
   /// How long input of a refused connection is read and dropped before it is closed.
   static constexpr std::chrono::milliseconds kLinger{1000};
+  /// So many held requests are asked, or ended, in one turn at most. Each costs a system call.
+  static constexpr int kHeldAtOnce = 64;
 
   explicit ServingLoop(ServerContext& context);
   ~ServingLoop();
@@ -103,6 +117,10 @@ class ServingLoop {
   /// to the caller. The loop takes one work at a time: wait for its call before the next. Any
   /// thread.
   void perform(const std::function<void()>& work);
+
+  /// Holds a request until a change, or until `time` is over. `isAskedHere` tells that this thread
+  /// has asked for its reply in this turn.
+  void hold(HeldRequest& request, std::chrono::seconds time, bool isAskedHere);
 
   /// Number of connections of this loop. Any thread.
   [[nodiscard]] int load() const { return load_.load(std::memory_order_relaxed); }
@@ -132,8 +150,14 @@ class ServingLoop {
   /// closed.
   template <typename Step>
   void serve(ServerConnection& connection, Step step);
-  [[nodiscard]] int millisecondsToNextDeadline(const Acceptor* acceptor) const;
+  /// Returns how long the poller may wait for events, milliseconds or `Poller::kForever`.
+  [[nodiscard]] int waitingTime(const Acceptor* acceptor);
   void expireDeadlines();
+  void expireHeld();
+  /// Announces the changes since the last call, and has the held requests asked because of them.
+  void noteChanges();
+  /// Asks some of the held requests that are to be asked.
+  void askHeld();
   void handleWakeUp();
 
   ServerContext& context_;
@@ -142,6 +166,12 @@ class ServingLoop {
   DeadlineQueue partialFrames_;
   DeadlineQueue untakenReplies_;
   DeadlineQueue lingerers_;
+  HeldRequests held_;
+  // The changes that this loop knows of, and those that its held requests were asked for, but for
+  // requests that are still to be asked.
+  std::uint64_t known_ = 0;
+  std::uint64_t told_ = 0;
+  SleepingLoops::Sleeper sleeper_{poller_};
   const std::unique_ptr<char[]> input_;
   ReplyBuffer output_;
   Message request_;

@@ -17,6 +17,7 @@ namespace {
 struct Tracker {
   std::atomic<int> inside{0};
   bool ended = false;
+  std::uint64_t seenChanges = 0;
 };
 
 }  // namespace
@@ -48,6 +49,7 @@ Delivery ScriptedDelegate::deliverWithoutDisk(const Message& request, NetConnect
     return deliverCommunication(request, sender);
   }
   const Disk disk = request.contains("log") ? Disk::log : Disk::preferences;
+  changesMade += request.contains("change") ? 1 : 0;
   return {disk, [this, &sender](const Message& sameRequest) {
             waitAtGate();
             return answer(sameRequest, sender);
@@ -55,10 +57,27 @@ Delivery ScriptedDelegate::deliverWithoutDisk(const Message& request, NetConnect
 }
 
 Reply ScriptedDelegate::deliverCommunication(const Message& request, NetConnection& sender) {
+  const Reply reply = answer(request, sender);
   if (request.contains("wait")) {
     waitAtGate();
   }
-  return answer(request, sender);
+  return reply;
+}
+
+Reply ScriptedDelegate::deliverHeld(NetConnection& sender, bool isLastTime) {
+  ++askedHeld;
+  return answerHeld(sender, isLastTime);
+}
+
+Reply ScriptedDelegate::answerHeld(NetConnection& sender, bool isLastTime) const {
+  Tracker& tracker = *sender.context<Tracker>();
+  const std::uint64_t now = changesMade;
+  const bool hasChanged = std::exchange(tracker.seenChanges, now) != now;
+  if (!hasChanged && !isLastTime) {
+    return Reply::held(Reply::kLongestHold);
+  }
+  sender.replyWriter().text("result", hasChanged ? "changed" : "over");
+  return Reply::written();
 }
 
 Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
@@ -79,6 +98,14 @@ Reply ScriptedDelegate::answer(const Message& request, NetConnection& sender) {
   if (request.contains("nil")) {
     sender.replyWriter().text("half", "written");
     return Reply::none();
+  }
+  if (const auto seconds = request.text("hold")) {
+    const Reply reply = answerHeld(sender, false);
+    return reply.isHeld() ? Reply::held(std::chrono::seconds(std::stoi(std::string(*seconds))))
+                          : reply;
+  }
+  if (request.contains("change") && !request.contains("log")) {
+    ++changesMade;
   }
   if (request.contains("echo") || request.contains("wait") || request.contains("log") ||
       request.contains("preferences")) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <future>
 #include <map>
 #include <memory>
@@ -25,7 +26,10 @@ namespace sorvane::test {
 ///   delivered before}; "wait" cannot be delivered without waiting, and waits until `openGate`;
 ///   "log" and "preferences" wait for that where the disk of that name is waited for; "stop" waits
 ///   for that on the serving thread, as no delegate may; "raise" raises what a command may raise;
-///   "raiseOther" raises what it may not. Anything else returns an empty dictionary.
+///   "raiseOther" raises what it may not; "change" makes a change; "hold" (seconds) is held until
+///   there was a change since the last "hold" of the connection began, and returns {"result":
+///   "changed", or "over" the last time}. Anything else returns an empty dictionary. A request for
+///   a waiting thread does what it does before it waits.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
   void servingBegins(RunningServer& server) override { running_.set_value(&server); }
@@ -34,6 +38,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
                                              Turn& turn) override;
   Delivery deliverWithoutDisk(const Message& request, NetConnection& sender) override;
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
+  [[nodiscard]] const std::atomic<std::uint64_t>& changes() const override { return changesMade; }
+  Reply deliverHeld(NetConnection& sender, bool isLastTime) override;
   void endCommunication(NetConnection& connection) override;
 
   /// Waits until the server serves.
@@ -53,12 +59,17 @@ class ScriptedDelegate : public NetConnectionDelegate {
   /// Those among them that no other thread than the serving one has delivered.
   std::atomic<int> deliveredWithoutWaiting{0};
   std::atomic<int> ended{0};
+  std::atomic<std::uint64_t> changesMade{0};
+  /// How often a reply to a held request was asked for.
+  std::atomic<int> askedHeld{0};
   /// How often two operations of one connection ran at once, or out of order.
   std::atomic<int> overlaps{0};
 
  private:
   void waitAtGate();
   Reply answer(const Message& request, NetConnection& sender);
+  /// Returns the reply of a connection that waits for a change.
+  [[nodiscard]] Reply answerHeld(NetConnection& sender, bool isLastTime) const;
 
   std::promise<RunningServer*> running_;
   const std::shared_future<RunningServer*> server_ = running_.get_future().share();

@@ -1,0 +1,302 @@
+// Requests that are held until something changes: who is told, when, and what it costs the others.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/server/HeldRequests.h"
+#include "platform/server/ServedByHand.h"
+#include "platform/server/ServedDelegate.h"
+#include "support/WireBytes.h"
+
+namespace sorvane::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+const std::string kChanged = frame(Message({{"result", "changed"}}));
+const std::string kOver = frame(Message({{"result", "over"}}));
+const std::string kEcho = frame(Message({{"echo", "behind"}}));
+const std::string kChange = frame(Message({{"change", ""}}));
+const std::string kEmpty = frameOfBody("");
+
+std::string hold(int time = 300) { return frame(Message({{"hold", std::to_string(time)}})); }
+
+/// What a client has received without waiting; nothing is left then.
+std::string received(RawConnection& client) {
+  std::string bytes(1 << 16, ' ');
+  const ssize_t came = recv(client.descriptor(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+  bytes.resize(came < 0 ? 0 : static_cast<std::size_t>(came));
+  return bytes;
+}
+
+class Held : public testing::Test {
+ protected:
+  /// A connection that holds a request and has been sent nothing.
+  RawConnection holds(int time = 300, const std::string& behind = "") {
+    RawConnection client = server_.connect();
+    client.send(hold(time) + behind);
+    server_.turn();
+    EXPECT_EQ(received(client), "");
+    return client;
+  }
+  /// Another connection makes a change and gets its reply.
+  void changes() {
+    maker_.send(kChange);
+    EXPECT_EQ(server_.receives(maker_, kEmpty.size()), kEmpty);
+  }
+
+  ServedByHand server_;
+  RawConnection maker_ = server_.connect();
+};
+
+TEST_F(Held, IsAnsweredWhenSomethingChanges) {
+  RawConnection client = holds();
+  changes();
+  EXPECT_EQ(received(client), kChanged) << "in the turn of the change";
+  client.send(hold());
+  server_.turn();
+  EXPECT_EQ(received(client), "") << "each change is told once";
+  changes();
+  EXPECT_EQ(received(client), kChanged);
+}
+
+TEST_F(Held, IsAnsweredAtOnceIfThereWasAChangeBefore) {
+  changes();
+  RawConnection client = server_.connect();
+  client.send(hold());
+  EXPECT_EQ(server_.receives(client, kChanged.size()), kChanged);
+}
+
+TEST_F(Held, IsAnsweredOnceForChangesThatComeTogether) {
+  RawConnection client = holds();
+  maker_.send(kChange + kChange + kChange);
+  EXPECT_EQ(server_.receives(maker_, 3 * kEmpty.size()), kEmpty + kEmpty + kEmpty);
+  EXPECT_EQ(received(client), kChanged);
+  EXPECT_EQ(server_.delegate().askedHeld, 1);
+}
+
+TEST_F(Held, IsNotAskedWhileNothingChanges) {
+  RawConnection client = holds();
+  for (int i = 0; i < 10; ++i) {
+    maker_.send(kEcho);
+    EXPECT_EQ(server_.receives(maker_, kEcho.size()), kEcho);
+  }
+  EXPECT_EQ(server_.delegate().askedHeld, 0);
+}
+
+TEST_F(Held, IsOverAfterItsTime) {
+  RawConnection client = server_.connect();
+  const auto begin = std::chrono::steady_clock::now();
+  client.send(hold(1));
+  EXPECT_EQ(server_.receives(client, kOver.size()), kOver);
+  const auto time = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(time, seconds(1));
+  EXPECT_LT(time, milliseconds(1900));
+}
+
+TEST_F(Held, IsNotKeptWaitingByOneWithMoreTime) {
+  const RawConnection patient = holds(300);
+  RawConnection client = server_.connect();
+  client.send(hold(1));
+  EXPECT_EQ(server_.receives(client, kOver.size()), kOver);
+}
+
+TEST_F(Held, KeepsTheRequestsBehindItInOrder) {
+  RawConnection client = holds(300, kEcho + kEcho);
+  client.send(kEcho);
+  server_.turn();
+  EXPECT_EQ(received(client), "");
+  changes();
+  EXPECT_EQ(received(client), kChanged + kEcho + kEcho);
+  EXPECT_EQ(server_.receives(client, kEcho.size()), kEcho) << "which came later";
+}
+
+TEST_F(Held, ComesBehindTheRepliesBeforeIt) {
+  RawConnection client = server_.connect();
+  client.send(kEcho + hold());
+  EXPECT_EQ(server_.receives(client, kEcho.size()), kEcho);
+  changes();
+  EXPECT_EQ(received(client), kChanged);
+}
+
+TEST_F(Held, BeginsWhenTheClientHasTakenTheRepliesBeforeIt) {
+  constexpr std::size_t kLong = 3000000;
+  RawConnection client = server_.connect();
+  client.send(frame(Message({{"big", std::to_string(kLong)}})) + hold() + kEcho);
+  server_.turn();
+  changes();
+  EXPECT_GT(server_.receives(client, kLong).size(), kLong - 1);
+  const std::string rest = server_.receives(client, 26 - 8 + kChanged.size() + kEcho.size());
+  EXPECT_EQ(rest.substr(rest.size() - kEcho.size() - kChanged.size()), kChanged + kEcho);
+}
+
+TEST_F(Held, LetsASecondOneWaitBehindIt) {
+  RawConnection client = holds(300, hold());
+  changes();
+  EXPECT_EQ(received(client), kChanged);
+  changes();
+  EXPECT_EQ(received(client), kChanged);
+}
+
+TEST_F(Held, CountsWhatCameWithItToTheLimitOfUnfinishedInput) {
+  const std::string behind(20000, '\1');
+  RawConnection client = holds(300, behind);
+  EXPECT_GE(server_.context().unfinishedInput.now(), behind.size());
+  const std::size_t before = server_.context().unfinishedInput.now();
+  client.send(behind);
+  server_.turn();
+  EXPECT_EQ(server_.context().unfinishedInput.now(), before) << "what comes later is not read";
+}
+
+TEST_F(Held, IsAnsweredBeforeTheBadFrameBehindItEndsTheConnection) {
+  const ConsoleLines console;
+  RawConnection client = holds(300, "garbage that is no frame");
+  changes();
+  EXPECT_EQ(client.receive(kChanged.size() + 1), kChanged);
+  EXPECT_EQ(server_.delegate().ended, 1);
+}
+
+TEST_F(Held, TakesNoTurnForWhatComesBehindIt) {
+  RawConnection client = holds();
+  client.send(kEcho);
+  server_.turn();  // it is no longer watched for that
+  RawConnection other = server_.connect();
+  other.send(hold(1));
+  server_.turn();
+  server_.turn();  // waits for the end of that time, not for the bytes
+  EXPECT_EQ(received(other), kOver);
+}
+
+TEST_F(Held, OfAPeerThatSendsNothingMoreIsAnsweredAtOnceAndThenClosed) {
+  for (const std::string& behind : {std::string(), kEcho}) {
+    RawConnection client = holds();
+    client.send(behind);
+    client.shutdownWriting();
+    EXPECT_EQ(server_.receives(client, 1000), kOver + behind);
+    EXPECT_TRUE(client.isClosedByPeer());
+  }
+  EXPECT_EQ(server_.delegate().ended, 2);
+}
+
+TEST_F(Held, OfAPeerThatEndedWithItsRequestIsAnsweredAtOnce) {
+  RawConnection client = server_.connect();
+  client.send(hold() + hold());
+  client.shutdownWriting();
+  EXPECT_EQ(server_.receives(client, 1000), kOver + kOver);
+}
+
+TEST_F(Held, OfAPeerThatHasGoneIsForgottenAtOnce) {
+  int ended = 0;
+  for (const std::string& behind : {std::string(), kEcho, std::string("\1")}) {
+    RawConnection client = holds();
+    if (!behind.empty()) {
+      client.send(behind);
+      server_.turn();
+    }
+    client.close();
+    for (int i = 0; i < 3 && server_.delegate().ended == ended; ++i) {
+      server_.turn();
+    }
+    EXPECT_EQ(server_.delegate().ended, ++ended);
+  }
+  EXPECT_EQ(server_.context().connections, 1);
+  changes();
+}
+
+TEST_F(Held, OfManyAreAskedInSlicesWithTheRequestsOfOthersBetween) {
+  constexpr int kSlices = 4;
+  std::vector<RawConnection> clients;
+  for (int i = 0; i < kSlices * ServingLoop::kHeldAtOnce; ++i) {
+    clients.push_back(holds());
+  }
+  maker_.send(kChange);
+  server_.turn();
+  for (int slice = 1; slice < kSlices; ++slice) {
+    EXPECT_EQ(server_.delegate().askedHeld, slice * ServingLoop::kHeldAtOnce);
+    maker_.send(kEcho);
+    server_.turn();
+  }
+  const std::size_t replies = kEmpty.size() + (kSlices - 1) * kEcho.size();
+  EXPECT_EQ(received(maker_).size(), replies) << "each in the turn of its request";
+  for (RawConnection& each : clients) {
+    EXPECT_EQ(received(each), kChanged);
+  }
+}
+
+TEST_F(Held, ThatIsAskedOnAnotherThreadIsToldOfAChangeMeanwhile) {
+  server_.delegate().changesMade = 0;
+  RawConnection client = server_.connect();
+  client.send(frame(Message({{"wait", ""}, {"hold", "300"}})));
+  server_.turn();
+  ASSERT_TRUE(server_.delegate().arriveAtGate(1)) << "and has found no change";
+  RawConnection other = holds();
+  changes();
+  EXPECT_EQ(received(other), kChanged) << "this loop has told its others";
+  server_.delegate().openGate();
+  EXPECT_EQ(server_.receives(client, kChanged.size()), kChanged);
+}
+
+TEST_F(Held, IsHeldOnAfterItWasDeliveredOnAnotherThread) {
+  RawConnection client = server_.connect();
+  server_.delegate().openGate();
+  client.send(frame(Message({{"wait", ""}, {"hold", "1"}})) + kEcho);
+  EXPECT_EQ(server_.receives(client, kOver.size() + kEcho.size()), kOver + kEcho);
+}
+
+TEST(HeldByAServer, IsToldOfAChangeOnAnotherThreadWhileThatOneWaitsForADisk) {
+  ServedDelegate server;
+  RawConnection client = server.connect();
+  client.send(hold());
+  RawConnection maker = server.connect();
+  EXPECT_TRUE(maker.ask(Message({{"echo", ""}})));
+  EXPECT_TRUE(client.staysSilent(milliseconds(50)));
+  maker.send(frame(Message({{"log", ""}, {"change", ""}})));
+  EXPECT_EQ(client.receive(kChanged.size()), kChanged);
+  server.delegate().openGate();
+  EXPECT_TRUE(maker.receiveFrame());
+}
+
+// In each round there is one change, so a round in which it is missed does not end. The change
+// comes before some of the requests and after others, and the loops find it on their own threads or
+// on waiting ones.
+TEST(HeldByAServer, NoneMissesAChangeThatComesWhileItBegins) {
+  constexpr int kRounds = 300;
+  constexpr std::size_t kWatchers = 24;
+  Settings settings;
+  settings.threads = 3;
+  ServedDelegate server(settings);
+  server.delegate().openGate();
+  std::vector<RawConnection> watchers;
+  for (std::size_t i = 0; i < kWatchers; ++i) {
+    watchers.push_back(server.connect());
+  }
+  RawConnection maker = server.connect();
+  const std::string changes[] = {kChange, frame(Message({{"wait", ""}, {"change", ""}})),
+                                 frame(Message({{"log", ""}, {"change", ""}}))};
+  const std::string holds[] = {hold(), hold(), frame(Message({{"wait", ""}, {"hold", "300"}}))};
+  std::mt19937 random(7);
+  for (int round = 0; round < kRounds; ++round) {
+    const std::size_t before = random() % (kWatchers + 1);
+    for (std::size_t i = 0; i <= kWatchers; ++i) {
+      if (i == before) {
+        maker.send(changes[random() % std::size(changes)]);
+      }
+      if (i < kWatchers) {
+        watchers[i].send(holds[random() % std::size(holds)]);
+      }
+    }
+    for (RawConnection& each : watchers) {
+      ASSERT_EQ(each.receive(kChanged.size()), kChanged) << "in round " << round;
+    }
+    ASSERT_TRUE(maker.receiveFrame());
+  }
+}
+
+}  // namespace
+}  // namespace sorvane::test
