@@ -7,6 +7,7 @@
 #include "platform/EndProcess.h"
 #include "registry/ConnectionEnd.h"
 #include "registry/Dispatch.h"
+#include "registry/WatchCommands.h"
 
 namespace sorvane {
 namespace {
@@ -137,6 +138,10 @@ Delivery sorvkeyController::deliverWithoutDisk(const Message& request, NetConnec
 Outcome sorvkeyController::deliverCommunicationLocked(const DispatchRule& rule,
                                                       CommandContext& command) {
   return rule.command(command);
+}
+
+Reply sorvkeyController::deliverHeld(NetConnection& sender, bool isLastTime) {
+  return answerAwaiting(*sender.context<PortDescriptor>(), sender.replyWriter(), isLastTime);
 }
 
 void sorvkeyController::write(const Notes& notes, bool raised, const Message& request) {

@@ -82,6 +82,12 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Forgets what the connection had registered (`endConnection`), logs the removal of a launcher
   /// host, and tells the info server. Takes no `serverLock`.
   void endCommunication(NetConnection& connection) override;
+  /// Counts how often the watchers were set dirty.
+  [[nodiscard]] const std::atomic<std::uint64_t>& changes() const override {
+    return registry_.watchingPortsList().timesSetDirty();
+  }
+  /// Answers a connection that waits for a change, if there was one or the time is over.
+  Reply deliverHeld(NetConnection& sender, bool isLastTime) override;
   /// Frees the texts that the message has replaced.
   void cleanupAfterMessage() override { releaseRetiredTexts(); }
   [[nodiscard]] bool reconnect() override { return false; }

@@ -42,6 +42,7 @@ constexpr DispatchRule kRules[] = {
     {{},                   "sorvexecConnectHost", registers,   nullptr,              sorvexecConnectHost, always},
     {{},                   "hostInfo",            reads,       nullptr,              hostInfo,            always},
     {{},                   "hostList",            reads,       nullptr,              hostList,            never},
+    {{},                   "awaitPortChanges",    reads,       nullptr,              awaitPortChanges,    never},
     {{},                   "",                    reads,       nullptr,              infoServer,          always},
 };
 // clang-format on

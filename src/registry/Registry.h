@@ -65,6 +65,7 @@ class Registry {
   // ---- Watchers
 
   [[nodiscard]] WatchList& watchingPortsList() { return watchingPortsList_; }
+  [[nodiscard]] const WatchList& watchingPortsList() const { return watchingPortsList_; }
 
   /// Every change calls this: it sets all watchers dirty, notes the time and drops the state list.
   /// While another thread does that, this call does nothing: the other thread sets the same

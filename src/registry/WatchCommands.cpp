@@ -1,11 +1,28 @@
 #include "registry/WatchCommands.h"
 
+#include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <string>
+#include <system_error>
 
 #include "platform/Ascii.h"
 
 namespace sorvane {
+namespace {
+
+constexpr std::chrono::seconds kUsualHold{30};
+
+std::chrono::seconds holdingTime(std::optional<std::string_view> text) {
+  const std::string_view digits = text.value_or("");
+  unsigned seconds = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), seconds);
+  const bool isNumber = error == std::errc() && end == digits.data() + digits.size();
+  const std::chrono::seconds time(seconds);
+  return isNumber && time <= Reply::kLongestHold ? time : kUsualHold;
+}
+
+}  // namespace
 
 Outcome watchPortChanges(CommandContext& context) {
   context.registry.watchingPortsList().append(context.record());
@@ -18,6 +35,25 @@ Outcome didPortsChange(CommandContext& context) {
     context.registry.watchingPortsList().append(record);
   }
   return context.result(record.takeDirty() ? "YES" : "NO");
+}
+
+Outcome awaitPortChanges(CommandContext& context) {
+  PortDescriptor& record = context.record();
+  const std::chrono::seconds time = holdingTime(context.request.text("timeout"));
+  if (!WatchList::contains(record)) {
+    context.registry.watchingPortsList().append(record);
+  }
+  const Reply reply = answerAwaiting(record, context.reply, time == std::chrono::seconds(0));
+  return reply.isHeld() ? Reply::held(time) : reply;
+}
+
+Reply answerAwaiting(PortDescriptor& record, MessageWriter reply, bool isOver) {
+  const bool isDirty = record.takeDirty();
+  if (!isDirty && !isOver) {
+    return Reply::held(kUsualHold);
+  }
+  reply.text("result", isDirty ? "YES" : "NO");
+  return Reply::written();
 }
 
 Outcome needsRefresh(CommandContext& context) {

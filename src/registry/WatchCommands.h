@@ -1,4 +1,4 @@
-// The commands of those who watch for changes, by polling.
+// The commands of those who watch for changes: by polling, or by waiting.
 #pragma once
 
 #include "registry/CommandContext.h"
@@ -12,6 +12,15 @@ Outcome watchPortChanges(CommandContext& context);
 /// "didPortsChange": puts the sender's record on the watch list unless it is on it. Then returns
 /// and clears its dirty flag. Reply {"result": "YES" or "NO"}.
 Outcome didPortsChange(CommandContext& context);
+
+/// "awaitPortChanges": does the same as "didPortsChange". If the flag is clear, the request is held
+/// for "timeout" seconds: 0 to 300 in decimal digits, 30 for anything else. With 0, the reply is
+/// {"result": "NO"} at once.
+Outcome awaitPortChanges(CommandContext& context);
+/// Writes the reply to a request that is held for this record: {"result": "YES"}, which clears the
+/// flag, or "NO" if the time is over. Otherwise the request is held on. Needs no `serverLock`;
+/// called where requests of the record's connection are delivered.
+Reply answerAwaiting(PortDescriptor& record, MessageWriter reply, bool isOver);
 
 /// "needsRefresh": sets all watchers dirty. With "force" YES it also advances the forced-refresh
 /// number. Reply {"result": "success"}.

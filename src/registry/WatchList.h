@@ -38,6 +38,9 @@ class WatchList {
     return record.timesOnWatchList() > 0;
   }
 
+  /// How often all records were set dirty. Lives as long as the list.
+  [[nodiscard]] const std::atomic<std::uint64_t>& timesSetDirty() const { return timesSetDirty_; }
+
   /// Returns the length of the list. A record counts as often as it is on it.
   [[nodiscard]] std::size_t count() const { return count_.load(std::memory_order_relaxed); }
 

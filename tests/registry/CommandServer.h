@@ -10,6 +10,7 @@
 #include "registry/Dispatch.h"
 #include "registry/Peer.h"
 #include "registry/Registry.h"
+#include "registry/WatchCommands.h"
 #include "support/ConsoleLines.h"
 
 namespace sorvane::test {
@@ -50,6 +51,9 @@ class CommandServer : public NetConnectionDelegate {
     lastKind = outcome.kind();
     lastLogLine = outcome.logLine();
     return outcome.reply();
+  }
+  Reply deliverHeld(NetConnection& sender, bool isLastTime) override {
+    return answerAwaiting(*sender.context<PortDescriptor>(), sender.replyWriter(), isLastTime);
   }
   void endCommunication(NetConnection& connection) override {
     registry.watchingPortsList().remove(*connection.context<PortDescriptor>());

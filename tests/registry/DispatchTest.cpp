@@ -25,7 +25,7 @@ const std::vector<Selector>& selectorsInOrder() {
       {{}, "watchPortChanges"}, {{}, "didPortsChange"},
       {{}, "changeTimestamp"},  {{}, "sorvexecConnectHost"},
       {{}, "hostInfo"},         {{}, "hostList"},
-      {{}, "anything else"},
+      {{}, "awaitPortChanges"}, {{}, "anything else"},
   };
   return selectors;
 }

@@ -44,6 +44,16 @@ class Peer {
     return answer({{"action", word}}, key);
   }
 
+  /// What is answered when the server asks once more for the reply to a request that it holds;
+  /// "held" when it is held on.
+  std::string heldAnswer(bool isLastTime = false) {
+    const auto reply = askHeldInProcess(server_, connection_, isLastTime);
+    if (reply && reply->contains("held")) {
+      return "held";
+    }
+    return std::string(reply ? reply->text("result").value_or("(none)") : "(nil)");
+  }
+
   /// "newPort"; the number that was handed out.
   std::string asksForPort(std::string_view name, std::string_view host = "hostA",
                           std::string_view type = "db") {

@@ -63,6 +63,7 @@ const std::vector<Example>& examples() {
        {"hostName", "portHostAddress", "ethernetAddress"}},
       {"hostInfo", {{"action", "hostInfo"}, {"hostAddress", "10.0.0.5"}}, {}, {"hostAddress"}},
       {"hostList", {{"action", "hostList"}, {"hostAddress", "10.0.0.5"}}, {}, {"hostAddress"}},
+      {"awaitPortChanges", {{"action", "awaitPortChanges"}, {"timeout", "7"}}, {}, {}},
       {"infoServer", {{"action", "unknown"}}, {}, {}},
   };
   return all;

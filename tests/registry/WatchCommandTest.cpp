@@ -4,6 +4,7 @@ namespace sorvane::test {
 namespace {
 
 class DidPortsChange : public CommandTest {};
+class AwaitPortChanges : public CommandTest {};
 class WatchPortChanges : public CommandTest {};
 class NeedsRefresh : public CommandTest {};
 class ChangeTimestamp : public CommandTest {};
@@ -48,6 +49,81 @@ TEST_F(DidPortsChange, ReadsTheResultAsTextWithItsNul) {
             std::string_view("YES\0", 4));
   EXPECT_EQ(watcher.sends({{"action", "didPortsChange"}})->data("result"),
             std::string_view("NO\0", 3));
+}
+
+TEST_F(AwaitPortChanges, AnswersAtOnceWhatDidPortsChangeWouldAnswerWithYes) {
+  Peer watcher(server_);
+  EXPECT_EQ(watcher.action("awaitPortChanges"), "YES") << "the first time";
+  EXPECT_EQ(watcher.action("didPortsChange"), "NO") << "the mark is cleared";
+  server_.registry.setWatchToDirty();
+  EXPECT_EQ(watcher.action("AwaitPortChanges"), "YES");
+  EXPECT_EQ(watcher.action("didPortsChange"), "NO");
+  EXPECT_EQ(server_.registry.watchingPortsList().count(), 1U);
+}
+
+TEST_F(AwaitPortChanges, IsHeldUntilSomethingChangesAndThenToldOnce) {
+  Peer watcher(server_);
+  (void)watcher.action("awaitPortChanges");
+  EXPECT_EQ(watcher.action("awaitPortChanges", "held"), "30");
+  EXPECT_EQ(watcher.heldAnswer(), "held");
+  server_.registry.setWatchToDirty();
+  server_.registry.setWatchToDirty();
+  EXPECT_EQ(watcher.heldAnswer(), "YES");
+  EXPECT_EQ(watcher.action("didPortsChange"), "NO");
+}
+
+TEST_F(AwaitPortChanges, AnswersTheLastTimeWhateverIsTheCase) {
+  Peer watcher(server_);
+  (void)watcher.action("awaitPortChanges");
+  (void)watcher.action("awaitPortChanges");
+  EXPECT_EQ(watcher.heldAnswer(true), "NO");
+  server_.registry.setWatchToDirty();
+  EXPECT_EQ(watcher.heldAnswer(true), "YES");
+  EXPECT_EQ(watcher.heldAnswer(true), "NO") << "the mark is cleared";
+}
+
+TEST_F(AwaitPortChanges, IsHeldForTheSecondsOfTheTimeoutOrThirty) {
+  const std::pair<std::string_view, std::string_view> times[] = {
+      {"1", "1"},    {"300", "300"},       {"007", "7"},
+      {"301", "30"}, {"-1", "30"},         {"+1", "30"},
+      {"", "30"},    {" 5", "30"},         {"5 ", "30"},
+      {"5.0", "30"}, {"0x5", "30"},        {"ten", "30"},
+      {"1e2", "30"}, {"4294967297", "30"}, {"18446744073709551617", "30"},
+  };
+  Peer watcher(server_);
+  (void)watcher.action("awaitPortChanges");
+  for (const auto& [timeout, held] : times) {
+    EXPECT_EQ(watcher.answer({{"action", "awaitPortChanges"}, {"timeout", timeout}}, "held"), held)
+        << timeout;
+  }
+  const auto withBytes = [&](std::string_view bytes) {
+    return watcher.answer(
+        Message({{"action", "awaitPortChanges"}}).setData("timeout", bytes).owned(), "held");
+  };
+  EXPECT_EQ(withBytes("\xff"), "30");
+  EXPECT_EQ(withBytes(""), "30");
+  EXPECT_EQ(withBytes("9"), "9") << "without a NUL";
+  EXPECT_EQ(withBytes(std::string_view("9\0x", 3)), "9") << "what follows the NUL is ignored";
+}
+
+TEST_F(AwaitPortChanges, IsNotHeldForNoTime) {
+  Peer watcher(server_);
+  const Message request({{"action", "awaitPortChanges"}, {"timeout", "0"}});
+  EXPECT_EQ(watcher.answer(request), "YES");
+  EXPECT_EQ(watcher.answer(request), "NO");
+  EXPECT_EQ(watcher.answer({{"action", "awaitPortChanges"}, {"timeout", "000"}}), "NO");
+  server_.registry.setWatchToDirty();
+  EXPECT_EQ(watcher.answer(request), "YES");
+}
+
+TEST_F(AwaitPortChanges, MayBeAskedBesideTheOtherWaysToWatch) {
+  Peer watcher(server_);
+  (void)watcher.action("watchPortChanges");
+  EXPECT_EQ(watcher.action("awaitPortChanges"), "YES");
+  EXPECT_EQ(server_.registry.watchingPortsList().count(), 1U);
+  server_.registry.setWatchToDirty();
+  EXPECT_EQ(watcher.action("didPortsChange"), "YES");
+  EXPECT_EQ(watcher.action("awaitPortChanges", "held"), "30");
 }
 
 TEST_F(WatchPortChanges, RegistersAndSetsTheFlag) {
