@@ -111,5 +111,25 @@ TEST_F(Allocation, IsNotDoneForDidPortsChange) {
   expectNoneFor({{"action", "didPortsChange"}});
 }
 
+TEST_F(Allocation, IsNotDoneForAWatcherThatWaitsOnceMore) {
+  const Message waiting({{"action", "awaitPortChanges"}});
+  const Message change({{"action", "needsRefresh"}});
+  const auto waitsForChanges = [&](int changes) {
+    for (int i = 0; i < changes; ++i) {
+      for (std::size_t watcher = 1; watcher < clients_.size(); ++watcher) {
+        ASSERT_TRUE(clients_[watcher].send(frame(waiting)));
+      }
+      ASSERT_TRUE(clients_.front().ask(change));
+      for (std::size_t watcher = 1; watcher < clients_.size(); ++watcher) {
+        ASSERT_TRUE(clients_[watcher].receiveFrame());
+      }
+    }
+  };
+  waitsForChanges(100);
+  const std::uint64_t before = allocations();
+  waitsForChanges(kRequests / 10);
+  EXPECT_EQ(allocations() - before, 0U);
+}
+
 }  // namespace
 }  // namespace sorvane::test

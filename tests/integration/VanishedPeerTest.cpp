@@ -54,18 +54,24 @@ class VanishedPeer : public ::testing::Test {
 TEST_F(VanishedPeer, IsForgottenWithinThirtySecondsEvenWithRepliesUnderWay) {
   const auto near = registers(here_, "near");
   const auto quiet = registers(there_, "quiet");
+  const auto waiting = registers(there_, "waiting");
+  ASSERT_TRUE(waiting->sendDictionary(request("awaitPortChanges", {})));
+  for (int i = 0; i < 2; ++i) {  // the second one waits behind the first
+    ASSERT_TRUE(waiting->sendRequest(request("awaitPortChanges", {{"timeout", "300"}})));
+  }
   const auto deaf = registers(there_, "deaf");
   ASSERT_TRUE(deaf->sendDictionary(
       request("set_userpreferences", {{"key", "anna"}, {"databases", std::string(500000, 'x')}})));
   for (int i = 0; i < 100; ++i) {  // more replies than the system's buffers take
     ASSERT_TRUE(deaf->sendRequest(request("get_userpreferences", {{"key", "anna"}})));
   }
-  ASSERT_TRUE(finds("quiet") && finds("deaf"));
+  ASSERT_TRUE(finds("quiet") && finds("waiting") && finds("deaf"));
 
   const auto vanished = Clock::now();
   there_.run("ip", {"link", "set", "eth0", "down"});
-  EXPECT_TRUE(finds("quiet") && finds("deaf")) << "nobody has said that they are gone";
-  for (const char* const name : {"quiet", "deaf"}) {
+  EXPECT_TRUE(finds("quiet") && finds("waiting") && finds("deaf"))
+      << "nobody has said that they are gone";
+  for (const char* const name : {"quiet", "waiting", "deaf"}) {
     EXPECT_TRUE(waitUntil([&] { return !finds(name); }, kPromised)) << name;
     EXPECT_LT(Clock::now() - vanished, kPromised) << name;
   }

@@ -18,13 +18,10 @@ epoll_event eventFor(Poller::Interest interest, void* owner) {
   epoll_event event{};
   switch (interest) {
     case Poller::Interest::readable:
-      event.events = EPOLLIN | EPOLLRDHUP;
+      event.events = EPOLLIN;
       break;
     case Poller::Interest::writable:
       event.events = EPOLLOUT;
-      break;
-    case Poller::Interest::end:
-      event.events = EPOLLRDHUP;
       break;
     case Poller::Interest::none:
       break;
@@ -83,8 +80,7 @@ std::span<const Poller::Event> Poller::wait(int milliseconds) {
       [[maybe_unused]] const ssize_t taken = read(state_->wakeUp.number(), &times, sizeof times);
     }
     state_->events[i] = {owner, (bits & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0,
-                         (bits & (EPOLLOUT | EPOLLHUP | EPOLLERR)) != 0,
-                         (bits & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0};
+                         (bits & (EPOLLOUT | EPOLLHUP | EPOLLERR)) != 0};
   }
   return {state_->events.data(), count};
 }

@@ -12,7 +12,6 @@
 
 #include "platform/Descriptor.h"
 #include "platform/WithoutInterruption.h"
-#include "platform/server/PollEvents.h"
 #include "platform/server/Poller.h"
 
 namespace sorvane {
@@ -26,11 +25,9 @@ struct Watched {
 short eventsFor(Poller::Interest interest) {
   switch (interest) {
     case Poller::Interest::readable:
-      return static_cast<short>(POLLIN | peerEndEvents());
+      return POLLIN;
     case Poller::Interest::writable:
       return POLLOUT;
-    case Poller::Interest::end:
-      return peerEndEvents();
     case Poller::Interest::none:
       break;
   }
@@ -62,8 +59,7 @@ void Poller::State::report(std::size_t index) {
     return;
   }
   events.push_back({owners[index], (bits & (POLLIN | POLLHUP | POLLERR)) != 0,
-                    (bits & (POLLOUT | POLLHUP | POLLERR)) != 0,
-                    (bits & (peerEndEvents() | POLLHUP | POLLERR)) != 0});
+                    (bits & (POLLOUT | POLLHUP | POLLERR)) != 0});
   if (index > 0) {
     lastReported = polled[index].fd;
   }

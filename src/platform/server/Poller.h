@@ -12,19 +12,12 @@ namespace sorvane {
 /// class on different system calls; the build chooses one.
 class Poller {
  public:
-  enum class Interest : std::uint8_t {
-    none,
-    readable,
-    writable,
-    end,  ///< only that the peer sends nothing more, whether all that it has sent was read or not
-  };
+  enum class Interest : std::uint8_t { none, readable, writable };
 
   struct Event {
     void* owner;    ///< as given to `add`; null for a wake-up
     bool readable;  ///< can be read, has ended or has failed
     bool writable;  ///< can be written or has failed
-    bool ended;     ///< the peer sends nothing more, or the connection has failed; told with
-                    ///< `readable` and `end`
   };
 
   static constexpr int kEventsAtOnce = 256;

@@ -86,6 +86,7 @@ void ServerConnection::start() {
 void ServerConnection::handle(const Poller::Event& event) {
   switch (phase_) {
     case Phase::reading:
+    case Phase::holding:
       if (event.readable) {
         receive();
       }
@@ -93,13 +94,6 @@ void ServerConnection::handle(const Poller::Event& event) {
     case Phase::sending:
       if (event.writable) {
         continueSending();
-      }
-      return;
-    case Phase::holding:
-      if (event.ended) {
-        answerHeld(true);
-      } else if (event.readable) {
-        watchFor(Poller::Interest::end);  // the requests that came stay where they are
       }
       return;
     case Phase::lingering:
@@ -114,12 +108,16 @@ void ServerConnection::receive() {
   const ssize_t received = receiveBytes(descriptor_, loop_.input(), ServingLoop::kInputBytes);
   if (received > 0) {
     const std::string_view came(loop_.input(), static_cast<std::size_t>(received));
-    if (leftover_ == nullptr || leftover_->input.empty()) {
+    if (phase_ == Phase::holding) {
+      keepBehind(came);
+    } else if (leftover_ == nullptr || leftover_->input.empty()) {
       serve(came);
     } else {
       leftover_->input.append(came);
       serve(leftover_->input);
     }
+  } else if (received == 0 && phase_ == Phase::holding) {
+    answerHeld(true);  // the end is found once more when the requests behind it are served
   } else if (received == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
     closeNow();  // no reply is due: nothing is read while replies wait to be sent
   }
@@ -141,7 +139,7 @@ void ServerConnection::serve(std::string_view input) {
   if (served.fault != nullptr) {
     refuse(served.fault);
   } else if (!keepInput(input.substr(handled))) {
-    refuse("unfinished requests fill the memory that they may");
+    refuse(kTooManyUnfinished);
   }
   if (hasLeftoverOutput() || served.isCutShort) {
     waitForPeer();  // even if all is sent: the loop's other connections get their turn

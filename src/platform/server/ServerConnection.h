@@ -31,8 +31,8 @@
 //      keep the loop's other connections waiting: it goes to a waiting thread. From there it goes
 //      on to the thread of a disk, if it needs that disk.
 //   3  The next request is held: its reply comes when something changes, when its time is over, or
-//      when the peer sends nothing more. Nothing is read meanwhile. What came with the request is
-//      leftover input; what comes later stays in the system.
+//      when the peer sends nothing more. What comes behind it is kept as leftover input: one frame
+//      of the longest kind has room.
 //   4  The next frame is malformed, or cannot be kept: the unhandled input of all connections
 //      together would hold more memory than the settings allow. The replies so far are sent first.
 //   5  No complete frame is left.
@@ -45,7 +45,9 @@
 //   reading -> lingering    A frame was not complete within the time that the settings allow.
 //   start -> closed         The poller refused the descriptor.
 //   reading -> closed       The peer closed the connection, or receiving or sending failed.
-//   holding -> closed       The peer is gone, so that sending the reply failed.
+//   holding -> lingering    What came behind the request is not complete in time, or cannot be
+//                           kept. The reply is sent first.
+//   holding -> closed       Receiving or sending failed.
 //   serve -> closed         The replies cannot be kept: those that clients have not taken yet would
 //                           hold more memory than the settings allow all connections together.
 //   sending -> closed       Sending failed, or the peer has taken nothing for too long.
@@ -132,11 +134,13 @@ class ServerConnection final : public NetConnection {
     reading,     ///< waits for requests
     sending,     ///< waits until the peer takes replies
     delivering,  ///< a waiting thread delivers a request; the poller does not watch
-    holding,     ///< holds a request; nothing is read
+    holding,     ///< holds a request; what comes behind it is kept
     lingering,   ///< the writing side is shut; what still arrives is dropped
   };
   static constexpr const char* kTooManyReplies =
       "replies that clients have not taken fill the memory that they may";
+  static constexpr const char* kTooManyUnfinished =
+      "unfinished requests fill the memory that they may";
   static constexpr const char* kNoMemory = "there is no memory for its requests and replies";
   struct Leftover {
     explicit Leftover(ServerContext& context);
@@ -222,6 +226,10 @@ class ServerConnection final : public NetConnection {
 
   /// Enters the phase `holding`. May destroy the connection.
   void hold(std::chrono::seconds time, bool isAskedHere);
+  /// Keeps what came behind the request that is held. May destroy the connection.
+  void keepBehind(std::string_view came);
+  /// Sets a deadline for the frame behind the request that is held, if only a part of it has come.
+  void setDeadlineBehind();
 
   /// Adds the connection to the queue, unless it has a deadline.
   void setDeadline(DeadlineQueue& queue);
@@ -234,13 +242,12 @@ class ServerConnection final : public NetConnection {
   /// May destroy the connection, but not for the phase `delivering`.
   void enter(Phase phase) {
     if (phase != phase_) {
-      phase_ = phase;
-      watchForPhase();
+      change(std::exchange(phase_, phase));
     }
   }
-  /// Makes the poller watch for what the phase needs. Closes the connection if the poller refuses.
-  void watchForPhase();
-  void watchFor(Poller::Interest interest);
+  /// Makes the poller watch for what the phase needs; `before` is the phase that was left. Closes
+  /// the connection if the poller refuses.
+  void change(Phase before);
 
   /// Notes that no more input is accepted, and reports the reason to the console.
   void refuse(const char* fault);
@@ -258,7 +265,6 @@ class ServerConnection final : public NetConnection {
   std::unique_ptr<HeldRequest> held_;   // null until the connection holds a request
   int descriptor_;
   Phase phase_ = Phase::reading;
-  Poller::Interest watched_ = Poller::Interest::readable;
   bool refused_ = false;  // no more input is accepted
   bool ended_ = false;    // endCommunication was called
 };

@@ -9,9 +9,12 @@
 #include "platform/server/ServerConnection.h"
 #include "platform/server/ServingLoop.h"
 #include "platform/server/SocketCalls.h"
+#include "platform/wire/Frame.h"
 
 namespace sorvane {
 namespace {
+
+constexpr const char* kNotInTime = "a frame was not complete in time";
 
 ConsoleRateLimit& refusals() {
   static auto* const limit = new ConsoleRateLimit;
@@ -30,11 +33,11 @@ bool ServerConnection::isFromThisMachine() const {
 
 void ServerConnection::resume() {
   phase_ = Phase::reading;
-  watched_ = Poller::Interest::readable;
   if (leftover_->closingReason != nullptr) {
     reportClosing(leftover_->closingReason);
     closeNow();
-  } else if (!loop_.poller().add(descriptor_, watched_, this) || !sendLeftover()) {
+  } else if (!loop_.poller().add(descriptor_, Poller::Interest::readable, this) ||
+             !sendLeftover()) {
     closeNow();
   } else if (leftover_->fault != nullptr) {
     refuse(leftover_->fault);
@@ -82,14 +85,49 @@ void ServerConnection::continueAfterSending() {
   }
 }
 
-// Nothing is read meanwhile: what comes behind the request waits in the system. An event tells once
-// that something has come. After that, only the end of the peer is watched for.
 void ServerConnection::hold(std::chrono::seconds time, bool isAskedHere) {
   if (held_ == nullptr) {
     held_ = std::make_unique<HeldRequest>(*this);
   }
   loop_.hold(*held_, time, isAskedHere);
-  enter(Phase::holding);
+  if (refused_) {
+    answerHeld(true);
+  } else {
+    setDeadlineBehind();
+    enter(Phase::holding);
+  }
+}
+
+// All that comes is read, so that the end of the peer is seen, too.
+void ServerConnection::keepBehind(std::string_view came) {
+  std::string& input = leftover().input;
+  input.append(came);
+  if (!countInput()) {
+    refuse(kTooManyUnfinished);
+    answerHeld(true);
+  } else if (input.size() >
+             kFrameHeaderBytes + loop_.context().maximumBodyBytes + ServingLoop::kInputBytes) {
+    refuse("too much came behind a request that is held");
+    answerHeld(true);
+  } else {
+    setDeadlineBehind();
+  }
+}
+
+void ServerConnection::setDeadlineBehind() {
+  if (leftover_ == nullptr || leftover_->input.empty()) {
+    return;
+  }
+  const std::string_view input = leftover_->input;
+  const FrameHeader header = readFrameHeader(input, loop_.context().maximumBodyBytes);
+  const bool isIncomplete =
+      header.fault == nullptr &&
+      (!header.complete || input.size() - kFrameHeaderBytes < header.bodyBytes);
+  if (isIncomplete) {
+    setDeadline(loop_.partialFrames());
+  } else {
+    clearDeadline();
+  }
 }
 
 void ServerConnection::refuse(const char* fault) {
@@ -118,10 +156,13 @@ void ServerConnection::expire() {
         closeNow();
       }
       return;
+    case Phase::holding:
+      refuse(kNotInTime);
+      answerHeld(true);
+      return;
     case Phase::reading:
     case Phase::delivering:
-    case Phase::holding:
-      refuse("a frame was not complete in time");
+      refuse(kNotInTime);
       linger();
       return;
   }
@@ -178,29 +219,27 @@ void ServerConnection::setDeadline(DeadlineQueue& queue) {
   }
 }
 
-void ServerConnection::watchForPhase() {
+void ServerConnection::change(Phase before) {
+  Poller& poller = loop_.poller();
+  bool isWatched = true;
   switch (phase_) {
     case Phase::delivering:
       // A peer that hangs up meanwhile must not wake the loop again and again.
-      loop_.poller().remove(descriptor_);
-      return;
+      poller.remove(descriptor_);
+      break;
     case Phase::sending:
-      watchFor(Poller::Interest::writable);
-      return;
+      isWatched = poller.modify(descriptor_, Poller::Interest::writable, this);
+      break;
     case Phase::reading:
     case Phase::holding:
     case Phase::lingering:
-      watchFor(Poller::Interest::readable);
-      return;
+      if (before != Phase::reading && before != Phase::holding) {
+        isWatched = poller.modify(descriptor_, Poller::Interest::readable, this);
+      }
+      break;
   }
-}
-
-void ServerConnection::watchFor(Poller::Interest interest) {
-  if (interest != watched_) {
-    watched_ = interest;
-    if (!loop_.poller().modify(descriptor_, interest, this)) {
-      closeNow();
-    }
+  if (!isWatched) {
+    closeNow();
   }
 }
 

@@ -37,7 +37,7 @@ ServedByHand::ServedByHand(const HandLimits& limits)
     : context_{delegate_,
                waitingThreads(),
                Settings().maxMessageBytes,
-               Settings().partialMessageTimeout,
+               limits.partialMessage,
                {},
                ByteSum(limits.unfinishedBytes),
                UntakenTotal(limits.unsentBytes),

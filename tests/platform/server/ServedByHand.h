@@ -20,6 +20,7 @@ struct HandLimits {
   std::size_t unfinishedBytes = std::numeric_limits<std::size_t>::max();
   std::size_t unsentBytes = std::numeric_limits<std::size_t>::max();
   std::chrono::milliseconds untakenReply{300000};
+  std::chrono::milliseconds partialMessage = Settings().partialMessageTimeout;
 };
 
 /// Its connections are socket pairs: what one side has sent has arrived at the other. Nothing
