@@ -63,6 +63,9 @@ class Connection : public NetConnection {
     if (*reply == Reply::none()) {
       return std::nullopt;
     }
+    if (reply->isHeld()) {
+      return Entries{{"held", std::to_string(reply->time().count()) + '\0'}};
+    }
     return *reply == Reply::request() ? entriesOf(request) : readReferenceBody(body);
   }
 

@@ -30,6 +30,7 @@ constexpr std::uint64_t kRounds = 12;
 constexpr int kPlayers = 4;
 constexpr int kTurns = 3;         // of a player in a round
 constexpr int kMostRequests = 3;  // that a player sends in a turn
+constexpr int kMostWaits = 3;     // of a follower in a round, before the others have finished
 constexpr std::size_t kShownSituations = 3;
 constexpr std::size_t kManySituations = 2;
 
@@ -55,6 +56,8 @@ struct Board {
   std::atomic<int> waiting = 0;  ///< for a reply
   std::atomic<int> finished = 0;
   std::atomic<int> replies = 0;
+  std::atomic<bool> isOver = false;         ///< the players have finished
+  std::atomic<int> followersAtTheLast = 0;  ///< who wait for one more change and no further one
 };
 
 /// A client that writes down what it does. One thread at a time.
@@ -85,6 +88,17 @@ class Player {
       }
     }
     ++board.finished;
+  }
+
+  /// Waits for one change after the other, at last for one after the players have finished.
+  void follow(Board& board) {
+    const Entries waiting = request({{"action", "awaitPortChanges"}, {"timeout", "300"}});
+    for (int i = 0; i < kMostWaits && !board.isOver; ++i) {
+      ask({waiting}, 1, board);
+    }
+    board.isOver.wait(false);
+    ++board.followersAtTheLast;
+    ask({waiting}, 1, board);
   }
 
   /// Sends the requests at once, and takes that many replies.
@@ -170,9 +184,11 @@ class DaemonHistory : public testing::Test {
     }
   }
 
-  /// Lets all players play at once while `meanwhile` runs. Then explains what they saw.
+  /// Lets all players play at once while `meanwhile` runs. The last `followers` of them follow the
+  /// changes instead. Then explains what they saw.
   template <typename Meanwhile>
-  void playsRound(std::uint64_t number, Ending ending, Meanwhile&& meanwhile) {
+  void playsRound(std::uint64_t number, Ending ending, Meanwhile&& meanwhile, int followers = 0) {
+    const int active = kPlayers - followers;
     Random random(seed_ + number);
     Vocabulary vocabulary{
         .names = {"db1", "db2"}, .ethernetAddress = ethernetAddress_, .oddPercent = 5};
@@ -180,7 +196,7 @@ class DaemonHistory : public testing::Test {
       vocabulary.names.push_back("sorvexec");
     }
     const RequestMaker maker(vocabulary, random);
-    const int closer = static_cast<int>(random.below(kPlayers));
+    const int closer = static_cast<int>(random.below(static_cast<std::uint64_t>(active)));
     End end{.turn = static_cast<int>(random.below(kTurns)),
             .isCut = ending == Ending::cut || (ending == Ending::either && random.percent(50))};
     if (ending == Ending::seldom && random.percent(70)) {
@@ -193,13 +209,23 @@ class DaemonHistory : public testing::Test {
       threads.emplace_back(
           [&, i, own = Random(seed_ + number * kPlayers + static_cast<std::uint64_t>(i))] {
             start.arrive_and_wait();
-            players_[static_cast<std::size_t>(i)]->play(maker, own, i == closer ? end : End(),
-                                                        board);
+            Player& player = *players_[static_cast<std::size_t>(i)];
+            if (i < active) {
+              player.play(maker, own, i == closer ? end : End(), board);
+            } else {
+              player.follow(board);
+            }
           });
     }
     meanwhile(board);
-    for (std::thread& thread : threads) {
-      thread.join();
+    for (int i = 0; i < active; ++i) {
+      threads[static_cast<std::size_t>(i)].join();
+    }
+    if (followers > 0) {
+      endsFollowing(followers, board);
+    }
+    for (int i = active; i < kPlayers; ++i) {
+      threads[static_cast<std::size_t>(i)].join();
     }
     takeHistories();
     // The server closes a socket when it has ended the connection.
@@ -227,6 +253,19 @@ class DaemonHistory : public testing::Test {
   History history_;  // of the last round
 
  private:
+  /// Each follower waits for a change at most twice from now on. If it misses one, it gets no
+  /// reply.
+  void endsFollowing(int followers, Board& board) {
+    const auto change = [&] {
+      players_.front()->ask({request({{"action", "needsRefresh"}})}, 1, board);
+    };
+    board.isOver = true;
+    board.isOver.notify_all();
+    change();
+    ASSERT_TRUE(waitUntil([&] { return board.followersAtTheLast == followers; }));
+    change();
+  }
+
   void takeHistories() {
     history_.clear();
     for (const auto& player : players_) {
@@ -285,6 +324,14 @@ class DaemonHistory : public testing::Test {
 TEST_F(DaemonHistory, OfManyClientsHasAnOrder) {
   for (std::uint64_t round = 0; round < rounds(2 * kRounds) && !HasFailure(); ++round) {
     playsRound(round, Ending::seldom);
+  }
+}
+
+TEST_F(DaemonHistory, OfFollowersWhoWaitForChangesHasAnOrder) {
+  constexpr int kFollowers = 2;
+  for (std::uint64_t round = 0; round < rounds(kRounds) && !HasFailure(); ++round) {
+    playsRound(
+        round, Ending::seldom, [](const Board& /*board*/) {}, kFollowers);
   }
 }
 

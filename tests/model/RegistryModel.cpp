@@ -85,9 +85,9 @@ std::string commandOf(const Request& request) {
       request.contains("portType")) {
     return "newPort";
   }
-  for (const char* word :
-       {"needsRefresh", "setAlertState", "setDatabaseState", "databaseStates", "watchPortChanges",
-        "didPortsChange", "changeTimestamp", "sorvexecConnectHost", "hostInfo", "hostList"}) {
+  for (const char* word : {"needsRefresh", "setAlertState", "setDatabaseState", "databaseStates",
+                           "watchPortChanges", "didPortsChange", "changeTimestamp",
+                           "sorvexecConnectHost", "hostInfo", "hostList", "awaitPortChanges"}) {
     if (says(request, "action", word)) {
       return word;
     }
@@ -212,6 +212,9 @@ Reply RegistryModel::carriesOut(const Asked& asked, double now) {
   }
   if (command == "hostList") {
     return hostList(asked);
+  }
+  if (command == "awaitPortChanges") {
+    return awaitPortChanges(asked);
   }
   return {.kind = Reply::Kind::notRecognised};
 }
@@ -351,6 +354,33 @@ Reply RegistryModel::didPortsChange(const Asked& asked) {
     record.isDirty = true;
   }
   return result(std::exchange(record.isDirty, false) ? "YES" : "NO");
+}
+
+Reply RegistryModel::awaitPortChanges(const Asked& asked) {
+  Record& record = state_.records.at(asked.connection);
+  if (record.watches == 0) {
+    record.watches = 1;
+    record.isDirty = true;
+  }
+  const auto given = asked.request.find("timeout");
+  std::string digits = given == asked.request.end() ? "" : given->second.value_or("");
+  const bool isNumber =
+      !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos;
+  digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
+  const bool isInRange = isNumber && (digits.size() < 3 || (digits.size() == 3 && digits <= "300"));
+  const std::string seconds = !isInRange ? "30" : digits.empty() ? "0" : digits;
+  Reply reply = answersHeld(asked.connection, seconds == "0");
+  if (reply.kind == Reply::Kind::held) {
+    reply.texts = {{"held", seconds}};
+  }
+  return reply;
+}
+
+Reply RegistryModel::answersHeld(int connection, bool isLastTime) {
+  if (std::exchange(state_.records.at(connection).isDirty, false)) {
+    return result("YES");
+  }
+  return isLastTime ? result("NO") : Reply{.kind = Reply::Kind::held};
 }
 
 Reply RegistryModel::needsRefresh(const Asked& asked) {
@@ -555,6 +585,8 @@ std::string shown(const Reply& reply) {
       return "not recognised";
     case Reply::Kind::endOfProcess:
       return "the end of the process";
+    case Reply::Kind::held:
+      return reply.texts.empty() ? "nothing yet" : "nothing for " + reply.texts[0].second + " s";
     case Reply::Kind::dictionary:
       break;
   }

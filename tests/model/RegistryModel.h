@@ -42,6 +42,7 @@ struct Reply {
     raised,         ///< no dictionary, since the command could not be carried out
     notRecognised,  ///< no command of the registry
     endOfProcess,   ///< no reply, and the process ends
+    held,           ///< no reply yet; the text "held" has the seconds
   };
   Kind kind = Kind::none;
   Texts texts = {};
@@ -117,6 +118,10 @@ class RegistryModel {
   /// follow.
   [[nodiscard]] Reply asks(int connection, const Request& request, double now);
 
+  /// Returns the reply to the request of the connection that is held, after a change or for the
+  /// last time.
+  [[nodiscard]] Reply answersHeld(int connection, bool isLastTime);
+
   /// A change reaches the watchers.
   void tellsWatchers(double now);
 
@@ -142,6 +147,7 @@ class RegistryModel {
   Reply databaseStates(double now);
   Reply watchPortChanges(const Asked& asked);
   Reply didPortsChange(const Asked& asked);
+  Reply awaitPortChanges(const Asked& asked);
   Reply changeTimestamp() const;
   Reply sorvexecConnectHost(const Asked& asked);
   Reply hostInfo(const Asked& asked);

@@ -52,6 +52,7 @@ const std::vector<Command>& commands() {
        {{"hostName", "host"}, {"portHostAddress", "address"}, {"ethernetAddress", "ethernet"}}},
       {"hostInfo", true, {{"hostAddress", "address", true}}},
       {"hostList", true, {{"hostAddress", "address", true}}},
+      {"awaitPortChanges", true, {{"timeout", "seconds", true}}},
       {"noSuchAction", true, {}},
       {"terminate", false, {{"terminate", "any"}}},
       {"restart", true, {}},
@@ -120,7 +121,10 @@ RequestMaker::RequestMaker(Vocabulary vocabulary, Random& random)
   for (const Command& command : commands()) {
     // Some commands do not come at all.
     const std::uint64_t drawn = random.percent(20) ? 0 : 1 + random.below(20);
-    weights_.push_back(endsProcess(command.name) && !vocabulary_.mayEndProcess ? 0 : drawn);
+    const bool mayCome =
+        (vocabulary_.mayEndProcess || !endsProcess(command.name)) &&
+        (vocabulary_.mayBeHeld || std::string_view(command.name) != "awaitPortChanges");
+    weights_.push_back(mayCome ? drawn : 0);
     sum_ += weights_.back();
   }
   prefer("findPort", 1);  // at least one comes
@@ -182,6 +186,8 @@ std::string RequestMaker::textFor(const std::string& kind, Random& random) const
   static const std::vector<std::string> types = {"db", "", "a type that does not fit in a slot"};
   static const std::vector<std::string> states = {
       "stopping", "", "disk full: 7 of 8", "a state that is longer than the shortest of blocks"};
+  static const std::vector<std::string> seconds = {"0",   "1",   "30", "299", "300", "301",
+                                                   "000", "012", "-1", "",    "1 s"};
   static const std::vector<std::string> words = {"YES", "yes", "NO", "", "YESS"};
   if (kind == "name") {
     return random.oneOf(vocabulary_.names);
@@ -200,6 +206,9 @@ std::string RequestMaker::textFor(const std::string& kind, Random& random) const
   }
   if (kind == "state") {
     return random.oneOf(states);
+  }
+  if (kind == "seconds") {
+    return random.oneOf(seconds);
   }
   if (kind == "yes") {
     return random.oneOf(words);

@@ -51,6 +51,7 @@ struct Vocabulary {
   std::vector<std::string> names = {};
   std::string ethernetAddress = {};  ///< of the server's host
   bool mayEndProcess = false;        ///< requests to end the server are among them
+  bool mayBeHeld = false;            ///< requests whose reply may be held are among them
   std::uint64_t oddPercent = 10;     ///< requests that lack something, or have too much, or no text
 };
 

@@ -97,6 +97,7 @@ Sequence drawnSequence(std::uint64_t seed) {
   sequence.vocabulary = {.names = fewNames(random),
                          .ethernetAddress = sequence.setting.host.ethernetAddress,
                          .mayEndProcess = true,
+                         .mayBeHeld = true,
                          .oddPercent = 10};
   sequence.mostConnections = 1 + random.below(10);
   if (isWide) {

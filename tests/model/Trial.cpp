@@ -124,6 +124,7 @@ std::string Trial::carriesOut(const Step& step, Compared compared) {
       model_->connects(step.connection, step.isFromThisMachine);
     }
   } else if (found != open_.end() && step.kind == Step::Kind::closes) {
+    holding_.erase(step.connection);
     server_->endCommunication(*found->second);
     closed_[step.connection] = found->second->contextObject<PortDescriptor>();
     open_.erase(found);
@@ -131,8 +132,12 @@ std::string Trial::carriesOut(const Step& step, Compared compared) {
     model_->losesPorts(step.connection);
     model_->tellsWatchers(movedTime);
   } else if (found != open_.end()) {
-    difference = asks(*found->second, step);
+    if (holding_.contains(step.connection)) {
+      difference = asksHeld(step.connection, true);  // its time is over
+    }
+    difference += asks(*found->second, step);
   }
+  difference += asksAllHeld();
   difference += compared == Compared::all ? differenceOfAll() : differenceOfNumbers();
   return difference;
 }
@@ -156,6 +161,9 @@ std::string Trial::asks(Connection& sender, const Step& step) {
   if (!fits(expected, real)) {
     out << "the model replies " << shown(expected) << ",\n  the registry " << shown(real) << "\n";
   }
+  if (real.kind == Reply::Kind::held) {
+    holding_.insert(step.connection);
+  }
   const Record& record = model_->state().records.at(step.connection);
   if (const Record now = recordOf(*sender.context<PortDescriptor>()); record != now) {
     State of;
@@ -165,20 +173,18 @@ std::string Trial::asks(Connection& sender, const Step& step) {
   return out.str();
 }
 
-Reply Trial::realReply(Connection& sender, const Message& request) {
+template <typename Deliver>
+Reply Trial::realReplyOf(Connection& sender, Deliver deliver) {
   ReplyBuffer written;
   sender.setReplyBuffer(&written);
   sorvane::Reply reply = sorvane::Reply::none();
   try {
-    reply = server_->deliverCommunication(request, sender);
+    reply = deliver();
   } catch (const NSException&) {
     return {.kind = Reply::Kind::raised};
   }
-  if (server_->lastKind == Outcome::Kind::notRecognised) {
-    return {.kind = Reply::Kind::notRecognised};
-  }
-  if (server_->lastKind == Outcome::Kind::endProcess) {
-    return {.kind = Reply::Kind::endOfProcess};
+  if (reply.isHeld()) {
+    return {.kind = Reply::Kind::held, .texts = {{"held", std::to_string(reply.time().count())}}};
   }
   if (reply.kind() == sorvane::Reply::Kind::request) {
     return {.kind = Reply::Kind::request};
@@ -189,6 +195,47 @@ Reply Trial::realReply(Connection& sender, const Message& request) {
   std::string body;
   written.forEachPiece([&](std::string_view piece) { body += piece; });
   return dictionaryOf(body);
+}
+
+Reply Trial::realReply(Connection& sender, const Message& request) {
+  server_->lastKind = Outcome::Kind::reply;
+  const Reply reply =
+      realReplyOf(sender, [&] { return server_->deliverCommunication(request, sender); });
+  if (server_->lastKind == Outcome::Kind::notRecognised) {
+    return {.kind = Reply::Kind::notRecognised};
+  }
+  if (server_->lastKind == Outcome::Kind::endProcess) {
+    return {.kind = Reply::Kind::endOfProcess};
+  }
+  return reply;
+}
+
+Reply Trial::realHeldReply(Connection& sender, bool isLastTime) {
+  Reply reply = realReplyOf(sender, [&] { return server_->deliverHeld(sender, isLastTime); });
+  if (reply.kind == Reply::Kind::held) {
+    reply.texts.clear();  // the time does not begin anew
+  }
+  return reply;
+}
+
+std::string Trial::asksHeld(int connection, bool isLastTime) {
+  const Reply expected = model_->answersHeld(connection, isLastTime);
+  const Reply real = realHeldReply(*open_.at(connection), isLastTime);
+  if (real.kind != Reply::Kind::held) {
+    holding_.erase(connection);
+  }
+  return fits(expected, real)
+             ? std::string()
+             : "to connection " + std::to_string(connection) + ", which waits, the model replies " +
+                   shown(expected) + ",\n  the registry " + shown(real) + "\n";
+}
+
+std::string Trial::asksAllHeld() {
+  std::string difference;
+  for (const int connection : std::set<int>(holding_)) {
+    difference += asksHeld(connection, false);
+  }
+  return difference;
 }
 
 std::string Trial::differenceOfNumbers() {

@@ -55,6 +55,13 @@ class Trial {
 
   [[nodiscard]] std::string asks(Connection& sender, const Step& step);
   [[nodiscard]] Reply realReply(Connection& sender, const Message& request);
+  [[nodiscard]] Reply realHeldReply(Connection& sender, bool isLastTime);
+  /// Returns the reply that `deliver` returns and has written.
+  template <typename Deliver>
+  [[nodiscard]] Reply realReplyOf(Connection& sender, Deliver deliver);
+  /// Asks for the reply to the request of the connection that is held.
+  [[nodiscard]] std::string asksHeld(int connection, bool isLastTime);
+  [[nodiscard]] std::string asksAllHeld();
   [[nodiscard]] std::string differenceOfNumbers();
   [[nodiscard]] std::string differenceOfAll();
   [[nodiscard]] State realState();
@@ -63,6 +70,7 @@ class Trial {
   std::unique_ptr<Server> server_;
   std::unique_ptr<RegistryModel> model_;
   std::map<int, std::unique_ptr<Connection>> open_;
+  std::set<int> holding_;                                // connections whose request is held
   std::map<const PortDescriptor*, int> numbers_;         // of the connections, by their records
   std::map<int, std::weak_ptr<PortDescriptor>> closed_;  // records of closed connections
 };
