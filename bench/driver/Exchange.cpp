@@ -59,6 +59,14 @@ std::string acceptPort() { return frame(Message{{"acceptPort", ""}}); }
 
 std::string didPortsChange() { return frame(Message{{"action", "didPortsChange"}}); }
 
+std::string awaitPortChanges() {
+  return frame(Message{{"action", "awaitPortChanges"}, {"timeout", "300"}});
+}
+
+Exchange refresh() { return {frame(Message{{"action", "needsRefresh"}}), result("success"), 1}; }
+
+std::string result(std::string_view text) { return frame(Message{{"result", text}}); }
+
 std::string reconnectPort(std::string_view name) {
   return frame(Message{
       {"reconnectPort", name}, {"portNumber", kNumber}, {"portHost", kHost}, {"portType", kType}});

@@ -40,6 +40,12 @@ namespace sorvane_requests {
 [[nodiscard]] std::string newPort(std::string_view name);
 [[nodiscard]] std::string acceptPort();
 [[nodiscard]] std::string didPortsChange();
+/// Waits for a change as long as possible.
+[[nodiscard]] std::string awaitPortChanges();
+/// A change, and its reply.
+[[nodiscard]] Exchange refresh();
+/// The reply whose result is that text.
+[[nodiscard]] std::string result(std::string_view text);
 /// Registers a name with one request. A connection may register several; a lookup of any of them
 /// returns the latest.
 [[nodiscard]] std::string reconnectPort(std::string_view name);

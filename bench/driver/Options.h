@@ -13,11 +13,15 @@ struct Options {
   int rounds = 5;
   std::chrono::milliseconds sample{1000};  ///< length of one measurement
   int idleConnections = 10'000;
-  int crowd = 10'000;                          ///< databases, and as many watchers
-  int repeats = 4;                             ///< how often a disturbed sample is taken again
-  int starts = 20;                             ///< how often the start is timed
-  std::chrono::milliseconds idleTime{10'000};  ///< how long the idle name server is watched
-  std::string only;                            ///< rows whose title contains this; all when empty
+  int crowd = 10'000;                              ///< databases, and as many watchers
+  int watchers = 1000;                             ///< who are told of a change
+  int changes = 200;                               ///< that they are told of
+  int askedChanges = 5;                            ///< that they are told of when they ask
+  std::chrono::milliseconds askingInterval{1000};  ///< how often each of them asks
+  int repeats = 4;                                 ///< how often a disturbed sample is taken again
+  int starts = 20;                                 ///< how often the start is timed
+  std::chrono::milliseconds idleTime{10'000};      ///< how long the idle name server is watched
+  std::string only;  ///< rows whose title contains this; all when empty
   bool rivals = true;
 };
 

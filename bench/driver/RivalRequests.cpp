@@ -8,6 +8,8 @@ namespace sorvane::bench::rival_requests {
 namespace {
 
 const std::string kKey = "customers";
+const std::string kChannel = "changes";
+const std::string kMessage = "YES";
 // Both replies are 128 bytes long.
 const std::string kRedisValue(120, 'v');
 const std::string kMemcachedValue(99, 'v');
@@ -54,5 +56,17 @@ Exchange get(Rival::Kind kind, int depth) {
   result.reply += "END\r\n";
   return result;
 }
+
+Exchange subscription() {
+  return {"*2\r\n" + word("SUBSCRIBE") + word(kChannel),
+          "*3\r\n" + word("subscribe") + word(kChannel) + ":1\r\n", 1};
+}
+
+Exchange publication(int subscribers) {
+  return {"*3\r\n" + word("PUBLISH") + word(kChannel) + word(kMessage),
+          ":" + std::to_string(subscribers) + "\r\n", 1};
+}
+
+std::string message() { return "*3\r\n" + word("message") + word(kChannel) + word(kMessage); }
 
 }  // namespace sorvane::bench::rival_requests

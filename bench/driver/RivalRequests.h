@@ -15,4 +15,13 @@ void store(Rival::Kind kind, int port);
 /// Gets it, that many times at once.
 [[nodiscard]] Exchange get(Rival::Kind kind, int depth);
 
+// ---- redis: many hear of a change
+
+/// Subscribes to a channel.
+[[nodiscard]] Exchange subscription();
+/// Publishes a message on that channel, which so many are subscribed to.
+[[nodiscard]] Exchange publication(int subscribers);
+/// What each of them gets.
+[[nodiscard]] std::string message();
+
 }  // namespace sorvane::bench::rival_requests

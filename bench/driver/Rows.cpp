@@ -7,6 +7,7 @@
 #include <random>
 
 #include "driver/Exchange.h"
+#include "driver/Telling.h"
 
 namespace sorvane::bench {
 namespace {
@@ -85,6 +86,17 @@ Setup crowdRow(SetupBuilder setup, int size) {
   setup.crowded(kUnchanged, server, crowd, 0);
   setup.crowded(kSubject, server, crowd, size * kPercentOfChange / 100);
   setup.row().aims = {{Figure::perSecond, kUnchanged, 0.90}};
+  return setup.take();
+}
+
+/// The same connection to the same server, with changes that watchers are told of and without.
+Setup watchedRow(SetupBuilder setup, int watchers, int changesPerSecond) {
+  const Server& server = setup.nameServer();
+  setup.registerName(server);
+  const auto waiting = std::make_shared<Watchers>(server.port(), watchers);
+  setup.watched(kUnchanged, server, waiting, 0);
+  setup.watched(kSubject, server, waiting, changesPerSecond);
+  setup.row().aims = {{Figure::perSecond, kUnchanged, 0.95}};
   return setup.take();
 }
 
@@ -184,6 +196,13 @@ std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
       "watchers that ask each second",
       options.crowd);
   rows.push_back({crowdTitle, [=] { return crowdRow(builder(crowdTitle), options.crowd); }});
+  constexpr int kChangesPerSecond = 2;
+  const std::string watchedTitle = fmt::format(
+      "lookup, 1 connection, pipelined by 16, beside {} {} and are told of {} changes a second",
+      options.watchers, kWhoWait, kChangesPerSecond);
+  rows.push_back({watchedTitle, [=, &options] {
+                    return watchedRow(builder(watchedTitle), options.watchers, kChangesPerSecond);
+                  }});
   constexpr int kNamesOfConnection = 10;
   const auto names = static_cast<std::size_t>(idle) * kNamesOfConnection;
   for (const int depth : {1, kDepth}) {

@@ -104,6 +104,18 @@ void SetupBuilder::crowded(const std::string& name, const Server& server,
        }});
 }
 
+void SetupBuilder::watched(const std::string& name, const Server& server,
+                           const std::shared_ptr<Watchers>& watchers, int changesPerSecond) {
+  constexpr int kDepth = 16;
+  const Exchange lookups =
+      pipelined(recordExchange(server.port(), sorvane_requests::findPort()), kDepth);
+  setup_.row.contenders.push_back(
+      {name, &server, [lookups, watchers, changesPerSecond, port = server.port()] {
+         return std::make_unique<WatchedLoad>(port, std::vector{lookups}, 1, *watchers,
+                                              changesPerSecond);
+       }});
+}
+
 void SetupBuilder::cycles(const std::string& name, const Server& server,
                           const std::vector<Cycle>& cycles) {
   setup_.row.contenders.push_back({name, &server, [cycles, port = server.port()] {

@@ -8,6 +8,7 @@
 
 #include "driver/Comparison.h"
 #include "driver/Crowd.h"
+#include "driver/Watchers.h"
 
 namespace sorvane::bench {
 
@@ -59,6 +60,10 @@ class SetupBuilder {
   /// The same, beside a crowd, of whose databases so many a second come anew.
   void crowded(const std::string& name, const Server& server, const std::shared_ptr<Crowd>& crowd,
                int changesPerSecond);
+  /// A connection that looks the registered name up, sixteen times at once, beside watchers who are
+  /// told of so many changes a second.
+  void watched(const std::string& name, const Server& server,
+               const std::shared_ptr<Watchers>& watchers, int changesPerSecond);
   /// A contender whose connections are opened and closed.
   void cycles(const std::string& name, const Server& server, const std::vector<Cycle>& cycles);
   /// Starts a rival and makes it a contender, unless it is not installed or not wanted.

@@ -11,9 +11,11 @@
 #include "driver/Options.h"
 #include "driver/Rows.h"
 #include "driver/Table.h"
+#include "driver/Telling.h"
 
 namespace {
 
+using sorvane::bench::kWhoWait;
 using sorvane::bench::Options;
 
 constexpr int kDescriptorsBesides = 200;  // those that are no idle connections
@@ -25,6 +27,8 @@ void makeQuick(Options& options) {
   options.sample = std::chrono::milliseconds(250);
   options.repeats = 1;
   options.starts = 5;
+  options.changes = 50;
+  options.askedChanges = 2;
   options.idleTime = std::chrono::milliseconds(3000);
 }
 
@@ -37,6 +41,10 @@ void makeTrial(Options& options) {
   options.idleTime = std::chrono::milliseconds(200);
   options.idleConnections = 200;
   options.crowd = 100;
+  options.watchers = 100;
+  options.changes = 3;
+  options.askedChanges = 1;
+  options.askingInterval = std::chrono::milliseconds(50);
 }
 
 bool wanted(const Options& options, const std::string& title) {
@@ -71,6 +79,9 @@ void runAll(Options options) {
   if (wanted(options, "memory of the server's own")) {
     printMemory(options, cores);
   }
+  if (wanted(options, std::string("a change told to those ") + kWhoWait)) {
+    printTelling(options, cores);
+  }
   if (wanted(options, "start of the process to its first answer")) {
     printStart(options, cores);
   }
@@ -98,6 +109,7 @@ int main(int argc, char** argv) {
   bool quick = false;
   bool trial = false;
   bool withoutRivals = false;
+  bool watch = false;
   CLI::App app("Measures the name server beside a bare echo server, redis and memcached.", "bench");
   app.add_option("--daemon", daemon, "The built name server")->required()->check(CLI::ExistingFile);
   app.add_option("--sorvctl", sorvctl, "The built command")->required()->check(CLI::ExistingFile);
@@ -105,10 +117,15 @@ int main(int argc, char** argv) {
   app.add_flag("--trial", trial, "One very short round: shows that it works, measures nothing");
   app.add_flag("--no-rivals", withoutRivals, "Leave redis and memcached out");
   app.add_option("--only", options.only, "Only the rows whose title contains this");
+  app.add_flag("--watch", watch,
+               "Only how soon those who wait hear of a change, and what it costs");
   CLI11_PARSE(app, argc, argv);
   options.daemon = daemon;
   options.sorvctl = sorvctl;
   options.rivals = !withoutRivals;
+  if (watch) {
+    options.only = kWhoWait;
+  }
   if (quick) {
     makeQuick(options);
   }
