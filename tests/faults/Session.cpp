@@ -140,6 +140,11 @@ void Session::watchesAndLooksUp() {
   Guest& seeker = comes();
   seeker.gets(request("needsRefresh", {}), Texts{{"result", "success"}});
   watcher_->gets(request("didPortsChange", {}), Texts{{"result", "YES"}});
+  watcher_->sends(frame(request("awaitPortChanges", {{"timeout", "1"}})));
+  seeker.gets(request("needsRefresh", {}), Texts{{"result", "success"}});
+  if (const auto told = watcher_->takes(); told && !seeker.isLost()) {
+    EXPECT_EQ(told->message().text("result"), "YES");
+  }
   seeker.sends(frame(kPing) + frame(findPort("nobody")) + frame(findPort(name_)));
   for (const bool isKnown : {false, false, !database_->isLost()}) {
     const auto reply = seeker.takes();

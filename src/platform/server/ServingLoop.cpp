@@ -127,13 +127,13 @@ void ServingLoop::expireDeadlines() {
       serve(connection, [&] { connection.expire(); });
     }
   }
-  if (held_.nextDue() <= DeadlineQueue::Clock::now()) {
+  if (!held_.empty()) {
     expireHeld();
   }
 }
 
 void ServingLoop::expireHeld() {
-  const auto now = DeadlineQueue::Clock::now();
+  const auto now = HeldRequests::Clock::now();
   for (int i = 0; i < kHeldAtOnce; ++i) {
     HeldRequest* const request = held_.over(now);
     if (request == nullptr) {
