@@ -93,6 +93,10 @@ class MessageWriter {
     requireEntryLengths(key, bytes.size());
     writeEntry(extend(kEntryHeaderBytes + key.size() + bytes.size()), key, bytes);
   }
+  /// Appends entries that are in wire form already.
+  void entries(std::string_view inWireForm) {
+    std::copy_n(inWireForm.data(), inWireForm.size(), extend(inWireForm.size()));
+  }
   /// Appends entries that are in wire form already, a text value, and further such entries.
   void textBetween(std::string_view entriesBefore, std::string_view key, std::string_view text,
                    std::string_view entriesAfter) {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/Ascii.h"
+#include "registry/ChangeCommands.h"
 #include "registry/HostCommands.h"
 #include "registry/PortCommands.h"
 #include "registry/RequestKeys.h"
@@ -43,6 +44,8 @@ constexpr DispatchRule kRules[] = {
     {{},                   "hostInfo",            reads,       nullptr,              hostInfo,            always},
     {{},                   "hostList",            reads,       nullptr,              hostList,            never},
     {{},                   "awaitPortChanges",    reads,       nullptr,              awaitPortChanges,    never},
+    {{},                   "portChanges",         reads,       nullptr,              portChanges,         portChangesMayWait},
+    {{},                   "forgetPort",          registers,   nullptr,              forgetPort,          never},
     {{},                   "",                    reads,       nullptr,              infoServer,          always},
 };
 // clang-format on

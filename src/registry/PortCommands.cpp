@@ -54,12 +54,12 @@ Outcome newPort(CommandContext& context) {
   const bool isLauncher = equalIgnoringCase(name, "sorvexec");
 
   std::int64_t number = basePort - 1;
-  const PortMap::Entry removed = context.registry.with([&](RegistryState& state) {
+  const PortMap::Record removed = context.registry.with([&](RegistryState& state) {
     if (!isLauncher) {
       number = state.maxport == 0 ? basePort + 1 : state.maxport;
     }
     const DecimalText text(number);
-    PortMap::Entry former = state.map.replaceRegistration(
+    PortMap::Record former = state.map.replaceRegistration(
         record, registrationOf(record, request, portKey, name, host, text.text, type));
     if (!isLauncher) {
       state.maxport = number + 1;

@@ -47,8 +47,8 @@ void PortMap::change(PortDescriptor& record, Change&& make) {
   }
 }
 
-PortMap::Entry PortMap::replaceRegistration(PortDescriptor& record,
-                                            const Registration& registration) {
+PortMap::Record PortMap::replaceRegistration(PortDescriptor& record,
+                                             const Registration& registration) {
   PortDescriptor::Prepared texts(registration);
   Growth growth = growthByRegistration(record, texts.bytes());
   std::optional<PortTable::Place> former;
@@ -68,8 +68,9 @@ PortMap::Entry PortMap::replaceRegistration(PortDescriptor& record,
     }
   }
   requireRoom(record, growth);
-  Entry removed = former ? remove(*former) : Entry();
+  Record removed = former ? remove(*former) : nullptr;
   change(record, [&] { record.setRegistration(std::move(texts)); });
+  table_.noteChange(record);
   return removed;
 }
 
@@ -97,6 +98,7 @@ PortMap::Record PortMap::enter(PortTable::Place place, Record record, OwnedPortN
       put();
     });
   }
+  table_.noteChange(entered);
   return replaced;
 }
 
@@ -122,9 +124,9 @@ PortMap::Record PortMap::enterWith(NamedRegistration&& registration, Record reco
       [&](PortDescriptor& entered) { entered.setRegistration(std::move(registration.texts)); });
 }
 
-PortMap::Entry PortMap::remove(const PortName& name) {
+PortMap::Record PortMap::remove(const PortName& name) {
   const PortTable::Place place = table_.placeOf(name);
-  return place.isTaken() ? remove(place) : Entry();
+  return place.isTaken() ? remove(place) : nullptr;
 }
 
 void PortMap::setStatus(const PortName& name, std::string_view text) {
@@ -147,6 +149,7 @@ void PortMap::setText(const PortName& name, std::string_view text, Set&& set) {
   const std::int64_t more = difference((record.*bytesWith)(text), record.stateBytes());
   requireRoom(record, {more, more});
   change(record, [&] { set(record); });
+  table_.noteChange(record);
 }
 
 std::optional<std::string_view> PortMap::alertOf(PortDescriptor& record) {
@@ -162,8 +165,8 @@ std::optional<PortName> PortMap::nameThatEndsWith(const PortDescriptor& record) 
   return record.portKey() && name ? std::optional<PortName>(*name) : std::nullopt;
 }
 
-PortMap::Entry PortMap::end(PortDescriptor& record, const std::optional<PortName>& name) {
-  Entry removed;
+PortMap::Record PortMap::end(PortDescriptor& record, const std::optional<PortName>& name) {
+  Record removed;
   if (name) {
     removed = remove(*name);
   }
@@ -173,6 +176,7 @@ PortMap::Entry PortMap::end(PortDescriptor& record, const std::optional<PortName
       table_.leaveBehind(record);
     }
   });
+  table_.noteChange(record);
   return removed;
 }
 
@@ -217,14 +221,15 @@ PortMap::Growth PortMap::growthByEntry(PortTable::Place place, std::string_view 
   return {ofEntry, isLastLeftBehind(holder) ? -difference(textBytes(holder), 0) : 0};
 }
 
-PortMap::Entry PortMap::remove(PortTable::Place place) {
-  Entry removed;
+PortMap::Record PortMap::remove(PortTable::Place place) {
+  PortTable::Entry removed;
   PortDescriptor& record = *table_.at(place);
   change(record, [&] {
     removed = table_.remove(place);
     record.holdings().nameBytes -= static_cast<std::uint32_t>(nameBytes(removed.name));
   });
-  return removed;
+  removed_.add(std::move(removed.name), removed.hash, table_.nextChange());
+  return std::move(removed.record);
 }
 
 // `sign` is 1, or its negative in the arithmetic of unsigned integers.

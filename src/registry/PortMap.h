@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "registry/PortTable.h"
+#include "registry/RemovedNames.h"
 
 namespace sorvane {
 
@@ -15,6 +16,7 @@ struct RegistryLimits {
   std::uint64_t connection = std::uint64_t{64} << 20;  ///< of one connection
   std::uint64_t leftBehind = std::uint64_t{64} << 20;  ///< of all ended connections together
   std::uint64_t all = std::uint64_t{512} << 20;        ///< of everything
+  RemovedNames::Limits removed = {};                   ///< of names that are gone; beyond `all`
 };
 
 /// A record counts as soon as it is registered or entered, and until its connection has ended and
@@ -30,10 +32,9 @@ struct RegistryLimits {
 class PortMap {
  public:
   using Record = PortTable::Record;
-  using Entry = PortTable::Entry;
   using Registration = PortDescriptor::Registration;
 
-  explicit PortMap(const RegistryLimits& limits) : limits_(limits) {}
+  explicit PortMap(const RegistryLimits& limits) : limits_(limits), removed_(limits.removed) {}
 
   // ---- Reading: see PortTable
 
@@ -42,11 +43,21 @@ class PortMap {
   [[nodiscard]] std::size_t slotCount() const { return table_.slotCount(); }
   [[nodiscard]] const Record& inSlot(std::size_t index) const { return table_.inSlot(index); }
 
+  // ---- The order of the last changes. A change of a record is one of all of its names.
+
+  /// The records in the order in which they were registered or entered, got a state or an alert, or
+  /// lost their connection.
+  [[nodiscard]] const PortTable& table() const { return table_; }
+  /// The names that were removed, with their place in the same order.
+  [[nodiscard]] const RemovedNames& removedNames() const { return removed_; }
+  /// Returns the number of the last change of either.
+  [[nodiscard]] ChangeOrder::Number lastChange() const { return table_.lastChange(); }
+
   // ---- Registering. What a function returns is to be destroyed outside the lock.
 
   /// Replaces the record's registration. If it has a number and a name, first removes the entry of
-  /// that name, whichever record that has, and returns it.
-  Entry replaceRegistration(PortDescriptor& record, const Registration& registration);
+  /// that name, whichever record that has, and returns that record.
+  Record replaceRegistration(PortDescriptor& record, const Registration& registration);
   /// Enters the record under the name, whose text it may take. Returns the record that it replaces,
   /// or null.
   Record enter(OwnedPortName&& name, Record record);
@@ -62,8 +73,9 @@ class PortMap {
   /// Replaces the record's registration and enters it under its name. What it does not take of the
   /// registration stays there.
   Record enterWith(NamedRegistration&& registration, Record record);
-  /// Removes the entry of the name, whichever record that has, and returns it.
-  Entry remove(const PortName& name);
+  /// Removes the entry of the name, whichever record that has, and returns that record; null if
+  /// there is none.
+  Record remove(const PortName& name);
 
   // ---- State and alert
 
@@ -80,13 +92,13 @@ class PortMap {
   /// a name or without a key.
   [[nodiscard]] static std::optional<PortName> nameThatEndsWith(const PortDescriptor& record);
   /// Notes that the record's connection has ended: removes the entry of `name`, its
-  /// `nameThatEndsWith`, whichever record that has, and returns it. What is left of the record
-  /// under further names is left behind.
-  Entry end(PortDescriptor& record, const std::optional<PortName>& name);
+  /// `nameThatEndsWith`, whichever record that has, and returns that record. What is left of the
+  /// ended one under further names is left behind.
+  Record end(PortDescriptor& record, const std::optional<PortName>& name);
   /// True when what was left behind takes more than it may.
   [[nodiscard]] bool hasTooMuchLeftBehind() const { return leftBehindBytes_ > limits_.leftBehind; }
-  /// Removes the entry that was left behind first, and returns it. There must be one.
-  Entry removeOldestLeftBehind() { return remove(table_.oldestLeftBehind()); }
+  /// Removes the entry that was left behind first, and returns its record. There must be one.
+  Record removeOldestLeftBehind() { return remove(table_.oldestLeftBehind()); }
 
   // ---- Sums, bytes
 
@@ -126,7 +138,7 @@ class PortMap {
   // Calls `set(record)` and then enters the record.
   template <typename Set>
   Record enter(PortTable::Place place, Record record, OwnedPortName&& name, Set&& set);
-  Entry remove(PortTable::Place place);
+  Record remove(PortTable::Place place);
   // Both raise when the text would pass a limit.
   template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
   void setText(const PortName& name, std::string_view text, Set&& set);
@@ -147,6 +159,7 @@ class PortMap {
 
   const RegistryLimits limits_;
   PortTable table_;
+  RemovedNames removed_;
   std::uint64_t recordBytes_ = 0;      // records, their texts and the names of their entries
   std::uint64_t leftBehindBytes_ = 0;  // of what connections held that have ended
   std::uint64_t stateEntryBytes_ = 0;  // each entry of the list with the byte behind it

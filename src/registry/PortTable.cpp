@@ -34,10 +34,10 @@ PortTable::Record PortTable::enter(Place place, OwnedPortName&& name, Record rec
 PortTable::Entry PortTable::remove(Place place) {
   Slot& slot = slots_[place.index_];
   Record record = take(place.index_);
-  slot.hash = kRemoved;
+  const Hash hash = std::exchange(slot.hash, kRemoved);
   --size_;
   ++removed_;
-  return {std::exchange(slot.name, std::string()), std::move(record)};
+  return {std::exchange(slot.name, std::string()), hash, std::move(record)};
 }
 
 void PortTable::put(std::size_t index, Record record) {
@@ -48,6 +48,7 @@ void PortTable::put(std::size_t index, Record record) {
   slot.previous = kAlone;
   if (held.entries == 0) {
     held.anchor = anchorOf(slot.hash);
+    changes_.makeNewest(number, ++lastChange_);
   } else {
     append(number, oldestOf(*record));
   }
@@ -64,8 +65,13 @@ PortTable::Record PortTable::take(std::size_t index) {
   if (leftBehind_ == number) {
     leftBehind_ = next == number ? kAlone : next;
   }
-  if (held.anchor == anchorOf(slot.hash)) {
-    held.anchor = anchorOf(slots_[next].hash);
+  if (changes_.contains(number)) {
+    if (held.entries == 1) {
+      changes_.remove(number);
+    } else {
+      changes_.replace(number, next);
+      held.anchor = anchorOf(slots_[next].hash);
+    }
   }
   --held.entries;
   return std::exchange(slot.record, nullptr);
@@ -80,12 +86,12 @@ void PortTable::leaveBehind(const PortDescriptor& record) {
   }
 }
 
-// Two entries of one record may have the same low bits: then either of them counts as its oldest.
+// Two entries of one record may have the same low bits. The order of changes has the oldest one.
 std::uint32_t PortTable::oldestOf(const PortDescriptor& record) const {
   const std::size_t mask = slots_.size() - 1;
   std::size_t index = record.holdings().anchor & mask;
   while (slots_[index].record.get() != &record ||
-         anchorOf(slots_[index].hash) != record.holdings().anchor) {
+         !changes_.contains(static_cast<std::uint32_t>(index))) {
     index = (index + 1) & mask;
   }
   return static_cast<std::uint32_t>(index);
@@ -134,6 +140,8 @@ std::size_t PortTable::slotsToMoveTo() const {
 
 void PortTable::moveTo(std::size_t slots) {
   std::vector<Slot> before(slots);
+  std::vector<ChangeOrder::Index> places(slots_.size());  // where each slot is now
+  ChangeOrder changes(slots);
   before.swap(slots_);
   removed_ = 0;
   bool hasRings = false;
@@ -142,19 +150,21 @@ void PortTable::moveTo(std::size_t slots) {
       const std::size_t index = freeSlot(slot.hash);
       hasRings = hasRings || slot.next != kAlone;
       slots_[index] = std::move(slot);
-      slot.next = static_cast<std::uint32_t>(index);  // where it is now, for its neighbours
+      places[static_cast<std::size_t>(&slot - before.data())] = static_cast<std::uint32_t>(index);
     }
   }
   if (leftBehind_ != kAlone) {
-    leftBehind_ = before[leftBehind_].next;
+    leftBehind_ = places[leftBehind_];
   }
+  changes.takeOver(changes_, places);
+  changes_ = std::move(changes);
   if (!hasRings) {
     return;
   }
   for (Slot& slot : slots_) {
     if (slot.next != kAlone) {
-      slot.next = before[slot.next].next;
-      slot.previous = before[slot.previous].next;
+      slot.next = places[slot.next];
+      slot.previous = places[slot.previous];
     }
   }
 }

@@ -19,6 +19,10 @@
 // The entries of one record form a ring in the order in which they were made: each slot has the
 // numbers of its neighbours in the ring. When the record's connection ends, what is left of its
 // ring is put to the end of one ring of all entries that ended connections have left behind.
+//
+// Beside the slots stands the order of the last changes. What changes is a record, under all of its
+// names: so the order has the slot of its oldest entry, and a change costs the same with one name
+// and with many.
 #pragma once
 
 #include <cstddef>
@@ -29,6 +33,7 @@
 #include <utility>
 #include <vector>
 
+#include "registry/ChangeOrder.h"
 #include "registry/PortDescriptor.h"
 #include "registry/PortName.h"
 
@@ -47,6 +52,7 @@ class PortTable {
   /// An entry that was removed. Destroying it frees memory, so do that where no lock is held.
   struct Entry {
     std::string name;
+    std::size_t hash = 0;  ///< of the name
     Record record;
   };
 
@@ -90,7 +96,34 @@ class PortTable {
   [[nodiscard]] std::size_t bytes() const { return slots_.size() * kSlotBytes; }
   /// What they take in addition while a name is entered that is not there yet, bytes.
   [[nodiscard]] std::size_t bytesToEnter() const { return slotsToMoveTo() * kSlotBytes; }
-  static constexpr std::size_t kSlotBytes = 64;
+  static constexpr std::size_t kSlotBytes = 64 + ChangeOrder::kBytes;
+
+  // ---- The order of the last changes
+
+  /// Notes a change of this record. Without an entry it has no place in the order.
+  void noteChange(const PortDescriptor& record) {
+    if (record.holdings().entries > 0) {
+      changes_.makeNewest(oldestOf(record), ++lastChange_);
+    }
+  }
+  /// Returns a number for a change that is no change of a record.
+  [[nodiscard]] ChangeOrder::Number nextChange() { return ++lastChange_; }
+  /// Returns the number of the last change.
+  [[nodiscard]] ChangeOrder::Number lastChange() const { return lastChange_; }
+
+  /// The records, each by the slot of its oldest entry.
+  [[nodiscard]] const ChangeOrder& changes() const { return changes_; }
+  /// Returns the slot of the oldest entry of the record in a slot that has one.
+  [[nodiscard]] std::uint32_t oldestOfRecordIn(std::uint32_t index) const {
+    return oldestOf(*slots_[index].record);
+  }
+  /// Returns the slot of the record's next entry; kNone after the last one.
+  [[nodiscard]] std::uint32_t nextOfRecord(std::uint32_t index) const {
+    const std::uint32_t next = nextOf(index);
+    const bool isOther = changes_.contains(next) || slots_[next].record != slots_[index].record;
+    return isOther ? ChangeOrder::kNone : next;
+  }
+  [[nodiscard]] std::string_view nameIn(std::size_t index) const { return slots_[index].name; }
 
   // ---- What ended connections have left behind
 
@@ -107,15 +140,15 @@ class PortTable {
   // The neighbour of a slot that is alone in its ring. No table has that many slots.
   static constexpr std::uint32_t kAlone = ~std::uint32_t{0};
 
-  // Each is one cache line.
-  struct alignas(kSlotBytes) Slot {
+  static constexpr std::size_t kCacheLineBytes = 64;
+  struct alignas(kCacheLineBytes) Slot {
     Hash hash = kEmpty;
     std::string name;
     Record record;
     std::uint32_t next = kAlone;
     std::uint32_t previous = kAlone;
   };
-  static_assert(sizeof(Slot) == kSlotBytes);
+  static_assert(sizeof(Slot) == kCacheLineBytes);
 
   // Returns the slot of a name, or kNone.
   [[nodiscard]] std::size_t indexOf(const PortName& name) const {
@@ -152,7 +185,9 @@ class PortTable {
   void put(std::size_t index, Record record);
   Record take(std::size_t index);
 
-  std::vector<Slot> slots_;            // a power of two of them, or none; at least one is empty
+  std::vector<Slot> slots_;  // a power of two of them, or none; at least one is empty
+  ChangeOrder changes_;      // as many indices as there are slots
+  ChangeOrder::Number lastChange_ = 0;
   std::size_t size_ = 0;               // slots with a record
   std::size_t removed_ = 0;            // slots that hold kRemoved
   std::uint32_t leftBehind_ = kAlone;  // the first slot of the ring of those left behind

@@ -1,7 +1,9 @@
 #include "registry/Registry.h"
 
 #include <array>
+#include <cstdio>
 #include <mutex>
+#include <random>
 #include <utility>
 
 #include "platform/NSException.h"
@@ -12,9 +14,22 @@ namespace {
 
 constexpr std::size_t kLongAlertList = 65536;
 
+std::string drawInstance() {
+  std::random_device random;
+  std::string name;
+  for (int word = 0; word < 4; ++word) {
+    char digits[9];
+    std::snprintf(digits, sizeof digits, "%08x", static_cast<unsigned>(random()));
+    name += digits;
+  }
+  return name;
+}
+
 }  // namespace
 
-Registry::Registry(const RegistryLimits& limits) : state_(limits) { stampTime(); }
+Registry::Registry(const RegistryLimits& limits) : state_(limits), instance_(drawInstance()) {
+  stampTime();
+}
 
 void Registry::enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record) {
   // The replaced record is released outside the lock.
@@ -23,7 +38,7 @@ void Registry::enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> rec
 }
 
 void Registry::endPort(PortDescriptor& record) {
-  PortMap::Entry removed;
+  PortMap::Record removed;
   const auto name = PortMap::nameThatEndsWith(record);
   const bool leavesTooMuch = state_.with([&](RegistryState& state) {
     removed = state.map.end(record, name);
@@ -38,7 +53,7 @@ void Registry::dropOldestLeftBehind() {
   constexpr std::size_t kSliceOfEntries = 32;
   bool more = true;
   while (more) {
-    std::array<PortMap::Entry, kSliceOfEntries> dropped;  // destroyed outside the lock
+    std::array<PortMap::Record, kSliceOfEntries> dropped;  // destroyed outside the lock
     std::size_t count = 0;
     more = state_.with([&](RegistryState& state) {
       while (count < dropped.size() && state.map.hasTooMuchLeftBehind()) {

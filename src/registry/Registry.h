@@ -24,6 +24,9 @@ class Registry {
  public:
   explicit Registry(const RegistryLimits& limits = {});
 
+  /// Names this registry: 32 hexadecimal digits, drawn at random.
+  [[nodiscard]] const std::string& instance() const { return instance_; }
+
   // ---- Ports
 
   /// Enters the record under the name; an earlier record of that name is replaced. Raises
@@ -109,6 +112,7 @@ class Registry {
 
   // Protect themselves.
   Guarded<RegistryState> state_;
+  const std::string instance_;
   WatchList watchingPortsList_;
   VNThreadLock setDirtyLock_;
   std::atomic<std::uint64_t> droppedPorts_ = 0;

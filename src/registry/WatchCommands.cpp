@@ -2,11 +2,11 @@
 
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <system_error>
 
 #include "platform/Ascii.h"
+#include "registry/SecondsText.h"
 
 namespace sorvane {
 namespace {
@@ -67,9 +67,7 @@ Outcome needsRefresh(CommandContext& context) {
 
 Outcome changeTimestamp(CommandContext& context) {
   const Registry::ChangeStamp stamp = context.registry.changeStamp();
-  char time[400];  // the longest number of "%f" has 317 characters
-  const int length = std::snprintf(time, sizeof time, "%f", stamp.timestampFlag);
-  const Reply reply = context.result({time, static_cast<std::size_t>(length)});
+  const Reply reply = context.result(SecondsText(stamp.timestampFlag).view());
   if (stamp.forceRefreshNumber >= 1) {
     context.reply.text("force_refresh", std::to_string(stamp.forceRefreshNumber));
   }

@@ -23,7 +23,7 @@ TEST(Registry, HoldsTheRecordsThatItIsGiven) {
   EXPECT_EQ(registry.port("db1"), record);
   EXPECT_EQ(registry.port("db2"), nullptr);
   const auto remove = [&](std::string_view name) {
-    return registry.with([&](RegistryState& state) { return state.map.remove(name); }).record;
+    return registry.with([&](RegistryState& state) { return state.map.remove(name); });
   };
   EXPECT_EQ(remove("db2"), nullptr);
   EXPECT_EQ(remove("db1"), record);

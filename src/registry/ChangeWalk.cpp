@@ -1,0 +1,29 @@
+#include "registry/ChangeWalk.h"
+
+namespace sorvane {
+
+bool ChangeWalk::findSlot(const PortTable& table, std::size_t& steps) {
+  const ChangeOrder& changes = table.changes();
+  const Index known = position_.slot;
+  if (known < table.slotCount() && table.inSlot(known) != nullptr &&
+      changes.isFirstAfter(position_.number, table.oldestOfRecordIn(known))) {
+    return true;
+  }
+  const bool isFound = changes.find(position_.number, slotSearch_, steps);
+  position_.slot = isFound ? slotSearch_.at : kNone;
+  return isFound;
+}
+
+bool ChangeWalk::findGone(const RemovedNames& removed, std::size_t& steps) {
+  const ChangeOrder& order = removed.order();
+  const ChangePosition::Number after = position_.removalsKnownUpTo();
+  const Index known = position_.gone;
+  if (known < order.size() && order.contains(known) && order.isFirstAfter(after, known)) {
+    return true;
+  }
+  const bool isFound = order.find(after, goneSearch_, steps);
+  position_.gone = isFound ? goneSearch_.at : kNone;
+  return isFound;
+}
+
+}  // namespace sorvane
