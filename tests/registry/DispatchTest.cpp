@@ -25,7 +25,8 @@ const std::vector<Selector>& selectorsInOrder() {
       {{}, "watchPortChanges"}, {{}, "didPortsChange"},
       {{}, "changeTimestamp"},  {{}, "sorvexecConnectHost"},
       {{}, "hostInfo"},         {{}, "hostList"},
-      {{}, "awaitPortChanges"}, {{}, "anything else"},
+      {{}, "awaitPortChanges"}, {{}, "portChanges"},
+      {{}, "forgetPort"},       {{}, "anything else"},
   };
   return selectors;
 }

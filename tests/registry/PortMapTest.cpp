@@ -385,7 +385,7 @@ struct Change {
   std::function<void(PortMap&, const PortMap::Record&)> make;
 };
 
-const std::string kLongText(500, 't');
+const std::string kLongText(600, 't');
 
 void leavesBehind(PortMap& map, const std::vector<std::string>& names) {
   const auto gone = std::make_shared<PortDescriptor>();

@@ -120,7 +120,7 @@ TEST_F(PortTableSize, GrowsWhenThreeQuartersOfTheSlotsAreTaken) {
       enters(static_cast<int>(table_.size()), static_cast<int>(table_.size()) + 1);
       ASSERT_EQ(table_.slotCount(), expected);
       ASSERT_EQ(table_.slotCount(), slots) << table_.size();
-      ASSERT_EQ(table_.bytes(), slots * 64);
+      ASSERT_EQ(table_.bytes(), slots * 80);
     }
   }
 }

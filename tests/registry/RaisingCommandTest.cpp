@@ -64,6 +64,11 @@ const std::vector<Example>& examples() {
       {"hostInfo", {{"action", "hostInfo"}, {"hostAddress", "10.0.0.5"}}, {}, {"hostAddress"}},
       {"hostList", {{"action", "hostList"}, {"hostAddress", "10.0.0.5"}}, {}, {"hostAddress"}},
       {"awaitPortChanges", {{"action", "awaitPortChanges"}, {"timeout", "7"}}, {}, {}},
+      {"portChanges",
+       {{"action", "portChanges"}, {"instance", "i"}, {"since", "7"}, {"limit", "7"}},
+       {},
+       {}},
+      {"forgetPort", {{"action", "forgetPort"}, {"name", "db1"}}, {"name"}, {"name"}},
       {"infoServer", {{"action", "unknown"}}, {}, {}},
   };
   return all;
