@@ -204,6 +204,16 @@ TEST_F(PortChanges, TellsARecordUnderEachOfItsNames) {
   EXPECT_EQ(asker_.known["one"].count("left"), 0U);
 }
 
+TEST_F(PortChanges, TellsTheOtherNamesOfARecordThatAsksForAPortOnceMore) {
+  Peer database(server_);
+  database.reconnects("one");
+  database.reconnects("two");
+  (void)asker_.asks();
+  const std::string number = database.asksForPort("three");
+  EXPECT_EQ(asker_.asks(), (Told{"-two", "one"}));
+  EXPECT_EQ(asker_.known["one"]["portNumber"], number);
+}
+
 TEST_F(PortChanges, IsCutAtTheLimitEvenInTheMidstOfARecord) {
   Peer database(server_);
   for (int number = 0; number < 10; ++number) {

@@ -119,6 +119,9 @@ TEST_F(ChangeOrderTest, BeginsASearchAnewWhenItsPlaceHasChangedMeanwhile) {
   std::size_t steps = 1;
   ASSERT_FALSE(order_.find(0, search, steps));
   order_.makeNewest(search.at, 40);
+  steps = 0;
+  ASSERT_FALSE(order_.find(0, search, steps));
+  order_.remove(search.at);
   steps = kEnough;
   EXPECT_TRUE(order_.find(0, search, steps));
   EXPECT_EQ(search.at, 3U);
