@@ -79,6 +79,23 @@ std::function<void()> watchersThatAsk(Scene& scene) {
   };
 }
 
+std::function<void()> watchersThatWait(Scene& scene) {
+  return [&scene, watcher = std::make_shared<Peer>(scene.port(), test::kPatience),
+          step = 0]() mutable {
+    constexpr int kStepsOfOneThatGoes = 16;
+    const Message waiting({{"action", "awaitPortChanges"}, {"timeout", "1"}});
+    const std::string told = ask(*watcher, waiting, "result");
+    scene.expect(told == "YES" || told == "NO", "one who waits was told \"" + told + '"');
+    if (step++ % kStepsOfOneThatGoes == 0) {
+      Peer leaver(scene.port(), test::kPatience);
+      const std::string bytes = test::frame(waiting);
+      scene.expect(leaver.send(bytes + bytes + bytes.substr(0, bytes.size() / 2)),
+                   "a connection was closed");
+      leaver.abort();
+    }
+  };
+}
+
 std::function<void()> statesAndAlerts(Scene& scene) {
   return
       [&scene, tool = std::make_shared<Peer>(scene.port(), test::kPatience), step = 0L]() mutable {
@@ -137,6 +154,7 @@ constexpr Work kWorks[] = {
     {"lookups", microseconds(200), lookups},
     {"databases that come and go", milliseconds(5), databasesThatComeAndGo},
     {"watchers that ask", milliseconds(1), watchersThatAsk},
+    {"watchers that wait", milliseconds(1), watchersThatWait},
     {"states and alerts", milliseconds(5), statesAndAlerts},
     {"preferences", milliseconds(20), preferences},
     {"names left behind", milliseconds(10), namesLeftBehind},
