@@ -53,7 +53,7 @@ try_in_bare_root() {
     export DEBIAN_FRONTEND=noninteractive
     apt-get -qq update
     apt-get -y --no-install-recommends install ./*.deb
-    apt-get -y purge sorvinfo sorvctl' || return
+    apt-get -y purge sorvinfo sorvctl python3-sorvane' || return
   in_bare_root none debian/lifecycle.sh .
 }
 

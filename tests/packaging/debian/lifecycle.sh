@@ -102,6 +102,13 @@ preferences=$(sorvctl prefs get office)
 holds grep -q db1 <<<"$preferences"
 is "$(stat -c '%U %a' /var/lib/sorvane/Users/SorvPreferences)" 'sorvane 640'
 
+promise 'the Python package finds databases, and leaves nothing'
+carry_out --install "$packages"/python3-sorvane_*.deb
+is "$(cd / && python3 -c 'import sorvane; print(sorvane.Client().find("db1").type)')" database
+is "$(cd / && python3 -c 'import importlib.metadata as m, sorvane; print(m.version("sorvane") == sorvane.__version__)')" True
+carry_out --purge python3-sorvane
+holds test ! -e /usr/lib/python3/dist-packages/sorvane
+
 promise 'shells that read their folders complete its commands'
 holds cmp -s /usr/share/bash-completion/completions/sorvctl <(sorvctl completion bash)
 holds cmp -s /usr/share/zsh/vendor-completions/_sorvctl <(sorvctl completion zsh)
