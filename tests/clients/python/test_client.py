@@ -67,24 +67,6 @@ class ARealNameServer(unittest.TestCase):
         info = self.client.host_info()
         self.assertEqual((info.name, info.hardware_address, info.address), ("dbhost", "02:00:5e:10:00:07", "192.0.2.7"))
 
-    def test_forgets_what_was_left_behind_and_nothing_else(self) -> None:
-        def reconnect(connection: Any, name: str) -> None:
-            connection.ask({"reconnectPort": name, "portNumber": "1", "portHost": "h", "portType": "t"})
-
-        with VARIANT.Client("127.0.0.1", server.port) as other:
-            reconnect(other, "stays")
-            reconnect(other, "goes")
-            with self.assertRaises(Refused):
-                self.client.forget("stays")
-        deadline = time.monotonic() + 10
-        while self.client.find("goes") is not None and time.monotonic() < deadline:
-            pass
-        self.assertTrue([entry.left for entry in self.client.list() if entry.name == "stays"][0])
-        self.client.forget("stays")
-        self.assertIsNone(self.client.find("stays"))
-        with self.assertRaises(Refused):
-            self.client.forget("stays")
-
     def test_answers_any_request(self) -> None:
         self.assertEqual(self.client.ask({"action": "setDatabaseState"}), {"result": "failed"})
         self.assertIsNone(self.client.ask({"acceptPort": ""}))
