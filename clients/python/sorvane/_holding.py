@@ -13,6 +13,7 @@ from sorvane.errors import InvalidValue, Refused, SorvaneError
 
 LISTEN_ATTEMPTS = 100
 ALERT_SECONDS = 3600.0
+FIRST_CHECK_SECONDS = 1.0
 
 
 @dataclass(frozen=True)
@@ -89,8 +90,11 @@ class Holding:
             try:
                 here: Here = yield Connect()
                 yield from self._register()
+                # Connections that were given up before this one may end soon, and take the name with them.
+                pause = FIRST_CHECK_SECONDS
                 while True:
-                    yield Idle(self._plan.check_every)
+                    yield Idle(min(pause, self._plan.check_every))
+                    pause *= 2
                     yield from self._send_wishes(again=False)
                     yield from self._check(here)
             except Refused as error:

@@ -30,8 +30,9 @@ class Registration:
 
     The name belongs to the connection that registered it last. A Registration takes its name over when it starts and
     whenever its own connection was lost, and at no other time: while another connection has the name it waits, and its
-    status is "taken". When that one ends, it registers again. It looks after this every ``check_every`` seconds; a name
-    server that hangs is noticed after this time and the limit of a reply.
+    status is "taken". When that one ends, it registers again. It looks after this every ``check_every`` seconds, and
+    more often right after it has registered. A name server that hangs is noticed after this time and the limit of a
+    reply.
 
     ``name`` is the name of the database, ``type`` any text, ``registered_host`` where it listens (the name of this host
     when empty), ``address`` its address, if any.
@@ -97,6 +98,7 @@ class Registration:
         is running, and nothing else."""
         with self._condition:
             self._closed = True
+            self._status = RegistrationStatus("away", self._status.number, "the registration is closed")
             self._condition.notify_all()
         self._worker.close()
 
@@ -143,6 +145,8 @@ class Registration:
         _, on_status, on_error = self._callbacks
         if isinstance(event, RegistrationStatus):
             with self._condition:
+                if self._closed:
+                    return
                 self._status = event
                 self._condition.notify_all()
             if on_status is not None:

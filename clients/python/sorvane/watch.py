@@ -79,6 +79,7 @@ class Watch:
         """Ends the watching. Waits for a callback that is running, and nothing else."""
         with self._condition:
             self._closed = True
+            self._status = WatchStatus(False, "the watch is closed")
             self._condition.notify_all()
         self._worker.close()
 
@@ -113,6 +114,8 @@ class Watch:
     def _tell(self, event: Any) -> None:
         if isinstance(event, WatchStatus):
             with self._condition:
+                if self._closed:
+                    return
                 self._status = event
             if self._on_status is not None:
                 call(self._on_status, event)

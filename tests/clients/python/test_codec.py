@@ -320,6 +320,17 @@ class HoldingSteps(unittest.TestCase):
         self.assertIn(b"reconnectPort", steps.send(self.reply(("notFound", "notFound"))).requests[0])
         self.assertEqual(steps.send(self.reply()), Tell(RegistrationStatus("registered", 7)))
 
+    def test_the_name_is_looked_for_soon_after_it_was_registered_and_then_less_often(self) -> None:
+        steps, _ = self.holding(number=7)
+        next(steps)
+        steps.send(HERE)
+        steps.send(self.reply())
+        pauses = [next(steps).seconds]
+        for _ in range(5):
+            self.assertIn(b"findPort", next(steps).requests[0])
+            pauses.append(steps.send(self.reply(("portNumber", "7"), ("portHost", "h"))).seconds)
+        self.assertEqual(pauses, [1, 2, 4, 8, 10, 10])
+
     def test_state_and_alert_are_sent_with_each_registration_and_the_alert_for_an_hour(self) -> None:
         now = [0.0]
         wishes = Wishes("db1", lambda: now[0])

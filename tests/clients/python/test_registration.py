@@ -7,7 +7,7 @@ import unittest
 from typing import Any
 
 from sorvane import Client, InvalidValue, Limits, Refused, SorvaneError, Unreachable
-from support import NO_DICTIONARY, SHORT, VARIANT, NameServer, ScriptedServer, frame, quick_attempts, wait_until
+from support import LIMIT, NO_DICTIONARY, SHORT, VARIANT, NameServer, ScriptedServer, frame, quick_attempts, wait_until
 
 
 class AtARealNameServer(unittest.TestCase):
@@ -32,6 +32,9 @@ class AtARealNameServer(unittest.TestCase):
             self.assertEqual(self.number_of("db1"), held.number)
             self.assertEqual(held.status.kind, "registered")
             self.assertEqual(held.wait_until_registered(0), held.number)
+        self.assertEqual((held.status.kind, held.status.reason), ("away", "the registration is closed"))
+        with self.assertRaises(SorvaneError):
+            held.wait_until_registered(LIMIT)
         wait_until(lambda: self.number_of("db1") == 0, "the end of the name")
 
     def test_all_that_is_told_is_registered(self) -> None:
@@ -91,8 +94,9 @@ class AtARealNameServer(unittest.TestCase):
             wait_until(lambda: held.status.kind == "away", "the name server counts as away")
             self.assertIn("0.3 s", held.status.reason)
             self.server.go_on()
-            wait_until(lambda: held.status.kind == "registered", "the name")
-            self.assertEqual(self.number_of("db1"), held.number)
+            wait_until(lambda: held.status.kind == "registered", "the name server counts as there")
+            # The connections that were given up end now, and the name with each.
+            wait_until(lambda: self.number_of("db1") == held.number, "the name")
 
     def test_a_name_that_ended_with_a_connection_long_given_up_is_registered_again(self) -> None:
         before = self.enterContext(Client("127.0.0.1", self.server.port))

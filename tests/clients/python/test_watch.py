@@ -107,6 +107,7 @@ class AtARealNameServer(unittest.TestCase):
             waiting.join(LIMIT)
             self.assertLess(time.monotonic() - before, 1.0)
             self.assertEqual(ended, [None])
+            self.assertEqual(watch.status, WatchStatus(False, "the watch is closed"))
 
     def test_who_takes_changes_slowly_gets_the_last_of_several(self) -> None:
         held = self.enterContext(self.hold("db1", 1))

@@ -74,6 +74,7 @@ class Registration:
     async def close(self) -> None:
         """Ends the registration: the connection closes, and the name server forgets the name."""
         self._closed = True
+        self._status = RegistrationStatus("away", self._status.number, "the registration is closed")
         await self._worker.close()
         async with self._condition:
             self._condition.notify_all()

@@ -69,6 +69,7 @@ class Watch:
     async def close(self) -> None:
         """Ends the watching."""
         self._closed = True
+        self._status = WatchStatus(False, "the watch is closed")
         await self._worker.close()
         async with self._condition:
             self._condition.notify_all()
