@@ -150,7 +150,7 @@ class ScriptedServer:
         self._listener = socket.create_server(("127.0.0.1", 0))
         self.port = self._listener.getsockname()[1]
         self.requests: list[Texts] = []
-        self._connections: list[socket.socket] = []
+        self.connections: list[socket.socket] = []
         self._thread = threading.Thread(target=self._accept, daemon=True)
         self._thread.start()
 
@@ -165,7 +165,7 @@ class ScriptedServer:
 
     def hang_up(self) -> None:
         """Ends all connections."""
-        for connection in self._connections:
+        for connection in self.connections:
             try:
                 connection.shutdown(socket.SHUT_RDWR)
             except OSError:
@@ -181,7 +181,7 @@ class ScriptedServer:
                 connection, _ = self._listener.accept()
             except OSError:
                 return
-            self._connections.append(connection)
+            self.connections.append(connection)
             threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
 
     def _serve(self, connection: socket.socket) -> None:

@@ -105,6 +105,9 @@ class AnOtherServer(unittest.TestCase):
             client.ping()
         self.assertLess(time.monotonic() - before, 5)
         self.assertIn("0.3 s", str(error.exception))
+        with self.assertRaises(NoReply):
+            client.ping()  # over another connection: a late reply must not be taken for that to this question
+        self.assertEqual(len(self.other.connections), 2)
 
     def test_that_sends_a_reply_slowly_ends_a_call_within_its_limit(self) -> None:
         client = self.client(lambda request: b"SV\x01\x01\0\0", SHORT)

@@ -198,6 +198,15 @@ class WhatHasChanged(unittest.TestCase):
             steps.send(reader.feed(page("2", row("db1", gone="YES"), row("db2"))))
         self.assertEqual([change.entry.name for change in end.exception.value], ["db2"])
 
+    def test_a_list_that_begins_anew_has_nothing_of_before(self) -> None:
+        first = page("1", row("db1"), row("db2"), more="YES", restart="YES")
+        pages = [first, page("2", row("db2", gone="YES"), more="YES")]
+        self.assertEqual(carried_out(_questions.all_at_once(Limits()), *pages, page("3")), {"db1": Entry("db1")})
+        anew = page("1", row("db3"), restart="YES", instance="i2")
+        self.assertEqual(carried_out(_questions.all_at_once(Limits()), *pages, anew), {"db3": Entry("db3")})
+        following = Following(Limits(), 1)
+        self.assertEqual(self.changes(following, *pages, anew), ["registered db3 0"])
+
     def test_all_that_is_told_of_a_name_is_known(self) -> None:
         told = row("db1", portNumber="1", portHost="h", portHostAddress="a", portType="t", portStatus="s")
         told += body(("alertStatus", "x"), ("alertStatusTimestamp", "1.500000"), ("left", "YES"))
@@ -243,6 +252,7 @@ class WhatHasChanged(unittest.TestCase):
     def test_an_alert_that_lapses_is_no_change(self) -> None:
         picture = Picture(Limits())
         picture.update({"db1": Entry("db1", 1, alert="full")})
+        self.assertEqual(picture.update({"db1": Entry("db1", 1, alert="full")}), [])
         self.assertEqual(picture.update({"db1": Entry("db1", 1)}), [])
         self.assertEqual(picture.update({"db1": Entry("db1", 2)}), [Change("changed", Entry("db1", 2))])
 

@@ -5,6 +5,7 @@ import threading
 import time
 import unittest
 from typing import Any
+from unittest import mock
 
 from sorvane import Client, InvalidValue, Limits, Refused, SorvaneError, Unreachable
 from support import LIMIT, NO_DICTIONARY, SHORT, VARIANT, NameServer, ScriptedServer, frame, quick_attempts, wait_until
@@ -164,6 +165,7 @@ class AtAnOtherServer(unittest.TestCase):
                 self.assertEqual(held.status.kind, "registered")
         self.assertIsInstance(errors[0], Refused)
 
+    @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 1000)
     def test_that_is_just_asked_gets_a_new_state_right_after(self) -> None:
         def script(request: dict[str, str]) -> bytes:
             if request.get("state") == "one":
