@@ -54,6 +54,7 @@ class Wake:
         except BlockingIOError:
             pass
         if self.closing:
+            self.wake()  # the next wait, too
             raise Closing
 
     def release(self) -> None:

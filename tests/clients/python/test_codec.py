@@ -1,6 +1,8 @@
-"""Frames, replies, and the logic that has no input or output."""
+"""Frames, replies, and the logic that has no input or output; and how its waits end."""
 
+import socket
 import struct
+import time
 import unittest
 from typing import Any
 
@@ -11,6 +13,7 @@ from sorvane._frames import FrameReader, encode_request, text_of
 from sorvane._hosts import here_of
 from sorvane._holding import Holding, Plan, Wishes
 from sorvane._steps import Ask, Connect, Idle, Listen, Pause, Tell, next_attempt
+from sorvane._threads import Closing, Wake, Wire
 from sorvane.entries import Here, Place, RegistrationStatus, WatchStatus
 from support import NO_DICTIONARY, body, frame
 
@@ -272,6 +275,30 @@ class FollowingSteps(unittest.TestCase):
         self.assertIsInstance(next(steps), Pause)
         self.assertIsInstance(next(steps), Connect)
         self.assertIsInstance(steps.throw(Refused("no")), Pause)
+
+
+class Waking(unittest.TestCase):
+    def test_being_woken_once_ends_one_wait(self) -> None:
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            wake = Wake()
+            wire = Wire("127.0.0.1", listener.getsockname()[1], Limits(), wake)
+            wire.connect()
+            wake.wake()
+            wire.idle(1000)
+            before = time.monotonic()
+            wire.idle(0.05)
+            self.assertGreater(time.monotonic() - before, 0.04)
+            wire.drop()
+            wake.release()
+
+    def test_being_closed_ends_every_wait(self) -> None:
+        wake = Wake()
+        wire = Wire("127.0.0.1", 1, Limits(), wake)
+        wake.close()
+        for _ in range(2):
+            with self.assertRaises(Closing):
+                wire.pause(1000)
+        wake.release()
 
 
 class HoldingSteps(unittest.TestCase):

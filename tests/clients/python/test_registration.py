@@ -178,6 +178,19 @@ class AtAnOtherServer(unittest.TestCase):
                 held.set_state("one")
                 wait_until(lambda: server.asked("state", "two"), "the new state")
 
+    @quick_attempts
+    @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 1000)
+    def test_that_ends_the_connection_is_noticed_without_a_question(self) -> None:
+        statuses: list[str] = []
+        with ScriptedServer(lambda request: frame(("portNumber", "7"))) as server:
+            held = VARIANT.Registration(
+                "db1", "127.0.0.1", server.port, check_every=1000, on_status=lambda it: statuses.append(it.kind)
+            )
+            with held:
+                server.hang_up()
+                wait_until(lambda: statuses[1:] == ["away", "registered"], "another registration")
+            self.assertEqual(server.asked("findPort", "db1"), 0)
+
     def test_that_hangs_does_not_delay_the_end(self) -> None:
         with ScriptedServer(lambda request: None) as server:
             held = VARIANT.Registration("db1", "127.0.0.1", server.port)
@@ -212,7 +225,9 @@ class AtAnOtherServer(unittest.TestCase):
 
         with self.assertLogs("sorvane", "ERROR") as logs, NameServer() as server:
             with VARIANT.Registration("db1", "127.0.0.1", server.port, on_status=fail) as held:
-                self.assertEqual(held.status.kind, "registered")
+                held.set_state("starting")
+                with Client("127.0.0.1", server.port) as asking:
+                    wait_until(lambda: asking.states() == {"db1": "starting"}, "the state")
             with self.assertRaises(Refused):
                 VARIANT.Registration("db2", "127.0.0.1", server.port, listen=fail).__enter__()
         self.assertIn("a mistake", "".join(logs.output))

@@ -2,11 +2,13 @@
 
 import asyncio
 import gc
+import time
 import unittest
 import warnings
 
 import sorvane
 from sorvane.aio import Client, Registration, Watch
+from sorvane.aio._tasks import Wire
 from support import LIMIT, NameServer, ScriptedServer, frame
 
 
@@ -29,6 +31,17 @@ class Tasks(unittest.IsolatedAsyncioTestCase):
                     async with asyncio.timeout(0.05):
                         await client.find("slow")
                 self.assertEqual(await client.find("quick"), sorvane.Entry("quick", 7))
+            self.assertEqual(len(other.connections), 2)
+
+    async def test_being_woken_once_ends_one_wait(self) -> None:
+        wire = Wire("127.0.0.1", self.server.port, sorvane.Limits())
+        await wire.connect()
+        wire.woken.set()
+        await wire.idle(1000)
+        before = time.monotonic()
+        await wire.idle(0.05)
+        self.assertGreater(time.monotonic() - before, 0.04)
+        wire.drop()
 
     async def test_listening_may_be_awaited(self) -> None:
         servers: list[asyncio.Server] = []

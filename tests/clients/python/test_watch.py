@@ -193,6 +193,23 @@ class AtAnOtherServer(unittest.TestCase):
         self.assertEqual(told.next(), "registered db3 0")
         self.assertEqual(self.other.asked("since", "1"), 1)
 
+    def test_that_has_much_to_tell_is_asked_no_faster_than_changes_are_taken(self) -> None:
+        def script(request: dict[str, str]) -> bytes | None:
+            since = int(request.get("since", "0"))
+            if request.get("action") == "awaitPortChanges":
+                return frame(("result", "YES")) if asked() < 20 else None
+            head = [("instance", "i"), ("sequence", str(since + 1)), ("more", "NO"), ("restart", "NO" if since else "YES")]
+            return frame(*head, ("0", body(("name", f"db{since}"))))
+
+        def asked() -> int:
+            return self.other.asked("action", "portChanges")
+
+        told = Told(self.followed(script))
+        wait_until(lambda: asked() == 2, "two questions")
+        for each in range(20):
+            self.assertLessEqual(asked(), each + 2)
+            self.assertEqual(told.next(), f"registered db{each} 0")
+
     @quick_attempts
     def test_that_hangs_is_given_up_and_tried_again(self) -> None:
         with mock.patch("sorvane._following.WAIT_SECONDS", 0):
