@@ -55,8 +55,8 @@ TEST(DebianPackages, AskForWhatTheScriptsInstallToBuild) {
   const std::string control = test::readFile(kTree / "packaging/debian/control");
   std::set<std::string> asked =
       packageNames(firstMatch(control, "\nBuild-Depends:\n(( [^\n]*\n)*)"));
-  for (const char* packaging : {"debhelper-compat", "dh-sequence-installsysusers",
-                                "dh-sequence-python3", "python3"}) {
+  for (const char* packaging :
+       {"debhelper-compat", "dh-sequence-installsysusers", "dh-sequence-python3", "python3"}) {
     EXPECT_EQ(asked.erase(packaging), 1U) << packaging;
   }
   EXPECT_EQ(asked, expected);
