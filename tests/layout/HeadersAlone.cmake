@@ -1,5 +1,7 @@
-# One source file for each header of src/ and tools/ that includes nothing else.
-file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h ${PROJECT_SOURCE_DIR}/tools/*.h)
+# One source file for each header of src/, tools/ and clients/cpp/ that includes nothing else.
+set(client ${PROJECT_SOURCE_DIR}/clients/cpp)
+file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.h ${PROJECT_SOURCE_DIR}/tools/*.h
+     ${client}/include/*.h ${client}/src/*.h)
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
   list(FILTER headers EXCLUDE REGEX "Linux\\.h$")
 endif()
@@ -14,7 +16,8 @@ foreach(header ${headers})
   list(APPEND header_sources ${source})
 endforeach()
 add_library(headers_alone OBJECT ${header_sources})
-target_include_directories(headers_alone PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tools)
+target_include_directories(headers_alone PRIVATE ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/tools
+                           ${client}/include ${client}/src)
 target_compile_definitions(headers_alone PRIVATE ASIO_STANDALONE ASIO_NO_DEPRECATED)
 target_compile_options(headers_alone PRIVATE -O0 -g0)
 find_package(CLI11 REQUIRED)

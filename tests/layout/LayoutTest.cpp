@@ -24,7 +24,8 @@ class Project : public testing::Test {
  protected:
   std::filesystem::path source_ = SORVANE_SOURCE_DIR;
   IncludeRules rules_ = IncludeRules::read(source_ / "tests/layout/allowed_includes.txt");
-  SourceTree tree_ = readSourceTree({source_ / "src", source_ / "tools"});
+  SourceTree tree_ = readSourceTree({source_ / "src", source_ / "tools",
+                                     source_ / "clients/cpp/include", source_ / "clients/cpp/src"});
 };
 
 TEST_F(Project, IncludesOnlyWhatTheRulesAllow) {
