@@ -162,3 +162,20 @@ carry_out --install "${new[@]}"
 within_limit sorvctl ping
 is "$(sorvctl prefs get office 2>/dev/null)" ''
 holds cmp -s /etc/sorvane/sorvane.conf <(dpkg-deb --fsys-tarfile "${new[0]}" | tar -xO ./etc/sorvane/sorvane.conf)
+
+promise 'the library serves what is built with it, and leaves no trace'
+carry_out --install "$packages"/libsorvane{1,-dev}_*.deb
+holds grep -q 'libsorvane\.so\.1 ' <(ldconfig -p)
+# A root with nothing else has no compiler.
+if command -v c++ >/dev/null && command -v pkg-config >/dev/null; then
+  read -ra flags <<<"$(pkg-config --cflags --libs sorvane)"
+  holds c++ -std=c++20 /usr/share/doc/libsorvane-dev/examples/register.cpp -o /tmp/registers "${flags[@]}"
+  mkfifo /tmp/input
+  /tmp/registers db2 </tmp/input >/dev/null 2>&1 &
+  exec 7>/tmp/input
+  within_limit sorvctl wait db2 --state running
+  exec 7>&-
+  within_limit sorvctl wait db2 --gone
+fi
+carry_out --purge libsorvane1 libsorvane-dev
+is "$(find /usr -xdev -name '*libsorvane*')" ''
