@@ -1,0 +1,1 @@
+"""What the runners of the conformance kit share."""
