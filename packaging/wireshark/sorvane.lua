@@ -1,8 +1,8 @@
 -- Shows the protocol of the Sorvane name server in Wireshark and tshark. docs/protocol.md describes the protocol.
 --
 -- Wireshark loads the file from its folders of Lua plugins ("Help", "About", "Folders"), tshark from the same, or by
--- `tshark -X lua_script:sorvane.lua`. Filters begin with "sorvane.": sorvane.command == "findPort", sorvane.name == "db1",
--- sorvane.time > 0.1, sorvane.bad. For Lua 5.2 and newer, so without operators that only 5.3 has.
+-- `tshark -X lua_script:sorvane.lua`. Filters begin with "sorvane.": sorvane.command == "findPort",
+-- sorvane.name == "db1", sorvane.time > 0.1, sorvane.bad. For Lua 5.2 and newer, so without operators that only 5.3 has.
 
 local sorvane = Proto("sorvane", "Sorvane Name Server Protocol")
 
@@ -13,12 +13,13 @@ sorvane.prefs.request_bytes = Pref.uint("Longest request", 1048576, "Longest bod
 sorvane.prefs.shown_entries = Pref.uint("Entries shown", 1000, "Most entries of a message that are looked at")
 
 local longest_reply = 64 * 1024 * 1024
--- A longer text is shown as bytes alone. The list names so many frames of a packet, and so many requests of a connection
--- may wait for their replies.
+-- A longer text is shown as bytes alone. The list names so many frames of a packet, and so many requests of a
+-- connection may wait for their replies.
 local longest_text = 65536
 local most_listed = 5
 local most_waiting = 100000
--- Seconds: longer than a server holds a request. One that waits for longer is of an earlier connection with the same ends.
+-- Seconds: longer than a server holds a request. One that waits for longer is of an earlier connection with the same
+-- ends.
 local longest_wait = 330
 
 -- ---- Fields
@@ -67,7 +68,8 @@ sorvane.experts = faults
 
 -- ---- Commands
 
--- The first row that matches applies: all of its keys are there, and the action is its action, in any case of its letters.
+-- The first row that matches applies: all of its keys are there, and the action is its action, in any case of its
+-- letters.
 local commands = {
   { keys = { "ping" } },
   { keys = { "reconnectPort" } },
@@ -194,8 +196,8 @@ function sorvane.init()
   messages, connections = {}, {}
 end
 
--- The requests of a connection that wait for their replies, oldest first. A connection is known by its ends: the fields of
--- TCP cannot be read while Wireshark looks at a capture for the first time.
+-- The requests of a connection that wait for their replies, oldest first. A connection is known by its ends: the
+-- fields of TCP cannot be read while Wireshark looks at a capture for the first time.
 local function waiting_requests(pinfo, is_request)
   local one = tostring(pinfo.src) .. " " .. pinfo.src_port
   local other = tostring(pinfo.dst) .. " " .. pinfo.dst_port
@@ -298,30 +300,27 @@ local function add_entry(body, at, tree, known, is_row)
   return key, text, at + 6 + key_bytes + value_bytes
 end
 
--- Adds the entries of a body to the tree. Returns their texts by key ("" where a value is no text), whether all is well, and
--- the keys in their order, a few of them.
+-- Adds the entries of a body to the tree. Returns their texts by key ("" where a value is no text), and the first key.
 read_entries = function(body, tree, is_row)
-  local texts, order, at, count = {}, {}, 0, 0
+  local texts, first, at, count = {}, nil, 0, 0
   while at < body:len() do
     if count == sorvane.prefs.shown_entries then
       tree:add(field.rest, body(at))
-      return texts, true, order
+      return texts, first
     end
     local key, text, next_at = add_entry(body, at, tree, texts, is_row)
     if key == nil then
-      return texts, false, order
+      return texts, first
     end
     texts[key] = text or ""
+    first = first or key
     count = count + 1
-    if count <= 4 then
-      order[count] = key
-    end
     at = next_at
   end
   if not is_row then
     tree:add(field.count, count):set_generated()
   end
-  return texts, true, order
+  return texts, first
 end
 
 -- ---- Frames
@@ -354,7 +353,7 @@ local function add_header(range, tree)
 end
 
 -- A line for the list of packets, such as "findPort db1" or "findPort: portNumber 20222".
-local function summary(is_request, command, name, kind, texts, order)
+local function summary(is_request, command, name, kind, texts, first)
   if is_request then
     return command .. (name and " " .. shown(name) or "")
   end
@@ -362,7 +361,6 @@ local function summary(is_request, command, name, kind, texts, order)
   if kind == 0 then
     return line .. "no dictionary"
   end
-  local first = order[1]
   return line .. (first and shown(first) .. " " .. shown(texts[first]) or "empty dictionary")
 end
 
@@ -385,9 +383,9 @@ local function add_message(range, pinfo, root, is_request)
   local kind = range(3, 1):uint()
   add_header(range, tree)
   tree:add(field.request, range(0, 0), is_request):set_generated()
-  local texts, _, order = {}, true, {}
+  local texts, first = {}, nil
   if range:len() > 8 then
-    texts, _, order = read_entries(range(8), tree, false)
+    texts, first = read_entries(range(8), tree, false)
   elseif kind == 1 then
     tree:add(field.count, 0):set_generated()
   end
@@ -411,7 +409,7 @@ local function add_message(range, pinfo, root, is_request)
     tree:add(field.name, range(0, 0), of.name):set_generated()
   end
   add_matching(message, is_request, range, tree)
-  return summary(is_request, of.command, of.name, kind, texts, order)
+  return summary(is_request, of.command, of.name, kind, texts, first)
 end
 
 local function add_bad(range, root, what)

@@ -10,7 +10,7 @@ package_packages=(build-essential debhelper dh-python dpkg-dev python3)
 # What the tests take beyond that.
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev avahi-daemon dbus iproute2 util-linux procps
                fish hostname libseccomp-dev lintian logrotate mandoc mypy python3 python3-jsonschema python3-pip
-               python3-prometheus-client python3-setuptools python3-wheel systemd tmux util-linux-extra zsh "${package_packages[@]}")
+               python3-prometheus-client python3-setuptools python3-wheel systemd tmux tshark util-linux-extra zsh "${package_packages[@]}")
 package_test_packages=(debootstrap faketime)
 clang_packages=(clang)
 fuzz_packages=(clang 'libclang-rt-dev|libclang-rt-14-dev')

@@ -74,6 +74,8 @@ TEST(InstalledTree, HasTheProgramsTheExamplesAndTheEmptyFolders) {
                                       "share/sorvinfo/sysusers.d/sorvane.conf",
                                       "share/sorvinfo/tmpfiles.d/",
                                       "share/sorvinfo/tmpfiles.d/sorvane.conf",
+                                      "share/sorvinfo/wireshark/",
+                                      "share/sorvinfo/wireshark/sorvane.lua",
                                       "share/zsh/",
                                       "share/zsh/site-functions/",
                                       "share/zsh/site-functions/_sorvctl"}));

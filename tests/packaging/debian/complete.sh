@@ -23,5 +23,12 @@ while read -r file; do
     status=1
   fi
 done < <(cd "$prefix" && find bin share -type f -not -path 'share/sorvinfo/*')
+
+# The dissector lies where tshark looks for those of packages.
+plugins=$(tshark -G folders 2>/dev/null | sed -n 's/^Global Lua Plugins:[[:space:]]*//p')
+if ! grep -qE "^\./?${plugins#/}/sorvane\.lua\$" <<<"$packaged"; then
+  echo "no package has $plugins/sorvane.lua" >&2
+  status=1
+fi
 [ "$count" -ge 2 ] || { echo 'the installation has no programs' >&2; exit 1; }
 exit "$status"
