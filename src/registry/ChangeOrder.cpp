@@ -67,6 +67,9 @@ bool ChangeOrder::find(Number after, Search& search, std::size_t& steps) const {
   const bool goesOn =
       search.at < size() && search.seen > after && numberOf(search.at) == search.seen;
   Index at = goesOn ? search.at : newest_;
+  if (oldest_ != kNone && numberOf(oldest_) > after) {
+    at = oldest_;  // a search for everything
+  }
   if (at != kNone && numberOf(at) <= after) {
     at = kNone;
   }

@@ -23,6 +23,8 @@ struct ChangePosition {
   // Where to go on, for a reply that was cut; kNone if that is not known.
   Index slot = ChangeOrder::kNone;  ///< of the table: the next entry
   Index gone = ChangeOrder::kNone;  ///< the next removed name
+  /// How often the slots had got other places, as PortTable tells it.
+  std::uint32_t moves = 0;
 
   /// The number since which all removals must be remembered.
   [[nodiscard]] Number removalsKnownUpTo() const { return begun > number ? begun : number; }
@@ -31,7 +33,7 @@ struct ChangePosition {
     return begun == 0 && slot == ChangeOrder::kNone && gone == ChangeOrder::kNone;
   }
 
-  /// Returns it as decimal digits, 60 at most.
+  /// Returns it as decimal digits, 64 at most.
   [[nodiscard]] std::string text() const;
   /// Reads what `text` returns. Returns nothing for any other text.
   static std::optional<ChangePosition> from(std::string_view text);

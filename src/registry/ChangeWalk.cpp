@@ -5,9 +5,15 @@ namespace sorvane {
 bool ChangeWalk::findSlot(const PortTable& table, std::size_t& steps) {
   const ChangeOrder& changes = table.changes();
   const Index known = position_.slot;
-  if (known < table.slotCount() && table.inSlot(known) != nullptr &&
-      changes.isFirstAfter(position_.number, table.oldestOfRecordIn(known))) {
-    return true;
+  if (known < table.slotCount() && table.inSlot(known) != nullptr) {
+    const Index oldest = table.oldestOfRecordIn(known);
+    // In the midst of a record, the names before were told. If the record has changed since, or the
+    // slot has another of its names now, they are told again.
+    const bool isUnchanged =
+        position_.moves == table.moves() && changes.numberOf(oldest) == position_.number + 1;
+    if ((known == oldest || isUnchanged) && changes.isFirstAfter(position_.number, oldest)) {
+      return true;
+    }
   }
   const bool isFound = changes.find(position_.number, slotSearch_, steps);
   position_.slot = isFound ? slotSearch_.at : kNone;

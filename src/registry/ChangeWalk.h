@@ -50,6 +50,7 @@ ChangeWalk::Stop ChangeWalk::goOn(PortMap& map, std::size_t steps, Tell&& tell) 
   if (!findSlot(table, steps) || !findGone(removed, steps)) {
     return Stop::steps;
   }
+  position_.moves = table.moves();
   Index& slot = position_.slot;
   Index& gone = position_.gone;
   while (slot != kNone || gone != kNone) {
@@ -71,9 +72,12 @@ ChangeWalk::Stop ChangeWalk::goOn(PortMap& map, std::size_t steps, Tell&& tell) 
         return Stop::full;
       }
       slot = table.nextOfRecord(slot);
+      const ChangePosition::Number number = table.changes().numberOf(first);
       if (slot == kNone) {
-        position_.number = table.changes().numberOf(first);
+        position_.number = number;
         slot = table.changes().newerThan(first);
+      } else {
+        position_.number = number - 1;  // all before this record was told: see findSlot
       }
     }
   }

@@ -7,6 +7,7 @@ namespace sorvane {
 namespace {
 
 constexpr std::size_t kLeastSlots = 16;
+constexpr std::uint32_t kMostMoves = 10000;
 
 std::uint32_t anchorOf(std::size_t hash) { return static_cast<std::uint32_t>(hash); }
 
@@ -144,6 +145,7 @@ void PortTable::moveTo(std::size_t slots) {
   ChangeOrder changes(slots);
   before.swap(slots_);
   removed_ = 0;
+  moves_ = (moves_ + 1) % kMostMoves;
   bool hasRings = false;
   for (Slot& slot : before) {
     if (slot.hash >= kLeastHash) {

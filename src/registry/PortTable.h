@@ -123,6 +123,8 @@ class PortTable {
     const bool isOther = changes_.contains(next) || slots_[next].record != slots_[index].record;
     return isOther ? ChangeOrder::kNone : next;
   }
+  /// Changes when entries have got other slots. Four decimal digits.
+  [[nodiscard]] std::uint32_t moves() const { return moves_; }
   [[nodiscard]] std::string_view nameIn(std::size_t index) const { return slots_[index].name; }
 
   // ---- What ended connections have left behind
@@ -188,6 +190,7 @@ class PortTable {
   std::vector<Slot> slots_;  // a power of two of them, or none; at least one is empty
   ChangeOrder changes_;      // as many indices as there are slots
   ChangeOrder::Number lastChange_ = 0;
+  std::uint32_t moves_ = 0;
   std::size_t size_ = 0;               // slots with a record
   std::size_t removed_ = 0;            // slots that hold kRemoved
   std::uint32_t leftBehind_ = kAlone;  // the first slot of the ring of those left behind

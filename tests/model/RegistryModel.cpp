@@ -85,9 +85,10 @@ std::string commandOf(const Request& request) {
       request.contains("portType")) {
     return "newPort";
   }
-  for (const char* word : {"needsRefresh", "setAlertState", "setDatabaseState", "databaseStates",
-                           "watchPortChanges", "didPortsChange", "changeTimestamp",
-                           "sorvexecConnectHost", "hostInfo", "hostList", "awaitPortChanges"}) {
+  for (const char* word :
+       {"needsRefresh", "setAlertState", "setDatabaseState", "databaseStates", "watchPortChanges",
+        "didPortsChange", "changeTimestamp", "sorvexecConnectHost", "hostInfo", "hostList",
+        "awaitPortChanges", "portChanges", "forgetPort"}) {
     if (says(request, "action", word)) {
       return word;
     }
@@ -98,7 +99,7 @@ std::string commandOf(const Request& request) {
 bool changesRegistry(const std::string& command) {
   return command == "reconnectPort" || command == "acceptPort" || command == "newPort" ||
          command == "needsRefresh" || command == "setAlertState" || command == "setDatabaseState" ||
-         command == "sorvexecConnectHost";
+         command == "sorvexecConnectHost" || command == "forgetPort";
 }
 
 bool endsProcess(const std::string& command) {
@@ -216,6 +217,9 @@ Reply RegistryModel::carriesOut(const Asked& asked, double now) {
   if (command == "awaitPortChanges") {
     return awaitPortChanges(asked);
   }
+  if (command == "forgetPort") {
+    return forgetPort(asked);
+  }
   return {.kind = Reply::Kind::notRecognised};
 }
 
@@ -323,6 +327,17 @@ void RegistryModel::forgetsIfGone(int connection) {
     }
   }
   state_.records.erase(connection);
+}
+
+Reply RegistryModel::forgetPort(const Asked& asked) {
+  const std::string name = asked.text("name");
+  const auto found = state_.ports.find(name);
+  const bool isOwn = found != state_.ports.end() && found->second < 0;
+  if (found == state_.ports.end() || isOwn || state_.records.at(found->second).isConnected) {
+    return result("failed");
+  }
+  removes(name);
+  return change(result("success"));
 }
 
 // ---- Watchers
@@ -434,20 +449,25 @@ Reply RegistryModel::setAlertState(const Asked& asked, double now) {
   return change(result("success"));
 }
 
+void RegistryModel::readsAlert(const std::string& name, double now) {
+  Record& record = state_.records.at(state_.ports.at(name));
+  if (record.alert && now > record.alertTime + kAlertLifetime) {
+    record.alert.reset();
+  }
+}
+
 Reply RegistryModel::databaseStates(double now) {
   if (!state_.cachedStates || !state_.cachedAlerts) {
     List states;
     List alerts;
     for (const auto& [name, connection] : state_.ports) {
-      Record& record = state_.records.at(connection);
+      const Record& record = state_.records.at(connection);
       if (*record.name == "sorvexec" || *record.name == "VN_nameserver" ||
           *record.name == "VN_infoserver") {
         continue;
       }
       states.push_back(*record.name + ":" + record.status.value_or("running"));
-      if (record.alert && now > record.alertTime + kAlertLifetime) {
-        record.alert.reset();
-      }
+      readsAlert(name, now);
       if (record.alert) {
         alerts.push_back(*record.name + ":" + *record.alert);
       }

@@ -122,6 +122,9 @@ class RegistryModel {
   /// last time.
   [[nodiscard]] Reply answersHeld(int connection, bool isLastTime);
 
+  /// Somebody reads the alert of that name. That drops it if its hour is over.
+  void readsAlert(const std::string& name, double now);
+
   /// A change reaches the watchers.
   void tellsWatchers(double now);
 
@@ -149,6 +152,7 @@ class RegistryModel {
   Reply didPortsChange(const Asked& asked);
   Reply awaitPortChanges(const Asked& asked);
   Reply changeTimestamp() const;
+  Reply forgetPort(const Asked& asked);
   Reply sorvexecConnectHost(const Asked& asked);
   Reply hostInfo(const Asked& asked);
   Reply hostList(const Asked& asked);

@@ -53,6 +53,7 @@ const std::vector<Command>& commands() {
       {"hostInfo", true, {{"hostAddress", "address", true}}},
       {"hostList", true, {{"hostAddress", "address", true}}},
       {"awaitPortChanges", true, {{"timeout", "seconds", true}}},
+      {"forgetPort", true, {{"name", "name"}}},
       {"noSuchAction", true, {}},
       {"terminate", false, {{"terminate", "any"}}},
       {"restart", true, {}},

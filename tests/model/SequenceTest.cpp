@@ -50,6 +50,7 @@ std::vector<std::string> fewNames(Random& random) {
 }
 
 Setting drawnSetting(Random& random) {
+  static const std::vector<std::size_t> remembered = {0, 1, 2, 20, 65536, 65536};
   const bool isAlone = random.percent(20);
   return {.host = {.name = "testhost",
                    .address = isAlone ? "127.0.0.1" : "10.1.2.3",
@@ -58,19 +59,25 @@ Setting drawnSetting(Random& random) {
                    .takesRemoteControl = random.percent(50),
                    .takesRemoteRegistration = random.percent(50),
                    .basePort = 5000},
-          .isVerbose = random.percent(5)};
+          .isVerbose = random.percent(5),
+          .remembersGone = random.oneOf(remembered)};
 }
 
 Steps drawnSteps(const RequestMaker& maker, std::size_t count, std::size_t mostConnections,
                  Random& random) {
   const std::vector<double> pauses = {0.5, 1800.0, 3600.0, 3600.5};
+  const std::vector<std::size_t> limits = {1, 1, 2, 3, 10, 100, 10000};
   Steps steps;
   std::vector<int> open;
   int made = 0;
   for (std::size_t i = 0; i < count; ++i) {
     Step step;
     step.later = random.percent(20) ? random.oneOf(pauses) : 0.0;
-    if (open.empty() || (open.size() < mostConnections && random.percent(4))) {
+    if (random.percent(4)) {
+      step.kind = Step::Kind::follows;
+      step.connection = static_cast<int>(random.below(kFollowers));
+      step.limit = random.oneOf(limits);
+    } else if (open.empty() || (open.size() < mostConnections && random.percent(4))) {
       step.kind = Step::Kind::connects;
       step.connection = made++;
       step.isFromThisMachine = random.percent(80);

@@ -49,6 +49,9 @@ std::string shown(const Step& step) {
     case Step::Kind::closes:
       text << " ends";
       break;
+    case Step::Kind::follows:
+      return "follower " + std::to_string(step.connection) + " asks for " +
+             std::to_string(step.limit) + " names";
     case Step::Kind::asks:
       text << " asks " << shown(requestOf(step.request));
       break;
@@ -67,6 +70,7 @@ class Trial::Connection : public test::InProcessConnection {
 
 class Trial::Server : public test::CommandServer {
  public:
+  using CommandServer::CommandServer;
   void endCommunication(NetConnection& connection) override {
     const ConnectionEnd end = endConnection(registry, connection.context<PortDescriptor>());
     EXPECT_FALSE(end.removedHost) << "no host is ever listed";
@@ -75,7 +79,10 @@ class Trial::Server : public test::CommandServer {
 };
 
 Trial::Trial(const Setting& setting, std::set<std::string> names)
-    : names_(std::move(names)), server_(std::make_unique<Server>()) {
+    : names_(std::move(names)),
+      forgetsGone_(setting.remembersGone < names_.size()),
+      server_(
+          std::make_unique<Server>(RegistryLimits{.removed = {.names = setting.remembersGone}})) {
   movedTime = 1000.0;
   server_->registry.stampTime();
   const Host& host = setting.host;
@@ -115,7 +122,9 @@ std::string Trial::carriesOut(const Step& step, Compared compared) {
   movedTime += step.later;
   const auto found = open_.find(step.connection);
   std::string difference;
-  if (step.kind == Step::Kind::connects) {
+  if (step.kind == Step::Kind::follows) {
+    difference = follows(followers_[static_cast<std::size_t>(step.connection)], step.limit);
+  } else if (step.kind == Step::Kind::connects) {
     if (found == open_.end() && !closed_.contains(step.connection)) {
       auto made = std::make_unique<Connection>(step.isFromThisMachine);
       server_->startCommunication(*made);
@@ -171,6 +180,30 @@ std::string Trial::asks(Connection& sender, const Step& step) {
     out << "the registry has another record of the sender:\n" << shown(of);
   }
   return out.str();
+}
+
+std::string Trial::follows(Follower& follower, std::size_t limit) {
+  Connection connection(true);
+  ReplyBuffer written;
+  connection.setReplyBuffer(&written);
+  (void)server_->deliverCommunication(follower.question(std::to_string(limit)), connection);
+  std::string body;
+  written.forEachPiece([&](std::string_view piece) { body += piece; });
+  const std::string fault = follower.takesIn(body, limit, forgetsGone_);
+  for (const std::string& name : follower.told()) {
+    if (!model_->state().ports.contains(name)) {
+      return "a name that is not registered is told: \"" + name + "\"\n" + fault;
+    }
+    model_->readsAlert(name, movedTime);
+  }
+  if (!fault.empty() || !follower.knowsAll()) {
+    return fault;
+  }
+  const Picture expected = pictureOf(model_->state(), movedTime);
+  const Picture told = follower.picture(movedTime);
+  return expected == told
+             ? std::string()
+             : "the model has\n" + shown(expected) + "the follower was told\n" + shown(told);
 }
 
 template <typename Deliver>

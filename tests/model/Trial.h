@@ -1,12 +1,14 @@
 // The registry's commands and the model of them, side by side, in this process.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
 
+#include "model/Follower.h"
 #include "model/RegistryModel.h"
 #include "model/RequestMaker.h"
 #include "registry/CommandServer.h"
@@ -17,13 +19,17 @@ namespace sorvane::model {
 
 /// One thing that happens.
 struct Step {
-  enum class Kind : std::uint8_t { connects, asks, closes };
+  enum class Kind : std::uint8_t { connects, asks, closes, follows };
   Kind kind = Kind::asks;
-  int connection = 0;
+  int connection = 0;             ///< or the number of a follower
   bool isFromThisMachine = true;  ///< of a connection that is made
   double later = 0.0;             ///< seconds since the step before
   Entries request = {};
+  std::size_t limit = 1;  ///< names in the reply to a follower, at most
 };
+
+/// Those who ask what has changed have numbers below this.
+inline constexpr int kFollowers = 3;
 
 [[nodiscard]] std::string shown(const Step& step);
 
@@ -31,6 +37,7 @@ struct Step {
 struct Setting {
   Host host = {};
   bool isVerbose = false;
+  std::size_t remembersGone = 65536;  ///< names, at most
 };
 
 /// Carries out steps on both. A step that makes no sense, such as a request of a connection that
@@ -54,6 +61,7 @@ class Trial {
   class Server;
 
   [[nodiscard]] std::string asks(Connection& sender, const Step& step);
+  [[nodiscard]] std::string follows(Follower& follower, std::size_t limit);
   [[nodiscard]] Reply realReply(Connection& sender, const Message& request);
   [[nodiscard]] Reply realHeldReply(Connection& sender, bool isLastTime);
   /// Returns the reply that `deliver` returns and has written.
@@ -67,9 +75,11 @@ class Trial {
   [[nodiscard]] State realState();
 
   const std::set<std::string> names_;
+  const bool forgetsGone_;
   std::unique_ptr<Server> server_;
   std::unique_ptr<RegistryModel> model_;
   std::map<int, std::unique_ptr<Connection>> open_;
+  std::array<Follower, kFollowers> followers_;
   std::set<int> holding_;                                // connections whose request is held
   std::map<const PortDescriptor*, int> numbers_;         // of the connections, by their records
   std::map<int, std::weak_ptr<PortDescriptor>> closed_;  // records of closed connections

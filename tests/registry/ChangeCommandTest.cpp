@@ -1,4 +1,5 @@
 // What has changed, asked by clients, and names that are forgotten.
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -227,6 +228,33 @@ TEST_F(PortChanges, IsCutAtTheLimitEvenInTheMidstOfARecord) {
   EXPECT_FALSE(asker_.hasMore) << "more than nothing";
 }
 
+TEST_F(PortChanges, TellsANameAgainThatHasChangedSinceItsPage) {
+  Peer peer(server_);
+  peer.reconnects("a");
+  peer.reconnects("b");
+  EXPECT_EQ(asker_.asks("1"), Told{"a"});
+  (void)tool_.answer({{"action", "setDatabaseState"}, {"databaseName", "b"}, {"state", "down"}});
+  asker_.asksForAll("1");
+  EXPECT_EQ(asker_.known["a"]["portStatus"], "down");
+}
+
+TEST_F(PortChanges, TellsTheOtherNamesOfARecordThoughTheTableHasGrownMeanwhile) {
+  constexpr std::size_t kNames = 1000;
+  Peer peer(server_);
+  for (std::size_t number = 0; number < kNames; ++number) {
+    peer.reconnects("n" + std::to_string(number));
+  }
+  std::deque<Asker> askers;
+  for (std::size_t limit = 100; limit < kNames; limit += 40) {
+    EXPECT_EQ(askers.emplace_back(server_).asks(std::to_string(limit)).size(), limit);
+  }
+  registerMany(600);
+  for (Asker& asker : askers) {
+    asker.asksForAll();
+    ASSERT_EQ(asker.known.size(), kNames + 600);
+  }
+}
+
 TEST_F(PortChanges, GoesOnThoughTheNextNameOfTheRecordHasGoneMeanwhile) {
   Peer database(server_);
   for (int number = 0; number < 10; ++number) {
@@ -320,8 +348,8 @@ TEST_F(PortChanges, RestartsForAPositionThatIsNotItsOwn) {
   restartsWith(instance, "1000000");
   restartsWith(instance, std::string(20, '9'));
   // Begun later than the last change; then a hint of a slot that is no slot, which is only a hint.
-  restartsWith(instance, "0" + std::string(20, '0') + "00000000000000001000");
-  asker_.sequence = "0" + std::string(10, '3') + "0000000007" + std::string(20, '0');
+  restartsWith(instance, "0" + std::string(20, '0') + "00000000000000001000" + "0000");
+  asker_.sequence = "0" + std::string(10, '3') + "0000000007" + std::string(24, '0');
   EXPECT_EQ(asker_.asks(), Told{"db1"});
   EXPECT_EQ(asker_.restarts, restarts);
 }

@@ -96,35 +96,45 @@ TEST_F(ChangeOrderTest, FindsTheFirstOneAfterANumber) {
 }
 
 TEST_F(ChangeOrderTest, TakesOneStepForEachChangeSince) {
+  order_.makeNewest(7, 35);
   ChangeOrder::Search search;
   std::size_t steps = 2;
-  EXPECT_TRUE(order_.find(0, search, steps));
+  EXPECT_TRUE(order_.find(10, search, steps));
   EXPECT_EQ(steps, 0U);
   search = {};
-  EXPECT_TRUE(order_.find(20, search, steps)) << "the newest one takes none";
+  EXPECT_TRUE(order_.find(30, search, steps)) << "the newest one takes none";
+}
+
+TEST_F(ChangeOrderTest, TakesNoStepWhereEverythingHasChangedSince) {
+  ChangeOrder::Search search;
+  std::size_t steps = 0;
+  EXPECT_TRUE(order_.find(9, search, steps));
+  EXPECT_EQ(search.at, 3U);
 }
 
 TEST_F(ChangeOrderTest, GoesOnWithASearchThatWasInterrupted) {
+  order_.makeNewest(7, 35);
   ChangeOrder::Search search;
   for (int time = 0; time < 2; ++time) {
     std::size_t steps = 1;
-    ASSERT_EQ(order_.find(0, search, steps), time == 1);
+    ASSERT_EQ(order_.find(10, search, steps), time == 1);
     steps = 0;
   }
-  EXPECT_EQ(search.at, 3U);
+  EXPECT_EQ(search.at, 5U);
 }
 
 TEST_F(ChangeOrderTest, BeginsASearchAnewWhenItsPlaceHasChangedMeanwhile) {
+  order_.makeNewest(7, 35);
   ChangeOrder::Search search;
   std::size_t steps = 1;
-  ASSERT_FALSE(order_.find(0, search, steps));
+  ASSERT_FALSE(order_.find(10, search, steps));
   order_.makeNewest(search.at, 40);
   steps = 0;
-  ASSERT_FALSE(order_.find(0, search, steps));
+  ASSERT_FALSE(order_.find(10, search, steps));
   order_.remove(search.at);
   steps = kEnough;
-  EXPECT_TRUE(order_.find(0, search, steps));
-  EXPECT_EQ(search.at, 3U);
+  EXPECT_TRUE(order_.find(10, search, steps));
+  EXPECT_EQ(search.at, 5U);
 }
 
 }  // namespace

@@ -19,6 +19,7 @@ void expectSame(const ChangePosition& position) {
   EXPECT_EQ(read->begun, position.begun);
   EXPECT_EQ(read->slot, position.slot);
   EXPECT_EQ(read->gone, position.gone);
+  EXPECT_EQ(read->moves, position.moves);
 }
 
 TEST(ChangePosition, IsWhatItsTextSays) {
@@ -27,8 +28,9 @@ TEST(ChangePosition, IsWhatItsTextSays) {
   expectSame({.number = kMost});
   expectSame({.number = 7, .begun = 9});
   expectSame({.number = 7, .slot = 0});
-  expectSame({.number = 0, .begun = 3, .slot = 12, .gone = 34});
-  expectSame({.number = kMost, .begun = kMost, .slot = 4294967294, .gone = 4294967294});
+  expectSame({.number = 0, .begun = 3, .slot = 12, .gone = 34, .moves = 56});
+  expectSame(
+      {.number = kMost, .begun = kMost, .slot = 4294967294, .gone = 4294967294, .moves = 9999});
 }
 
 TEST(ChangePosition, AtRestIsAShortNumber) {
@@ -40,9 +42,9 @@ TEST(ChangePosition, RefusesWhatItHasNotWritten) {
   for (const std::string& text :
        {std::string(), std::string("-1"), std::string("+1"), std::string(" 1"), std::string("1 "),
         std::string("1x"), std::string("99999999999999999999"), std::string(21, '1'),
-        std::string(40, '1'), std::string(61, '0'), std::string(1000, '1'),
-        "1" + std::string(10, '9') + std::string(10, '0') + none,
-        "1" + std::string(20, '0') + std::string(20, '9')}) {
+        std::string(40, '1'), std::string(65, '0'), std::string(1000, '1'),
+        "1" + std::string(10, '9') + std::string(10, '0') + none + "0000",
+        "1" + std::string(20, '0') + std::string(20, '9') + "0000"}) {
     EXPECT_FALSE(ChangePosition::from(text)) << text;
   }
 }
