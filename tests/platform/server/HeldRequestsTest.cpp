@@ -14,6 +14,7 @@
 #include "platform/server/HeldRequests.h"
 #include "platform/server/ServedByHand.h"
 #include "platform/server/ServedDelegate.h"
+#include "support/ForkedPart.h"
 #include "support/WaitUntil.h"
 #include "support/WireBytes.h"
 
@@ -352,36 +353,38 @@ TEST_F(Held, IsToldOfAChangeOnAWaitingThreadThoughADiskHangs) {
 // comes before some of the requests and after others, and the loops find it on their own threads or
 // on waiting ones.
 TEST(HeldByAServer, NoneMissesAChangeThatComesWhileItBegins) {
-  constexpr int kRounds = 300;
-  constexpr std::size_t kWatchers = 24;
-  Settings settings;
-  settings.threads = 3;
-  ServedDelegate server(settings);
-  server.delegate().openGate();
-  std::vector<RawConnection> watchers;
-  for (std::size_t i = 0; i < kWatchers; ++i) {
-    watchers.push_back(server.connect());
-  }
-  RawConnection maker = server.connect();
-  const std::string changes[] = {kChange, frame(Message({{"wait", ""}, {"change", ""}})),
-                                 frame(Message({{"log", ""}, {"change", ""}}))};
-  const std::string holds[] = {hold(), hold(), frame(Message({{"wait", ""}, {"hold", "300"}}))};
-  std::mt19937 random(7);
-  for (int round = 0; round < kRounds; ++round) {
-    const std::size_t before = random() % (kWatchers + 1);
-    for (std::size_t i = 0; i <= kWatchers; ++i) {
-      if (i == before) {
-        maker.send(changes[random() % std::size(changes)]);
-      }
-      if (i < kWatchers) {
-        watchers[i].send(holds[random() % std::size(holds)]);
-      }
+  inOwnProcess([] {
+    constexpr int kRounds = 300;
+    constexpr std::size_t kWatchers = 24;
+    Settings settings;
+    settings.threads = 3;
+    ServedDelegate server(settings);
+    server.delegate().openGate();
+    std::vector<RawConnection> watchers;
+    for (std::size_t i = 0; i < kWatchers; ++i) {
+      watchers.push_back(server.connect());
     }
-    for (RawConnection& each : watchers) {
-      ASSERT_EQ(each.receive(kChanged.size()), kChanged) << "in round " << round;
+    RawConnection maker = server.connect();
+    const std::string changes[] = {kChange, frame(Message({{"wait", ""}, {"change", ""}})),
+                                   frame(Message({{"log", ""}, {"change", ""}}))};
+    const std::string holds[] = {hold(), hold(), frame(Message({{"wait", ""}, {"hold", "300"}}))};
+    std::mt19937 random(7);
+    for (int round = 0; round < kRounds; ++round) {
+      const std::size_t before = random() % (kWatchers + 1);
+      for (std::size_t i = 0; i <= kWatchers; ++i) {
+        if (i == before) {
+          maker.send(changes[random() % std::size(changes)]);
+        }
+        if (i < kWatchers) {
+          watchers[i].send(holds[random() % std::size(holds)]);
+        }
+      }
+      for (RawConnection& each : watchers) {
+        ASSERT_EQ(each.receive(kChanged.size()), kChanged) << "in round " << round;
+      }
+      ASSERT_TRUE(maker.receiveFrame());
     }
-    ASSERT_TRUE(maker.receiveFrame());
-  }
+  });
 }
 
 }  // namespace
