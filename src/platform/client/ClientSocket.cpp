@@ -56,6 +56,15 @@ struct ClientSocket::Loop {
     io.run();
   }
 
+  /// The system chooses the port of this end. Where nothing listens, it may choose the very port
+  /// that is connected to, and TCP then connects the socket to itself.
+  [[nodiscard]] bool isConnectedToItself() const {
+    asio::error_code error;
+    const asio::ip::tcp::endpoint own = socket.local_endpoint(error);
+    const asio::ip::tcp::endpoint peer = socket.remote_endpoint(error);
+    return !error && own == peer;
+  }
+
   Failure attempt(const asio::ip::tcp::endpoint& endpoint, Deadline deadline) {
     asio::error_code result;
     Descriptor opened = openSocket(endpoint.protocol().family(), endpoint.protocol().type());
@@ -76,6 +85,11 @@ struct ClientSocket::Loop {
     if (!runUntil(finished, deadline)) {
       cancelAll();
       return notInTime(kNoAnswer);
+    }
+    if (!result && isConnectedToItself()) {
+      asio::error_code ignored;
+      socket.close(ignored);
+      result = asio::error::connection_refused;
     }
     if (result) {
       return reason(result);

@@ -28,9 +28,9 @@ class ClientSocket {
   ClientSocket(const ClientSocket&) = delete;
   ClientSocket& operator=(const ClientSocket&) = delete;
 
-  /// Connects to the first of the numeric addresses that accepts. There must be at least one. Each
-  /// gets an equal share of the time that is left, so that a silent one does not use up the time of
-  /// the others.
+  /// Connects to the first of the numeric addresses where a server accepts. There must be at least
+  /// one. Each gets an equal share of the time that is left, so that a silent one does not use up
+  /// the time of the others.
   [[nodiscard]] Failure connect(const std::vector<std::string>& addresses, int port,
                                 Deadline deadline);
 

@@ -12,6 +12,7 @@
 #include "platform/RecordedSockets.h"
 #include "platform/client/AnsweringPeer.h"
 #include "platform/client/FakeResolver.h"
+#include "support/OwnNamespaces.h"
 #include "support/Program.h"
 #include "support/ScriptedPeer.h"
 #include "support/WireBytes.h"
@@ -73,6 +74,46 @@ TEST(ConnectToPort, OnWhichNothingListensTellsSo) {
   EXPECT_EQ(connection.lastError(),
             "cannot connect to 127.0.0.1 port " + std::to_string(port) + ": Connection refused");
   EXPECT_FALSE(connection.wasClosedByPeer());
+}
+
+/// Whether a socket comes to be connected to itself when it connects to a port of 127.0.0.1 again
+/// and again.
+bool connectsToItself(int port) {
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_port = htons(static_cast<std::uint16_t>(port));
+  inet_pton(AF_INET, "127.0.0.1", &name.sin_addr);
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const int one = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool connected = connect(one, reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0;
+    const linger none{1, 0};  // leaves no port in use behind
+    setsockopt(one, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    close(one);
+    if (connected) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(ConnectToPort, OnWhichNothingListensIsRefusedEvenIfThisEndGetsThatPort) {
+  if (const std::string why = whyNoOwnNetwork(); !why.empty()) {
+    GTEST_SKIP() << why;
+  }
+  inOwnNetwork([] {
+    shell("echo 40000 40003 >/proc/sys/net/ipv4/ip_local_port_range");
+    int port = 40000;
+    while (port < 40004 && !connectsToItself(port)) {
+      ++port;
+    }
+    ASSERT_LT(port, 40004) << "the system connects no socket to itself";
+    for (int attempt = 0; attempt < 100; ++attempt) {
+      NetConnection connection;
+      ASSERT_FALSE(connection.connectToPort("127.0.0.1", port)) << "after " << attempt;
+      ASSERT_EQ(connection.lastError(), "cannot connect to 127.0.0.1 port " + std::to_string(port) +
+                                            ": Connection refused");
+    }
+  });
 }
 
 TEST(ConnectToPort, ThatDoesNotExistTellsSo) {
