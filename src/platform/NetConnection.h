@@ -70,6 +70,9 @@ class NetConnection {
   /// reads 64 MiB at most.
   [[nodiscard]] bool sendRequest(const Message& request);
   [[nodiscard]] std::optional<Message> receiveReply();
+  /// Returns what poll(2) can wait on until bytes of a reply arrive, or until the other side
+  /// closes; -1 when it is not connected. The connection keeps it: for waiting alone.
+  [[nodiscard]] int descriptor() const;
   /// Closes the connection; does nothing when it is not connected.
   void invalidate();
   [[nodiscard]] bool isConnected() const;

@@ -1,6 +1,7 @@
 // "sorvctl net": the databases of many name servers.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <nlohmann/json.hpp>
 #include <string>
@@ -76,7 +77,8 @@ TEST_F(SorvctlNet, ShowsThemAsJsonAnObjectForEachHost) {
                                         {"host", "dbhost"},
                                         {"type", "database"},
                                         {"state", "running"},
-                                        {"alert", ""}}}}}));
+                                        {"alert", ""},
+                                        {"left", false}}}}}));
   EXPECT_EQ(json[1]["answered"], false);
   EXPECT_NE(json[1]["failure"].get<std::string>().find("Connection refused"), std::string::npos);
   EXPECT_FALSE(json[1].contains("databases"));
@@ -109,6 +111,25 @@ TEST_F(SorvctlNet, WatchTellsWhatChangesAtEachHost) {
   watching.signal(SIGTERM);
   EXPECT_EQ(watching.wait(), 0);
   EXPECT_EQ(watching.errors(), "");
+}
+
+TEST_F(SorvctlNet, WatchFollowsMoreHostsThanTheSoftLimitOfDescriptorsAllows) {
+  std::string hosts;
+  constexpr int kHosts = 8;
+  for (int host = 1; host <= kHosts; ++host) {
+    hosts += (hosts.empty() ? "127.0.0." : ",127.0.0.") + std::to_string(host) + ":" +
+             std::to_string(one.basePort());
+  }
+  Program watching(builtProgram("sorvctl"), {"net", "--hosts", hosts, "--watch"},
+                   {"", [] {
+                      rlimit limit{};
+                      getrlimit(RLIMIT_NOFILE, &limit);
+                      limit.rlim_cur = 32;
+                      setrlimit(RLIMIT_NOFILE, &limit);
+                    }});
+  EXPECT_TRUE(watching.prints(": answers\n", kHosts)) << watching.output();
+  watching.signal(SIGTERM);
+  EXPECT_EQ(watching.wait(), 0);
 }
 
 TEST_F(SorvctlNet, WatchAsJsonPrintsAnObjectALine) {

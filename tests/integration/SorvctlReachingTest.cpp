@@ -55,15 +55,18 @@ TEST_F(SorvctlWait, EndsWhenTheDatabaseIsGone) {
 const std::string kNotFound = frameOfTexts({{"notFound", "notFound"}});
 const std::string kFound = frameOfTexts({{"portNumber", "20222"}, {"portName", "db1"}});
 
-/// A name server that gives these replies to the questions whether anything has changed, the last
-/// of them again and again, and to all others what stands behind "/". It notes the questions.
+/// A name server of an earlier version that gives these replies to the questions whether anything
+/// has changed, the last of them again and again, and to all others what stands behind "/". It
+/// notes the questions.
 ScriptedPeer::Script answering(std::vector<std::string> changes, std::vector<std::string> others,
                                std::string& questions) {
   return [=, &questions](PeerConnection& client) {
     std::size_t change = 0;
     std::size_t other = 0;
     while (const auto request = client.receiveRequest()) {
-      if (request->find("didPortsChange") != std::string::npos) {
+      if (request->find("awaitPortChanges") != std::string::npos) {
+        client.send(frameOfTexts({}));
+      } else if (request->find("didPortsChange") != std::string::npos) {
         questions += "change ";
         client.send(frameOfTexts({{"result", changes[std::min(change++, changes.size() - 1)]}}));
       } else {
@@ -80,7 +83,7 @@ TEST(SorvctlWaitsAtTheServer, LooksAgainOnlyAfterAChange) {
   const Outcome outcome =
       run(builtProgram("sorvctl"), {"--port", std::to_string(peer.port()), "wait", "db1"});
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
-  ASSERT_TRUE(peer.finishes(1));
+  ASSERT_TRUE(peer.finishes(2));
   EXPECT_EQ(questions, "change find change change change find ");
 }
 
@@ -98,7 +101,7 @@ TEST(SorvctlWaitsAtTheServer, ComesBackWhenTheConnectionIsLost) {
       run(builtProgram("sorvctl"), {"--port", std::to_string(peer.port()), "wait", "db1"});
   EXPECT_EQ(outcome.status, 0);
   EXPECT_NE(outcome.errors.find("; trying again\n"), std::string::npos) << outcome.errors;
-  ASSERT_TRUE(peer.finishes(2));
+  ASSERT_TRUE(peer.finishes(3));
   EXPECT_EQ(questions, "change find ");
 }
 

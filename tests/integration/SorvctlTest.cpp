@@ -162,12 +162,14 @@ TEST_F(Sorvctl, ListKeepsItsShapeWhateverNamesAndStatesHold) {
   EXPECT_NE(text.find("\\u202eright"), std::string::npos);
 }
 
-TEST_F(Sorvctl, ListShowsWhatCameOfANameThatCannotBeRecognised) {
+TEST_F(Sorvctl, ListsTellNamesApartThatLookLikeSeveral) {
   ASSERT_TRUE(server.registers("e:f|g:h"));
-  const std::string text = tool({"list"}).output;
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3);
-  EXPECT_NE(lineOf(text, "e  "), "");
-  EXPECT_NE(lineOf(text, "g  "), "");
+  ASSERT_TRUE(server.registers("e"));
+  const nlohmann::json list = json({"list"});
+  ASSERT_EQ(list.size(), 2U) << list;
+  EXPECT_EQ(list[0]["name"], "e");
+  EXPECT_EQ(list[1]["name"], "e:f|g:h");
+  EXPECT_EQ(tool({"states"}).output, "e        running\ne:f|g:h  running\n");
 }
 
 TEST_F(Sorvctl, StatesAndAlertsAreListed) {
@@ -201,6 +203,15 @@ TEST_F(Sorvctl, WatchPrintsALineForEachChange) {
   watcher->signal(SIGINT);
   EXPECT_EQ(watcher->wait(), 0);
   EXPECT_EQ(watcher->errors(), "");
+}
+
+TEST_F(Sorvctl, WatchPrintsAChangeAtOnceWhateverTheInterval) {
+  const auto watcher = start({"watch", "--interval", "3600"});
+  for (const std::string name : {"a|b", "c:d", "e f"}) {
+    ASSERT_TRUE(server.registers(name));
+    ASSERT_TRUE(watcher->prints("came " + name + " number="));
+  }
+  EXPECT_TRUE(watcher->isRunning());
 }
 
 TEST_F(Sorvctl, WatchAsJsonPrintsAnObjectALine) {

@@ -1,23 +1,19 @@
 #include "sorvctl/Follower.h"
 
-#include <algorithm>
 #include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <utility>
 
 #include "platform/SignalsBlocked.h"
-#include "sorvctl/ChangeWait.h"
+#include "sorvctl/DatabaseWatch.h"
+#include "sorvctl/WakePipe.h"
 
 namespace sorvctl {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::seconds kLongestPause{60};
-constexpr std::chrono::seconds kAlertsMayHaveLapsed{60};
-constexpr int kPausesOfReading = 10;
 
 }  // namespace
 
@@ -26,6 +22,7 @@ struct Follower::State {
   Plan plan;
   std::mutex mutex;
   std::condition_variable changed;  // when `stopping` or `ended` has changed
+  WakePipe stop;                    // can be read from when `stopping`
   // Guarded by the mutex.
   bool stopping = false;
   bool ended = false;
@@ -71,27 +68,16 @@ struct Follower::State {
     changed.wait_for(hold, time, [this] { return stopping; });
   }
 
-  /// Follows on one connection. The first question on a connection is always replied with "YES", so
-  /// there is a sight for each connection.
+  /// Follows from one connecting to the next. There is a sight for each: the first question is
+  /// always replied with "YES".
   void followConnection(const Options& way) {
     Session session(way);
-    bool haveAlerts = false;
-    Clock::time_point read;
+    DatabaseWatch watch(session, plan.interval, plan.bounds);
     while (!isStopping()) {
-      auto wait = plan.interval;
-      if (hasChanged(session) || (haveAlerts && Clock::now() - read >= kAlertsMayHaveLapsed)) {
-        const Clock::time_point begin = Clock::now();
-        Sight seen{true, readDatabases(session, plan.mostDatabases), {}, {}};
-        haveAlerts = std::any_of(seen.databases.begin(), seen.databases.end(),
-                                 [](const Database& database) { return !database.alert.empty(); });
-        put(std::move(seen));
+      if (auto databases = watch.next(stop.descriptor())) {
+        put({true, std::move(*databases), {}, {}});
         failures_ -= failures_ % ways.size();  // all ways are tried before the next failure is told
-        read = Clock::now();
-        wait = std::max(wait, std::min<std::chrono::milliseconds>(
-                                  kLongestPause, std::chrono::ceil<std::chrono::milliseconds>(
-                                                     (read - begin) * kPausesOfReading)));
       }
-      pause(wait);
     }
   }
 
@@ -121,6 +107,7 @@ void Follower::stop() {
     const std::lock_guard hold(state_->mutex);
     state_->stopping = true;
   }
+  state_->stop.wake();
   state_->changed.notify_all();
 }
 

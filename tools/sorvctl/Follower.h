@@ -22,23 +22,22 @@ struct Sight {
   std::chrono::steady_clock::time_point at;
 };
 
-/// Has a thread of its own, which keeps a connection to the name server and asks it once in an
-/// interval whether something has changed. Only then, and once a minute as long as there are
-/// alerts, which lapse without a change, it reads the databases. After a reading it pauses for ten
-/// times as long as that took, if that is longer than the interval and shorter than a minute. A
-/// connection that is lost is made anew, by each of the ways to the server in turn.
+/// Has a thread of its own, which follows the databases as DatabaseWatch does. A connection that is
+/// lost is made anew, by each of the ways to the server in turn.
 class Follower {
  public:
   struct Plan {
-    std::chrono::milliseconds interval;
-    std::size_t mostDatabases = kMostDatabases;
+    std::chrono::milliseconds interval;  ///< as that of DatabaseWatch
+    PictureBounds bounds = {};
     std::function<void()> wake;  ///< called on the follower's thread after each new sight
   };
 
   /// Begins to follow. `ways` are the options that lead to the server: several when it has several
-  /// addresses, and one at least. Throws std::system_error when there is no thread for it.
+  /// addresses, and one at least. Throws std::system_error when there is no thread for it, and a
+  /// Failure when there is no pipe.
   Follower(std::vector<Options> ways, Plan plan);
-  /// Waits until the thread has ended, which may take as long as the server takes for a reply.
+  /// Waits until the thread has ended: at once while it waits for a change; otherwise it may take
+  /// as long as the server takes for a reply.
   ~Follower();
   Follower(const Follower&) = delete;
   Follower& operator=(const Follower&) = delete;

@@ -25,7 +25,10 @@ struct Options {
 /// `notReached` when the server cannot be reached or does not reply.
 class Session {
  public:
-  explicit Session(Options options) : options_(std::move(options)) {}
+  /// With an `end`, as `endBy`.
+  explicit Session(Options options,
+                   std::optional<std::chrono::steady_clock::time_point> end = std::nullopt)
+      : options_(std::move(options)), end_(end) {}
 
   [[nodiscard]] bool json() const { return options_.json; }
   [[nodiscard]] const Options& options() const { return options_; }
@@ -39,6 +42,7 @@ class Session {
   [[nodiscard]] std::string hostName() const;
   /// Lets nothing that is asked from now on take longer than to this time.
   void endBy(std::chrono::steady_clock::time_point end) { end_ = end; }
+  [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> end() const { return end_; }
 
   /// Sends a request and returns the reply. Nothing when the reply is "no dictionary".
   [[nodiscard]] std::optional<sorvane::Message> ask(const sorvane::Message& request);

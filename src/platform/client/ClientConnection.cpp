@@ -277,6 +277,10 @@ std::optional<Message> NetConnection::receiveReply() {
   return client().receive(client().replyDeadline());
 }
 
+int NetConnection::descriptor() const {
+  return client_ && client_->connected ? client_->descriptor() : -1;
+}
+
 void NetConnection::invalidate() {
   if (client_) {
     client_->close();

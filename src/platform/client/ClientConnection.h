@@ -34,6 +34,7 @@ struct NetConnection::Client {
   [[nodiscard]] Deadline connectDeadline() const;
   [[nodiscard]] Deadline replyDeadline() const;
   [[nodiscard]] std::string peerAddress() const { return socket_.peerAddress(); }
+  [[nodiscard]] int descriptor() const { return socket_.descriptor(); }
 
   std::chrono::milliseconds connectLimit = kConnectLimit;
   std::chrono::milliseconds replyLimit = kReplyLimit;

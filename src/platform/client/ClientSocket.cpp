@@ -204,6 +204,8 @@ std::string ClientSocket::peerAddress() const {
   return error ? std::string() : peer.address().to_string();
 }
 
+int ClientSocket::descriptor() const { return loop_->socket.native_handle(); }
+
 void ClientSocket::close() {
   asio::error_code ignored;
   loop_->socket.close(ignored);

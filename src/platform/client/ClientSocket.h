@@ -48,6 +48,9 @@ class ClientSocket {
   /// Returns the numeric address of the peer; empty if there is none.
   [[nodiscard]] std::string peerAddress() const;
 
+  /// Returns the descriptor, which the socket keeps.
+  [[nodiscard]] int descriptor() const;
+
   void close();
 
  private:

@@ -4,9 +4,8 @@
 #include <memory>
 
 #include "sorvctl/ChangeLines.h"
-#include "sorvctl/ChangeWait.h"
 #include "sorvctl/Command.h"
-#include "sorvctl/DatabaseList.h"
+#include "sorvctl/DatabaseWatch.h"
 #include "sorvctl/Seconds.h"
 #include "sorvctl/Session.h"
 #include "sorvctl/StopSignals.h"
@@ -20,14 +19,15 @@ namespace {
 /// Prints a line for each change until a signal. The databases of the start are told as new ones.
 int watch(Session& session, std::chrono::milliseconds interval) {
   StopSignals signals;
+  DatabaseWatch databases(session, interval);
   DatabasesByName known;
   while (true) {
-    if (hasChanged(session)) {
-      DatabasesByName now = byName(readDatabases(session));
+    if (auto seen = databases.next(signals.descriptor())) {
+      DatabasesByName now = byName(std::move(*seen));
       printChanges(session, "", known, now, kMostDatabases);
       known = std::move(now);
     }
-    const std::optional<Signal> signal = signals.wait(interval);
+    const std::optional<Signal> signal = signals.wait(std::chrono::milliseconds(0));
     if (signal && signal->number != SIGCHLD) {
       return 0;
     }
@@ -45,7 +45,10 @@ int refresh(Session& session, bool force) {
 
 Handler declareWatch(CLI::App& command) {
   auto seconds = std::make_shared<double>(1);
-  command.add_option("--interval", *seconds, "Seconds between two polls (default: 1)")
+  command
+      .add_option("--interval", *seconds,
+                  "Seconds between two questions to a name server that does not tell of changes "
+                  "at once (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
   return [seconds](Session& session) { return watch(session, inMilliseconds(*seconds)); };
 }

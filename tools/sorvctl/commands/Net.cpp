@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -62,6 +64,7 @@ ordered_json jsonOf(const Answer& answer) {
     for (const DatabaseField& field : kDatabaseFields) {
       database[field.name] = field.of(each);
     }
+    database["left"] = each.left;
   }
   return object;
 }
@@ -72,7 +75,8 @@ void addRows(std::vector<std::vector<ordered_json>>& rows, const Answer& answer)
   for (const Database& each : answer.databases) {
     auto& row = rows.emplace_back(std::vector<ordered_json>{server, each.port.name});
     for (const DatabaseField& field : kDatabaseFields) {
-      row.emplace_back(field.of(each));
+      row.emplace_back(field.name == std::string_view("state") ? each.shownState()
+                                                               : field.of(each));
     }
   }
   if (!answer.answered) {
@@ -126,7 +130,17 @@ int list(const Session& session, const Options& common, const NetOptions& option
   return 0;
 }
 
+/// Lets this process open as many descriptors as it may: each server that is followed takes ten.
+void allowManyDescriptors() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
 int watch(const Options& common, const NetOptions& options) {
+  allowManyDescriptors();
   const Session session(common);
   if (options.hosts) {
     const std::vector<Server> servers = net::serversOfList(*options.hosts, session.basePort());
@@ -162,8 +176,10 @@ Handler declareNet(CLI::App& command) {
       ->check(CLI::Range(0.001, 86400.0));
   command.add_flag("--watch", options->watch, "Print a line for each change until ended");
   command
-      .add_option("--interval", options->interval,
-                  "With --watch: seconds between two questions to each (default: 1)")
+      .add_option(
+          "--interval", options->interval,
+          "With --watch: seconds between two questions to each name server that does not tell "
+          "of changes at once (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
   return [options](Session& session) { return tellNet(session, *options); };
 }

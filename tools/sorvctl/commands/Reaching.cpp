@@ -31,8 +31,9 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int kNotStarted = 127;
-constexpr milliseconds kBetweenAttempts{500};  // to reach the name server
-constexpr milliseconds kLongestLook{60000};    // of a wait without a time limit
+constexpr milliseconds kBetweenAttempts{500};   // to reach the name server
+constexpr milliseconds kBetweenQuestions{200};  // to one that does not tell of changes at once
+constexpr milliseconds kLongestLook{60000};     // of a wait without a time limit
 
 /// What a database is waited for.
 struct Wanted {
@@ -49,12 +50,12 @@ struct Wanted {
   }
 };
 
-bool isThere(Session& session, const Wanted& wanted) {
+bool isThere(Session& session, DatabaseReader& databases, const Wanted& wanted) {
   if (!wanted.state) {
     return portOfReply(session.askForDictionary(findRequest(session, wanted.name))).has_value() !=
            wanted.gone;
   }
-  for (const Database& each : readDatabases(session)) {
+  for (const Database& each : databases.read(session)) {
     if (each.port.name == wanted.name) {
       return each.state == *wanted.state;
     }
@@ -65,12 +66,11 @@ bool isThere(Session& session, const Wanted& wanted) {
 /// A wait that may begin before the name server does, and that outlives its restarts.
 class Waiting {
  public:
-  Waiting(Session& session, const Wanted& wanted) : session_(session), wanted_(wanted) {
-    if (wanted.seconds) {
-      end_ = Clock::now() + inMilliseconds(*wanted.seconds);
-      session.endBy(*end_);
-    }
-  }
+  Waiting(Session& session, const Wanted& wanted)
+      : session_(session),
+        wanted_(wanted),
+        end_(limited(session, wanted)),
+        changes_(session, kBetweenQuestions) {}
 
   /// Returns when it has come. Throws a Failure when the time is over: of status `saidNo` when the
   /// name server answered last, and of `notReached` when it did not.
@@ -87,6 +87,15 @@ class Waiting {
   }
 
  private:
+  /// Returns when the time is over, and lets nothing that the session asks take longer.
+  static std::optional<Clock::time_point> limited(Session& session, const Wanted& wanted) {
+    if (!wanted.seconds) {
+      return std::nullopt;
+    }
+    session.endBy(Clock::now() + inMilliseconds(*wanted.seconds));
+    return session.end();
+  }
+
   [[nodiscard]] milliseconds left() const {
     return end_ ? std::min(std::chrono::ceil<milliseconds>(*end_ - Clock::now()), kLongestLook)
                 : kLongestLook;
@@ -96,7 +105,13 @@ class Waiting {
   /// Waits for a change and looks whether it was the wanted one.
   bool look() {
     try {
-      const bool there = changesWithin(session_, left()) && isThere(session_, wanted_);
+      if (changes_.wait(left()) != ChangeWait::End::changed) {
+        if (!answered_ && unreached_.empty()) {
+          unreached_ = "the name server of " + session_.hostName() + " does not answer";
+        }
+        return false;
+      }
+      const bool there = isThere(session_, databases_, wanted_);
       answered_ = true;
       unreached_.clear();
       return there;
@@ -127,7 +142,9 @@ class Waiting {
 
   Session& session_;
   const Wanted& wanted_;
-  std::optional<Clock::time_point> end_;
+  const std::optional<Clock::time_point> end_;
+  ChangeWait changes_;
+  DatabaseReader databases_;
   bool answered_ = false;  // the last question that was not cut short
   std::string unreached_;  // why it was not answered
 };

@@ -15,7 +15,8 @@ Handler declareTop(CLI::App& command) {
   auto seconds = std::make_shared<double>(1);
   command
       .add_option("--interval", *seconds,
-                  "Seconds between two questions to the server (default: 1)")
+                  "Seconds between two questions to a name server that does not tell of changes at "
+                  "once (default: 1)")
       ->check(CLI::Range(0.01, 86400.0));
   return [seconds](Session& session) { return top::run(session, inMilliseconds(*seconds)); };
 }

@@ -42,8 +42,7 @@ void ask(Answer& answer, const Options& common, Clock::time_point deadline, Room
     for (const Options& way : waysTo(answer.server, common)) {
       sessions.emplace_back(way);
     }
-    std::vector<Database> databases =
-        readDatabases(connect(sessions, deadline), kMostDatabasesOfServer);
+    std::vector<Database> databases = readDatabases(connect(sessions, deadline), kBoundsOfServer);
     if (room.fetch_sub(static_cast<long long>(databases.size())) <
         static_cast<long long>(databases.size())) {
       throw Failure(Status::saidNo, "more than " + std::to_string(kMostDatabasesOfAll) +

@@ -9,16 +9,19 @@
 #include <vector>
 
 #include "sorvctl/NetworkView.h"
+#include "sorvctl/PortPicture.h"
 #include "sorvctl/Session.h"
 
 namespace sorvctl::net {
 
 /// The most name servers that are asked at the same time.
 inline constexpr std::size_t kMostServers = 256;
-/// The longest reply that each may give, bytes. It has room for about 20,000 databases.
-inline constexpr std::size_t kMostReplyBytes = std::size_t{1} << 20;
-/// The most databases of one, and of all together.
-inline constexpr std::size_t kMostDatabasesOfServer = 20'000;
+/// The longest reply that each may give, bytes. It has room for the list of about 20,000 databases,
+/// or for what is told of them at a time.
+inline constexpr std::size_t kMostReplyBytes = std::size_t{2} << 20;
+/// The most of one server.
+inline constexpr PictureBounds kBoundsOfServer{20'000, std::size_t{8} << 20};
+/// The most databases of all together.
 inline constexpr std::size_t kMostDatabasesOfAll = 100'000;
 
 /// A name server, with the ways that may lead to it.

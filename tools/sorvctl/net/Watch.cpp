@@ -59,9 +59,8 @@ void Watching::follow(const std::vector<Server>& servers) {
       letGo(followed);
     }
     followed.hosts = server.hosts;
-    followed.follower =
-        std::make_unique<Follower>(waysTo(server, session_.options()),
-                                   Follower::Plan{interval_, kMostDatabasesOfServer, [] {}});
+    followed.follower = std::make_unique<Follower>(
+        waysTo(server, session_.options()), Follower::Plan{interval_, kBoundsOfServer, [] {}});
   }
 }
 

@@ -143,7 +143,7 @@ int run(const Session& session, std::chrono::milliseconds interval) {
   Screen::use(coloured, [&](Screen& screen) {
     // Not before there is a screen: its end waits for what the server is asked.
     follower.emplace(std::vector<Options>{session.options()},
-                     Follower::Plan{interval, kMostDatabases, [&seen] { seen.wake(); }});
+                     Follower::Plan{interval, {}, [&seen] { seen.wake(); }});
     watch(board, screen, signals, *follower, seen);
   });
   follower->stop();
