@@ -26,9 +26,10 @@ TEST_F(SorvctlDoctorSettings, ThatCannotBeUsedComeFirst) {
   EXPECT_EQ(told.found(), Ids{"settings-unusable"});
   EXPECT_NE(told.what("settings-unusable").find("Threads: a whole number"), std::string::npos);
   const Outcome text = host->sorvctl({"doctor"});
-  EXPECT_NE(text.output.find("\nnot looked at: lock, port, addresses, host name, host file, "
-                             "Bonjour, connections, files, version: the settings come first\n"),
-            std::string::npos)
+  EXPECT_NE(
+      text.output.find("\nnot looked at: lock, port, addresses, host name, host file, "
+                       "Bonjour, connections, names, files, version: the settings come first\n"),
+      std::string::npos)
       << text.output;
 }
 

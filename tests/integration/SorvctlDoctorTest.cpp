@@ -31,7 +31,7 @@ TEST_F(SorvctlDoctor, FindsNothingWhereAllIsWellAndSaysSoInOneLine) {
   EXPECT_EQ(outcome.errors, "");
   EXPECT_EQ(outcome.output,
             "all is well: settings, lock, port, addresses, host name, host file, Bonjour, "
-            "connections, files, clock, version\n");
+            "connections, names, files, clock, version\n");
 }
 
 TEST_F(SorvctlDoctor, TellsInJsonWhatEachCheckHasSeen) {
@@ -57,7 +57,7 @@ TEST_F(SorvctlDoctor, VerboseTellsALineForEachCheck) {
   host->startServer();
   const Outcome outcome = host->sorvctl({"doctor", "--verbose", "--timeout", "60"});
   EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 12) << outcome.output;
+  EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 13) << outcome.output;
   EXPECT_NE(outcome.output.find("\nhost name: dbhost means 192.0.2.7\n"), std::string::npos);
   EXPECT_NE(outcome.output.find("\nall is well: "), std::string::npos);
 }

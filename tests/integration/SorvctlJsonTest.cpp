@@ -7,11 +7,13 @@
 #include <sstream>
 #include <string>
 
+#include "integration/Client.h"
 #include "integration/JsonDocument.h"
 #include "integration/Sorvctl.h"
 #include "support/Documents.h"
 #include "support/ScriptedPeer.h"
 #include "support/TestFiles.h"
+#include "support/WaitUntil.h"
 #include "support/WireBytes.h"
 
 namespace sorvane::test {
@@ -155,6 +157,12 @@ TEST_F(SorvctlJson, IsWhatItsDocumentSays) {
   watcher->signal(SIGTERM);
   const auto status = watcher->wait();
   keep("watch", {status.value_or(-1), watcher->output(), watcher->errors()});
+  Client leaving(server);
+  ASSERT_TRUE(leaving.reconnects("left") && leaving.reconnects("now"));
+  leaving.closes();
+  ASSERT_TRUE(waitUntil([this] { return !server.finds("now"); }));
+  prints("list");
+  isSilent("forget", {"left"});
   isSilent("refresh");
   prints("metrics");
   prints("net", {"--hosts", "127.0.0.1"});

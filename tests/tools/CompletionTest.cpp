@@ -14,8 +14,9 @@ class Completion : public testing::Test {
  protected:
   [[nodiscard]] Words completed(const Words& words) {
     Words texts;
-    for (const Candidate& each : candidates(words, [this](const GivenOptions& given) {
+    for (const Candidate& each : candidates(words, [this](const GivenOptions&given, NamesOf which) {
            asked = true;
+           wanted = which;
            options = given;
            return names;
          })) {
@@ -27,6 +28,7 @@ class Completion : public testing::Test {
   Words names = {"db1", "db2", "other"};
   GivenOptions options;
   bool asked = false;
+  NamesOf wanted = NamesOf::all;
 };
 
 bool holds(const Words& words, const std::string& word) {
@@ -40,6 +42,13 @@ TEST_F(Completion, OffersCommandsAndTheirInnerOnes) {
   EXPECT_EQ(completed({"prefs", "key", ""}), Words{"set"});
   EXPECT_EQ(completed({"bogus"}), Words());
   EXPECT_FALSE(asked);
+}
+
+TEST_F(Completion, OffersNamesThatWereLeftBehindToForget) {
+  EXPECT_EQ(completed({"forget", "d"}), (Words{"db1", "db2"}));
+  EXPECT_EQ(wanted, NamesOf::leftBehind);
+  EXPECT_EQ(completed({"find", "d"}), (Words{"db1", "db2"}));
+  EXPECT_EQ(wanted, NamesOf::all);
 }
 
 TEST_F(Completion, DescribesCommandsAsTheirHelpDoes) {

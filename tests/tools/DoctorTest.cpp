@@ -16,6 +16,7 @@
 #include "support/Documents.h"
 #include "support/TestFiles.h"
 #include "support/WaitUntil.h"
+#include "tools/FakeNameServer.h"
 
 namespace sorvctl::doctor {
 namespace {
@@ -223,6 +224,43 @@ TEST_F(DoctorElsewhere, ANameServerThatDoesNotAnswerIsWrong) {
   EXPECT_EQ(idsOf(checkPort(*environment)), Ids{"server-not-running"});
   environment->answer = {true, false, "the other side closed the connection", ""};
   EXPECT_EQ(idsOf(checkPort(*environment)), Ids{"port-taken"});
+}
+
+// ---- Names
+
+TEST(DoctorNames, ThatStayedBehindAreTold) {
+  sorvctl::test::FakeNameServer server;
+  const auto environment = healthyEnvironment();
+  environment->lastMoment = environment->deadline;
+  environment->basePort = server.options().port;
+  EXPECT_EQ(checkNames(*environment).seen, "there is no name server");
+  environment->answer.answered = true;
+  server.has("db1");
+  EXPECT_EQ(checkNames(*environment).seen, "databases: 1, left behind: 0");
+  EXPECT_EQ(idsOf(checkNames(*environment)), Ids{});
+  for (const char* name : {"a b|c", "n1", "n2", "n3", "n4"}) {
+    server.has(name, {{"left", "YES"}});
+  }
+  const Report report = checkNames(*environment);
+  EXPECT_EQ(report.seen, "databases: 6, left behind: 5");
+  ASSERT_EQ(idsOf(report), Ids{"names-left-behind"});
+  EXPECT_NE(report.findings[0].what.find(": \"a b|c\" and \"n1\" and \"n2\" and 2 more"),
+            std::string::npos)
+      << report.findings[0].what;
+  EXPECT_NE(report.findings[0].remedy.find("sorvctl forget a\\ b\\|c"), std::string::npos)
+      << report.findings[0].remedy;
+}
+
+TEST(DoctorNames, OfAServerThatDoesNotTellAreNotLookedAt) {
+  const sorvctl::test::FakeNameServer server(sorvctl::test::FakeNameServer::Version::earlier);
+  const auto environment = healthyEnvironment();
+  environment->lastMoment = environment->deadline;
+  environment->basePort = server.options().port;
+  environment->answer.answered = true;
+  const Report report = checkNames(*environment);
+  EXPECT_TRUE(report.findings.empty());
+  ASSERT_EQ(report.unseen.size(), 1U);
+  EXPECT_EQ(report.unseen[0].what, "names that were left behind");
 }
 
 }  // namespace

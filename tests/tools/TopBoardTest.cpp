@@ -122,6 +122,18 @@ TEST_F(TopBoard, KeepsTheRowsWhileTheServerIsAway) {
   EXPECT_EQ(lines(kBegin + seconds(51))[1], "not reached for 1 s, trying again: again");
 }
 
+TEST_F(TopBoard, MarksANameThatWasLeftBehind) {
+  Database left = database("db1", "stopping");
+  left.left = true;
+  sees({left});
+  EXPECT_NE(lines()[3].find("left"), std::string::npos) << lines()[3];
+  EXPECT_EQ(lines()[3].find("stopping"), std::string::npos) << lines()[3];
+  press(Key::enter);
+  EXPECT_EQ(lines()[3], "state    left");
+  EXPECT_NE(lines()[4].find("The name stayed"), std::string::npos) << lines()[4];
+  EXPECT_EQ(lines()[6], "         The state was stopping.");
+}
+
 TEST_F(TopBoard, ShowsWhatIsGoneUntilItIsForgotten) {
   seesNames({"db1", "db2"});
   seesNames({"db1"});

@@ -78,6 +78,20 @@ TEST(TopRows, TellWhatHasChangedLastAndWhen) {
   EXPECT_EQ(changes(rows, "db1")[1], "alert: (none) -> disk full") << "the latest stands first";
 }
 
+TEST(TopRows, TellOfNamesThatWereLeftBehind) {
+  Rows rows;
+  rows.take({database("db1"), database("db2")}, kBegin);
+  Database left = database("db1");
+  left.left = true;
+  rows.take({left, database("db2")}, kBegin + seconds(1));
+  EXPECT_EQ(rows.find("db1")->lastChange, "left behind");
+  EXPECT_EQ(byName(rows, "left"), Names{"db1"});
+  EXPECT_EQ(namesOf(rows.arranged(Column::state, false, "")), (Names{"db1", "db2"}));
+  EXPECT_EQ(rows.listed(), 2U);
+  rows.take({database("db1", "starting"), database("db2")}, kBegin + seconds(2));
+  EXPECT_EQ(rows.find("db1")->lastChange, "registered again, state: running -> starting");
+}
+
 TEST(TopRows, ThatAreGoneStayForAWhile) {
   Rows rows;
   rows.take({database("db1"), database("db2", "running", "hot")}, kBegin);

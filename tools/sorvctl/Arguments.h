@@ -1,6 +1,7 @@
 // Arguments that several commands have.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace CLI {
@@ -10,11 +11,14 @@ class Option;
 
 namespace sorvctl {
 
+/// Which databases an argument may name.
+enum class NamesOf { all, leftBehind };
+
 /// Declares the argument NAME of a command, the name of a database that is registered. Shells
 /// complete it with the names that the name server knows.
-void addDatabaseName(CLI::App& command, std::string& name);
+void addDatabaseName(CLI::App& command, std::string& name, NamesOf which = NamesOf::all);
 
-/// Whether `addDatabaseName` has declared it.
-[[nodiscard]] bool isDatabaseName(CLI::Option& argument);
+/// Which databases an argument names. Nothing if `addDatabaseName` has not declared it.
+[[nodiscard]] std::optional<NamesOf> databasesNamedBy(CLI::Option& argument);
 
 }  // namespace sorvctl

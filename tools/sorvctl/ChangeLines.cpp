@@ -40,6 +40,11 @@ void add(Line& line, const char* name, const std::string& value) {
   line.text += std::string(" ") + name + "=" + value;
 }
 
+void addLeft(Line& line, const Database& database) {
+  line.json["left"] = database.left;
+  line.text += database.left ? " left=yes" : " left=no";
+}
+
 Line came(const std::string& server, const Database& database) {
   Line line = begun(server, "came", database.port.name);
   for (const DatabaseField& field : kDatabaseFields) {
@@ -48,6 +53,11 @@ Line came(const std::string& server, const Database& database) {
     if (!value.empty()) {
       add(line, field.name, value);
     }
+  }
+  if (database.left) {
+    addLeft(line, database);
+  } else {
+    line.json["left"] = false;
   }
   return line;
 }
@@ -59,6 +69,9 @@ Line changed(const std::string& server, const Database& before, const Database& 
       add(line, field.name, field.of(after));
     }
   }
+  if (after.left != before.left) {
+    addLeft(line, after);
+  }
   return line;
 }
 
@@ -68,7 +81,7 @@ bool isTold(const Database& before, const Database& after) {
       return true;
     }
   }
-  return false;
+  return before.left != after.left;
 }
 
 }  // namespace

@@ -134,8 +134,8 @@ class Place {
   [[nodiscard]] std::vector<Candidate> valuesOf(CLI::Option& option, const std::string& before,
                                                 const DatabaseNames& names) const {
     std::vector<Candidate> all;
-    if (isDatabaseName(option)) {
-      for (std::string& name : names(tree_.options())) {
+    if (const auto which = databasesNamedBy(option)) {
+      for (std::string& name : names(tree_.options(), *which)) {
         all.push_back({std::move(name), ""});
       }
       return all;

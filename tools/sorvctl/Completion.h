@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "sorvctl/Arguments.h"
 #include "sorvctl/GivenOptions.h"
 
 namespace sorvctl {
@@ -14,9 +15,9 @@ struct Candidate {
   std::string description;  ///< empty for the name of a database
 };
 
-/// Returns the names of the databases that the name server of these options knows. Throws a Failure
+/// Returns the names of databases that the name server of these options knows. Throws a Failure
 /// when it cannot be asked.
-using DatabaseNames = std::function<std::vector<std::string>(const GivenOptions&)>;
+using DatabaseNames = std::function<std::vector<std::string>(const GivenOptions&, NamesOf)>;
 
 /// Returns what the last of the words, which may be empty, can become: commands, options, and the
 /// values of options and arguments. `words` are those behind "sorvctl". Empty where nothing is

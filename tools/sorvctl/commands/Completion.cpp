@@ -20,13 +20,15 @@ namespace {
 // A shell that waits for longer seems to hang.
 constexpr std::chrono::milliseconds kTimeForNames{500};
 
-std::vector<std::string> databaseNames(const GivenOptions& given) {
+std::vector<std::string> databaseNames(const GivenOptions& given, NamesOf which) {
   Session session(optionsOf(given));
   useSettings(given);
   session.endBy(std::chrono::steady_clock::now() + kTimeForNames);
   std::vector<std::string> names;
   for (Database& each : readDatabases(session)) {
-    names.push_back(std::move(each.port.name));
+    if (which == NamesOf::all || each.left) {
+      names.push_back(std::move(each.port.name));
+    }
   }
   return names;
 }

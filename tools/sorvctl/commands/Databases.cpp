@@ -16,15 +16,23 @@ using sorvane::Message;
 namespace {
 
 int list(Session& session) {
+  std::vector<Column> columns{{"name"},  {"number"},          {"host"}, {"address"}, {"type"},
+                              {"state"}, {"alert", Tone::bad}};
+  const bool json = session.json();
+  if (json) {
+    columns.push_back({"left"});
+  }
   std::vector<std::vector<nlohmann::ordered_json>> rows;
   for (const Database& each : readDatabases(session)) {
-    rows.push_back({each.port.name, each.port.number, each.port.host, each.port.address,
-                    each.port.type, each.state, each.alert});
+    const Port& port = each.port;
+    auto& row = rows.emplace_back(std::vector<nlohmann::ordered_json>{
+        port.name, port.number, port.host, port.address, port.type,
+        json ? each.state : each.shownState(), each.alert});
+    if (json) {
+      row.emplace_back(each.left);
+    }
   }
-  printTable(
-      session,
-      {{"name"}, {"number"}, {"host"}, {"address"}, {"type"}, {"state"}, {"alert", Tone::bad}},
-      rows);
+  printTable(session, columns, rows);
   return 0;
 }
 

@@ -1,5 +1,5 @@
-// "find" and "register". A registration lasts as long as this process, or the program that it
-// starts, runs.
+// "find", "register" and "forget". A registration lasts as long as this process, or the program
+// that it starts, runs.
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
@@ -119,10 +119,38 @@ int registerName(Session& session, const Registration& wanted) {
              : holdForProgram(session, signals, programWithPort(wanted.program, number));
 }
 
+/// Why the server does not forget a name.
+std::string whyNotForgotten(Session& session, const std::string& name) {
+  if (name == "VN_nameserver" || name == "VN_infoserver") {
+    return "\"" + name + "\" is the name server itself";
+  }
+  if (!portOfReply(session.askForDictionary(findRequest(session, name)))) {
+    return "no port is registered as \"" + name + "\"";
+  }
+  return "\"" + name + "\" was not left behind: the connection that registered it is there";
+}
+
+int forget(Session& session, const std::string& name) {
+  const Message reply = session.askForDictionary({{"action", "forgetPort"}, {"name", name}});
+  if (!reply.contains("result")) {
+    throw Failure(Status::saidNo, "this name server is of an earlier version: it forgets no names");
+  }
+  if (textOf(reply, "result") != "success") {
+    throw Failure(Status::saidNo, whyNotForgotten(session, name));
+  }
+  return 0;
+}
+
 Handler declareFind(CLI::App& command) {
   auto name = std::make_shared<std::string>();
   addDatabaseName(command, *name);
   return [name](Session& session) { return find(session, *name); };
+}
+
+Handler declareForget(CLI::App& command) {
+  auto name = std::make_shared<std::string>();
+  addDatabaseName(command, *name, NamesOf::leftBehind);
+  return [name](Session& session) { return forget(session, *name); };
 }
 
 Handler declareRegister(CLI::App& command) {
@@ -149,6 +177,8 @@ std::vector<Command> commands::ports() {
       {"find", "Find a port by its name", "sorvctl find db1", &declareFind},
       {"register", "Register a name, and hold it until ended or until PROGRAM ends",
        "sorvctl register db1 --type database -- my-server --port {port}", &declareRegister},
+      {"forget", "Take out a name that was left behind by a connection that has closed",
+       "sorvctl forget db1", &declareForget},
   };
 }
 

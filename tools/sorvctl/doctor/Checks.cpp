@@ -79,6 +79,7 @@ const std::vector<Check>& allChecks() {
       {"host file", &checkHostFile},
       {"Bonjour", &checkBonjour},
       {"connections", &checkConnections},
+      {"names", &checkNames},
       {"files", &checkFiles},
       {"clock", &checkClock, false},
       {"version", &checkVersion},

@@ -20,6 +20,7 @@ namespace sorvctl::doctor {
 [[nodiscard]] Report checkHostFile(const Environment& environment);
 [[nodiscard]] Report checkBonjour(const Environment& environment);
 [[nodiscard]] Report checkConnections(const Environment& environment);
+[[nodiscard]] Report checkNames(const Environment& environment);
 [[nodiscard]] Report checkFiles(const Environment& environment);
 [[nodiscard]] Report checkClock(const Environment& environment);
 [[nodiscard]] Report checkVersion(const Environment& environment);

@@ -33,6 +33,7 @@ constexpr const char* kHelp[] = {
     "",
     "AGE is the time since the last change. \">\" stands before it when nothing has",
     "changed since this view began. A database that is gone is shown for 10 minutes.",
+    "The state \"left\" is that of a name that stayed after its connection had closed.",
 };
 
 std::chrono::seconds ageOf(Time then, Time now) {
@@ -59,7 +60,7 @@ std::string textOf(const Row& row, Field field, Time now) {
     case Field::name:
       return database.port.name;
     case Field::state:
-      return row.gone ? "gone" : database.state;
+      return row.gone ? "gone" : database.shownState();
     case Field::alert:
       return database.alert;
     case Field::age:
@@ -82,7 +83,7 @@ Tone toneOf(const Row& row, Field field, Time now) {
   }
   switch (field) {
     case Field::state:
-      return row.database.state == "running" ? Tone::good : Tone::doubtful;
+      return row.database.shownState() == "running" ? Tone::good : Tone::doubtful;
     case Field::alert:
       return Tone::bad;
     case Field::change:
@@ -367,6 +368,11 @@ std::vector<Line> Board::detailLines(int columns, Time now) const {
   const Database& database = row->database;
   add("name", database.port.name, Tone::heading);
   add("state", textOf(*row, Field::state, now), toneOf(*row, Field::state, now));
+  if (database.left && !row->gone) {
+    add("", "The name stayed after its connection had closed: \"sorvctl forget\" takes it out.",
+        Tone::plain);
+    add("", "The state was " + database.state + ".", Tone::plain);
+  }
   add("alert", database.alert, toneOf(*row, Field::alert, now));
   add("age", ageOfRow(*row, now), Tone::plain);
   add("number", database.port.number, Tone::plain);

@@ -37,9 +37,10 @@ bool holds(const std::string& text, std::string_view part) {
 
 bool matches(const Row& row, std::string_view filter) {
   const Database& database = row.database;
-  return filter.empty() || holds(database.port.name, filter) || holds(database.state, filter) ||
-         holds(database.alert, filter) || holds(database.port.type, filter) ||
-         holds(database.port.host, filter) || holds(row.lastChange, filter);
+  return filter.empty() || holds(database.port.name, filter) ||
+         holds(database.shownState(), filter) || holds(database.alert, filter) ||
+         holds(database.port.type, filter) || holds(database.port.host, filter) ||
+         holds(row.lastChange, filter);
 }
 
 /// Whether one row stands before another. Rows without the text in question stand last.
@@ -53,8 +54,9 @@ Before orderOf(Column by) {
   switch (by) {
     case Column::state:
       return [](const Row* left, const Row* right) {
-        return left->gone != right->gone ? right->gone
-                                         : left->database.state < right->database.state;
+        return left->gone != right->gone
+                   ? right->gone
+                   : left->database.shownState() < right->database.shownState();
       };
     case Column::alert:
       return [](const Row* left, const Row* right) {
@@ -89,6 +91,9 @@ void Rows::note(Row& row, std::string what, Time now) {
 
 void Rows::compare(Row& row, Database now, Time time) {
   std::string what;
+  if (row.database.left != now.left) {
+    what = now.left ? "left behind" : "registered again";
+  }
   for (const DatabaseField& field : kCompared) {
     const std::string& before = field.of(row.database);
     const std::string& after = field.of(now);
