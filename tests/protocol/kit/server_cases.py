@@ -125,7 +125,10 @@ class Run:
         self._patience = patience
         self._peers: dict[str, Peer] = {}
         self._opened = 0
-        self.replies: dict[tuple[int, int], int] = {}  # by connection and place: the poll that took it, or 0
+        # Each reply by its connection and its place there. All replies of a poll, whose number differs from run to run,
+        # have the connection -1 and the place of the poll.
+        self.replies: list[tuple[int, int]] = []
+        self.poll = 0  # the poll under way; 0: none
         self._polls = 0
         self.path: tuple[int, ...] = ()  # the step under way: its number, and those of the steps that contain it
         unique = f"kit{secrets.token_hex(3)}n{next(_numbers)}"
@@ -188,12 +191,15 @@ class Run:
         peer = self._peer(step["on"])
         end = time.monotonic() + self._patience
         self._polls += 1
+        self.replies.append((-1, self._polls))
+        self.poll = self._polls
         while True:
             peer.send(frames.frame(wording.entries(step["ask"])))
-            self.replies[peer.number, peer.replies] = self._polls
             entries, raw = peer.reply()
+            peer.replies -= 1
             try:
                 wording.check_reply(entries, raw, step["until"], self._variables)
+                self.poll = 0
                 return
             except Mismatch:
                 if time.monotonic() > end:
@@ -230,7 +236,7 @@ class Run:
         elif isinstance(words, dict) and "silence" in words:
             peer.expect_silence(words["silence"])
         else:
-            self.replies[peer.number, peer.replies] = 0
+            self.replies.append((peer.number, peer.replies))
             entries, raw = peer.reply(within)
             wording.check_reply(entries, raw, words, self._variables)
         self._check_time(peer, step)
