@@ -37,7 +37,7 @@ class InstalledLibrary : public testing::Test {
                "' --component " + component);
     }
     fs::rename(first, prefix_);
-    for (const char* example : {"register.cpp", "watch.cpp"}) {
+    for (const char* example : {"find.cpp", "register.cpp", "watch.cpp"}) {
       fs::copy_file(kClient / "examples" / example, folder_ / example);
     }
     for (const auto& entry : fs::recursive_directory_iterator(prefix_)) {
@@ -62,6 +62,13 @@ class InstalledLibrary : public testing::Test {
     EXPECT_NE(found.find(std::to_string(server.basePort() + 1) + "\n"), std::string::npos) << found;
   }
 
+  /// What a program that was built prints while a database is registered as "db1", 0.3 s long.
+  std::string printedBeside(const Daemon& server, const fs::path& program,
+                            const std::string& words) {
+    return outputOf("sleep 0.3 | LD_LIBRARY_PATH='" + library_.string() + "' '" + program.string() +
+                    "' " + words + std::to_string(server.basePort()));
+  }
+
   TemporaryFolder folder_;
   fs::path prefix_ = folder_ / "moved here";
   fs::path library_;
@@ -74,6 +81,8 @@ TEST_F(InstalledLibrary, ServesAProgramThatIsBuiltByCMake) {
             "find_package(sorvane 1 REQUIRED)\n"
             "add_executable(shared register.cpp)\n"
             "target_link_libraries(shared PRIVATE sorvane::sorvane)\n"
+            "add_executable(find find.cpp)\n"
+            "target_link_libraries(find PRIVATE sorvane::sorvane)\n"
             "add_executable(static watch.cpp)\n"
             "target_link_libraries(static PRIVATE sorvane::sorvane-static)\n");
   const std::string folder = folder_.path().string();
@@ -83,6 +92,16 @@ TEST_F(InstalledLibrary, ServesAProgramThatIsBuiltByCMake) {
   expectRegisters(folder_ / "build/shared");
   // The other one needs no shared library, and ends with its input.
   EXPECT_EQ(outputOf("'" + folder + "/build/static' 1 < /dev/null"), "");
+
+  Daemon server;
+  server.start();
+  Program database(builtProgram("sorvctl"), {"--port", std::to_string(server.basePort()),
+                                             "register", "db1", "--host", "192.0.2.7"});
+  ASSERT_TRUE(database.prints("\n"));
+  const std::string number = std::to_string(server.basePort() + 1);
+  EXPECT_EQ(printedBeside(server, folder_ / "build/find", "db1 "), "192.0.2.7 " + number + "\n");
+  EXPECT_EQ(printedBeside(server, folder_ / "build/static", ""),
+            "registered db1 " + number + " \n");
 }
 
 TEST_F(InstalledLibrary, ServesAProgramThatIsBuiltByPkgConfig) {
@@ -149,13 +168,15 @@ TEST_F(InstalledLibrary, HasOneHeader) {
   EXPECT_EQ(headers, std::set<std::string>{"include/sorvane/client.h"});
 }
 
-TEST(ReadmeFromCpp, ShowsTheExampleThatIsTested) {
-  const auto readme = documentLines(fs::path(SORVANE_SOURCE_DIR) / "README.md");
-  const auto blocks = fencedBlocks(chapter(readme, "## From C++"), "cpp");
-  ASSERT_EQ(blocks.size(), 1U);
+TEST(DocumentsFromCpp, ShowTheExamplesThatAreTested) {
+  const fs::path project(SORVANE_SOURCE_DIR);
   const std::string example = readFile(kClient / "examples/register.cpp");
-  EXPECT_EQ(blocks[0], example);
+  EXPECT_EQ(fencedBlocks(chapter(documentLines(project / "README.md"), "## From C++"), "cpp"),
+            std::vector<std::string>{example});
   EXPECT_LE(std::count(example.begin(), example.end(), '\n'), 25);
+  EXPECT_EQ(fencedBlocks(documentLines(project / "docs/clients.md"), "cpp"),
+            (std::vector<std::string>{example, readFile(kClient / "examples/find.cpp"),
+                                      readFile(kClient / "examples/watch.cpp")}));
 }
 
 }  // namespace
