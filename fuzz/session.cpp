@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "model/Follower.h"
 #include "model/RealState.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
@@ -162,7 +163,40 @@ class Session {
       turn_.emplace();
     }
     const std::optional<Entries> real = sender.ask(request, turn_);
+    if (model::commandOf(asked) == "portChanges") {
+      require(real.has_value(), "whoever asks what has changed is told");
+      isTold(*real);
+      follow(sender);
+      return;
+    }
     require(real == entriesOf(modelled(asked, sender), entries), "the reply is that of the model");
+  }
+
+  /// Takes note of a reply that tells what has changed: alerts that have lapsed are dropped.
+  void isTold(const Entries& reply) {
+    for (std::size_t entry = 4; entry < reply.size(); ++entry) {
+      const std::optional<Entries> row = readReferenceBody(reply[entry].value);
+      require(row && !row->empty() && row->front().key == "name", "each entry tells a name");
+      if (find(*row, "gone") == nullptr) {
+        const std::string name = textOf(row->front().value).value_or("");
+        require(model_.state().ports.contains(name), "it is registered");
+        model_.readsAlert(name, now);
+      }
+    }
+  }
+
+  /// The follower asks until there is no more. Then it knows what the model knows.
+  void follow(Connection& sender) {
+    constexpr std::size_t kLimit = 2;
+    do {
+      const auto reply = sender.ask(follower_.question(std::to_string(kLimit)), turn_);
+      require(reply.has_value(), "the follower is told");
+      isTold(*reply);
+      const std::string fault = follower_.takesIn(bodyOf(*reply), kLimit, false);
+      require(fault.empty(), fault.c_str());
+    } while (!follower_.knowsAll());
+    require(follower_.picture(now) == model::pictureOf(model_.state(), now),
+            "the follower knows what is registered");
   }
 
   model::Reply modelled(const model::Request& request, const Connection& sender) {
@@ -247,6 +281,7 @@ class Session {
                         .basePort = 5000},
                        now};
   PreferencesModel preferences_;
+  model::Follower follower_;
   model::Texts lists_;  // of states and alerts, as they were made last
   std::vector<std::shared_ptr<PortDescriptor>> own_;
   std::map<const PortDescriptor*, int> numbers_;  // of the connections, by their records
