@@ -13,8 +13,8 @@ class InProcessConnection : public NetConnection {
   using NetConnection::setReplyBuffer;
 };
 
-/// Calls `deliverCommunication` and returns the reply dictionary, or nothing for nil. If the request
-/// is held, returns {"held": seconds}. Passes on what the delegate raises.
+/// Calls `deliverCommunication` and returns the reply dictionary, or nothing for nil. If the
+/// request is held, returns {"held": seconds}. Passes on what the delegate raises.
 [[nodiscard]] std::optional<Message> deliverInProcess(NetConnectionDelegate& delegate,
                                                       const Message& request,
                                                       InProcessConnection& sender);

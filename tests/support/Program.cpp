@@ -75,8 +75,6 @@ Outcome run(const std::filesystem::path& file, std::vector<std::string> argument
   return {status.value_or(-1), program.output(), program.errors()};
 }
 
-std::filesystem::path builtProgram(const std::string& name) {
-  return testedBuild() / "bin" / name;
-}
+std::filesystem::path builtProgram(const std::string& name) { return testedBuild() / "bin" / name; }
 
 }  // namespace sorvane::test

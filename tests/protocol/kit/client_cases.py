@@ -1,5 +1,6 @@
 """Runs cases against a client: a program that is given a scripted server, and what it asks, prints and returns."""
 
+import contextlib
 import json
 import signal
 import socket
@@ -187,14 +188,16 @@ class Run:
         self._members = action.get("members", {})
         script = Script(case)
         end = time.monotonic() + case.get("within", PATIENCE)
-        with ReferenceServer(script=script) as server:
+        with contextlib.ExitStack() as stack:
+            server = stack.enter_context(ReferenceServer(script=script))
             if "databases" in case:
                 databases = case["databases"]
                 server.does(lambda: [enter(server.registry, each) for each in databases])
             port = server.port
-            if case.get("server") == "absent":
-                with socket.create_server(("127.0.0.1", 0)) as closed:
-                    port = closed.getsockname()[1]
+            absent = stack.enter_context(socket.socket())
+            if case.get("server") == "absent":  # a port that nobody else gets meanwhile
+                absent.bind(("127.0.0.1", 0))
+                port = absent.getsockname()[1]
             client = Client(self._command(action["command"], port, case.get("with", {})))
             try:
                 self._watch(case, action, server, client, end)

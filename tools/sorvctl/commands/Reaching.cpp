@@ -105,13 +105,16 @@ class Waiting {
   /// Waits for a change and looks whether it was the wanted one.
   bool look() {
     try {
-      if (changes_.wait(left()) != ChangeWait::End::changed) {
+      // After a question that failed, nothing tells once more of the change that led to it.
+      if (!isDue_ && changes_.wait(left()) != ChangeWait::End::changed) {
         if (!answered_ && unreached_.empty()) {
           unreached_ = "the name server of " + session_.hostName() + " does not answer";
         }
         return false;
       }
+      isDue_ = true;
       const bool there = isThere(session_, databases_, wanted_);
+      isDue_ = false;
       answered_ = true;
       unreached_.clear();
       return there;
@@ -145,6 +148,7 @@ class Waiting {
   const std::optional<Clock::time_point> end_;
   ChangeWait changes_;
   DatabaseReader databases_;
+  bool isDue_ = false;     // a change was told, and it was not looked what it was
   bool answered_ = false;  // the last question that was not cut short
   std::string unreached_;  // why it was not answered
 };
