@@ -18,7 +18,8 @@ constexpr std::size_t kMostLimit = 10000;
 constexpr std::size_t kPageBytes = std::size_t{1} << 20;
 constexpr std::size_t kSliceOfSteps = 256;
 // Well below a tenth of a millisecond of work.
-constexpr std::uint64_t kChangesToldWithoutWaiting = 128;
+constexpr std::uint64_t kNamesToldWithoutWaiting = 128;
+constexpr std::uint64_t kBytesToldWithoutWaiting = 65536;
 
 std::size_t limitOf(const Message& request) {
   const std::string_view digits = request.text("limit").value_or("");
@@ -40,6 +41,34 @@ std::optional<ChangePosition> positionOf(const CommandContext& context) {
 bool isKnown(const ChangePosition& position, const PortMap& map) {
   return position.removalsKnownUpTo() <= map.lastChange() &&
          position.removalsKnownUpTo() >= map.removedNames().forgottenUpTo();
+}
+
+// Returns true if little has changed after that number. Looks at little more than what it allows.
+bool isShort(const PortMap& map, ChangeOrder::Number after) {
+  std::uint64_t names = 0;
+  std::uint64_t bytes = 0;
+  const auto fits = [&](std::uint64_t moreNames, std::uint64_t bytesOfEach) {
+    names += moreNames;
+    bytes += moreNames * bytesOfEach;
+    return names <= kNamesToldWithoutWaiting && bytes <= kBytesToldWithoutWaiting;
+  };
+  const ChangeOrder& changes = map.table().changes();
+  for (auto slot = changes.newest(); slot != ChangeOrder::kNone && changes.numberOf(slot) > after;
+       slot = changes.olderThan(slot)) {
+    const PortDescriptor& record = *map.inSlot(slot);
+    if (!fits(record.holdings().entries, record.registrationBytes() + record.stateBytes())) {
+      return false;
+    }
+  }
+  const RemovedNames& removed = map.removedNames();
+  const ChangeOrder& removals = removed.order();
+  for (auto name = removals.newest(); name != ChangeOrder::kNone && removals.numberOf(name) > after;
+       name = removals.olderThan(name)) {
+    if (!fits(1, removed.nameAt(name).size())) {
+      return false;
+    }
+  }
+  return true;
 }
 
 // The entries of a reply that tell the names.
@@ -162,14 +191,10 @@ Outcome portChanges(CommandContext& context) {
 
 bool portChangesMayWait(const CommandContext& context) {
   const std::optional<ChangePosition> since = positionOf(context);
-  const bool isShort = context.registry.with([&](const RegistryState& state) {
-    const std::uint64_t last = state.map.lastChange();
-    return since && since->isAtRest() && isKnown(*since, state.map)
-               ? last - since->number <= kChangesToldWithoutWaiting
-               : state.map.size() <= kChangesToldWithoutWaiting &&
-                     state.map.removedNames().count() <= kChangesToldWithoutWaiting;
+  return !context.registry.with([&](const RegistryState& state) {
+    const bool goesOn = since && isKnown(*since, state.map);
+    return isShort(state.map, goesOn ? since->number : 0);
   });
-  return !isShort;
 }
 
 Outcome forgetPort(CommandContext& context) {

@@ -383,6 +383,25 @@ TEST_F(PortChanges, MayWaitOnlyWhenThereIsMuchToTell) {
   registerMany(5, "more");
   (void)asker.asks();
   EXPECT_FALSE(server_.lastMayWait);
+  (void)tool_.answer({{"action", "setDatabaseState"},
+                      {"databaseName", "more1"},
+                      {"state", std::string(70000, 's')}});
+  (void)asker.asks();
+  EXPECT_TRUE(server_.lastMayWait);
+  Peer database(server_);
+  for (int number = 0; number < 200; ++number) {
+    database.reconnects("n" + std::to_string(number));
+  }
+  (void)asker.asksForAll();
+  (void)tool_.answer({{"action", "setDatabaseState"}, {"databaseName", "n7"}, {"state", "up"}});
+  (void)asker.asks();
+  EXPECT_TRUE(server_.lastMayWait) << "one change of many names";
+  (void)asker.asksForAll();
+  for (int number = 0; number < 200; ++number) {
+    ends(*peers_[static_cast<std::size_t>(number)]);
+  }
+  (void)asker.asks();
+  EXPECT_TRUE(server_.lastMayWait) << "many that are gone";
 }
 
 // ---- Names that are gone

@@ -17,8 +17,8 @@ namespace sorvctl::net {
 /// The most name servers that are asked at the same time.
 inline constexpr std::size_t kMostServers = 256;
 /// The longest reply that each may give, bytes. It has room for the list of about 20,000 databases,
-/// or for what is told of them at a time.
-inline constexpr std::size_t kMostReplyBytes = std::size_t{2} << 20;
+/// for what is told of them at a time, and for one whose texts are as long as requests may be.
+inline constexpr std::size_t kMostReplyBytes = std::size_t{5} << 20;
 /// The most of one server.
 inline constexpr PictureBounds kBoundsOfServer{20'000, std::size_t{8} << 20};
 /// The most databases of all together.
