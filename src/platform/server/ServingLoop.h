@@ -28,12 +28,18 @@
 //   |     |     that is held for a change ends it, too.
 //   |     v
 //   |   connections whose deadline is over: one with an incomplete frame is refused; one that
-//   |     lingers, or whose client takes no reply, is closed; of held requests whose time is over,
-//   up |     to 64 are answered |     | |     v |   if something has changed since the last turn:
-//   other loops that hold requests and sleep are |     woken, and all requests that this loop holds
-//   are to be asked for their reply |     | |     v |   up to 64 held requests that are to be
-//   asked: each sends its reply and goes on with the |     requests behind it. If more are left,
-//   the next turn does not wait for events. |     | |     v
+//   |     lingers, or whose client takes no reply, is closed
+//   |   held requests whose time is over: up to 64 are answered
+//   |     |
+//   |     v
+//   |   if something has changed since the last turn: other loops that hold requests and sleep are
+//   |     woken, and all requests that this loop holds are to be asked for their reply
+//   |     |
+//   |     v
+//   |   up to 64 held requests that are to be asked: each sends its reply and goes on with the
+//   |     requests behind it. If more are left, the next turn does not wait for events.
+//   |     |
+//   |     v
 //   +-- if the acceptor's pause is over: it accepts again
 #pragma once
 
