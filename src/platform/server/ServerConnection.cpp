@@ -4,6 +4,7 @@
 
 #include <errno.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -114,7 +115,7 @@ void ServerConnection::receive() {
       serve(came);
     } else {
       leftover_->input.append(came);
-      serve(leftover_->input);
+      serve(leftover_->input.view());
     }
   } else if (received == 0 && phase_ == Phase::holding) {
     answerHeld(true);  // the end is found once more when the requests behind it are served
@@ -224,7 +225,7 @@ std::optional<Reply> ServerConnection::deliver(const Message& request, Turn& tur
 }
 
 const char* ServerConnection::readLeftoverRequest(Message& request) const {
-  const std::string_view input = leftover_->input;
+  const std::string_view input = leftover_->input.view();
   const std::size_t bodyBytes = readFrameHeader(input, loop_.context().maximumBodyBytes).bodyBytes;
   return request.readBody(input.substr(kFrameHeaderBytes, bodyBytes));
 }
@@ -274,7 +275,7 @@ void ServerConnection::finishDelivery(const Message& request, Reply reply) {
     encodeReply(reply, request.body(), kept.reply, 0);
   }
   loop_.context().delegate.cleanupAfterMessage();
-  eraseInput(kFrameHeaderBytes + request.body().size());
+  kept.input.takeOff(kFrameHeaderBytes + request.body().size());
   static_cast<void>(countInput());  // it was counted before and has not grown
   if (reply.isHeld()) {
     kept.reply = ReplyBuffer();
@@ -336,9 +337,9 @@ bool ServerConnection::sendOutput() {
 
 bool ServerConnection::keepInput(std::string_view rest) {
   if (leftover_ != nullptr && !leftover_->input.empty()) {
-    eraseInput(leftover_->input.size() - rest.size());
+    leftover_->input.takeOff(leftover_->input.size() - rest.size());
   } else if (!rest.empty()) {
-    leftover().input.assign(rest);
+    leftover().input.append(rest);
   } else {
     return true;
   }
@@ -347,12 +348,28 @@ bool ServerConnection::keepInput(std::string_view rest) {
   return isWithinLimit;
 }
 
-void ServerConnection::eraseInput(std::size_t bytes) {
-  std::string& input = leftover_->input;
-  input.erase(0, bytes);
-  if (input.capacity() > kKeptInput && input.size() < input.capacity() / 2) {
-    input.shrink_to_fit();
+void ServerConnection::Input::takeOff(std::size_t bytes) {
+  handled_ += bytes;
+  completeBytes_ -= std::min(bytes, completeBytes_);
+  if (size() <= handled_) {
+    bytes_.erase(0, std::exchange(handled_, 0));
+    if (bytes_.capacity() > kKeptInput && bytes_.size() < bytes_.capacity() / 2) {
+      bytes_.shrink_to_fit();
+    }
   }
+}
+
+std::optional<FrameHeader> ServerConnection::Input::firstUnfinished(std::size_t maximumBodyBytes) {
+  while (completeBytes_ < size()) {
+    const std::string_view rest = view().substr(completeBytes_);
+    const FrameHeader header = readFrameHeader(rest, maximumBodyBytes);
+    if (header.fault != nullptr || !header.complete ||
+        rest.size() - kFrameHeaderBytes < header.bodyBytes) {
+      return header;
+    }
+    completeBytes_ += kFrameHeaderBytes + header.bodyBytes;
+  }
+  return std::nullopt;
 }
 
 bool ServerConnection::countInput() {

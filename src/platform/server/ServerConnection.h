@@ -31,8 +31,8 @@
 //      keep the loop's other connections waiting: it goes to a waiting thread. From there it goes
 //      on to the thread of a disk, if it needs that disk.
 //   3  The next request is held: its reply comes when something changes, when its time is over, or
-//      when the peer sends nothing more. What comes behind it is kept as leftover input: one frame
-//      of the longest kind has room.
+//      when the peer sends nothing more, or a bad header. What comes behind it is kept as leftover
+//      input: one frame of the longest kind has room.
 //   4  The next frame is malformed, or cannot be kept: the unhandled input of all connections
 //      together would hold more memory than the settings allow. The replies so far are sent first.
 //   5  No complete frame is left.
@@ -75,6 +75,7 @@
 #include "platform/server/HeldRequests.h"
 #include "platform/server/Poller.h"
 #include "platform/server/UntakenReplies.h"
+#include "platform/wire/Frame.h"
 
 namespace sorvane {
 
@@ -142,10 +143,35 @@ class ServerConnection final : public NetConnection {
   static constexpr const char* kTooManyUnfinished =
       "unfinished requests fill the memory that they may";
   static constexpr const char* kNoMemory = "there is no memory for its requests and replies";
+  /// Bytes that came and are not handled yet.
+  class Input {
+   public:
+    [[nodiscard]] std::string_view view() const {
+      return std::string_view(bytes_).substr(handled_);
+    }
+    [[nodiscard]] std::size_t size() const { return bytes_.size() - handled_; }
+    [[nodiscard]] bool empty() const { return size() == 0; }
+    /// The memory that it takes, bytes.
+    [[nodiscard]] std::size_t capacity() const { return bytes_.capacity(); }
+    void append(std::string_view came) { bytes_.append(came); }
+    /// Takes the first `bytes` off and gives back memory that is needed no more. The rest is moved
+    /// only when it is the smaller half, so taking off many requests moves each byte once or so.
+    void takeOff(std::size_t bytes);
+    /// Looks at the frames that came since the last call. Returns the header of the first frame
+    /// that is not complete or whose header is bad, or nothing if all are complete.
+    [[nodiscard]] std::optional<FrameHeader> firstUnfinished(std::size_t maximumBodyBytes);
+    /// The length of the complete frames that `firstUnfinished` has found.
+    [[nodiscard]] std::size_t completeBytes() const { return completeBytes_; }
+
+   private:
+    std::string bytes_;
+    std::size_t handled_ = 0;        // of `bytes_`; these are not moved out yet
+    std::size_t completeBytes_ = 0;  // behind those
+  };
   struct Leftover {
     explicit Leftover(ServerContext& context);
 
-    std::string input;      ///< bytes that are not handled yet
+    Input input;
     ByteShare inputShare;   ///< the memory of `input`
     UntakenReplies output;  ///< replies that are not sent yet
     ReplyBuffer reply;      ///< of the request that a waiting thread delivers
@@ -196,8 +222,6 @@ class ServerConnection final : public NetConnection {
   /// Keeps `rest`, the end of the input that was served, as leftover input. Returns false if the
   /// input of all connections would pass its limit.
   [[nodiscard]] bool keepInput(std::string_view rest);
-  /// Takes the first `bytes` off the leftover input and gives back memory that it needs no more.
-  void eraseInput(std::size_t bytes);
   /// Counts the memory of the leftover input anew. Returns false if that of all connections would
   /// pass its limit.
   [[nodiscard]] bool countInput();
@@ -228,8 +252,9 @@ class ServerConnection final : public NetConnection {
   void hold(std::chrono::seconds time, bool isAskedHere);
   /// Keeps what came behind the request that is held. May destroy the connection.
   void keepBehind(std::string_view came);
-  /// Sets a deadline for the frame behind the request that is held, if only a part of it has come.
-  void setDeadlineBehind();
+  /// Sets a deadline for the last frame behind the request that is held, if only a part of it has
+  /// come. Returns false if there is a bad header behind it.
+  [[nodiscard]] bool setDeadlineBehind();
 
   /// Adds the connection to the queue, unless it has a deadline.
   void setDeadline(DeadlineQueue& queue);

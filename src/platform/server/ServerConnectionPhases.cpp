@@ -78,7 +78,7 @@ void ServerConnection::continueAfterSending() {
   if (refused_) {
     linger();
   } else if (leftover_ != nullptr && !leftover_->input.empty()) {
-    serve(leftover_->input);
+    serve(leftover_->input.view());
   } else {
     dropLeftoverIfEmpty();
     enter(Phase::reading);
@@ -89,18 +89,21 @@ void ServerConnection::hold(std::chrono::seconds time, bool isAskedHere) {
   if (held_ == nullptr) {
     held_ = std::make_unique<HeldRequest>(*this);
   }
-  loop_.hold(*held_, time, isAskedHere);
   if (refused_) {
+    loop_.hold(*held_, time, isAskedHere);
     answerHeld(true);
-  } else {
-    setDeadlineBehind();
-    enter(Phase::holding);
+    return;
   }
+  // Before a bad header it is over in this turn, and not here: there may be many of them in a row,
+  // each of which would be answered inside the answer to the one before.
+  const bool mayWait = setDeadlineBehind();
+  loop_.hold(*held_, mayWait ? time : std::chrono::seconds(0), isAskedHere);
+  enter(Phase::holding);
 }
 
 // All that comes is read, so that the end of the peer is seen, too.
 void ServerConnection::keepBehind(std::string_view came) {
-  std::string& input = leftover().input;
+  Input& input = leftover().input;
   input.append(came);
   if (!countInput()) {
     refuse(kTooManyUnfinished);
@@ -109,32 +112,36 @@ void ServerConnection::keepBehind(std::string_view came) {
              kFrameHeaderBytes + loop_.context().maximumBodyBytes + ServingLoop::kInputBytes) {
     refuse("too much came behind a request that is held");
     answerHeld(true);
-  } else {
-    setDeadlineBehind();
+  } else if (!setDeadlineBehind()) {
+    answerHeld(true);  // the bad header is found once more when the requests before it are served
   }
 }
 
-void ServerConnection::setDeadlineBehind() {
-  if (leftover_ == nullptr || leftover_->input.empty()) {
-    return;
+bool ServerConnection::setDeadlineBehind() {
+  if (leftover_ == nullptr) {
+    return true;
   }
-  const std::string_view input = leftover_->input;
-  const FrameHeader header = readFrameHeader(input, loop_.context().maximumBodyBytes);
-  const bool isIncomplete =
-      header.fault == nullptr &&
-      (!header.complete || input.size() - kFrameHeaderBytes < header.bodyBytes);
-  if (isIncomplete) {
-    setDeadline(loop_.partialFrames());
-  } else {
-    clearDeadline();
+  Input& input = leftover_->input;
+  const std::size_t completeBefore = input.completeBytes();
+  const auto unfinished = input.firstUnfinished(loop_.context().maximumBodyBytes);
+  if (input.completeBytes() > completeBefore) {
+    clearDeadline();  // the frame that had it is complete
   }
+  if (!unfinished) {
+    return true;
+  }
+  if (unfinished->fault != nullptr) {
+    return false;
+  }
+  setDeadline(loop_.partialFrames());
+  return true;
 }
 
 void ServerConnection::refuse(const char* fault) {
   refused_ = true;
   reportClosing(fault);
   if (leftover_ != nullptr) {
-    leftover_->input = std::string();
+    leftover_->input = Input();
     static_cast<void>(leftover_->inputShare.change(0));
   }
 }

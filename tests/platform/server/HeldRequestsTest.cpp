@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/server/HeldRequests.h"
@@ -31,6 +32,9 @@ const std::string kChange = frame(Message({{"change", ""}}));
 const std::string kEmpty = frameOfBody("");
 
 std::string hold(int time = 300) { return frame(Message({{"hold", std::to_string(time)}})); }
+
+/// A request with a text of `bytes`, which is its own reply.
+std::string echo(std::size_t bytes) { return frame(Message({{"echo", std::string(bytes, 'x')}})); }
 
 /// What a client has received without waiting; nothing is left then.
 std::string received(RawConnection& client) {
@@ -157,7 +161,7 @@ TEST_F(Held, LetsASecondOneWaitBehindIt) {
 }
 
 TEST_F(Held, CountsWhatComesBehindItToTheLimitOfUnfinishedInput) {
-  const std::string behind(20000, '\1');
+  const std::string behind = echo(20000);
   RawConnection client = holds(300, behind);
   EXPECT_GE(server_.context().unfinishedInput.now(), behind.size());
   client.send(behind);
@@ -175,11 +179,11 @@ TEST(HeldWithALimit, IsAnsweredAndClosedWhenWhatComesBehindItPassesTheLimit) {
   ServedByHand server({.unfinishedBytes = 30000});
   for (const std::size_t first : {std::size_t{0}, std::size_t{20000}, std::size_t{40000}}) {
     RawConnection client = server.connect();
-    client.send(hold() + std::string(first, '\1'));
+    client.send(hold() + (first > 0 ? echo(first) : ""));
     server.turn();
     if (first <= 30000) {
       EXPECT_EQ(received(client), "");
-      client.send(std::string(40000, '\1'));
+      client.send(echo(40000));
     }
     EXPECT_EQ(server.receives(client, 1000), kOver) << first;
   }
@@ -189,7 +193,7 @@ TEST(HeldWithALimit, IsAnsweredAndClosedWhenWhatComesBehindItPassesTheLimit) {
 TEST_F(Held, HasRoomBehindItForOneRequestOfTheGreatestLength) {
   const ConsoleLines console;
   const std::size_t most = server_.context().maximumBodyBytes;
-  const std::string longest = frame(Message({{"echo", std::string(most - 11, 'x')}}));
+  const std::string longest = echo(most - 11);
   ASSERT_EQ(longest.size(), most + 8);
   RawConnection client = holds();
   const auto comes = [&](const std::string& bytes) {
@@ -204,7 +208,7 @@ TEST_F(Held, HasRoomBehindItForOneRequestOfTheGreatestLength) {
   EXPECT_EQ(server_.receives(client, kChanged.size() + longest.size()), kChanged + longest);
   client.send(hold());
   server_.turn();
-  comes(longest + std::string(ServingLoop::kInputBytes + 1, '\1'));
+  comes(longest + longest.substr(0, ServingLoop::kInputBytes + 1));
   EXPECT_EQ(server_.receives(client, 1000), kOver) << "and then the end";
   EXPECT_EQ(console.count("connection closed, too much came behind a request that is held"), 1);
   EXPECT_EQ(server_.delegate().ended, 1);
@@ -214,23 +218,75 @@ TEST(HeldWithALimit, IsAnsweredAndClosedWhenAFrameBehindItIsNotCompleteInTime) {
   const ConsoleLines console;
   ServedByHand server({.partialMessage = milliseconds(100)});
   RawConnection complete = server.connect();
-  complete.send(hold() + kEcho.substr(0, 9));
+  complete.send(hold() + kEcho + kEcho.substr(0, 9));
   server.turn();
   complete.send(kEcho.substr(9));
   server.turn();
-  RawConnection client = server.connect();
-  client.send(hold() + kEcho.substr(0, 9));
-  EXPECT_EQ(server.receives(client, 1000), kOver) << "and then the end";
-  EXPECT_EQ(console.count("connection closed, a frame was not complete in time"), 1);
+  int closed = 0;
+  for (const std::string& before : {std::string(), kEcho, kEcho + hold() + kEcho}) {
+    RawConnection atOnce = server.connect();
+    atOnce.send(hold() + before + kEcho.substr(0, 9));
+    EXPECT_EQ(server.receives(atOnce, 1000), kOver) << "and then the end";
+    RawConnection later = server.connect();
+    later.send(hold() + before.substr(0, before.size() / 2));
+    server.turn();
+    later.send(before.substr(before.size() / 2) + kEcho.substr(0, 9));
+    EXPECT_EQ(server.receives(later, 1000), kOver) << "and then the end";
+    closed += 2;
+    EXPECT_EQ(console.count("connection closed, a frame was not complete in time"), closed);
+  }
   EXPECT_EQ(received(complete), "") << "is held on";
 }
 
-TEST_F(Held, IsAnsweredBeforeTheBadFrameBehindItEndsTheConnection) {
+TEST(HeldWithALimit, GivesEachFrameBehindItATimeOfItsOwn) {
+  ServedByHand server({.partialMessage = milliseconds(400)});
+  RawConnection client = server.connect();
+  client.send(hold() + kEcho.substr(0, 9));
+  server.turn();
+  for (int i = 0; i < 3; ++i) {
+    std::this_thread::sleep_for(milliseconds(200));
+    client.send(kEcho.substr(9) + kEcho.substr(0, 9));
+    server.turn();
+    EXPECT_EQ(received(client), "") << i;
+  }
+}
+
+TEST_F(Held, IsAnsweredAtOnceBeforeABadFrameThatEndsTheConnection) {
   const ConsoleLines console;
-  RawConnection client = holds(300, "garbage that is no frame");
-  changes();
-  EXPECT_EQ(client.receive(kChanged.size() + 1), kChanged);
-  EXPECT_EQ(server_.delegate().ended, 1);
+  const std::string garbage = "garbage that is no frame";
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""}, {kEcho, kEcho}, {kEcho + hold() + kEcho, kEcho + kOver + kEcho}};
+  int ended = 0;
+  for (const auto& [before, replies] : cases) {
+    for (const bool isLater : {false, true}) {
+      RawConnection client = server_.connect();
+      client.send(hold() + (isLater ? "" : before + garbage));
+      if (isLater) {
+        server_.turn();
+        EXPECT_EQ(received(client), "");
+        client.send(before + garbage);
+      }
+      const std::string all = kOver + replies;
+      EXPECT_EQ(server_.receives(client, all.size() + 1), all) << "and then the end";
+      EXPECT_EQ(server_.delegate().ended, ++ended);
+    }
+  }
+  EXPECT_EQ(console.count("connection closed, wrong mark"), ended);
+}
+
+TEST_F(Held, OfManyBeforeABadFrameNoneIsAnsweredInsideTheAnswerToTheOneBefore) {
+  constexpr int kMany = 10 * ServingLoop::kHeldAtOnce;
+  std::string requests;
+  std::string replies;
+  for (int i = 0; i < kMany; ++i) {
+    requests += hold();
+    replies += kOver;
+  }
+  RawConnection client = server_.connect();
+  client.send(requests + "garbage that is no frame");
+  server_.turn();
+  EXPECT_LE(server_.delegate().askedHeld, ServingLoop::kHeldAtOnce) << "in a turn";
+  EXPECT_EQ(server_.receives(client, replies.size() + 1), replies) << "and then the end";
 }
 
 TEST_F(Held, OfAPeerThatSendsNothingMoreIsAnsweredAtOnceAndThenClosed) {
@@ -253,7 +309,7 @@ TEST_F(Held, OfAPeerThatEndedWithItsRequestIsAnsweredAtOnce) {
 
 TEST_F(Held, OfAPeerThatHasGoneIsForgottenAtOnce) {
   int ended = 0;
-  for (const std::string& behind : {std::string(), kEcho, std::string("\1")}) {
+  for (const std::string& behind : {std::string(), kEcho, kEcho.substr(0, 9)}) {
     RawConnection client = holds();
     if (!behind.empty()) {
       client.send(behind);
