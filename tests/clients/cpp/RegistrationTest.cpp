@@ -218,6 +218,37 @@ TEST_F(ARegistration, WaitsWhileAnotherOneHasItsName) {
   EXPECT_EQ(entry("db1")->state, "ours");
 }
 
+TEST_F(ARegistration, NoticesThatAnotherOneHasItsNameHoweverOftenItsStateIsSet) {
+  server_.start();
+  Registration::Options options = named("db1");
+  options.checkEvery = 200ms;
+  options.onStatus = std::ref(told_);
+  Registration registration = started(at(server_.basePort()), options);
+  ASSERT_TRUE(told_.has(Kind::registered));
+  ASSERT_TRUE(server_.registers("db1", "otherhost"));
+  const auto end = Clock::now() + 5s;
+  while (registration.status().kind != Kind::taken && Clock::now() < end) {
+    ASSERT_TRUE(registration.setState("busy"));
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_EQ(registration.status().kind, Kind::taken);
+}
+
+TEST_F(ARegistration, LooksSoonAfterItsStartWhetherItStillHasItsName) {
+  server_.start();
+  Registration::Options options = named("db1");
+  options.onStatus = std::ref(told_);
+  const Registration registration = started(at(server_.basePort()), options);
+  ASSERT_TRUE(told_.has(Kind::registered));
+  ASSERT_TRUE(server_.registers("db1"));
+  server_.unregisters("db1");
+  const auto end = Clock::now() + 5s;
+  while (!entry("db1") && Clock::now() < end) {
+    std::this_thread::sleep_for(20ms);
+  }
+  EXPECT_TRUE(entry("db1"));
+}
+
 TEST_F(ARegistration, KeepsTheNumberThatItWasGiven) {
   server_.start();
   Registration::Options options = named("db1");

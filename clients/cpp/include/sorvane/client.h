@@ -218,7 +218,7 @@ class SORVANE_CLIENT_API Client {
 /// The name belongs to the connection that registered it last. A Registration takes its name over
 /// when it starts and whenever its own connection was lost, and at no other time: while another
 /// connection has the name it waits, and its status is `taken`. When that one ends, it registers
-/// again. It looks after this every `checkEvery`.
+/// again. It looks after this every `checkEvery`, and sooner in the first seconds.
 class SORVANE_CLIENT_API Registration {
  public:
   struct Status {

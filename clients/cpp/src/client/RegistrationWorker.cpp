@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kMostNumbers = 100;
 constexpr std::chrono::hours kAlertLifetime{1};
+constexpr std::chrono::seconds kFirstCheck{1};
 
 Error refusal(const std::string& reason) { return {ErrorCode::refused, reason}; }
 
@@ -96,10 +97,13 @@ Error RegistrationWorker::hold() {
   if (held) {
     held = enter();
   }
+  // Connections that were given up before this one may end soon, and take the name with them.
+  using std::chrono::milliseconds;
+  const milliseconds longest = std::max(options_.checkEvery, milliseconds(10));
+  milliseconds pause = std::min<milliseconds>(kFirstCheck, longest);
+  auto nextCheck = after(pause);
   while (held) {
-    const Limit limit{after(std::max(options_.checkEvery, std::chrono::milliseconds(10))),
-                      news_.descriptor()};
-    switch (waitForReading(connection_.descriptor(), limit)) {
+    switch (waitForReading(connection_.descriptor(), Limit{nextCheck, news_.descriptor()})) {
       case Woken::wake:
         news_.rest();
         if (isStopping()) {
@@ -108,14 +112,18 @@ Error RegistrationWorker::hold() {
         held = bringNews();
         break;
       case Woken::deadline:
-        held = check();
-        break;
+        break;  // below, for news may come at any time, too
       case Woken::ready:
         if (!connection_.isQuiet()) {
           held = Error{ErrorCode::closed,
                        connection_.place() + ": the name server has ended the connection"};
         }
         break;
+    }
+    if (held && Clock::now() >= nextCheck) {
+      held = check();
+      pause = std::min(2 * pause, longest);
+      nextCheck = after(pause);
     }
   }
   return held.error();
