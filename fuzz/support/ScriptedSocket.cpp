@@ -57,6 +57,8 @@ ClientSocket::Failure ClientSocket::receive(std::string& input, Deadline /*deadl
 
 std::string ClientSocket::peerAddress() const { return loop_->peerAddress; }
 
+int ClientSocket::descriptor() const { return -1; }
+
 void ClientSocket::close() { loop_->peerAddress.clear(); }
 
 }  // namespace sorvane
