@@ -111,7 +111,18 @@ TEST_F(Allocation, IsNotDoneForDidPortsChange) {
   expectNoneFor({{"action", "didPortsChange"}});
 }
 
-TEST_F(Allocation, IsNotDoneForAWatcherThatWaitsOnceMore) {
+/// Changes are made on one serving thread and told on others: one that does not get the lock at
+/// once leaves its request to a waiting thread, which allocates. So there is one serving thread
+/// here.
+class AllocationOnOneThread : public Allocation {
+ protected:
+  void SetUp() override {
+    server_.setting("Threads", "1");
+    Allocation::SetUp();
+  }
+};
+
+TEST_F(AllocationOnOneThread, IsNotDoneForAWatcherThatWaitsOnceMore) {
   const Message waiting({{"action", "awaitPortChanges"}});
   const Message change({{"action", "needsRefresh"}});
   const auto waitsForChanges = [&](int changes) {
