@@ -208,6 +208,8 @@ TEST(Client, NoticesWhatIsNoReply) {
   const std::string taken = entry("result", "success");
   const std::string cases[] = {
       "HTTP/1.1 400 Bad Request\r\n\r\n",
+      "HTTP",  // nothing follows, and the limit for a reply is 10 seconds
+      std::string(1, '\0'),
       test::frameWith("SV", 2, 1, taken.size(), taken),
       test::frameWith("SV", 1, 2, taken.size(), taken),
       test::frameWith("SV", 1, 0, 1, "x"),

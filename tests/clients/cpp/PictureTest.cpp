@@ -72,6 +72,20 @@ TEST(Page, HasAllThatIsToldOfAName) {
 }
 
 // What strangers have registered must not keep anybody from the rest.
+TEST(Page, HasTheLaterOfTwoRowsOfAName) {
+  const auto page =
+      pageOf(begin() + entry("0", row("db2", text("portNumber", "1"))) +
+             entry("1", row("db1", text("gone", "YES"))) + entry("2", row("db3")) +
+             entry("3", row("db1")) + entry("4", row("db2", text("portNumber", "2"))));
+  ASSERT_TRUE(page) << page.error().reason;
+  ASSERT_EQ(page->entries.size(), 3U);
+  EXPECT_EQ(page->entries[0].entry.name, "db3");
+  EXPECT_EQ(page->entries[1].entry.name, "db1");
+  EXPECT_FALSE(page->entries[1].gone);
+  EXPECT_EQ(page->entries[2].entry.name, "db2");
+  EXPECT_EQ(page->entries[2].entry.number, 2);
+}
+
 TEST(Page, IsReadWhateverWasRegistered) {
   for (const char* number : {"", "0", "65536", "-1", "20222x", "a", "999999999999999999999"}) {
     EXPECT_EQ(readPort(number), 0) << number;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
+#include <numeric>
 #include <utility>
 
 namespace sorvane::client::detail {
@@ -71,6 +72,32 @@ bool readRow(std::string_view row, PageEntry& into) {
   return named;
 }
 
+void leaveOutEarlierRows(std::vector<PageEntry>& entries) {
+  std::vector<std::size_t> byName(entries.size());
+  std::iota(byName.begin(), byName.end(), std::size_t{0});
+  std::sort(byName.begin(), byName.end(), [&](std::size_t one, std::size_t other) {
+    const int order = entries[one].entry.name.compare(entries[other].entry.name);
+    return order < 0 || (order == 0 && one < other);
+  });
+  std::vector<bool> isEarlier(entries.size());
+  bool hasEarlier = false;
+  for (std::size_t at = 1; at < byName.size(); ++at) {
+    if (entries[byName[at - 1]].entry.name == entries[byName[at]].entry.name) {
+      isEarlier[byName[at - 1]] = hasEarlier = true;
+    }
+  }
+  if (!hasEarlier) {
+    return;
+  }
+  std::vector<PageEntry> later;
+  for (std::size_t at = 0; at < entries.size(); ++at) {
+    if (!isEarlier[at]) {
+      later.push_back(std::move(entries[at]));
+    }
+  }
+  entries = std::move(later);
+}
+
 }  // namespace
 
 int readPort(std::string_view text) {
@@ -128,6 +155,7 @@ Result<Page> readPage(const Reply& reply) {
   if (page.more && page.entries.empty()) {
     return malformed("promises more and tells nothing");
   }
+  leaveOutEarlierRows(page.entries);
   return page;
 }
 

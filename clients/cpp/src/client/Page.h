@@ -19,11 +19,11 @@ struct PageEntry {
 };
 
 struct Page {
-  std::string instance;  ///< of the name server
-  std::string sequence;  ///< where to go on
-  bool more = false;     ///< there is more to ask for
-  bool restart = false;  ///< everything is told anew, from here on
-  std::vector<PageEntry> entries;
+  std::string instance;            ///< of the name server
+  std::string sequence;            ///< where to go on
+  bool more = false;               ///< there is more to ask for
+  bool restart = false;            ///< everything is told anew, from here on
+  std::vector<PageEntry> entries;  ///< of two rows of a name, the later one alone
 };
 
 /// Reads a reply. The errors are `unsupported` when the name server lacks the command, `refused`,

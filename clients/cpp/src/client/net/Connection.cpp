@@ -142,15 +142,16 @@ Result<void> Connection::send(const Request& request) {
   return {};
 }
 
-Result<void> Connection::receiveBytes(char* bytes, std::size_t count, const Limit& limit) {
-  while (count > 0) {
-    const ssize_t got = recv(socket_.number(), bytes, count, MSG_DONTWAIT);
+Result<std::size_t> Connection::receiveSome(char* bytes, std::size_t most, const Limit& limit) {
+  while (true) {
+    const ssize_t got = recv(socket_.number(), bytes, most, MSG_DONTWAIT);
     if (got > 0) {
-      bytes += got;
-      count -= static_cast<std::size_t>(got);
-    } else if (got == 0) {
+      return static_cast<std::size_t>(got);
+    }
+    if (got == 0) {
       return fails(ErrorCode::closed, "the name server has closed the connection");
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+    }
+    if (errno == EAGAIN || errno == EWOULDBLOCK) {
       if (waitForReading(socket_.number(), limit) != Woken::ready) {
         return fails(ErrorCode::timedOut, "the name server does not reply within the time limit");
       }
@@ -158,28 +159,44 @@ Result<void> Connection::receiveBytes(char* bytes, std::size_t count, const Limi
       return fails(ErrorCode::closed, inWords(errno));
     }
   }
-  return {};
+}
+
+Result<Header> Connection::receiveHeader(const Limit& limit) {
+  char bytes[kHeaderBytes] = {};
+  for (std::size_t had = 0; had < sizeof bytes;) {
+    const auto got = receiveSome(bytes + had, sizeof bytes - had, limit);
+    if (!got) {
+      return got.error();
+    }
+    had += *got;
+    // What is no reply may have no eight bytes: they are not waited for.
+    if (!mayBeginAHeader({bytes, had})) {
+      break;
+    }
+  }
+  const auto header = readHeader({bytes, sizeof bytes});
+  return header ? Result<Header>(*header) : fails(ErrorCode::protocol, "this is no name server");
 }
 
 Result<Reply> Connection::receive(std::chrono::milliseconds more) {
   const Limit limit{after(server_.replyLimit) + more, wake_};
-  char bytes[kHeaderBytes];
-  if (const auto got = receiveBytes(bytes, sizeof bytes, limit); !got) {
-    return got.error();
-  }
-  const auto header = readHeader({bytes, sizeof bytes});
+  const auto header = receiveHeader(limit);
   if (!header) {
-    return fails(ErrorCode::protocol, "this is no name server");
+    return header.error();
   }
   if (!header->isDictionary) {
     return Reply();
   }
   std::vector<char> body;
   while (body.size() < header->bodyBytes) {
-    const std::size_t had = body.size();
+    std::size_t had = body.size();
     body.resize(std::min(header->bodyBytes, std::max(kPieceBytes, had * 2)));
-    if (const auto got = receiveBytes(body.data() + had, body.size() - had, limit); !got) {
-      return got.error();
+    while (had < body.size()) {
+      const auto got = receiveSome(body.data() + had, body.size() - had, limit);
+      if (!got) {
+        return got.error();
+      }
+      had += *got;
     }
   }
   auto reply = Reply::ofBody(std::move(body));

@@ -53,7 +53,8 @@ class Connection {
  private:
   Error fails(ErrorCode code, const std::string& reason);
   Result<void> connectTo(SocketAddress address, const Limit& limit);
-  Result<void> receiveBytes(char* bytes, std::size_t count, const Limit& limit);
+  Result<std::size_t> receiveSome(char* bytes, std::size_t most, const Limit& limit);
+  Result<Header> receiveHeader(const Limit& limit);
 
   const NameServer server_;
   Resolver resolver_;

@@ -16,6 +16,8 @@ std::size_t bigEndian(std::string_view bytes) {
   return number;
 }
 
+constexpr std::string_view kMark = "SV\x01";
+
 bool hasRepeatedKey(const Entries& entries) {
   std::vector<std::string_view> keys;
   keys.reserve(entries.size());
@@ -28,10 +30,14 @@ bool hasRepeatedKey(const Entries& entries) {
 
 }  // namespace
 
+bool mayBeginAHeader(std::string_view bytes) {
+  return kMark.starts_with(bytes.substr(0, kMark.size()));
+}
+
 std::optional<Header> readHeader(std::string_view bytes) {
   const auto kind = static_cast<unsigned char>(bytes[3]);
   const Header header{kind == 1, bigEndian(bytes.substr(4, 4))};
-  if (bytes.substr(0, 3) != "SV\x01" || kind > 1 || header.bodyBytes > kMostBodyBytes ||
+  if (!mayBeginAHeader(bytes) || kind > 1 || header.bodyBytes > kMostBodyBytes ||
       (kind == 0 && header.bodyBytes != 0)) {
     return std::nullopt;
   }

@@ -18,6 +18,9 @@ struct Header {
   std::size_t bodyBytes;  ///< at most kMostBodyBytes
 };
 
+/// Whether a header can begin with these bytes, the first ones of a reply.
+[[nodiscard]] bool mayBeginAHeader(std::string_view bytes);
+
 /// Reads the eight bytes of a header. Nothing when no name server sends such a one.
 [[nodiscard]] std::optional<Header> readHeader(std::string_view bytes);
 
