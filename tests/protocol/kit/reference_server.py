@@ -10,7 +10,7 @@ import socket
 import struct
 import threading
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Collection
 from dataclasses import dataclass, field
 
 from . import frames
@@ -46,12 +46,13 @@ class ReferenceServer:
     """Example: with ReferenceServer(faults=("a ping is sent back",)) as server: connect(server.port)"""
 
     def __init__(self, faults: tuple[str, ...] = (), variant: str = "", script: Script | None = None,
-                 spoil: Callable[[int, int, bytes], bytes] | None = None, port: int = 0):
+                 spoil: Callable[[int, int, bytes], bytes] | None = None, port: int = 0, lacks: Collection[str] = ()):
         self.fault = Faults(*faults)
         self.partial_seconds = 1.0 if variant == "impatient" else PARTIAL_SECONDS
         self._variant = variant
         self._script = script
         self._spoil = spoil
+        self._lacks = lacks  # the commands that this version does not have
         self._listening = socket.create_server(("127.0.0.1", port), backlog=128)
         self._listening.setblocking(False)
         self.port = self._listening.getsockname()[1]
@@ -274,7 +275,7 @@ class ReferenceServer:
         self.requests.append((connection.number, request))
         held = False
         try:
-            reply = registry.reply(connection.record, request)
+            reply = [] if command in self._lacks else registry.reply(connection.record, request)
         except Ends:
             steps = self._script(command, request, None) if self._script else None
             if steps is not None:
