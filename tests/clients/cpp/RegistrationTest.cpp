@@ -249,6 +249,19 @@ TEST_F(ARegistration, LooksSoonAfterItsStartWhetherItStillHasItsName) {
   EXPECT_TRUE(entry("db1"));
 }
 
+TEST(RegistrationThatWasForgotten, LooksAsSoonAfterItHasRegisteredAgainAsAfterItsStart) {
+  test::ScriptedNameServer server([](const test::RequestTexts&) {
+    return test::frameOfTexts(
+        {{"portNumber", "20300"}, {"reconnectPort", "db1"}, {"notFound", "db1"}});
+  });
+  const Registration registration = started(at(server.port()), named("db1"));
+  ASSERT_TRUE(server.isAsked("findPort"));
+  const auto first = Clock::now();
+  ASSERT_TRUE(server.isAsked("reconnectPort"));
+  ASSERT_TRUE(server.isAsked("findPort", 2));
+  EXPECT_LT(Clock::now() - first, 1900ms);  // a second, and not two
+}
+
 TEST_F(ARegistration, KeepsTheNumberThatItWasGiven) {
   server_.start();
   Registration::Options options = named("db1");

@@ -218,7 +218,8 @@ class SORVANE_CLIENT_API Client {
 /// The name belongs to the connection that registered it last. A Registration takes its name over
 /// when it starts and whenever its own connection was lost, and at no other time: while another
 /// connection has the name it waits, and its status is `taken`. When that one ends, it registers
-/// again. It looks after this every `checkEvery`, and sooner in the first seconds.
+/// again. It checks this 1 second after it has registered. Each pause until the next check is twice
+/// as long as the one before, up to `checkEvery`.
 class SORVANE_CLIENT_API Registration {
  public:
   struct Status {
@@ -256,8 +257,8 @@ class SORVANE_CLIENT_API Registration {
     /// registration.
     std::function<void(const Error& error)> onError;
 
-    /// How often it is checked that the name server answers and still has the name; at least 10 ms.
-    /// One that hangs is noticed after this time and `NameServer::replyLimit`.
+    /// The longest pause between two checks that the name server answers and still has the name; at
+    /// least 10 ms. One that hangs is noticed after this time and `NameServer::replyLimit`.
     std::chrono::milliseconds checkEvery{10000};
   };
 

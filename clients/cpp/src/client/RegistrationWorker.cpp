@@ -97,11 +97,7 @@ Error RegistrationWorker::hold() {
   if (held) {
     held = enter();
   }
-  // Connections that were given up before this one may end soon, and take the name with them.
-  using std::chrono::milliseconds;
-  const milliseconds longest = std::max(options_.checkEvery, milliseconds(10));
-  milliseconds pause = std::min<milliseconds>(kFirstCheck, longest);
-  auto nextCheck = after(pause);
+  auto nextCheck = after(checkPause_);
   while (held) {
     switch (waitForReading(connection_.descriptor(), Limit{nextCheck, news_.descriptor()})) {
       case Woken::wake:
@@ -121,15 +117,21 @@ Error RegistrationWorker::hold() {
         break;
     }
     if (held && Clock::now() >= nextCheck) {
+      checkPause_ = std::min(2 * checkPause_, longestCheckPause());
       held = check();
-      pause = std::min(2 * pause, longest);
-      nextCheck = after(pause);
+      nextCheck = after(checkPause_);
     }
   }
   return held.error();
 }
 
+std::chrono::milliseconds RegistrationWorker::longestCheckPause() const {
+  return std::max(options_.checkEvery, std::chrono::milliseconds(10));
+}
+
 Result<void> RegistrationWorker::enter() {
+  // Connections that were given up before may end soon, and take the name with them.
+  checkPause_ = std::min<std::chrono::milliseconds>(kFirstCheck, longestCheckPause());
   auto entered = number_ == 0 ? enterWithNewNumber() : enterWithNumber();
   if (entered) {
     makeKeptDue();

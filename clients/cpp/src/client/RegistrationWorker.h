@@ -1,6 +1,7 @@
 // What a Registration does.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
@@ -51,6 +52,7 @@ class RegistrationWorker final : public Worker {
   void keep(Kept& kept, std::string_view text);
   void makeKeptDue();
   void tell(Kind kind, const std::string& reason);
+  [[nodiscard]] std::chrono::milliseconds longestCheckPause() const;
 
   const NameServer server_;
   const Registration::Options options_;
@@ -58,7 +60,8 @@ class RegistrationWorker final : public Worker {
 
   // Of the thread.
   Connection connection_;
-  int number_;  // 0 until one is ours
+  int number_;                              // 0 until one is ours
+  std::chrono::milliseconds checkPause_{};  // until the next check; set by each registering
 
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;
