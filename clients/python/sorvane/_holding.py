@@ -76,9 +76,11 @@ class Wishes:
 class Holding:
     """Holds a name at a name server: connects, registers, checks, and so on, for ever."""
 
-    def __init__(self, plan: Plan, wishes: Wishes) -> None:
+    def __init__(self, plan: Plan, wishes: Wishes, clock: Callable[[], float] = time.monotonic) -> None:
         self._plan = plan
         self._wishes = wishes
+        self._clock = clock
+        self._pause = 0.0  # seconds until the next check; set by each registering
         self._number = plan.number
         self._listening = plan.number != 0
         self._status = RegistrationStatus(number=plan.number)
@@ -90,12 +92,9 @@ class Holding:
             try:
                 here: Here = yield Connect()
                 yield from self._register()
-                # Connections that were given up before this one may end soon, and take the name with them.
-                pause = FIRST_CHECK_SECONDS
                 while True:
-                    yield Idle(min(pause, self._plan.check_every))
-                    pause *= 2
-                    yield from self._send_wishes(again=False)
+                    yield from self._follow_wishes(self._clock() + self._pause)
+                    self._pause = min(2 * self._pause, self._plan.check_every)
                     yield from self._check(here)
             except Refused as error:
                 yield from self._tell(RegistrationStatus("refused", self._number, str(error)))
@@ -110,6 +109,8 @@ class Holding:
 
     def _register(self) -> Steps[None]:
         plan = self._plan
+        # Connections that were given up before may end soon, and take the name with them.
+        self._pause = min(FIRST_CHECK_SECONDS, plan.check_every)
         if self._listening:
             yield from _questions.reconnect(plan.name, self._number, plan.host, plan.type, plan.address)
         else:
@@ -129,6 +130,14 @@ class Holding:
                 self._listening = True
                 return
         raise Refused(f"listening failed on {LISTEN_ATTEMPTS} numbers: {reason}")
+
+    def _follow_wishes(self, end: float) -> Steps[None]:
+        """Sends what is set, until a time of the clock."""
+        while True:
+            yield Idle(max(end - self._clock(), 0.0))
+            yield from self._send_wishes(again=False)
+            if self._clock() >= end:
+                return
 
     def _send_wishes(self, again: bool) -> Steps[None]:
         state, alert = self._wishes.take(again)

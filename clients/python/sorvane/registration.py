@@ -30,9 +30,9 @@ class Registration:
 
     The name belongs to the connection that registered it last. A Registration takes its name over when it starts and
     whenever its own connection was lost, and at no other time: while another connection has the name it waits, and its
-    status is "taken". When that one ends, it registers again. It looks after this every ``check_every`` seconds, and
-    more often right after it has registered. A name server that hangs is noticed after this time and the limit of a
-    reply.
+    status is "taken". When that one ends, it registers again. It checks this 1 second after it has registered. Each
+    pause until the next check is twice as long as the one before, up to ``check_every`` seconds. A name server that
+    hangs is noticed after the pause and the limit of a reply.
 
     ``name`` is the name of the database, ``type`` any text, ``registered_host`` where it listens (the name of this host
     when empty), ``address`` its address, if any.

@@ -130,6 +130,10 @@ class AtARealNameServer(unittest.TestCase):
         self.assertLess(time.monotonic() - before, 2.0)
 
 
+OURS = frame(("portNumber", "7"), ("portHost", "h"), ("result", "success"))
+"""A reply to everything, of a name server that has the name for number 7 on host h."""
+
+
 class AtAnOtherServer(unittest.TestCase):
     def test_that_refuses_is_an_error_at_the_start(self) -> None:
         with ScriptedServer(lambda request: NO_DICTIONARY) as server:
@@ -177,6 +181,43 @@ class AtAnOtherServer(unittest.TestCase):
             with held:
                 held.set_state("one")
                 wait_until(lambda: server.asked("state", "two"), "the new state")
+
+    @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 1000)
+    def test_that_is_told_states_is_not_asked_for_the_name_after_each(self) -> None:
+        with ScriptedServer(lambda request: OURS) as server:
+            with VARIANT.Registration("db1", "127.0.0.1", server.port, registered_host="h", check_every=1000) as held:
+                for state in map(str, range(5)):
+                    held.set_state(state)
+                    wait_until(lambda: server.asked("state", state), "the state")
+            self.assertEqual(server.asked("findPort", "db1"), 0)
+
+    @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 0.1)
+    def test_that_is_told_states_is_asked_for_the_name_in_time(self) -> None:
+        with ScriptedServer(lambda request: OURS) as server:
+            with VARIANT.Registration("db1", "127.0.0.1", server.port, registered_host="h", check_every=1000) as held:
+                for state in map(str, range(12)):
+                    held.set_state(state)
+                    wait_until(lambda: server.asked("state", state), "the state")
+                asked = server.asked("findPort", "db1")
+                wait_until(lambda: server.asked("findPort", "db1") > asked, "a question after the states")
+
+    @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 0.1)
+    def test_that_is_told_states_all_the_time_is_asked_for_the_name_meanwhile(self) -> None:
+        with ScriptedServer(lambda request: OURS) as server:
+            with VARIANT.Registration("db1", "127.0.0.1", server.port, registered_host="h", check_every=0.1) as held:
+
+                def is_asked_after_another_state() -> bool:
+                    held.set_state("busy")
+                    return server.asked("findPort", "db1") >= 2
+
+                wait_until(is_asked_after_another_state, "two questions between states")
+
+    @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 0.05)
+    def test_that_forgets_the_name_again_and_again_is_asked_for_it_as_soon_each_time(self) -> None:
+        forgotten = frame(("portNumber", "7"), ("reconnectPort", "db1"), ("notFound", "db1"))
+        with ScriptedServer(lambda request: forgotten) as server:
+            with VARIANT.Registration("db1", "127.0.0.1", server.port, registered_host="h", check_every=1000):
+                wait_until(lambda: server.asked("reconnectPort", "db1") >= 10, "ten registrations")
 
     @quick_attempts
     @mock.patch("sorvane._holding.FIRST_CHECK_SECONDS", 1000)
