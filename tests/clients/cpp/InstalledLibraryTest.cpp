@@ -57,7 +57,7 @@ class InstalledLibrary : public testing::Test {
                  library_.string() + "' '" + program.string() + "' db1 " + port + " < '" +
                  (folder_ / "input").string() + "' & } ; exec 9> '" + (folder_ / "input").string() +
                  "'; '" + builtProgram("sorvctl").string() + "' --port " + port +
-                 " wait db1 --state running --timeout 20 && echo found");
+                 " wait db1 --state running --timeout 20 && echo found; exec 9>&-; wait");
     EXPECT_NE(found.find("found\n"), std::string::npos) << found;
     EXPECT_NE(found.find(std::to_string(server.basePort() + 1) + "\n"), std::string::npos) << found;
   }
