@@ -1,0 +1,87 @@
+// The form in which the name server hands what it keeps in memory to the program that goes on with
+// it: a newer version of itself, or one that takes the place of one that has died.
+//
+// A description is a header and a body:
+//
+//   "sorvkept" | version | bytes of the body | check sum of the body | body
+//      8 bytes |       4 |                 8 |                     8 |
+//
+// Its numbers are little-endian. The body is a row of values without names: whoever reads it asks
+// for the same values in the same order. A number is written in groups of seven bits, the lowest
+// first, each but the last with the top bit set. A text has its length before it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/NSException.h"
+
+namespace sorvane {
+
+/// The version that this program writes. It reads this one and all before it. Each change of what
+/// is written gets a new one: docs/continuity.md tells how.
+inline constexpr std::uint32_t kKeptVersion = 1;
+
+/// A description is damaged, or from a version that this program does not know.
+class KeptFault : public NSException {
+ public:
+  using NSException::NSException;
+};
+
+/// Writes a description. Raises std::bad_alloc if there is no memory. One thread at a time.
+class KeptWriter {
+ public:
+  void number(std::uint64_t value);
+  void flag(bool value) { number(value ? 1 : 0); }
+  /// Any value, also one that is no number; read back bit by bit.
+  void real(double value);
+  void text(std::string_view value);
+  void optionalText(const std::optional<std::string_view>& value);
+  /// An open descriptor, which the next program needs: see `descriptors`.
+  void descriptor(int number);
+
+  /// Returns the descriptors that were written, in their order. The next program must inherit them.
+  [[nodiscard]] const std::vector<int>& descriptors() const { return descriptors_; }
+  [[nodiscard]] std::string_view body() const { return body_; }
+  /// Returns the header that goes before the body. The caller writes both: a body may be long.
+  [[nodiscard]] std::string header() const;
+
+ private:
+  std::string body_;
+  std::vector<int> descriptors_;
+};
+
+/// Reads a description, or a part of one. Believes nothing: each function raises KeptFault if there
+/// is no such value, or none within the range. Owns nothing: a text that it returns is a view of
+/// the description. One thread at a time.
+class KeptReader {
+ public:
+  /// Checks header and check sum of a whole description, which must outlive the reader.
+  explicit KeptReader(std::string_view description);
+
+  /// The version of the description: 1 to `kKeptVersion`.
+  [[nodiscard]] std::uint32_t version() const { return version_; }
+
+  [[nodiscard]] std::uint64_t number(std::uint64_t most = ~std::uint64_t{0});
+  [[nodiscard]] bool flag() { return number(1) != 0; }
+  [[nodiscard]] double real();
+  [[nodiscard]] std::string_view text();
+  [[nodiscard]] std::optional<std::string_view> optionalText();
+  /// Reads how many things follow that take `leastBytes` each, or more. What is left must have room
+  /// for them, so a reader may reserve memory for so many.
+  [[nodiscard]] std::size_t count(std::size_t leastBytes = 1);
+  /// Reads the number of a descriptor: 3 to 2^31 - 1. Whether it is open is for the caller to see.
+  [[nodiscard]] int descriptor();
+  /// Raises KeptFault unless everything was read.
+  void end() const;
+
+ private:
+  std::string_view rest_;
+  std::uint32_t version_ = 0;
+};
+
+}  // namespace sorvane
