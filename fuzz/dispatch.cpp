@@ -98,8 +98,8 @@ class Commands {
     sender.setReplyBuffer(&written);
     Notes notes;
     const ServerServices services{version, version};
-    CommandContext context{registry_, request,  sender,   sender.replyWriter(),
-                           host_,     services, verbose_, notes};
+    CommandContext context{registry_, continuity_, request,  sender, sender.replyWriter(),
+                           host_,     services,    verbose_, notes};
     const std::string before = snapshot();
     const bool mayWait = rule.mayWait(context);
     try {
@@ -146,6 +146,7 @@ class Commands {
   }
 
   Registry registry_{kLimits};
+  const Continuity continuity_;
   const HostFacts host_;
   const bool verbose_;
   std::set<std::string> names_;

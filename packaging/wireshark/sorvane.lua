@@ -91,6 +91,7 @@ local commands = {
   { action = "awaitPortChanges" },
   { action = "portChanges" },
   { action = "forgetPort" },
+  { action = "continuity" },
   { action = "get_userpreferences_key" },
   { action = "set_userpreferences_key" },
   { action = "set_userpreferences" },

@@ -26,8 +26,8 @@ constexpr ServerServices kServices{
 
 inline CommandContext sorvkeyController::context(const Message& request, NetConnection& sender,
                                                  Notes& notes) {
-  return {registry_, request, sender, sender.replyWriter(), host_, kServices, sorvkey_verbose != 0,
-          notes};
+  return {registry_, continuity_,          request, sender, sender.replyWriter(), host_,
+          kServices, sorvkey_verbose != 0, notes};
 }
 
 // Those that wait for the lock come first: a connection that takes it again and again would leave

@@ -15,6 +15,7 @@
 #include "platform/VNFileLock.h"
 #include "platform/VNThreadLock.h"
 #include "registry/CommandContext.h"
+#include "registry/Continuity.h"
 #include "registry/Dispatch.h"
 #include "registry/HostLists.h"
 #include "registry/Registry.h"
@@ -129,6 +130,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
 
   [[nodiscard]] VNThreadLock& serverLock() { return serverLock_; }
   [[nodiscard]] Registry& registry() { return registry_; }
+  [[nodiscard]] Continuity& continuity() { return continuity_; }
   /// Null before `runConnection`.
   [[nodiscard]] InfoserverController* infoserver() { return infoserver_.get(); }
   /// True while `runConnection` is between registering its own ports and starting the watcher
@@ -159,6 +161,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   const HostFacts host_;
   // Protect themselves.
   Registry registry_;
+  Continuity continuity_;
   VNThreadLock serverLock_;
   std::atomic<int> waitingForServerLock_ = 0;  // threads
   ConsoleRateLimit droppedPortsConsole_;

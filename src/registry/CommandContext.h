@@ -8,6 +8,7 @@
 
 #include "platform/NSException.h"
 #include "platform/NetConnection.h"
+#include "registry/Continuity.h"
 #include "registry/HostFacts.h"
 #include "registry/Outcome.h"
 #include "registry/Registry.h"
@@ -23,6 +24,7 @@ struct ServerServices {
 /// One request that is being carried out.
 struct CommandContext {
   Registry& registry;
+  const Continuity& continuity;
   const Message& request;
   const NetConnection& sender;
   MessageWriter reply;  ///< writes the reply; raises NSException when it becomes too long

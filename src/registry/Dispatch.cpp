@@ -6,6 +6,7 @@
 
 #include "platform/Ascii.h"
 #include "registry/ChangeCommands.h"
+#include "registry/ContinuityCommand.h"
 #include "registry/HostCommands.h"
 #include "registry/PortCommands.h"
 #include "registry/RequestKeys.h"
@@ -46,6 +47,7 @@ constexpr DispatchRule kRules[] = {
     {{},                   "awaitPortChanges",    reads,       nullptr,              awaitPortChanges,    never},
     {{},                   "portChanges",         reads,       nullptr,              portChanges,         portChangesMayWait},
     {{},                   "forgetPort",          registers,   nullptr,              forgetPort,          never},
+    {{},                   "continuity",          reads,       nullptr,              continuity,          never},
     {{},                   "",                    reads,       nullptr,              infoServer,          always},
 };
 // clang-format on

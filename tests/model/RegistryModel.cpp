@@ -88,7 +88,7 @@ std::string commandOf(const Request& request) {
   for (const char* word :
        {"needsRefresh", "setAlertState", "setDatabaseState", "databaseStates", "watchPortChanges",
         "didPortsChange", "changeTimestamp", "sorvexecConnectHost", "hostInfo", "hostList",
-        "awaitPortChanges", "portChanges", "forgetPort"}) {
+        "awaitPortChanges", "portChanges", "forgetPort", "continuity"}) {
     if (says(request, "action", word)) {
       return word;
     }

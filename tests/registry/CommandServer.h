@@ -34,8 +34,8 @@ class CommandServer : public NetConnectionDelegate {
         .platformName = []() -> const std::string& { return system; },
     };
     Notes notes;
-    CommandContext context{registry, request,  sender,  sender.replyWriter(),
-                           host,     services, verbose, notes};
+    CommandContext context{registry, continuity, request, sender, sender.replyWriter(),
+                           host,     services,   verbose, notes};
     const DispatchRule& rule = ruleFor(request);
     lastMayWait = rule.mayWait(context);
     Outcome outcome = Reply::none();
@@ -69,6 +69,7 @@ class CommandServer : public NetConnectionDelegate {
   }
 
   Registry registry;
+  Continuity continuity;
   Warnings warnings;
   HostFacts host;
   bool verbose = false;

@@ -26,7 +26,8 @@ const std::vector<Selector>& selectorsInOrder() {
       {{}, "changeTimestamp"},  {{}, "sorvexecConnectHost"},
       {{}, "hostInfo"},         {{}, "hostList"},
       {{}, "awaitPortChanges"}, {{}, "portChanges"},
-      {{}, "forgetPort"},       {{}, "anything else"},
+      {{}, "forgetPort"},       {{}, "continuity"},
+      {{}, "anything else"},
   };
   return selectors;
 }
@@ -135,6 +136,7 @@ class RemoteConnection : public InProcessConnection {
 
 TEST(Reserved, AreTheEffectsThatTheSettingsKeepForThisMachine) {
   Registry registry;
+  const Continuity continuity;
   const Message request;
   const InProcessConnection local;
   const RemoteConnection remote;
@@ -145,8 +147,8 @@ TEST(Reserved, AreTheEffectsThatTheSettingsKeepForThisMachine) {
     HostFacts host;
     host.takesRemoteControl = control;
     host.takesRemoteRegistration = registration;
-    const CommandContext context{registry, request,  sender, MessageWriter(buffer),
-                                 host,     services, false,  notes};
+    const CommandContext context{registry, continuity, request, sender, MessageWriter(buffer),
+                                 host,     services,   false,   notes};
     std::string effects;
     for (const Effect effect : {Effect::reads, Effect::registers, Effect::endsProcess}) {
       effects += isReservedFrom(context, effect) ? 'x' : '-';

@@ -69,6 +69,7 @@ const std::vector<Example>& examples() {
        {},
        {}},
       {"forgetPort", {{"action", "forgetPort"}, {"name", "db1"}}, {"name"}, {"name"}},
+      {"continuity", {{"action", "continuity"}}, {}, {}},
       {"infoServer", {{"action", "unknown"}}, {}, {}},
   };
   return all;

@@ -17,7 +17,8 @@ from .wording import Mismatch
 
 TIMEOUT = "2"  # seconds that a client is told to wait for a reply
 PATIENCE = 20.0
-NEWER = {"awaitPortChanges", "portChanges", "forgetPort"}  # what an earlier server does not know
+# What an earlier server does not know.
+NEWER = {"awaitPortChanges", "portChanges", "forgetPort", "continuity"}
 
 
 class LeftOut(Exception):

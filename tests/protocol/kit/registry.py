@@ -68,7 +68,7 @@ class Registry:
     forgotten: int = 0  # the sequence of the newest removal that is no longer remembered
 
     def __post_init__(self) -> None:
-        self.instance = f"{time.time_ns():x}"
+        self.instance = f"{time.time_ns():032x}"
         self.sequence = 0
         self.next_number = self.base + 1
         self.refresh = 0
@@ -159,7 +159,7 @@ class Registry:
         rows = [("ping",), ("reconnectPort",), ("findPort",), ("acceptPort",), ("terminate",), "restart", new_port,
                 "needsRefresh", "setAlertState", "setDatabaseState", "databaseStates", "watchPortChanges",
                 "didPortsChange", "changeTimestamp", "sorvexecConnectHost", "hostInfo", "hostList", "awaitPortChanges",
-                "portChanges", "forgetPort", "get_userpreferences_key", "set_userpreferences_key",
+                "portChanges", "forgetPort", "continuity", "get_userpreferences_key", "set_userpreferences_key",
                 "set_userpreferences", "get_userpreferences"]
         if self.fault("the action terminate is a command"):
             rows.insert(6, "terminate")
@@ -422,6 +422,21 @@ class Registry:
         self._text(values, "hostName"), self._text(values, "portHostAddress")
         same = self._text(values, "ethernetAddress") == ETHERNET
         return self._result("connected" if same or self.fault("every launcher is connected") else "failed")
+
+    def _do_continuity(self, record: Record, values: dict, request: Entries) -> Entries:
+        if self.fault("continuity clears the mark"):
+            record.dirty = False
+        if self.fault("continuity makes a watcher"):
+            record.watches = True
+        if self.fault("continuity is a change"):
+            self.mark("")
+        instance = "0" * 32 if self.fault("continuity tells another instance") else self.instance
+        count = "1" if self.fault("the counts of a run do not begin with 0") else "0"
+        count = "" if self.fault("a count is no number") else count
+        refused = "" if not self.fault("a refusal is told that there was not") else "no"
+        told = self._texts(("instance", instance), ("upgrades", count), ("crashes", count), ("attempts", count),
+                           ("refused", None if self.fault("continuity tells no refusal") else refused))
+        return self._result("success" if self.fault("continuity replies with success") else "succeed") + told
 
     def _do_terminate(self, record: Record, values: dict, request: Entries) -> Entries:
         if self.fault("terminate has a reply and no effect"):

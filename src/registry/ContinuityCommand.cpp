@@ -1,0 +1,18 @@
+#include "registry/ContinuityCommand.h"
+
+#include <string>
+
+namespace sorvane {
+
+Outcome continuity(CommandContext& context) {
+  const Continuity::Figures figures = context.continuity.figures();
+  context.reply.text("result", "succeed");
+  context.reply.text("instance", context.registry.instance());
+  context.reply.text("upgrades", std::to_string(figures.upgrades));
+  context.reply.text("crashes", std::to_string(figures.crashes));
+  context.reply.text("attempts", std::to_string(figures.attempts));
+  context.reply.text("refused", figures.refused);
+  return Reply::written();
+}
+
+}  // namespace sorvane
