@@ -10,6 +10,7 @@
 #include "integration/Client.h"
 #include "integration/JsonDocument.h"
 #include "integration/Sorvctl.h"
+#include "integration/UpgradeHost.h"
 #include "support/Documents.h"
 #include "support/ScriptedPeer.h"
 #include "support/TestFiles.h"
@@ -120,6 +121,14 @@ class SorvctlJson : public Sorvctl {
     keep("net", {status.value_or(-1), watching->output(), watching->errors()});
   }
 
+  /// At a server that plays the part, with a lock and settings of its own.
+  void runUpgrade() {
+    UpgradeHost host;
+    host.starts("upgrades");
+    keep("upgrade", host.tool(whole("upgrade", {})));
+    keep("host-info", host.tool(whole("host-info", {})));
+  }
+
   /// What it finds depends on the host that the test runs on, and so does its status.
   void runDoctor() {
     Outcome seen = tool(whole("doctor", {}));
@@ -175,6 +184,7 @@ TEST_F(SorvctlJson, IsWhatItsDocumentSays) {
                         {"ethernetAddress", "02:00:00:00:00:01"}})
                   .has_value());
   prints("hosts");
+  runUpgrade();
   runBrowse();
   runDoctor();
   runDefaults();

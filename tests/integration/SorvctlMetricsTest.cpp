@@ -63,7 +63,8 @@ TEST(SorvctlMetrics, AreAcceptedByAParserOfTheFormat) {
         "gauge - sorvane_alerts [] 1.0\n",
         "gauge seconds sorvane_last_change_timestamp_seconds [] ",
         "gauge seconds sorvane_last_change_age_seconds [] ",
-        "gauge seconds sorvane_answer_seconds [] ", "gauge - sorvane_build_info [('version', '"}) {
+        "gauge seconds sorvane_answer_seconds [] ", "gauge - sorvane_build_info [('version', '",
+        "counter - sorvane_upgrades_total [] 0.0\n", "counter - sorvane_crashes_total [] 0.0\n"}) {
     EXPECT_NE(samples.find(sample), std::string::npos) << sample << samples << outcome.output;
   }
   EXPECT_TRUE(outcome.output.ends_with("# EOF\n"));
@@ -84,8 +85,9 @@ TEST(SorvctlMetrics, AreThoseOfTheDocument) {
   std::istringstream text(metrics(server.basePort()).output);
   for (std::string line; std::getline(text, line);) {
     if (line.starts_with("# TYPE ")) {
-      EXPECT_TRUE(line.ends_with(" gauge")) << line;
-      told.push_back(line.substr(7, line.find(' ', 7) - 7));
+      const bool isCounter = line.ends_with(" counter");
+      EXPECT_TRUE(isCounter || line.ends_with(" gauge")) << line;
+      told.push_back(line.substr(7, line.find(' ', 7) - 7) + (isCounter ? "_total" : ""));
     }
   }
   EXPECT_EQ(told, documented);

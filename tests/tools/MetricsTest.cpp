@@ -36,6 +36,7 @@ TEST(Metrics, TellWhatTheServerHasTold) {
   numbers.now = 1060.75;
   numbers.answerSeconds = 0.000125;
   numbers.version = "1.0.0 (build #1) 11.20.2026";
+  numbers.continuity = Continuity{"0123", 3, 1, 4, ""};
   EXPECT_EQ(openMetrics(numbers),
             "# HELP sorvane_up 1 if the name server answers, otherwise 0.\n"
             "# TYPE sorvane_up gauge\n"
@@ -64,6 +65,12 @@ TEST(Metrics, TellWhatTheServerHasTold) {
             "# HELP sorvane_build_info 1, with the version of the name server.\n"
             "# TYPE sorvane_build_info gauge\n"
             "sorvane_build_info{version=\"1.0.0 (build #1) 11.20.2026\"} 1\n"
+            "# HELP sorvane_upgrades Upgrades in place since the name server was started.\n"
+            "# TYPE sorvane_upgrades counter\n"
+            "sorvane_upgrades_total 3\n"
+            "# HELP sorvane_crashes Serving processes that were replaced after their death.\n"
+            "# TYPE sorvane_crashes counter\n"
+            "sorvane_crashes_total 1\n"
             "# EOF\n");
 }
 
@@ -71,6 +78,7 @@ TEST(Metrics, LeaveOutWhatTheServerDoesNotTell) {
   const std::string text = openMetrics(Numbers{});
   EXPECT_EQ(text.find("last_change"), std::string::npos);
   EXPECT_EQ(text.find("build_info"), std::string::npos);
+  EXPECT_EQ(text.find("_total"), std::string::npos);
   EXPECT_NE(text.find("sorvane_up 1\n"), std::string::npos);
 }
 

@@ -1,7 +1,12 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "sorvctl/Command.h"
+#include "sorvctl/Continuity.h"
 #include "sorvctl/Failure.h"
 #include "sorvctl/HostInfo.h"
 #include "sorvctl/Output.h"
@@ -18,11 +23,17 @@ int hostInfo(Session& session) {
   if (!info) {
     throw Failure(Status::saidNo, "the server tells about its host on that host only");
   }
-  printFields(session, {{"name", info->name},
-                        {"ethernetAddress", info->ethernetAddress},
-                        {"address", info->address},
-                        {"version", info->version},
-                        {"platform", info->platform}});
+  std::vector<std::pair<std::string, std::string>> fields{
+      {"name", info->name},
+      {"ethernetAddress", info->ethernetAddress},
+      {"address", info->address},
+      {"version", info->version},
+      {"platform", info->platform}};
+  const std::optional<Continuity> continuity = readContinuity(session);
+  if (continuity && continuity->upgrades > 0) {
+    fields.emplace_back("upgrades", std::to_string(continuity->upgrades));
+  }
+  printFields(session, fields);
   return 0;
 }
 

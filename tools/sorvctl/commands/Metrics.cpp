@@ -64,6 +64,7 @@ Numbers ask(Session& session) {
   numbers.now =
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
   numbers.version = versionOf(session);
+  numbers.continuity = readContinuity(session);
   const std::vector<Database> databases = readDatabases(session);
   numbers.counts = metrics::counted(databases);
   numbers.alerts = static_cast<std::size_t>(
@@ -87,6 +88,10 @@ ordered_json jsonOf(const std::optional<Numbers>& numbers) {
   }
   object["answerSeconds"] = numbers->answerSeconds;
   object["version"] = numbers->version;
+  if (numbers->continuity) {
+    object["upgrades"] = numbers->continuity->upgrades;
+    object["crashes"] = numbers->continuity->crashes;
+  }
   return object;
 }
 

@@ -53,6 +53,12 @@ void addGauge(std::string& text, const char* name, const char* help, Value value
   text += fmt::format("{} {}\n", name, value);
 }
 
+/// A family with one sample, which only goes up.
+void addCounter(std::string& text, const std::string& name, const char* help, std::uint64_t value) {
+  addFamily(text, name, "counter", help);
+  text += fmt::format("{}_total {}\n", name, value);
+}
+
 }  // namespace
 
 std::vector<Count> counted(const std::vector<Database>& databases) {
@@ -109,6 +115,12 @@ std::string openMetrics(const std::optional<Numbers>& numbers) {
       addFamily(text, "sorvane_build_info", "gauge", "1, with the version of the name server.");
       text +=
           fmt::format("sorvane_build_info{{version={}}} 1\n", inQuotes(labelOf(numbers->version)));
+    }
+    if (numbers->continuity) {
+      addCounter(text, "sorvane_upgrades", "Upgrades in place since the name server was started.",
+                 numbers->continuity->upgrades);
+      addCounter(text, "sorvane_crashes", "Serving processes that were replaced after their death.",
+                 numbers->continuity->crashes);
     }
   }
   return text + "# EOF\n";

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "sorvctl/Continuity.h"
 #include "sorvctl/DatabaseList.h"
 
 namespace sorvctl::metrics {
@@ -25,6 +26,7 @@ struct Numbers {
   double now = 0;                    ///< this host's clock, in the same way
   double answerSeconds = 0;          ///< from a question to its answer, on an open connection
   std::string version;               ///< empty when the server does not tell
+  std::optional<Continuity> continuity;  ///< nothing when the server does not tell
 };
 
 /// The most counts that are told. They are those with the most databases. The rest is one count

@@ -1,0 +1,139 @@
+// "sorvctl upgrade" at servers that play the part of a name server: with its lock and its port, in
+// processes of their own that get real signals.
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "integration/Daemon.h"
+#include "integration/Sorvctl.h"
+#include "integration/UpgradeHost.h"
+#include "support/ForkedPart.h"
+#include "support/Program.h"
+
+namespace sorvane::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class SorvctlUpgrade : public testing::Test, protected UpgradeHost {};
+
+TEST_F(SorvctlUpgrade, WaitsForTheNewProgramAndTellsBothVersions) {
+  starts("upgrades");
+  const std::string process = std::to_string(server().process());
+  const Outcome first = tool({"upgrade"});
+  EXPECT_EQ(first.status, 0) << first.errors;
+  EXPECT_EQ(first.output, "upgraded from 1.0 to 1.1\n");
+  EXPECT_EQ(first.errors, "");
+  const Outcome second = tool({"--json", "upgrade"});
+  EXPECT_EQ(second.output,
+            "{\"process\":" + process + R"(,"from":"1.1","to":"1.2","upgrades":2})" + "\n");
+  EXPECT_TRUE(server().isRunning());
+}
+
+TEST_F(SorvctlUpgrade, ConnectsAnewIfTheConnectionDoesNotSurvive) {
+  starts("drops");
+  const Outcome outcome = tool({"upgrade"});
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.output, "upgraded from 1.0 to 1.1\n");
+}
+
+TEST_F(SorvctlUpgrade, TellsWhyItIsRefused) {
+  starts("refuses");
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    expectFailure(tool({"upgrade"}), 1, "not upgraded: the new program does not know\\nversion 7");
+  }
+  EXPECT_TRUE(server().isRunning());
+}
+
+TEST_F(SorvctlUpgrade, EndsWithTheTimeAndTellsHowFarItIs) {
+  starts("hangs");
+  const auto begin = std::chrono::steady_clock::now();
+  expectFailure(tool({"upgrade", "--timeout", "0.3"}), 1,
+                "the time is over: sorvinfo (process " + std::to_string(server().process()) +
+                    ") has begun the upgrade and not finished it");
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+}
+
+TEST_F(SorvctlUpgrade, TellsThatItHasNotBegun) {
+  starts("ignores");
+  expectFailure(tool({"upgrade", "--timeout", "0.3"}), 1, "has not begun the upgrade");
+}
+
+TEST_F(SorvctlUpgrade, SendsNoSignalToAnEarlierRelease) {
+  starts("earlier");
+  expectFailure(tool({"upgrade"}), 1,
+                "is of a release that cannot be upgraded in place: restart it");
+  EXPECT_TRUE(server().isRunning());
+}
+
+TEST_F(SorvctlUpgrade, TellsThatTheNameServerHasEnded) {
+  starts("dies");
+  const auto process = server().process();
+  expectFailure(tool({"upgrade"}), 1,
+                "sorvinfo (process " + std::to_string(process) + ") has ended");
+}
+
+TEST_F(SorvctlUpgrade, TellsThatAnotherNameServerHasBegun) {
+  starts("begins");
+  expectFailure(tool({"upgrade"}), 1, "another name server has begun anew");
+}
+
+TEST_F(SorvctlUpgrade, WithoutANameServerSaysSo) {
+  expectFailure(tool({"upgrade"}), 3,
+                "no name server runs on this host: nobody holds " + lock().string());
+  fs::create_directory(lock());
+  expectFailure(tool({"upgrade"}), 1, lock().string() + ": it is no plain file");
+}
+
+TEST_F(SorvctlUpgrade, OfALockThatAStrangerHoldsSendsNoSignal) {
+  const ForkedPart stranger([this](const ForkedPart& self) {
+    const int file = open(lock().c_str(), O_RDWR | O_CREAT, 0644);
+    self.tell(flock(file, LOCK_EX | LOCK_NB) == 0 ? 1 : 0);
+    pause();
+  });
+  ASSERT_EQ(stranger.hear(), 1);
+  expectFailure(tool({"upgrade"}), 1, "which is no name server");
+  EXPECT_EQ(kill(stranger.process(), 0), 0);
+}
+
+TEST_F(SorvctlUpgrade, SendsNoSignalToAProcessThatDidNotAnswer) {
+  starts("upgrades");
+  // Of an earlier release, with a lock of its own, which the settings name by mistake.
+  const FreePorts others;
+  fs::create_directory(folder() / "other");
+  const auto other = startsAt(folder() / "other/sorvinfo.lock", others.base(), "earlier");
+  looksForLockIn(folder() / "other");
+  expectFailure(tool({"upgrade"}), 1, "is served by process " + std::to_string(server().process()));
+  EXPECT_TRUE(other->isRunning());
+}
+
+TEST_F(SorvctlUpgrade, OfAnotherUsersNameServerSaysSo) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root";
+  }
+  starts("upgrades");
+  Program asNobody(toolPath(), {"upgrade"}, {.input = {}, .beforeStart = [] {
+                                               ASSERT_TRUE(setgroups(0, nullptr) == 0 &&
+                                                           setgid(65534) == 0 &&
+                                                           setuid(65534) == 0);
+                                             }});
+  EXPECT_EQ(asNobody.wait(), 1);
+  EXPECT_NE(asNobody.errors().find("is another user's: upgrade it as root"), std::string::npos)
+      << asNobody.errors();
+}
+
+TEST_F(SorvctlUpgrade, IsDoneOnTheHostOfTheNameServer) {
+  expectFailure(tool({"--host", "192.0.2.99", "upgrade"}), 2, "do it on 192.0.2.99");
+  starts("upgrades");
+  EXPECT_EQ(tool({"--host", "127.0.0.1", "upgrade"}).output, "upgraded from 1.0 to 1.1\n");
+}
+
+}  // namespace
+}  // namespace sorvane::test

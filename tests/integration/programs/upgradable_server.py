@@ -1,0 +1,123 @@
+"""Plays the part of a name server that is upgraded in place: lock, port, signal, and the replies of `continuity`.
+
+  upgradable_server.py LOCK PORT DOES
+
+At SIGUSR2 it executes itself anew, as the same process with the same lock and connections, and tells another version. What
+it does otherwise:
+
+  upgrades    that
+  drops       that, and every connection ends
+  refuses     it tells a reason, some questions later
+  hangs       it begins, and does not finish
+  ignores     nothing: it does not begin
+  dies        the signal ends it
+  begins      another registry, as of a name server that was started anew
+  earlier     it knows no `continuity`, and the signal ends it
+"""
+
+import fcntl
+import os
+import selectors
+import signal
+import socket
+import sys
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "protocol"))
+from kit import frames  # noqa: E402
+
+QUESTIONS_BEFORE_A_REFUSAL = 2
+
+
+class Server:
+    def __init__(self, lock: str, port: str, does: str, *kept: str):
+        self.does = does
+        self.upgrades = self.attempts = 0
+        self.refused = ""
+        self.instance = "0123456789abcdef" * 2
+        self.questions = None  # since the signal
+        self.selector = selectors.DefaultSelector()
+        connections: list[str] = []
+        if kept:
+            self.lock, listener = int(kept[0]), int(kept[1])
+            self.upgrades = self.attempts = int(kept[2]) + 1
+            connections = list(kept[3:])
+            if does == "drops":
+                for each in connections:
+                    os.close(int(each))
+                connections = []
+            if does == "begins":
+                self.upgrades = self.attempts = 0
+                self.instance = "f" * 32
+            self.listener = socket.socket(fileno=listener)
+        else:
+            self.lock = os.open(lock, os.O_RDWR | os.O_CREAT, 0o644)
+            fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            os.write(self.lock, f"{os.getpid()}\n".encode())
+            self.listener = socket.create_server(("127.0.0.1", int(port)))
+        self.selector.register(self.listener, selectors.EVENT_READ)
+        for each in connections:
+            self.take(socket.socket(fileno=int(each)))
+
+    def take(self, connection: socket.socket) -> None:
+        self.selector.register(connection, selectors.EVENT_READ, bytearray())
+
+    def connections(self) -> list[socket.socket]:
+        return [key.fileobj for key in self.selector.get_map().values() if key.data is not None]
+
+    def upgrade(self) -> None:
+        self.attempts += 1
+        self.questions = 0
+        if self.does in ("upgrades", "drops", "begins"):
+            kept = [self.lock, self.listener.fileno(), self.upgrades, *(each.fileno() for each in self.connections())]
+            for descriptor in [*kept[:2], *kept[3:]]:
+                os.set_inheritable(descriptor, True)
+            os.execv(sys.executable, [sys.executable, *sys.argv[:4], *map(str, kept)])
+
+    def reply(self, request: dict[bytes, bytes]) -> frames.Entries:
+        action = frames.text_of(request.get(b"action", b""))
+        texts = {}
+        if action == "hostInfo":
+            texts = {"result": f"host|02:00:5e:10:00:07|192.0.2.7|1.{self.upgrades}|system"}
+        elif action == "continuity" and self.does != "earlier":
+            if self.questions is not None:
+                self.questions += 1
+                if self.does == "refuses" and self.questions > QUESTIONS_BEFORE_A_REFUSAL:
+                    self.refused = "the new program does not know\nversion 7"
+            texts = {"result": "succeed", "instance": self.instance, "upgrades": str(self.upgrades), "crashes": "0",
+                     "attempts": str(self.attempts), "refused": self.refused}
+        return [(key.encode(), frames.text(value)) for key, value in texts.items()]
+
+    def read(self, connection: socket.socket, buffer: bytearray) -> None:
+        data = connection.recv(1 << 16)
+        if not data:
+            self.selector.unregister(connection)
+            connection.close()
+        buffer += data
+        while True:
+            whole, entries, _ = frames.take_frame(buffer, frames.MOST_REQUEST_BYTES, is_reply=False)
+            if not whole:
+                return
+            connection.sendall(frames.frame(self.reply(dict(entries or []))))
+
+    def serve(self) -> None:
+        if self.does not in ("dies", "earlier"):
+            reading, writing = os.pipe()
+            os.set_blocking(writing, False)
+            signal.set_wakeup_fd(writing)
+            signal.signal(signal.SIGUSR2, lambda *_: None)
+            self.selector.register(reading, selectors.EVENT_READ)
+        print("serves", flush=True)
+        while True:
+            for key, _ in self.selector.select():
+                if key.fileobj is self.listener:
+                    self.take(self.listener.accept()[0])
+                elif key.data is not None:
+                    self.read(key.fileobj, key.data)
+                elif os.read(key.fd, 16) and self.does != "ignores":
+                    self.upgrade()
+
+
+Path("/proc/self/comm").write_text("sorvinfo", encoding="ascii")
+Server(*sys.argv[1:]).serve()
