@@ -49,6 +49,7 @@ try_in_bare_root() {
   mkdir -p "$root/root/.cache/ccache" "$root/sorvinfo"
   reach_packages "$root" "$suite" "$mirror"
   cp -r "$package_folder"/one/*.deb tests/packaging/debian "$root/sorvinfo"
+  cp tests/integration/programs/upgradable_server.py "$root/sorvinfo/debian"
   rm -f "$root"/sorvinfo/*-dbgsym_*
   in_bare_root shared bash -ec '
     export DEBIAN_FRONTEND=noninteractive

@@ -1,9 +1,7 @@
 // What the name server has gone through: noted, handed on, and told.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 
 #include "registry/CommandServer.h"
 #include "registry/Continuity.h"
@@ -87,25 +85,6 @@ TEST(Continuity, TakesNothingOfADescriptionThatCannotBe) {
   EXPECT_THROW(restore(continuity, whole(cut)), KeptFault);
   EXPECT_EQ(continuity.figures().upgrades, 1U);
   EXPECT_EQ(continuity.figures().refused, longest);
-}
-
-TEST(Continuity, TellsNoReasonBesideTheCountOfAnotherAttempt) {
-  Continuity continuity;
-  std::atomic<bool> ends = false;
-  std::thread upgrader([&] {
-    for (int attempt = 1; attempt <= 2000; ++attempt) {
-      continuity.noteUpgradeAttempt();
-      continuity.noteRefused(std::to_string(attempt));
-    }
-    ends = true;
-  });
-  while (!ends) {
-    const Figures figures = continuity.figures();
-    if (!figures.refused.empty()) {
-      EXPECT_EQ(figures.refused, std::to_string(figures.attempts));
-    }
-  }
-  upgrader.join();
 }
 
 class ContinuityCommand : public CommandTest {};

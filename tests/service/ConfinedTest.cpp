@@ -77,6 +77,30 @@ TEST_F(Confined, NameServerStartsTheProgramThatItNeeds) {
   EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
 }
 
+// An upgrade in place: a memory file and a socket survive the execution of another program.
+TEST_F(Confined, ProcessGoesOnAsAnotherProgramWithWhatItHandsOn) {
+  const Outcome told = shellInside(
+      "exec python3 -c '\n"
+      "import os, signal, socket, sys\n"
+      "if len(sys.argv) == 1:\n"
+      "  signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR2])\n"
+      "  os.kill(os.getpid(), signal.SIGUSR2)\n"
+      "  assert signal.sigwait([signal.SIGUSR2]) == signal.SIGUSR2\n"
+      "  kept = os.memfd_create(\"kept\")\n"
+      "  os.write(kept, b\"what was kept\")\n"
+      "  listener = socket.create_server((\"127.0.0.1\", 0))\n"
+      "  handed = [kept, listener.fileno()]\n"
+      "  for each in handed: os.set_inheritable(each, True)\n"
+      "  os.execv(sys.executable, sys.orig_argv + [str(each) for each in handed])\n"
+      "kept, listener = map(int, sys.argv[1:])\n"
+      "listener = socket.socket(fileno=listener)\n"
+      "socket.create_connection(listener.getsockname())\n"
+      "listener.accept()\n"
+      "print(os.pread(kept, 99, 0).decode())'");
+  EXPECT_EQ(told.output, "what was kept\n") << told.errors;
+  EXPECT_EQ(told.status, 0);
+}
+
 // ---- The walls themselves
 
 TEST_F(Confined, ProcessIsTheUnitsUserWithoutPrivileges) {

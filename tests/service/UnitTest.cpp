@@ -29,8 +29,9 @@ class UnitCopy {
 
  private:
   void copy(const std::string& from, const std::string& to) const {
-    writeFile(folder_ / to, std::regex_replace(readFile(packagingFile(from)),
-                                               std::regex("/[a-z/]*bin/sorvinfo"), "/bin/true"));
+    writeFile(folder_ / to,
+              std::regex_replace(readFile(packagingFile(from)),
+                                 std::regex("/[a-z/]*bin/sorv(info|ctl)"), "/bin/true"));
   }
   TemporaryFolder folder_;
 };
@@ -63,6 +64,12 @@ TEST(Unit, StartsTheNameServerInTheForegroundAndIsToldWhenItServes) {
   EXPECT_EQ(startMode(words[1].c_str()), StartMode::foreground);
   EXPECT_EQ(unitOfNameServer().value("Service", "Type"), "notify");
   EXPECT_GE(std::stoi(unitOfNameServer().value("Service", "WatchdogSec")), 30);
+}
+
+// By root, and outside of the unit: its processes do not see each other.
+TEST(Unit, IsReloadedByAnUpgradeInPlaceWhoseReasonsGoToTheJournal) {
+  EXPECT_EQ(unitOfNameServer().value("Service", "ExecReload"),
+            "+/bin/sh -c 'exec /usr/bin/sorvctl upgrade 2>&1'");
 }
 
 TEST(FirewallService, OpensTheDefaultPort) {

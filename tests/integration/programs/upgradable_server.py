@@ -20,14 +20,33 @@ import os
 import selectors
 import signal
 import socket
+import struct
 import sys
-from pathlib import Path
 
-sys.dont_write_bytecode = True
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "protocol"))
-from kit import frames  # noqa: E402
-
+FRAME, ENTRY = struct.Struct(">2sBBI"), struct.Struct(">HI")
 QUESTIONS_BEFORE_A_REFUSAL = 2
+
+
+def take_request(buffer: bytearray) -> dict[str, str] | None:
+    """Takes the texts of a whole request off the front of the buffer, or nothing while it is not whole."""
+    if len(buffer) < FRAME.size:
+        return None
+    end = FRAME.size + FRAME.unpack_from(buffer)[3]
+    if len(buffer) < end:
+        return None
+    texts, at = {}, FRAME.size
+    while at < end:
+        key, value = ENTRY.unpack_from(buffer, at)
+        at += ENTRY.size + key + value
+        texts[buffer[at - key - value : at - value].decode()] = buffer[at - value : at].split(b"\0")[0].decode()
+    del buffer[:end]
+    return texts
+
+
+def frame(texts: dict[str, str]) -> bytes:
+    entries = [(key.encode(), text.encode() + b"\0") for key, text in texts.items()]
+    body = b"".join(ENTRY.pack(len(key), len(value)) + key + value for key, value in entries)
+    return FRAME.pack(b"SV", 1, 1, len(body)) + body
 
 
 class Server:
@@ -75,19 +94,18 @@ class Server:
                 os.set_inheritable(descriptor, True)
             os.execv(sys.executable, [sys.executable, *sys.argv[:4], *map(str, kept)])
 
-    def reply(self, request: dict[bytes, bytes]) -> frames.Entries:
-        action = frames.text_of(request.get(b"action", b""))
-        texts = {}
+    def reply(self, request: dict[str, str]) -> dict[str, str]:
+        action = request.get("action", "")
         if action == "hostInfo":
-            texts = {"result": f"host|02:00:5e:10:00:07|192.0.2.7|1.{self.upgrades}|system"}
+            return {"result": f"host|02:00:5e:10:00:07|192.0.2.7|1.{self.upgrades}|system"}
         elif action == "continuity" and self.does != "earlier":
             if self.questions is not None:
                 self.questions += 1
                 if self.does == "refuses" and self.questions > QUESTIONS_BEFORE_A_REFUSAL:
                     self.refused = "the new program does not know\nversion 7"
-            texts = {"result": "succeed", "instance": self.instance, "upgrades": str(self.upgrades), "crashes": "0",
-                     "attempts": str(self.attempts), "refused": self.refused}
-        return [(key.encode(), frames.text(value)) for key, value in texts.items()]
+            return {"result": "succeed", "instance": self.instance, "upgrades": str(self.upgrades), "crashes": "0",
+                    "attempts": str(self.attempts), "refused": self.refused}
+        return {}
 
     def read(self, connection: socket.socket, buffer: bytearray) -> None:
         data = connection.recv(1 << 16)
@@ -95,11 +113,8 @@ class Server:
             self.selector.unregister(connection)
             connection.close()
         buffer += data
-        while True:
-            whole, entries, _ = frames.take_frame(buffer, frames.MOST_REQUEST_BYTES, is_reply=False)
-            if not whole:
-                return
-            connection.sendall(frames.frame(self.reply(dict(entries or []))))
+        while (request := take_request(buffer)) is not None:
+            connection.sendall(frame(self.reply(request)))
 
     def serve(self) -> None:
         if self.does not in ("dies", "earlier"):
@@ -119,5 +134,6 @@ class Server:
                     self.upgrade()
 
 
-Path("/proc/self/comm").write_text("sorvinfo", encoding="ascii")
+with open("/proc/self/comm", "w", encoding="ascii") as name:
+    name.write("sorvinfo")
 Server(*sys.argv[1:]).serve()

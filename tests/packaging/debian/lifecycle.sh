@@ -50,7 +50,7 @@ make_older() {
   for package in "$packages"/sorv{info,ctl}_*.deb; do
     rm -rf "$folder"
     dpkg-deb -R "$package" "$folder"
-    sed -i 's/^Version: .*/Version: 0.9-1/' "$folder/DEBIAN/control"
+    sed -i "s/^Version: .*/Version: 0.9-1/; s/sorvctl (= [^)]*)/sorvctl (= 0.9-1)/" "$folder/DEBIAN/control"
     if [ -e "$folder/etc/sorvane/sorvane.conf" ]; then
       echo '// Written for 0.9.' >>"$folder/etc/sorvane/sorvane.conf"
     fi
@@ -65,6 +65,7 @@ make_older
 old=(/tmp/sorv{info,ctl}_older.deb)
 
 install -m 755 "$tools/systemctl" /usr/local/bin/systemctl
+install -m 644 "$tools/upgradable_server.py" /usr/local/lib/upgradable_server.py
 mkdir -p /run/systemd/system
 install -d -m 1777 /run/lock
 : >/run/asked
@@ -124,20 +125,57 @@ holds grep -q 'findPort = db1' /var/log/sorvane/infoserver_log.1
 is "$(sorvctl send findPort=db2 2>/dev/null || echo "status $?")" 'status 1'
 holds grep -q 'findPort = db2' /var/log/sorvane/infoserver_log
 
-promise 'an upgrade keeps preferences and changed settings, and starts the new name server'
+promise 'an upgrade keeps preferences and changed settings, and the new name server serves'
 kill "$holder"
 sed -i 's,^// AllowedNetworks = .*,AllowedNetworks = ( "192.0.2.0/24" );,' /etc/sorvane/sorvane.conf
 settings=$(cat /etc/sorvane/sorvane.conf)
 holds grep -q '^AllowedNetworks = ' <<<"$settings"
-before=$(cat /run/unit)
 carry_out --install "${new[@]}"
 is "$(state_of sorvinfo)" "installed $version"
 is "$(state_of sorvctl)" "installed $version"
 within_limit sorvctl ping
-holds test "$(cat /run/unit)" != "$before"
+is "$(readlink "/proc/$(cat /run/unit)/exe")" /usr/sbin/sorvinfo
 is "$(sorvctl prefs get office)" "$preferences"
 is "$(cat /etc/sorvane/sorvane.conf)" "$settings"
 holds test -e /etc/sorvane/sorvane.conf.dpkg-dist
+
+# upgrade_of DOES: installs the package over a running server that plays the part, as upgradable_server.py tells.
+upgrade_of() {
+  systemctl stop sorvinfo.service
+  setsid setpriv --reuid=sorvane --regid=sorvane --init-groups \
+    python3 /usr/local/lib/upgradable_server.py /run/lock/sorvinfo.lock 20221 "$1" </dev/null >/run/serves 2>>/run/console &
+  before=$!
+  echo "$before" >/run/unit
+  within_limit grep -q serves /run/serves
+  : >/run/asked
+  carry_out --install "${new[@]}"
+  within_limit sorvctl ping
+}
+
+promise 'a name server that can be upgraded in place is'
+upgrade_of upgrades
+is "$(cat /run/unit) $(asked reload) $(asked restart)" "$before 1 0"
+holds test -e "/proc/$before"
+is "$(sorvctl --json host-info | sed -n 's/.*"upgrades":"\([0-9]*\)".*/\1/p')" 1
+
+promise 'one that refuses is restarted'
+upgrade_of refuses
+is "$(asked reload) $(asked restart)" '1 1'
+holds test ! -e "/proc/$before"
+is "$(readlink "/proc/$(cat /run/unit)/exe")" /usr/sbin/sorvinfo
+
+promise 'and so is one of an earlier release'
+upgrade_of earlier
+is "$(asked reload) $(asked restart)" '1 1'
+holds test ! -e "/proc/$before"
+is "$(readlink "/proc/$(cat /run/unit)/exe")" /usr/sbin/sorvinfo
+
+promise 'a name server that does not run is not upgraded, but started'
+systemctl stop sorvinfo.service
+: >/run/asked
+carry_out --install "${new[@]}"
+within_limit sorvctl ping
+is "$(asked start) $(asked reload) $(asked restart)" '1 0 0'
 
 promise 'removing ends the service, and keeps settings, preferences and log'
 carry_out --remove sorvinfo sorvctl

@@ -9,7 +9,7 @@ set -euo pipefail
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 here=$(cd "$(dirname "$0")" && pwd)
-cp "$1"/*.deb "$here"/* "$folder"
+cp "$1"/*.deb "$here"/* "$here/../../integration/programs/upgradable_server.py" "$folder"
 if [ "$(id -u)" -ne 0 ] || ! unshare --mount --pid --net --fork true; then
   echo 'namespaces of its own need root'
   exit 77
