@@ -86,7 +86,7 @@ void RemovedNames::forgetOldest() {
   order_.remove(index);
   --count_;
   bytes_ -= bytesOf(name.text);
-  name = Name();
+  std::string().swap(name.text);  // assigned another text, it might keep the block of this one
   name.next = std::exchange(free_, index);
 }
 

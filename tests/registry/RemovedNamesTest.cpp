@@ -48,6 +48,17 @@ TEST(RemovedNames, ForgetsTheOldestRemovalsWhenThereAreTooMany) {
   EXPECT_EQ(namesOf(removed), (Names{"db5", "db3", "db1"}));
 }
 
+TEST(RemovedNames, CountsNoMoreThanItHasWhenAShortNameComesAfterALongOne) {
+  RemovedNames removed({.names = 1});
+  add(removed, std::string(1000, 'n'), 1);
+  add(removed, "db1", 2);
+  EXPECT_EQ(removed.bytes(), RemovedNames::kNameBytes);
+  add(removed, "db2", 3);
+  EXPECT_EQ(removed.bytes(), RemovedNames::kNameBytes);
+  add(removed, "db3", 4);
+  EXPECT_EQ(namesOf(removed), Names{"db3"});
+}
+
 TEST(RemovedNames, ForgetsTheOldestRemovalsWhenTheyTakeTooMuch) {
   RemovedNames removed({.bytes = 5000});
   const std::string longName(1000, 'n');
