@@ -35,6 +35,14 @@ std::uint64_t readFixed(std::string_view bytes) {
 
 }  // namespace
 
+std::string keptHeader(std::string_view body) {
+  std::string header(kMark);
+  appendFixed(header, kKeptVersion, kVersionBytes);
+  appendFixed(header, body.size(), kLengthBytes);
+  appendFixed(header, sipHash13(kCheckKey, body), kLengthBytes);
+  return header;
+}
+
 void KeptWriter::number(std::uint64_t value) {
   for (; value > kGroup; value >>= kGroupBits) {
     body_ += static_cast<char>((value & kGroup) | (kGroup + 1));
@@ -61,14 +69,6 @@ void KeptWriter::optionalText(const std::optional<std::string_view>& value) {
 void KeptWriter::descriptor(int number) {
   this->number(static_cast<std::uint64_t>(number));
   descriptors_.push_back(number);
-}
-
-std::string KeptWriter::header() const {
-  std::string header(kMark);
-  appendFixed(header, kKeptVersion, kVersionBytes);
-  appendFixed(header, body_.size(), kLengthBytes);
-  appendFixed(header, sipHash13(kCheckKey, body_), kLengthBytes);
-  return header;
 }
 
 KeptReader::KeptReader(std::string_view description) {

@@ -32,6 +32,9 @@ class KeptFault : public NSException {
   using NSException::NSException;
 };
 
+/// Returns the header of a description with that body.
+[[nodiscard]] std::string keptHeader(std::string_view body);
+
 /// Writes a description. Raises std::bad_alloc if there is no memory. One thread at a time.
 class KeptWriter {
  public:
@@ -48,7 +51,7 @@ class KeptWriter {
   [[nodiscard]] const std::vector<int>& descriptors() const { return descriptors_; }
   [[nodiscard]] std::string_view body() const { return body_; }
   /// Returns the header that goes before the body. The caller writes both: a body may be long.
-  [[nodiscard]] std::string header() const;
+  [[nodiscard]] std::string header() const { return keptHeader(body_); }
 
  private:
   std::string body_;

@@ -11,11 +11,16 @@ SipKey drawnKey() {
   return {word(), word()};
 }
 
-}  // namespace
-
-const SipKey& SipKey::ofThisProcess() {
-  static const SipKey key = drawnKey();
+// The first call decides.
+const SipKey& keyOfThisProcess(const SipKey* given) {
+  static const SipKey key = given == nullptr ? drawnKey() : *given;
   return key;
 }
+
+}  // namespace
+
+const SipKey& SipKey::ofThisProcess() { return keyOfThisProcess(nullptr); }
+
+bool SipKey::setOfThisProcess(const SipKey& key) { return keyOfThisProcess(&key) == key; }
 
 }  // namespace sorvane

@@ -16,8 +16,14 @@ struct SipKey {
   std::uint64_t low = 0;   ///< its first 8 bytes, little-endian
   std::uint64_t high = 0;  ///< the other 8 bytes
 
-  /// Returns the key of this process. The first call draws it at random. Any thread.
+  /// Returns the key of this process. The first call draws it at random, unless it was set. Any
+  /// thread.
   [[nodiscard]] static const SipKey& ofThisProcess();
+  /// Makes `key` the key of this process. Returns false and changes nothing if another one is in
+  /// use already. Any thread.
+  [[nodiscard]] static bool setOfThisProcess(const SipKey& key);
+
+  bool operator==(const SipKey&) const = default;
 };
 
 namespace sip {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 #include "platform/SipHash.h"
@@ -99,6 +100,25 @@ TEST(SipHash, HasOneKeyInAProcess) {
   EXPECT_EQ(&SipKey::ofThisProcess(), &SipKey::ofThisProcess());
   const SipKey& key = SipKey::ofThisProcess();
   EXPECT_TRUE(key.low != 0 || key.high != 0);
+}
+
+TEST(SipHash, KeepsTheKeyOfAProcessThatIsInUse) {
+  const SipKey key = SipKey::ofThisProcess();
+  EXPECT_TRUE(SipKey::setOfThisProcess(key)) << "the same key";
+  EXPECT_FALSE(SipKey::setOfThisProcess({.low = key.low, .high = key.high + 1}));
+  EXPECT_FALSE(SipKey::setOfThisProcess({.low = key.low + 1, .high = key.high}));
+  EXPECT_EQ(SipKey::ofThisProcess(), key);
+}
+
+TEST(SipHash, HasTheKeyThatWasSetBeforeItWasUsed) {
+  // The test runs in a process that was started for it: nothing has used a key there.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const bool isSet = SipKey::setOfThisProcess(kCountingKey);
+        std::exit(isSet && SipKey::ofThisProcess() == kCountingKey ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
