@@ -63,6 +63,31 @@ void ChangeOrder::takeOver(const ChangeOrder& before, const std::vector<Index>& 
   oldest_ = placeOf(before.oldest_);
 }
 
+void ChangeOrder::keep(KeptWriter& writer, Number after) const {
+  const auto& [things, newest, oldest] = *this;
+  Number before = after;
+  for (Index index = oldest; index != kNone; index = newerThan(index)) {
+    const auto& [number, newer, older] = things[index];
+    writer.number(number - before);
+    writer.number(index);
+    before = number;
+  }
+  writer.number(0);
+}
+
+void ChangeOrder::restore(KeptReader& reader, Number after, Number last) {
+  [[maybe_unused]] const auto& [things, newest, oldest] = *this;
+  Number number = after;
+  while (const Number more = reader.number(last - number)) {
+    number += more;
+    const std::uint64_t index = reader.number(kNone);
+    if (index >= things.size() || contains(static_cast<Index>(index))) {
+      throw KeptFault("what was kept has a change of nothing, or two of one");
+    }
+    append(static_cast<Index>(index), number);
+  }
+}
+
 bool ChangeOrder::find(Number after, Search& search, std::size_t& steps) const {
   const bool goesOn =
       search.at < size() && search.seen > after && numberOf(search.at) == search.seen;

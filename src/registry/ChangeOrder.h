@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/KeptForm.h"
+
 namespace sorvane {
 
 /// Things that have an index below a size, such as slots of a table, in the order of their last
@@ -56,6 +58,13 @@ class ChangeOrder {
     const Index older = olderThan(index);
     return numberOf(index) > after && (older == kNone || numberOf(older) <= after);
   }
+
+  /// Writes the things, the oldest first, each by its index and number. All numbers must be higher
+  /// than `after`.
+  void keep(KeptWriter& writer, Number after) const;
+  /// Makes this, which is empty, what was kept. Raises KeptFault unless the indices differ and are
+  /// below the size, and the numbers rise and are above `after` and not above `last`.
+  void restore(KeptReader& reader, Number after, Number last);
 
  private:
   struct Thing {

@@ -6,6 +6,30 @@
 #include "platform/NSException.h"
 
 namespace sorvane {
+namespace {
+
+void keepList(KeptWriter& writer, const std::optional<HostLists::List>& list) {
+  writer.flag(list.has_value());
+  if (list) {
+    writer.number(list->size());
+    for (const std::string& key : *list) {
+      writer.text(key);
+    }
+  }
+}
+
+std::optional<HostLists::List> restoredList(KeptReader& reader) {
+  if (!reader.flag()) {
+    return std::nullopt;
+  }
+  HostLists::List list(reader.count());
+  for (std::string& key : list) {
+    key = reader.text();
+  }
+  return list;
+}
+
+}  // namespace
 
 std::string joinedKey(std::string_view name, std::string_view place) {
   std::string key;
@@ -66,6 +90,20 @@ std::string HostLists::joined(bool alternate) const {
     }
   }
   return text;
+}
+
+void HostLists::keep(KeptWriter& writer) const {
+  const auto& [hosts, alternateHosts, hostName] = *this;
+  keepList(writer, hosts);
+  keepList(writer, alternateHosts);
+  writer.optionalText(hostName);
+}
+
+void HostLists::restore(KeptReader& reader) {
+  auto& [hosts, alternateHosts, hostName] = *this;
+  hosts = restoredList(reader);
+  alternateHosts = restoredList(reader);
+  hostName = reader.optionalText();
 }
 
 }  // namespace sorvane

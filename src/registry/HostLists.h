@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/KeptForm.h"
+
 namespace sorvane {
 
 /// Returns NAME@PLACE: the key of a host (NAME@ADDRESS) or of a port (NAME@HOST).
@@ -38,6 +40,10 @@ class HostLists {
   /// Returns the keys of the first list, or of the second when `alternate`, joined by "|". A list
   /// that is empty or does not exist gives the empty text.
   [[nodiscard]] std::string joined(bool alternate) const;
+
+  void keep(KeptWriter& writer) const;
+  /// Makes these, which do not exist, what was kept. Raises KeptFault.
+  void restore(KeptReader& reader);
 
   std::optional<List> hostList;
   std::optional<List> alternateHostList;

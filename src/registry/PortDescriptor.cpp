@@ -1,5 +1,6 @@
 #include "registry/PortDescriptor.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "platform/TimeSource.h"
@@ -113,6 +114,75 @@ std::uint32_t PortDescriptor::leaveWatchList() {
   timesSetDirty_ = nullptr;
   timesOnWatchList_ = 0;
   return times;
+}
+
+void PortDescriptor::keep(KeptWriter& writer) const {
+  [[maybe_unused]] const auto& [port, state, info, timesSetDirty, clearedAt, timesOnWatchList,
+                                isDirty, held] = *this;
+  [[maybe_unused]] const auto& [nameBytes, entries, isCounted, hasLeft, anchor] = held;
+  const auto& [number, name, host, type, key, address] = port.texts();
+  for (const auto& text : {number, name, host, type, key, address}) {
+    writer.optionalText(text);
+  }
+  const auto& [status, alert, alertTime] = state.texts();
+  writer.optionalText(status);
+  writer.flag(alertTime.has_value());
+  if (alertTime) {
+    writer.real(alertStatusTimestamp());
+    writer.optionalText(alert);
+  }
+  writer.flag(info != nullptr);
+  if (info != nullptr) {
+    writer.number(info->size());
+    for (const auto& [word, value] : *info) {
+      writer.text(word);
+      writer.text(value);
+    }
+  }
+  writer.number(clearedAt);
+  writer.number(timesOnWatchList);
+  writer.flag(isDirty != 0);
+}
+
+void PortDescriptor::restore(KeptReader& reader, const Watched& list) {
+  [[maybe_unused]] auto& [port, state, info, timesSetDirty, clearedAt, timesOnWatchList, isDirty,
+                          held] = *this;
+  restoreTexts(reader);
+  if (reader.flag()) {
+    createInfo();
+    for (std::size_t left = reader.count(2); left > 0; --left) {
+      const std::string_view word = reader.text();
+      if (!info->empty() && info->rbegin()->first >= word) {
+        throw KeptFault("what was kept has notes in another order");
+      }
+      info->emplace_hint(info->end(), word, reader.text());
+    }
+  }
+  clearedAt = reader.number(list.times);
+  timesOnWatchList = static_cast<std::uint32_t>(reader.number(kMostTimesOnWatchList));
+  timesSetDirty = timesOnWatchList > 0 ? &list.timesSetDirty : nullptr;
+  isDirty = reader.flag() ? 1 : 0;
+}
+
+void PortDescriptor::restoreTexts(KeptReader& reader) {
+  PortBlock::Texts texts;
+  auto& [number, name, host, type, key, address] = texts;
+  for (auto* const text : {&number, &name, &host, &type, &key, &address}) {
+    *text = reader.optionalText();
+  }
+  port_ = PortBlock(texts);
+  const auto status = reader.optionalText();
+  if (!reader.flag()) {
+    state_ = StateBlock({status, std::nullopt, std::nullopt});
+    return;
+  }
+  const double time = reader.real();
+  if (!std::isfinite(time)) {
+    throw KeptFault("what was kept has an alert at no time");
+  }
+  StateBlock::Texts states = withAlert(reader.optionalText(), time);
+  states[kStatus] = status;
+  state_ = StateBlock(states);
 }
 
 }  // namespace sorvane

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/KeptForm.h"
 #include "registry/HeapBytes.h"
 #include "registry/TextBlock.h"
 
@@ -175,6 +176,18 @@ class PortDescriptor {
   [[nodiscard]] const Holdings& holdings() const { return holdings_; }
   [[nodiscard]] Holdings& holdings() { return holdings_; }
 
+  // ---- What is kept for a program that goes on
+
+  /// The watch list of the restored records that are on one.
+  struct Watched {
+    const std::atomic<std::uint64_t>& timesSetDirty;
+    std::uint64_t times;  ///< what that will be
+  };
+  /// Writes everything but the holdings: see PortTable and KeptRecords.
+  void keep(KeptWriter& writer) const;
+  /// Makes this, which is new, the record that was kept. Raises NSException, most often KeptFault.
+  void restore(KeptReader& reader, const Watched& list);
+
   /// Has the processor fetch the texts, which are about to be read.
   void prefetchTexts() const {
     port_.prefetch();
@@ -190,6 +203,7 @@ class PortDescriptor {
   [[nodiscard]] static PortBlock::Texts textsOf(const Registration& registration);
   [[nodiscard]] StateBlock::Texts withAlert(std::optional<std::string_view> text,
                                             const double& time) const;
+  void restoreTexts(KeptReader& reader);
 
   PortBlock port_;
   StateBlock state_;  // the time of the alert is there as its bytes: few records have one

@@ -13,12 +13,6 @@ namespace {
 constexpr std::size_t kSlotsOfEntry = 2;
 constexpr std::size_t kEntryBytes = kSlotsOfEntry * PortTable::kSlotBytes;
 
-// A short name lies in its slot.
-std::size_t nameBytes(std::string_view name) {
-  const std::size_t inSlot = std::string().capacity();
-  return name.size() <= inSlot ? 0 : heapBytes(name.size() + 1);
-}
-
 std::int64_t difference(std::size_t now, std::size_t before) {
   return static_cast<std::int64_t>(now) - static_cast<std::int64_t>(before);
 }
@@ -33,6 +27,12 @@ bool isLastLeftBehind(const PortDescriptor& record) {
 }
 
 }  // namespace
+
+// A short name lies in its slot.
+std::size_t PortMap::nameBytes(std::string_view name) {
+  const std::size_t inSlot = std::string().capacity();
+  return name.size() <= inSlot ? 0 : heapBytes(name.size() + 1);
+}
 
 template <typename Change>
 void PortMap::change(PortDescriptor& record, Change&& make) {
@@ -248,6 +248,10 @@ void PortMap::addToSums(const PortDescriptor& record, std::uint64_t sign) {
   if (const auto alert = record.alertAsSet()) {
     alertEntryBytes_ += sign * held.entries * (withoutText + alert->size());
   }
+}
+
+void PortMap::countRestored(PortDescriptor& record) {
+  change(record, [] {});
 }
 
 }  // namespace sorvane

@@ -100,6 +100,16 @@ class PortMap {
   /// Removes the entry that was left behind first, and returns its record. There must be one.
   Record removeOldestLeftBehind() { return remove(table_.oldestLeftBehind()); }
 
+  // ---- What is kept for a program that goes on (KeptPorts.cpp)
+
+  [[nodiscard]] const RegistryLimits& limits() const { return limits_; }
+  void keep(KeptWriter& writer) const;
+  /// Makes this, which is empty, the map that was kept, whatever its limits are. Raises
+  /// NSException, most often KeptFault, and then is of no use.
+  void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
+  /// Counts a restored record without an entry that was counted before.
+  void countRestored(PortDescriptor& record);
+
   // ---- Sums, bytes
 
   /// Returns what all of it costs to keep.
@@ -148,6 +158,8 @@ class PortMap {
   template <typename Change>
   void change(PortDescriptor& record, Change&& make);
   void addToSums(const PortDescriptor& record, std::uint64_t sign);
+  // What the name of an entry takes outside its slot.
+  [[nodiscard]] static std::size_t nameBytes(std::string_view name);
 
   // `bytes` is what the registration costs to keep.
   [[nodiscard]] static Growth growthByRegistration(const PortDescriptor& record, std::size_t bytes);
@@ -157,7 +169,7 @@ class PortMap {
     return entryBytes == 0 ? 0 : entryBytes - 1;
   }
 
-  const RegistryLimits limits_;
+  RegistryLimits limits_;
   PortTable table_;
   RemovedNames removed_;
   std::uint64_t recordBytes_ = 0;      // records, their texts and the names of their entries

@@ -4,14 +4,6 @@
 #include <bit>
 
 namespace sorvane {
-namespace {
-
-constexpr std::size_t kLeastSlots = 16;
-constexpr std::uint32_t kMostMoves = 10000;
-
-std::uint32_t anchorOf(std::size_t hash) { return static_cast<std::uint32_t>(hash); }
-
-}  // namespace
 
 PortTable::Record PortTable::enter(Place place, OwnedPortName&& name, Record record) {
   if (place.isTaken()) {

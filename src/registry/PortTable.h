@@ -126,6 +126,8 @@ class PortTable {
   /// Changes when entries have got other slots. Four decimal digits.
   [[nodiscard]] std::uint32_t moves() const { return moves_; }
   [[nodiscard]] std::string_view nameIn(std::size_t index) const { return slots_[index].name; }
+  /// Returns the slot of the oldest entry of a record that has entries.
+  [[nodiscard]] std::uint32_t oldestOf(const PortDescriptor& record) const;
 
   // ---- What ended connections have left behind
 
@@ -134,6 +136,14 @@ class PortTable {
   /// Returns the place of the entry that was left behind first. There must be one.
   [[nodiscard]] Place oldestLeftBehind() const { return {slots_[leftBehind_].hash, leftBehind_}; }
 
+  // ---- What is kept for a program that goes on (KeptPorts.cpp)
+
+  /// Writes each entry with its slot and each record once.
+  void keep(KeptWriter& writer) const;
+  /// Makes this, which is empty, the table that was kept. `key` is that of the names' hashes. The
+  /// bytes of the names are not noted. Raises NSException, most often KeptFault.
+  void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
+
  private:
   // What a slot without a record holds in place of a hash.
   static constexpr Hash kEmpty = 0;
@@ -141,6 +151,11 @@ class PortTable {
   static constexpr Hash kLeastHash = PortName::kLeastHash;
   // The neighbour of a slot that is alone in its ring. No table has that many slots.
   static constexpr std::uint32_t kAlone = ~std::uint32_t{0};
+
+  static constexpr std::size_t kLeastSlots = 16;
+  static constexpr std::uint32_t kMostMoves = 10000;
+  // Anchors are the low bits of hashes.
+  static std::uint32_t anchorOf(Hash hash) { return static_cast<std::uint32_t>(hash); }
 
   static constexpr std::size_t kCacheLineBytes = 64;
   struct alignas(kCacheLineBytes) Slot {
@@ -171,8 +186,7 @@ class PortTable {
   [[nodiscard]] std::size_t slotsToMoveTo() const;
   void moveTo(std::size_t slots);
 
-  // The ring of a slot. `oldestOf` returns the first entry of a record that has entries.
-  [[nodiscard]] std::uint32_t oldestOf(const PortDescriptor& record) const;
+  // The ring of a slot.
   [[nodiscard]] std::uint32_t nextOf(std::uint32_t index) const {
     return slots_[index].next == kAlone ? index : slots_[index].next;
   }
@@ -186,6 +200,16 @@ class PortTable {
 
   void put(std::size_t index, Record record);
   Record take(std::size_t index);
+
+  void keepEntries(KeptWriter& writer, std::uint32_t oldest) const;
+  void keepRemovedSlots(KeptWriter& writer) const;
+  void restoreRemovedSlots(KeptReader& reader);
+  // Reads a record and its entries, of which `left` are left.
+  void restoreEntries(KeptReader& reader, std::uint32_t oldest, Record record, const SipKey& key,
+                      std::size_t& left);
+  void restoreLeftBehind(KeptReader& reader);
+  // Returns true if a search for the name in this slot ends here.
+  [[nodiscard]] bool isFoundIn(std::size_t index) const;
 
   std::vector<Slot> slots_;  // a power of two of them, or none; at least one is empty
   ChangeOrder changes_;      // as many indices as there are slots

@@ -1,5 +1,6 @@
 #include "registry/Registry.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <mutex>
@@ -13,21 +14,29 @@ namespace sorvane {
 namespace {
 
 constexpr std::size_t kLongAlertList = 65536;
+constexpr int kInstanceWords = 4;
+constexpr std::size_t kDigitsOfWord = 8;
 
 std::string drawInstance() {
   std::random_device random;
   std::string name;
-  for (int word = 0; word < 4; ++word) {
-    char digits[9];
+  for (int word = 0; word < kInstanceWords; ++word) {
+    char digits[kDigitsOfWord + 1];
     std::snprintf(digits, sizeof digits, "%08x", static_cast<unsigned>(random()));
     name += digits;
   }
   return name;
 }
 
+bool isInstance(std::string_view name) {
+  return name.size() == kInstanceWords * kDigitsOfWord && std::ranges::all_of(name, [](char each) {
+           return (each >= '0' && each <= '9') || (each >= 'a' && each <= 'f');
+         });
+}
+
 }  // namespace
 
-Registry::Registry(const RegistryLimits& limits) : state_(limits), instance_(drawInstance()) {
+Registry::Registry(const RegistryLimits& limits) : instance_(drawInstance()), state_(limits) {
   stampTime();
 }
 
@@ -120,6 +129,58 @@ Registry::ChangeStamp Registry::changeStamp() const {
   return state_.with([](const RegistryState& state) {
     return ChangeStamp{state.timestampFlag, state.forceRefreshNumber};
   });
+}
+
+// Here, and in each `keep` and `restore` of what the registry consists of, a structured binding has
+// all members of the class. So a member that is added does not compile until somebody has decided
+// whether it is kept: docs/continuity.md tells how to add it.
+void Registry::keep(KeptWriter& writer, KeptRecords& records) const {
+  [[maybe_unused]] const auto& [instance, state, watchers, setDirtyLock, droppedPorts, dirtyIsDue] =
+      *this;
+  const auto& [low, high] = SipKey::ofThisProcess();
+  writer.number(low);
+  writer.number(high);
+  writer.text(instance);
+  writer.number(watchers.kept());
+  writer.number(droppedPorts);
+  writer.flag(dirtyIsDue);
+  state.with([&](const RegistryState& kept) { kept.keep(writer); });
+  records.registry_ = this;
+}
+
+void Registry::restore(KeptReader& reader, RestoredRecords& records) {
+  [[maybe_unused]] auto& [instance, state, watchers, setDirtyLock, droppedPorts, dirtyIsDue] =
+      *this;
+  SipKey key;
+  key.low = reader.number();
+  key.high = reader.number();
+  const std::string_view keptInstance = reader.text();
+  if (!isInstance(keptInstance)) {
+    throw KeptFault("what was kept has no name of the registry");
+  }
+  std::string newInstance(keptInstance);
+  const std::uint64_t timesSetDirty = reader.number();
+  const std::uint64_t dropped = reader.number();
+  const bool isDue = reader.flag();
+  RegistryState kept(state.with([](const RegistryState& now) { return now.map.limits(); }));
+  kept.restore(reader, key, {watchers.timesSetDirty(), timesSetDirty});
+  std::vector<bool> isClaimed(kept.map.slotCount());
+  if (!SipKey::setOfThisProcess(key)) {
+    throw KeptFault("what was kept has another key of hashes than this process");
+  }
+  // Nothing raises from here on.
+  instance.swap(newInstance);
+  watchers.restore(timesSetDirty);
+  const PortTable& table = kept.map.table();
+  for (auto index = table.changes().oldest(); index != ChangeOrder::kNone;
+       index = table.changes().newerThan(index)) {
+    watchers.addRestored(*table.inSlot(index));
+  }
+  droppedPorts = dropped;
+  dirtyIsDue = isDue;
+  state.with([&](RegistryState& now) { std::swap(now, kept); });
+  records.registry_ = this;
+  records.isClaimed_.swap(isClaimed);
 }
 
 }  // namespace sorvane

@@ -12,6 +12,7 @@
 
 #include "platform/Guarded.h"
 #include "platform/VNThreadLock.h"
+#include "registry/KeptRecords.h"
 #include "registry/RegistryState.h"
 #include "registry/WatchList.h"
 
@@ -106,13 +107,30 @@ class Registry {
   decltype(auto) with(Operation&& operation) {
     return state_.with(std::forward<Operation>(operation));
   }
+  template <typename Operation>
+  decltype(auto) with(Operation&& operation) const {
+    return state_.with(std::forward<Operation>(operation));
+  }
+
+  // ---- What is kept for a program that goes on
+
+  /// Writes everything that the registry holds, also the key of the names' hashes. `records` then
+  /// writes the records of the connections. `serverLock` must be held, and no connection may begin,
+  /// end or be served until they are written, too.
+  void keep(KeptWriter& writer, KeptRecords& records) const;
+  /// Makes this registry, in which nothing was entered, the one that was kept: its replies are the
+  /// same from now on. Its limits stay, and nothing is refused because of them. `records` then
+  /// reads the records of the connections. Raises NSException, most often KeptFault, and then has
+  /// changed nothing. Call it before this process has any other use for SipKey::ofThisProcess, and
+  /// while no other thread uses the registry.
+  void restore(KeptReader& reader, RestoredRecords& records);
 
  private:
   static constexpr std::size_t kSlice = 256;  // slots
 
+  std::string instance_;  // as it was made or restored
   // Protect themselves.
   Guarded<RegistryState> state_;
-  const std::string instance_;
   WatchList watchingPortsList_;
   VNThreadLock setDirtyLock_;
   std::atomic<std::uint64_t> droppedPorts_ = 0;

@@ -14,6 +14,11 @@ namespace sorvane {
 struct RegistryState {
   explicit RegistryState(const RegistryLimits& limits) : map(limits) {}
 
+  void keep(KeptWriter& writer) const;
+  /// Makes this, which is new, what was kept. Raises NSException, most often KeptFault, and then is
+  /// of no use.
+  void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
+
   PortMap map;
   HostLists hosts;
   std::int64_t maxport = 0;             ///< the next port number to hand out; 0 before the first

@@ -1,6 +1,7 @@
 #include "registry/RemovedNames.h"
 
 #include <algorithm>
+#include <bit>
 #include <new>
 #include <utility>
 
@@ -10,6 +11,7 @@ namespace sorvane {
 namespace {
 
 constexpr std::size_t kLeastNames = 64;
+constexpr std::size_t kMostIndices = std::size_t{1} << 31;
 
 std::size_t bytesOf(const std::string& name) {
   const bool isShort = name.capacity() <= std::string().capacity();
@@ -72,6 +74,63 @@ void RemovedNames::growTo(std::size_t size) {
     Index& chain = order_.contains(index) ? chainOf(names_[index].hash) : free_;
     names_[index].next = std::exchange(chain, index);
   }
+}
+
+// Where a name stands is kept, too: a client that is in the midst of a reply of several pages tells
+// it.
+void RemovedNames::keep(KeptWriter& writer) const {
+  const auto& [limits, names, chains, order, free, count, bytes, forgottenUpTo] = *this;
+  writer.number(forgottenUpTo);
+  writer.number(names.size());
+  order.keep(writer, forgottenUpTo);
+  for (Index index = order.oldest(); index != kNone; index = order.newerThan(index)) {
+    [[maybe_unused]] const auto& [text, hash, next] = names[index];
+    writer.text(text);
+  }
+  for (Index index = free; index != kNone; index = names[index].next) {
+    writer.number(index);
+  }
+}
+
+void RemovedNames::restore(KeptReader& reader, Number last, const SipKey& key) {
+  auto& [limits, names, chains, order, free, count, bytes, forgottenUpTo] = *this;
+  forgottenUpTo = reader.number(last);
+  const std::size_t size = reader.count();
+  if (size > 0 && (size < kLeastNames || size > kMostIndices || !std::has_single_bit(size))) {
+    throw KeptFault("what was kept has a number of removed names that cannot be");
+  }
+  names.resize(size);
+  chains.assign(size, kNone);
+  order.growTo(size);
+  order.restore(reader, forgottenUpTo, last);
+  for (Index index = order.oldest(); index != kNone; index = order.newerThan(index)) {
+    const PortName name(reader.text(), key);
+    const auto hash = static_cast<std::uint32_t>(name.hash());
+    if (find(name.text(), hash) != kNone) {
+      throw KeptFault("what was kept has a removed name twice");
+    }
+    names[index] = {std::string(name.text()), hash, std::exchange(chainOf(hash), index)};
+    ++count;
+    bytes += bytesOf(names[index].text);
+  }
+  std::vector<bool> isSeen(size);
+  Index* place = &free;
+  for (std::size_t left = size - count; left > 0; --left) {
+    const auto index = static_cast<Index>(reader.number(size - 1));
+    if (order.contains(index) || isSeen[index]) {
+      throw KeptFault("what was kept has a place for a removed name twice");
+    }
+    isSeen[index] = true;
+    *place = index;
+    place = &names[index].next;
+  }
+  while (isTooMuch()) {
+    forgetOldest();
+  }
+}
+
+bool RemovedNames::isTooMuch() const {
+  return count_ > 0 && (count_ > limits_.names || bytes_ > limits_.bytes);
 }
 
 void RemovedNames::forgetOldest() {

@@ -42,6 +42,12 @@ class RemovedNames {
   /// What a name takes that needs no block of the heap.
   static constexpr std::size_t kNameBytes = 64;
 
+  void keep(KeptWriter& writer) const;
+  /// Makes this, which has no name, what was kept. `last` is the number of the last change, `key`
+  /// that of the names' hashes. If that is more than the limits allow, the oldest removals are
+  /// forgotten. Raises KeptFault.
+  void restore(KeptReader& reader, Number last, const SipKey& key);
+
  private:
   static constexpr Index kNone = ChangeOrder::kNone;
 
@@ -57,10 +63,11 @@ class RemovedNames {
   // Returns an index that is free.
   [[nodiscard]] Index take();
   void growTo(std::size_t size);
+  [[nodiscard]] bool isTooMuch() const;
   void forgetOldest();
   void forgetAll(Number number);
 
-  const Limits limits_;
+  Limits limits_;
   std::vector<Name> names_;
   std::vector<Index> chains_;  // the first name of each; a power of two of them, as many as names_
   ChangeOrder order_;

@@ -44,6 +44,15 @@ class WatchList {
   /// Returns the length of the list. A record counts as often as it is on it.
   [[nodiscard]] std::size_t count() const { return count_.load(std::memory_order_relaxed); }
 
+  /// Returns what is kept of the list: `timesSetDirty`. Its records tell their places on it.
+  [[nodiscard]] std::uint64_t kept() const {
+    [[maybe_unused]] const auto& [timesSetDirty, count] = *this;
+    return timesSetDirty;
+  }
+  /// Makes this list, which is empty, what was kept; then adds a record that was kept.
+  void restore(std::uint64_t kept) { timesSetDirty_ = kept; }
+  void addRestored(const PortDescriptor& record) { count_ += record.timesOnWatchList(); }
+
  private:
   std::atomic<std::uint64_t> timesSetDirty_ = 0;
   std::atomic<std::size_t> count_ = 0;
