@@ -5,8 +5,7 @@
 namespace sorvane {
 
 void KeptRecords::keepRecord(KeptWriter& writer, const PortDescriptor& record) const {
-  const PortDescriptor::Holdings& held = record.holdings();
-  if (held.entries > 0) {
+  if (record.holdings().entries > 0) {
     registry_->with([&](const RegistryState& state) {
       writer.number(std::uint64_t{state.map.table().oldestOf(record)} + 1);
     });
@@ -14,7 +13,6 @@ void KeptRecords::keepRecord(KeptWriter& writer, const PortDescriptor& record) c
   }
   writer.number(0);
   record.keep(writer);
-  writer.flag(held.isCounted != 0);
 }
 
 std::shared_ptr<PortDescriptor> RestoredRecords::restoreRecord(KeptReader& reader) {
@@ -32,9 +30,7 @@ std::shared_ptr<PortDescriptor> RestoredRecords::restoreRecord(KeptReader& reade
     WatchList& watchers = registry_->watchingPortsList();
     auto record = std::make_shared<PortDescriptor>();
     record->restore(reader, {watchers.timesSetDirty(), watchers.timesSetDirty()});
-    if (reader.flag()) {
-      map.countRestored(*record);
-    }
+    map.countRestored(*record);
     watchers.addRestored(*record);
     return record;
   });

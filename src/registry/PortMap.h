@@ -107,7 +107,7 @@ class PortMap {
   /// Makes this, which is empty, the map that was kept, whatever its limits are. Raises
   /// NSException, most often KeptFault, and then is of no use.
   void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
-  /// Counts a restored record without an entry that was counted before.
+  /// Counts a restored record that has no entry. One that had registered nothing adds nothing.
   void countRestored(PortDescriptor& record);
 
   // ---- Sums, bytes
