@@ -3,7 +3,9 @@
 // First come the numbers of the slots, of the entries and of the removed slots, then the removed
 // slots, the order of the changes, and in that order each record with its entries. A slot may have
 // any name in the description. So the table is built first, and then each name is searched.
+#include <array>
 #include <bit>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -47,11 +49,7 @@ void PortTable::keep(KeptWriter& writer) const {
   writer.number(lastChange);
   writer.number(moves);
   changes.keep(writer, 0);
-  for (auto index = changes.oldest(); index != ChangeOrder::kNone;
-       index = changes.newerThan(index)) {
-    slots[index].record->keep(writer);
-    keepEntries(writer, index);
-  }
+  keepRecords(writer);
   if (leftBehind != kAlone) {
     std::uint32_t index = leftBehind;
     do {
@@ -101,6 +99,30 @@ void PortTable::restore(KeptReader& reader, const SipKey& key,
     }
   }
   restoreLeftBehind(reader);
+}
+
+// The records of a long table are scattered over the memory. Fetching some of them at the same time
+// takes a fraction of fetching one after the other.
+void PortTable::keepRecords(KeptWriter& writer) const {
+  std::array<std::uint32_t, 64> slots;
+  for (auto next = changes_.oldest(); next != ChangeOrder::kNone;) {
+    std::size_t count = 0;
+    for (; next != ChangeOrder::kNone && count < slots.size(); next = changes_.newerThan(next)) {
+      __builtin_prefetch(&slots_[next]);
+      slots[count++] = next;
+    }
+    const std::span<const std::uint32_t> fetched(slots.data(), count);
+    for (const std::uint32_t slot : fetched) {
+      __builtin_prefetch(slots_[slot].record.get());
+    }
+    for (const std::uint32_t slot : fetched) {
+      slots_[slot].record->prefetchTexts();
+    }
+    for (const std::uint32_t slot : fetched) {
+      slots_[slot].record->keep(writer);
+      keepEntries(writer, slot);
+    }
+  }
 }
 
 void PortTable::keepEntries(KeptWriter& writer, std::uint32_t oldest) const {

@@ -201,6 +201,7 @@ class PortTable {
   void put(std::size_t index, Record record);
   Record take(std::size_t index);
 
+  void keepRecords(KeptWriter& writer) const;
   void keepEntries(KeptWriter& writer, std::uint32_t oldest) const;
   void keepRemovedSlots(KeptWriter& writer) const;
   void restoreRemovedSlots(KeptReader& reader);

@@ -77,6 +77,8 @@ Steps drawnSteps(const RequestMaker& maker, std::size_t count, std::size_t mostC
       step.kind = Step::Kind::follows;
       step.connection = static_cast<int>(random.below(kFollowers));
       step.limit = random.oneOf(limits);
+    } else if (random.percent(1)) {
+      step.kind = Step::Kind::goesOn;
     } else if (open.empty() || (open.size() < mostConnections && random.percent(4))) {
       step.kind = Step::Kind::connects;
       step.connection = made++;

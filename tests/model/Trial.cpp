@@ -5,6 +5,7 @@
 
 #include "model/Difference.h"
 #include "model/RealState.h"
+#include "registry/KeptBody.h"
 
 namespace sorvane::model {
 namespace {
@@ -52,6 +53,8 @@ std::string shown(const Step& step) {
     case Step::Kind::follows:
       return "follower " + std::to_string(step.connection) + " asks for " +
              std::to_string(step.limit) + " names";
+    case Step::Kind::goesOn:
+      return "another server goes on";
     case Step::Kind::asks:
       text << " asks " << shown(requestOf(step.request));
       break;
@@ -79,26 +82,13 @@ class Trial::Server : public test::CommandServer {
 };
 
 Trial::Trial(const Setting& setting, std::set<std::string> names)
-    : names_(std::move(names)),
+    : setting_(setting),
+      names_(std::move(names)),
       forgetsGone_(setting.remembersGone < names_.size()),
-      server_(
-          std::make_unique<Server>(RegistryLimits{.removed = {.names = setting.remembersGone}})) {
+      server_(madeServer()) {
   movedTime = 1000.0;
   server_->registry.stampTime();
-  const Host& host = setting.host;
-  server_->verbose = setting.isVerbose;
-  server_->host = {.name = host.name,
-                   .address = host.address,
-                   .ethernetAddress = host.ethernetAddress,
-                   .hasOnlyLoopbackAddress = host.servesItselfAlone,
-                   .basePort = host.basePort,
-                   .takesRemoteControl = host.takesRemoteControl,
-                   .takesRemoteRegistration = host.takesRemoteRegistration,
-                   .aliasOf = [](std::string_view asker) {
-                     return asker == "10.9.9.9" ? std::optional<std::string>("outside")
-                                                : std::nullopt;
-                   }};
-  Host modelled = host;
+  Host modelled = setting.host;
   modelled.version = "9.8.7 (build #6) 1.2.2003";
   modelled.system = "test system";
   modelled.aliases = {{"10.9.9.9", "outside"}};
@@ -118,11 +108,66 @@ Trial::Trial(const Setting& setting, std::set<std::string> names)
 
 Trial::~Trial() = default;
 
+std::unique_ptr<Trial::Server> Trial::madeServer() const {
+  auto server =
+      std::make_unique<Server>(RegistryLimits{.removed = {.names = setting_.remembersGone}});
+  const Host& host = setting_.host;
+  server->verbose = setting_.isVerbose;
+  server->host = {.name = host.name,
+                  .address = host.address,
+                  .ethernetAddress = host.ethernetAddress,
+                  .hasOnlyLoopbackAddress = host.servesItselfAlone,
+                  .basePort = host.basePort,
+                  .takesRemoteControl = host.takesRemoteControl,
+                  .takesRemoteRegistration = host.takesRemoteRegistration,
+                  .aliasOf = [](std::string_view asker) {
+                    return asker == "10.9.9.9" ? std::optional<std::string>("outside")
+                                               : std::nullopt;
+                  }};
+  return server;
+}
+
+std::string Trial::goesOn() {
+  std::vector<const PortDescriptor*> records;
+  for (const auto& [number, connection] : open_) {
+    records.push_back(connection->context<PortDescriptor>());
+  }
+  const std::string body = test::keptBody(server_->registry, records);
+  const std::unique_ptr<Server> before = std::exchange(server_, madeServer());
+  auto restored = test::restore(server_->registry, body, open_.size());
+  const std::map<const PortDescriptor*, int> numbers = std::exchange(numbers_, {});
+  records.clear();
+  for (auto record = restored.begin(); const auto& [number, connection] : open_) {
+    numbers_[record->get()] = number;
+    records.push_back(record->get());
+    connection->setContextObject(std::move(*record++));
+  }
+  for (auto& [number, record] : closed_) {
+    record.reset();
+  }
+  for (const std::string& name : names_) {
+    if (const auto former = before->registry.port(name)) {
+      const auto record = server_->registry.port(name);
+      if (record == nullptr) {
+        return "a name is lost: \"" + name + "\"\n";
+      }
+      const int number = numbers.at(former.get());
+      numbers_[record.get()] = number;
+      if (record->holdings().hasLeft != 0) {
+        closed_[number] = record;
+      }
+    }
+  }
+  return test::keptBody(server_->registry, records) == body ? "" : "something else is kept now\n";
+}
+
 std::string Trial::carriesOut(const Step& step, Compared compared) {
   movedTime += step.later;
   const auto found = open_.find(step.connection);
   std::string difference;
-  if (step.kind == Step::Kind::follows) {
+  if (step.kind == Step::Kind::goesOn) {
+    difference = goesOn();
+  } else if (step.kind == Step::Kind::follows) {
     difference = follows(followers_[static_cast<std::size_t>(step.connection)], step.limit);
   } else if (step.kind == Step::Kind::connects) {
     if (found == open_.end() && !closed_.contains(step.connection)) {

@@ -19,7 +19,7 @@ namespace sorvane::model {
 
 /// One thing that happens.
 struct Step {
-  enum class Kind : std::uint8_t { connects, asks, closes, follows };
+  enum class Kind : std::uint8_t { connects, asks, closes, follows, goesOn };
   Kind kind = Kind::asks;
   int connection = 0;             ///< or the number of a follower
   bool isFromThisMachine = true;  ///< of a connection that is made
@@ -60,6 +60,9 @@ class Trial {
   class Connection;
   class Server;
 
+  [[nodiscard]] std::unique_ptr<Server> madeServer() const;
+  /// Another server goes on with what this one keeps.
+  [[nodiscard]] std::string goesOn();
   [[nodiscard]] std::string asks(Connection& sender, const Step& step);
   [[nodiscard]] std::string follows(Follower& follower, std::size_t limit);
   [[nodiscard]] Reply realReply(Connection& sender, const Message& request);
@@ -74,6 +77,7 @@ class Trial {
   [[nodiscard]] std::string differenceOfAll();
   [[nodiscard]] State realState();
 
+  const Setting setting_;
   const std::set<std::string> names_;
   const bool forgetsGone_;
   std::unique_ptr<Server> server_;
