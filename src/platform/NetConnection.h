@@ -13,6 +13,8 @@
 
 namespace sorvane {
 
+class KeptReader;
+
 /// One connection, of either side. A client's connection belongs to the thread that uses it. A
 /// connection that is served belongs to the server, which hands it to one delegate call at a time.
 class NetConnection {
@@ -39,6 +41,13 @@ class NetConnection {
   /// return. Raises std::system_error when the system has no descriptors or threads for that; the
   /// delegate must outlive the process even then.
   [[noreturn]] static void runServerForSocket(int socket, NetConnectionDelegate& delegate);
+  /// Goes on with the listening socket and the connections that `RunningServer::keep` has written,
+  /// in this process or in the program that it has become. Serves then as `runServerForSocket`
+  /// does, and raises the same. Reads the description to its end, and needs it no more when
+  /// `servingBegins` is called. Raises KeptFault if the description, or a descriptor in it, is not
+  /// what it should be; no descriptor was closed then. No connection is closed because a setting
+  /// allows less than it did; but no time that is left is longer than the settings allow.
+  [[noreturn]] static void continueServer(KeptReader& reader, NetConnectionDelegate& delegate);
   /// Runs `work`, which may wait for a disk: at once, or on the disk's thread when the caller is a
   /// serving thread. Work for one disk is run in the order of the calls.
   static void performWaiting(Disk disk, std::function<void()> work);

@@ -12,6 +12,8 @@
 
 namespace sorvane {
 
+class KeptReader;
+class KeptWriter;
 class NetConnection;
 class RunningServer;
 
@@ -24,9 +26,9 @@ class NetConnectionDelegate {
  public:
   virtual ~NetConnectionDelegate() = default;
 
-  /// Called once, before any connection, when everything that serves has been made: the calling
-  /// thread is about to become the last serving thread. Must return soon. An exception that leaves
-  /// it leaves `runServerForSocket`, too.
+  /// Called once, before any connection but those that are restored, when everything that serves
+  /// has been made: the calling thread is about to become the last serving thread. Must return
+  /// soon. An exception that leaves it leaves `runServerForSocket`, too.
   virtual void servingBegins(RunningServer& /*server*/) {}
 
   virtual void startCommunication(NetConnection& connection) = 0;
@@ -73,6 +75,21 @@ class NetConnectionDelegate {
   /// Called before the connection closes, on a serving thread. Hands work that may wait to
   /// `NetConnection::performWaiting`.
   virtual void endCommunication(NetConnection& connection) = 0;
+
+  // ---- Handing on to another program. A connection for which `endCommunication` was called has no
+  // part in it.
+
+  /// Writes what the delegate keeps with a connection. Called during a pause, on the thread that
+  /// pauses.
+  virtual void keepConnection(NetConnection& /*connection*/, KeptWriter& /*writer*/) {}
+
+  /// Reads what `keepConnection` has written, instead of a call of `startCommunication`. Called
+  /// before `servingBegins`. The connection may be asked where its peer is. If this raises, there
+  /// will be no server: the connections are given up without a further call. Without an
+  /// implementation, the connection is taken for a new one.
+  virtual void restoreConnection(NetConnection& connection, KeptReader& /*reader*/) {
+    startCommunication(connection);
+  }
 
   virtual void cleanupAfterMessage() {}
   [[nodiscard]] virtual bool reconnect() { return false; }

@@ -1,9 +1,13 @@
-// The server of this process, for a delegate that asks whether it really serves.
+// The server of this process, for a delegate that asks whether it really serves, and for the one
+// who hands its connections on to another program.
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 namespace sorvane {
+
+class KeptWriter;
 
 /// Lives as long as the process. Any thread may call it.
 class RunningServer {
@@ -29,6 +33,20 @@ class RunningServer {
 
   /// Returns the number of open connections.
   [[nodiscard]] virtual int connections() const = 0;
+
+  // ---- Handing on. Call these on one thread that serves nothing.
+
+  /// Stops between two requests. After true, nothing is delivered, nothing is read or sent, and no
+  /// waiting thread and no disk's thread has work, until `goOn`; rounds wait, too. Returns false if
+  /// it does not come to that by `end`, because a disk hangs, for instance. Everything goes on
+  /// then. Until then, requests that have to wait are put off now and then, 160 ms at most; all
+  /// others are served, but for 20 ms at a time.
+  [[nodiscard]] virtual bool pause(std::chrono::steady_clock::time_point end) = 0;
+  /// Writes, during a pause, what `NetConnection::continueServer` needs: the listening socket and
+  /// all connections. Raises std::bad_alloc if there is no memory.
+  virtual void keep(KeptWriter& writer) const = 0;
+  /// Ends the pause. Nothing that came meanwhile is lost.
+  virtual void goOn() = 0;
 };
 
 }  // namespace sorvane

@@ -24,6 +24,14 @@ Acceptor::Acceptor(int listener, int maximumConnections, ServerContext& context,
       accept_(accept),
       spare_(openSpare()) {}
 
+// A structured binding names all members: a further one does not compile until somebody has decided
+// what becomes of it.
+int Acceptor::listener() const {
+  const auto& [listener, maximumConnections, context, loops, accept, console, spare, fullTurn,
+               accepted, paused, pausedUntil] = *this;
+  return listener;
+}
+
 // The longer a turn, the more connections may have come meanwhile. In a short one, asking for a
 // second connection would mostly be a system call in vain, unless the listening socket was ready in
 // the turn before, too. A flood of them must not keep the loop's connections waiting: so there is a

@@ -37,6 +37,9 @@ class Acceptor {
            const std::vector<std::unique_ptr<ServingLoop>>& loops,
            AcceptCall accept = acceptConnection);
 
+  /// Returns the listening socket, which is all that is handed on to another program.
+  [[nodiscard]] int listener() const;
+
   /// Accepts those connections that have waited longest: one, or more when the turn of the loop has
   /// many events, and twice as many as in the turn before when even those were there.
   void acceptSome(std::uint64_t turn, std::size_t eventsOfTurn, Poller& poller);

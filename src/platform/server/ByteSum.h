@@ -28,6 +28,8 @@ class ByteSum {
     } while (!sum_.compare_exchange_weak(before, before + bytes, std::memory_order_relaxed));
     return true;
   }
+  /// Adds `bytes` even beyond the limit.
+  void addAnyway(std::size_t bytes) { sum_.fetch_add(bytes, std::memory_order_relaxed); }
   /// Takes away what was added before.
   void subtract(std::size_t bytes) { sum_.fetch_sub(bytes, std::memory_order_relaxed); }
 
@@ -35,7 +37,7 @@ class ByteSum {
 
  private:
   const std::size_t limit_;
-  std::atomic<std::size_t> sum_{0};  // at most limit_
+  std::atomic<std::size_t> sum_{0};
 };
 
 /// What one holder has added to a sum. Gives it back at its end. Not synchronised.
@@ -58,6 +60,12 @@ class ByteShare {
     }
     bytes_ = bytes;
     return true;
+  }
+
+  /// The holder holds so many `bytes` more from now on, even beyond the limit.
+  void addAnyway(std::size_t bytes) {
+    sum_.addAnyway(bytes);
+    bytes_ += bytes;
   }
 
  private:

@@ -1,6 +1,7 @@
 // Deadlines that all lie the same time ahead, so that the one added first is due first.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <list>
 
@@ -24,6 +25,11 @@ class DeadlineQueue {
   /// Adds a deadline for the connection, `ahead` from now. The ticket is valid until it is removed.
   [[nodiscard]] Ticket add(ServerConnection& connection) {
     return entries_.insert(entries_.end(), {Clock::now() + ahead_, &connection});
+  }
+  /// Adds one that has `left`, but not beyond `ahead`. It must not be due before those that are
+  /// there.
+  [[nodiscard]] Ticket add(ServerConnection& connection, std::chrono::milliseconds left) {
+    return entries_.insert(entries_.end(), {Clock::now() + std::min(left, ahead_), &connection});
   }
   void remove(Ticket ticket) { entries_.erase(ticket); }
   /// Puts a deadline off to `ahead` from now. Its ticket stays valid.

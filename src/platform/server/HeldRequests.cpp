@@ -6,17 +6,24 @@ namespace sorvane {
 
 void HeldRequests::add(HeldRequest& request, std::chrono::seconds time) {
   request.HeldRequest::AskPlace::goBefore(asked_);
-  setTime(request, time);
+  setTime(request, time, time);
 }
 
 void HeldRequests::addToAsk(HeldRequest& request, std::chrono::seconds time) {
   request.HeldRequest::AskPlace::goBefore(toAsk_);
-  setTime(request, time);
+  setTime(request, time, time);
 }
 
-void HeldRequests::setTime(HeldRequest& request, std::chrono::seconds time) {
-  request.due = Clock::now() + time;
-  request.HeldRequest::EndPlace::goBefore(ends_[static_cast<std::size_t>(time.count())]);
+// A later one of the same ring has a whole time of that ring before it: so the ring stays in order.
+void HeldRequests::addToAsk(HeldRequest& request, std::chrono::milliseconds left) {
+  request.HeldRequest::AskPlace::goBefore(toAsk_);
+  setTime(request, left, std::chrono::ceil<std::chrono::seconds>(left));
+}
+
+void HeldRequests::setTime(HeldRequest& request, std::chrono::milliseconds left,
+                           std::chrono::seconds ring) {
+  request.due = Clock::now() + left;
+  request.HeldRequest::EndPlace::goBefore(ends_[static_cast<std::size_t>(ring.count())]);
   due_ = std::min(due_, request.due);
 }
 

@@ -64,6 +64,10 @@ struct HeldRequest : RingPlace<struct ToAsk>, RingPlace<struct ToEnd> {
 };
 
 static_assert(sizeof(HeldRequest) <= 48, "a held request is small: ten thousand of them wait");
+// It has bases with members, so a structured binding cannot name them all.
+static_assert(sizeof(HeldRequest) == sizeof(HeldRequest::AskPlace) + sizeof(HeldRequest::EndPlace) +
+                                         sizeof(void*) + sizeof(HeldRequest::Clock::time_point),
+              "what becomes of a further member when a held request is handed on?");
 
 /// Belongs to one serving thread. Each operation takes the same time however many requests are
 /// held. Requests of one holding time end in the order in which they came, so there is a ring for
@@ -76,6 +80,9 @@ class HeldRequests {
   void add(HeldRequest& request, std::chrono::seconds time);
   /// Adds one that was asked on another thread: it is asked again soon.
   void addToAsk(HeldRequest& request, std::chrono::seconds time);
+  /// Adds one that was held elsewhere and has `left`, at most `Reply::kLongestHold`: it is asked
+  /// soon. Before any other, and in the order of their ends.
+  void addToAsk(HeldRequest& request, std::chrono::milliseconds left);
   /// Takes a request out, if it is there.
   static void remove(HeldRequest& request) {
     request.HeldRequest::AskPlace::leave();
@@ -106,7 +113,8 @@ class HeldRequests {
   using AskRing = HeldRequest::AskPlace;
   using EndRing = HeldRequest::EndPlace;
 
-  void setTime(HeldRequest& request, std::chrono::seconds time);
+  /// `ring` is of a holding time that is not shorter than `left`.
+  void setTime(HeldRequest& request, std::chrono::milliseconds left, std::chrono::seconds ring);
   /// Returns the request of a ring that ends first; null for an empty ring.
   [[nodiscard]] static HeldRequest* firstOf(EndRing& ring) {
     return ring.isAlone() ? nullptr : static_cast<HeldRequest*>(&ring.next());

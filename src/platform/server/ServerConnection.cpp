@@ -30,8 +30,6 @@ constexpr int kRequestsAtOnce = 4 * kRequestsOfTurn;
 constexpr std::size_t kLongRequest = 16 * 1024;
 // A larger output buffer is freed after use.
 constexpr std::size_t kKeptOutput = 1024 * 1024;
-// More memory of leftover input is given back when half of it is not in use.
-constexpr std::size_t kKeptInput = 4096;
 
 /// Calls an operation of the delegate and returns its result, or `otherwise` if it raises
 /// NSException. Any other exception ends the process, because it may have left a lock held.
@@ -72,7 +70,11 @@ inline void encodeReply(Reply reply, std::string_view request, ReplyBuffer& outp
 
 }  // namespace
 
-ServerConnection::~ServerConnection() { closeSocket(descriptor_); }
+ServerConnection::~ServerConnection() {
+  if (descriptor_ >= 0) {
+    closeSocket(descriptor_);
+  }
+}
 
 void ServerConnection::start() {
   callDelegate(true, [this] {
@@ -150,7 +152,11 @@ void ServerConnection::serve(std::string_view input) {
     linger();
   } else if (served.mustWait) {
     enter(Phase::delivering);
-    loop_.context().deliveries.run([this] { deliverOnWaitingThread(); });
+    if (loop_.context().pause.setsAside()) {
+      loop_.setAside(*this);
+    } else {
+      handToWaitingThread();
+    }
   } else {
     if (leftover_ != nullptr && !leftover_->input.empty()) {
       setDeadline(loop_.partialFrames());
@@ -228,6 +234,10 @@ const char* ServerConnection::readLeftoverRequest(Message& request) const {
   const std::string_view input = leftover_->input.view();
   const std::size_t bodyBytes = readFrameHeader(input, loop_.context().maximumBodyBytes).bodyBytes;
   return request.readBody(input.substr(kFrameHeaderBytes, bodyBytes));
+}
+
+void ServerConnection::handToWaitingThread() {
+  loop_.context().deliveries.run([this] { deliverOnWaitingThread(); });
 }
 
 void ServerConnection::deliverOnWaitingThread() {
@@ -346,30 +356,6 @@ bool ServerConnection::keepInput(std::string_view rest) {
   const bool isWithinLimit = countInput();
   dropLeftoverIfEmpty();
   return isWithinLimit;
-}
-
-void ServerConnection::Input::takeOff(std::size_t bytes) {
-  handled_ += bytes;
-  completeBytes_ -= std::min(bytes, completeBytes_);
-  if (size() <= handled_) {
-    bytes_.erase(0, std::exchange(handled_, 0));
-    if (bytes_.capacity() > kKeptInput && bytes_.size() < bytes_.capacity() / 2) {
-      bytes_.shrink_to_fit();
-    }
-  }
-}
-
-std::optional<FrameHeader> ServerConnection::Input::firstUnfinished(std::size_t maximumBodyBytes) {
-  while (completeBytes_ < size()) {
-    const std::string_view rest = view().substr(completeBytes_);
-    const FrameHeader header = readFrameHeader(rest, maximumBodyBytes);
-    if (header.fault != nullptr || !header.complete ||
-        rest.size() - kFrameHeaderBytes < header.bodyBytes) {
-      return header;
-    }
-    completeBytes_ += kFrameHeaderBytes + header.bodyBytes;
-  }
-  return std::nullopt;
 }
 
 bool ServerConnection::countInput() {

@@ -29,7 +29,7 @@
 //      connections get their turn before the next request is delivered.
 //   2  The next request must wait, for instance for a lock, or it is so long that reading it would
 //      keep the loop's other connections waiting: it goes to a waiting thread. From there it goes
-//      on to the thread of a disk, if it needs that disk.
+//      on to the thread of a disk, if it needs that disk. While a pause is wanted, it stays here.
 //   3  The next request is held: its reply comes when something changes, when its time is over, or
 //      when the peer sends nothing more, or a bad header. What comes behind it is kept as leftover
 //      input: one frame of the longest kind has room.
@@ -38,14 +38,14 @@
 //   5  No complete frame is left.
 // Further transitions:
 //   6  The waiting thread is done, and the peer did not take the whole reply.
-//   delivering -> holding   The waiting thread has delivered a request that is held.
-//   holding -> sending      The peer did not take the whole reply.
-//   sending -> lingering    All is sent, and a malformed frame had been found before.
-//   delivering -> lingering The waiting thread has found the frame malformed.
-//   reading -> lingering    A frame was not complete within the time that the settings allow.
-//   start -> closed         The poller refused the descriptor.
-//   reading -> closed       The peer closed the connection, or receiving or sending failed.
-//   holding -> lingering    What came behind the request is not complete in time, or cannot be
+//   delivering -> sending   All is sent, but a pause is wanted: nothing is delivered before its
+//   end. delivering -> holding   The waiting thread has delivered a request that is held. holding
+//   -> sending      The peer did not take the whole reply. sending -> lingering    All is sent, and
+//   a malformed frame had been found before. delivering -> lingering The waiting thread has found
+//   the frame malformed. reading -> lingering    A frame was not complete within the time that the
+//   settings allow. start -> closed         The poller refused the descriptor. reading -> closed
+//   The peer closed the connection, or receiving or sending failed. holding -> lingering    What
+//   came behind the request is not complete in time, or cannot be
 //                           kept. The reply is sent first.
 //   holding -> closed       Receiving or sending failed.
 //   serve -> closed         The replies cannot be kept: those that clients have not taken yet would
@@ -70,12 +70,9 @@
 #include <utility>
 
 #include "platform/NetConnection.h"
-#include "platform/server/ByteSum.h"
-#include "platform/server/DeadlineQueue.h"
-#include "platform/server/HeldRequests.h"
+#include "platform/server/ConnectionState.h"
+#include "platform/server/KeptServer.h"
 #include "platform/server/Poller.h"
-#include "platform/server/UntakenReplies.h"
-#include "platform/wire/Frame.h"
 
 namespace sorvane {
 
@@ -92,16 +89,20 @@ struct ServerContext;
 /// While a reply cannot be sent, nothing is read. So a peer that does not read its replies costs a
 /// bounded amount of memory, however much it asks. What all connections keep has limits, too: one
 /// for input, whether it is a part of a frame or waits for its turn, and one for replies.
-class ServerConnection final : public NetConnection {
+class ServerConnection final : public NetConnection, private ConnectionState {
  public:
   /// Takes over the descriptor.
-  ServerConnection(int descriptor, ServingLoop& loop) : loop_(loop), descriptor_(descriptor) {}
+  ServerConnection(int descriptor, ServingLoop& loop)
+      : ConnectionState{.loop_ = loop, .descriptor_ = descriptor} {}
+  /// Takes over the descriptor of a connection that another program has kept. What it holds is
+  /// counted, whatever the limits are. Call `restoreDeadline`, `restoreHeld` and `watch` then.
+  ServerConnection(const KeptConnection& kept, ServingLoop& loop);
 
   [[nodiscard]] int descriptor() const { return descriptor_; }
 
   // ---- ServerConnection.cpp: requests and their replies
 
-  /// Closes the descriptor.
+  /// Closes the descriptor, unless it was released.
   ~ServerConnection() override;
 
   /// Tells the delegate, then begins to watch the descriptor. Called on the accepting thread, which
@@ -110,6 +111,9 @@ class ServerConnection final : public NetConnection {
 
   /// Handles an event of the poller. May destroy the connection.
   void handle(const Poller::Event& event);
+
+  /// Has a waiting thread deliver the first request of the leftover input.
+  void handToWaitingThread();
 
   // ---- ServerConnectionPhases.cpp: leftovers, deadlines, refusing and closing
 
@@ -126,64 +130,37 @@ class ServerConnection final : public NetConnection {
   /// the leftover input. May destroy the connection.
   void resume();
 
+  /// Takes the connection back with that request undelivered, until the loop goes on after a pause.
+  /// May destroy the connection.
+  void standBy();
+
   /// Asks for the reply to the request that is held, for the last time or not. If there is one,
   /// sends it and goes on with the requests behind. May destroy the connection.
   void answerHeld(bool isLastTime);
 
+  // ---- ServerConnectionKept.cpp: handing on
+
+  /// Describes the connection during a pause, when it is not in the phase `delivering`. Times count
+  /// from `now`. Valid until the connection changes.
+  [[nodiscard]] KeptConnection kept(DeadlineQueue::Clock::time_point now) const;
+  /// True if `endCommunication` was called.
+  [[nodiscard]] bool isEnded() const { return ended_; }
+  /// Gives up the descriptor: the connection does not close it.
+  void release() { descriptor_ = -1; }
+  /// Sets the deadline that the phase has, but not beyond what the settings allow. Those of a loop
+  /// must be set in the order of their ends.
+  void restoreDeadline(std::chrono::milliseconds left);
+  /// Holds the request that was held. Those of a loop must be held in the order of their ends.
+  void restoreHeld(std::chrono::milliseconds left);
+  /// Begins to watch for what the phase needs. May destroy the connection.
+  void watch();
+
  private:
-  enum class Phase : std::uint8_t {
-    reading,     ///< waits for requests
-    sending,     ///< waits until the peer takes replies
-    delivering,  ///< a waiting thread delivers a request; the poller does not watch
-    holding,     ///< holds a request; what comes behind it is kept
-    lingering,   ///< the writing side is shut; what still arrives is dropped
-  };
   static constexpr const char* kTooManyReplies =
       "replies that clients have not taken fill the memory that they may";
   static constexpr const char* kTooManyUnfinished =
       "unfinished requests fill the memory that they may";
   static constexpr const char* kNoMemory = "there is no memory for its requests and replies";
-  /// Bytes that came and are not handled yet.
-  class Input {
-   public:
-    [[nodiscard]] std::string_view view() const {
-      return std::string_view(bytes_).substr(handled_);
-    }
-    [[nodiscard]] std::size_t size() const { return bytes_.size() - handled_; }
-    [[nodiscard]] bool empty() const { return size() == 0; }
-    /// The memory that it takes, bytes.
-    [[nodiscard]] std::size_t capacity() const { return bytes_.capacity(); }
-    void append(std::string_view came) { bytes_.append(came); }
-    /// Takes the first `bytes` off and gives back memory that is needed no more. The rest is moved
-    /// only when it is the smaller half, so taking off many requests moves each byte once or so.
-    void takeOff(std::size_t bytes);
-    /// Looks at the frames that came since the last call. Returns the header of the first frame
-    /// that is not complete or whose header is bad, or nothing if all are complete.
-    [[nodiscard]] std::optional<FrameHeader> firstUnfinished(std::size_t maximumBodyBytes);
-    /// The length of the complete frames that `firstUnfinished` has found.
-    [[nodiscard]] std::size_t completeBytes() const { return completeBytes_; }
-
-   private:
-    std::string bytes_;
-    std::size_t handled_ = 0;        // of `bytes_`; these are not moved out yet
-    std::size_t completeBytes_ = 0;  // behind those
-  };
-  struct Leftover {
-    explicit Leftover(ServerContext& context);
-
-    Input input;
-    ByteShare inputShare;   ///< the memory of `input`
-    UntakenReplies output;  ///< replies that are not sent yet
-    ReplyBuffer reply;      ///< of the request that a waiting thread delivers
-    /// Why the connection must be closed after a waiting thread had it, or null.
-    const char* closingReason = nullptr;
-    /// Why a waiting thread found the request malformed, or null.
-    const char* fault = nullptr;
-    /// The reply if a waiting thread has delivered a request that is held.
-    std::optional<Reply> held = std::nullopt;
-    DeadlineQueue* queue = nullptr;  ///< which has a deadline of the connection; null if none has
-    DeadlineQueue::Ticket deadline;  ///< valid if there is a `queue`
-  };
 
   // ---- ServerConnection.cpp: requests and their replies
 
@@ -284,14 +261,6 @@ class ServerConnection final : public NetConnection {
   void drop();
   /// Destroys the connection.
   void closeNow();
-
-  ServingLoop& loop_;
-  std::unique_ptr<Leftover> leftover_;  // null if nothing is left over
-  std::unique_ptr<HeldRequest> held_;   // null until the connection holds a request
-  int descriptor_;
-  Phase phase_ = Phase::reading;
-  bool refused_ = false;  // no more input is accepted
-  bool ended_ = false;    // endCommunication was called
 };
 
 }  // namespace sorvane

@@ -23,9 +23,6 @@ ConsoleRateLimit& refusals() {
 
 }  // namespace
 
-ServerConnection::Leftover::Leftover(ServerContext& context)
-    : inputShare(context.unfinishedInput), output(context.untakenReplies) {}
-
 bool ServerConnection::isFromThisMachine() const {
   const auto peer = peerAddress(descriptor_);
   return peer && loop_.context().ownAddresses.contains(*peer);
@@ -46,10 +43,17 @@ void ServerConnection::resume() {
     const Reply held = *std::exchange(leftover_->held, std::nullopt);
     dropLeftoverIfEmpty();
     hold(held.time(), false);
-  } else if (hasLeftoverOutput()) {
+  } else if (hasLeftoverOutput() || loop_.context().pause.isAskedFor()) {
     waitForPeer();
   } else {
     continueAfterSending();
+  }
+}
+
+void ServerConnection::standBy() {
+  phase_ = Phase::sending;
+  if (!loop_.poller().add(descriptor_, Poller::Interest::writable, this)) {
+    closeNow();
   }
 }
 

@@ -29,6 +29,9 @@ void ServingLoop::run(Acceptor* acceptor) {
   servingThread = true;
   for (;;) {
     takeTurn(acceptor);
+    if (context_.pause.isAskedFor()) {
+      context_.pause.stand([this] { settle(); });
+    }
   }
 }
 
@@ -69,20 +72,50 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
   }
 }
 
+std::unique_ptr<ServerConnection>& ServingLoop::placeFor(int descriptor) {
+  const auto index = static_cast<std::size_t>(descriptor);
+  if (connections_.size() <= index) {
+    connections_.resize(index + 1);
+  }
+  return connections_[index];
+}
+
+void ServingLoop::countOne() {
+  context_.connections.fetch_add(1, std::memory_order_relaxed);
+  load_.fetch_add(1, std::memory_order_relaxed);
+}
+
 void ServingLoop::adopt(int descriptor) {
   ServerConnection* connection = nullptr;
   {
     const std::lock_guard<std::mutex> hold(mutex_);
-    const auto index = static_cast<std::size_t>(descriptor);
-    if (connections_.size() <= index) {
-      connections_.resize(index + 1);
-    }
-    connections_[index] = std::make_unique<ServerConnection>(descriptor, *this);
-    connection = connections_[index].get();
+    std::unique_ptr<ServerConnection>& place = placeFor(descriptor);
+    place = std::make_unique<ServerConnection>(descriptor, *this);
+    connection = place.get();
   }
-  context_.connections.fetch_add(1, std::memory_order_relaxed);
-  load_.fetch_add(1, std::memory_order_relaxed);
+  countOne();
   connection->start();
+}
+
+void ServingLoop::take(std::unique_ptr<ServerConnection>& connection) {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  placeFor(connection->descriptor()) = std::move(connection);
+  countOne();
+}
+
+// All else that a loop has is made anew where its connections go on: deadlines and held requests
+// are handed on with their connections. A further member does not compile until somebody has
+// decided what becomes of it.
+void ServingLoop::forEachConnection(const std::function<void(ServerConnection&)>& use) {
+  auto& [context, poller, turn, partialFrames, untakenReplies, lingerers, held, known, told,
+         sleeper, input, output, request, aside, load, toPerform, mutex, delivered, connections] =
+      *this;
+  const std::lock_guard<std::mutex> hold(mutex);
+  for (const auto& each : connections) {
+    if (each != nullptr) {
+      use(*each);
+    }
+  }
 }
 
 void ServingLoop::forget(ServerConnection& connection) {
@@ -107,6 +140,16 @@ void ServingLoop::perform(const std::function<void()>& work) {
 }
 
 void ServingLoop::handleWakeUp() {
+  resumeDelivered();
+  if (const auto* const work = toPerform_.exchange(nullptr, std::memory_order_acq_rel)) {
+    (*work)();
+  }
+  if (!context_.pause.setsAside()) {
+    deliverAside();
+  }
+}
+
+void ServingLoop::resumeDelivered() {
   std::vector<ServerConnection*> ready;
   {
     const std::lock_guard<std::mutex> hold(mutex_);
@@ -115,8 +158,18 @@ void ServingLoop::handleWakeUp() {
   for (ServerConnection* const connection : ready) {
     serve(*connection, [=] { connection->resume(); });
   }
-  if (const auto* const work = toPerform_.exchange(nullptr, std::memory_order_acq_rel)) {
-    (*work)();
+}
+
+void ServingLoop::deliverAside() {
+  for (ServerConnection* const connection : std::exchange(aside_, {})) {
+    serve(*connection, [=] { connection->handToWaitingThread(); });
+  }
+}
+
+void ServingLoop::settle() {
+  resumeDelivered();
+  for (ServerConnection* const connection : std::exchange(aside_, {})) {
+    serve(*connection, [=] { connection->standBy(); });
   }
 }
 
@@ -155,6 +208,13 @@ void ServingLoop::hold(HeldRequest& request, std::chrono::seconds time, bool isA
   } else {
     held_.addToAsk(request, time);
   }
+}
+
+void ServingLoop::holdOn(HeldRequest& request, std::chrono::milliseconds left) {
+  if (held_.empty()) {
+    told_ = context_.changes.load(std::memory_order_acquire);
+  }
+  held_.addToAsk(request, left);
 }
 
 // The replies of the turn were sent before: a change costs the one who makes it the same, however

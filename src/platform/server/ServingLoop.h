@@ -8,7 +8,8 @@
 //   |     |
 //   |     +-- a wake-up: connections whose request a waiting thread has delivered are resumed; each
 //   |     |     sends its reply and goes on with the requests that came meanwhile. Then the work
-//   |     |     that another thread wants performed here, if there is any
+//   |     |     that another thread wants performed here, if there is any; and the requests that
+//   |     |     were set aside for a pause, if there was none, go to the waiting threads
 //   |     |
 //   |     +-- the listening socket (one loop has it): the acceptor accepts one connection, or up to
 //   |     |     sixteen in a turn of many events, and gives each to the loop with the fewest
@@ -40,7 +41,10 @@
 //   |     requests behind it. If more are left, the next turn does not wait for events.
 //   |     |
 //   |     v
-//   +-- if the acceptor's pause is over: it accepts again
+//   |   if the acceptor's pause is over: it accepts again
+//   |     |
+//   |     v
+//   +-- if a pause of all loops is asked for: the loop stands (ServingPause.h)
 #pragma once
 
 #include <atomic>
@@ -58,6 +62,7 @@
 #include "platform/server/DeadlineQueue.h"
 #include "platform/server/HeldRequests.h"
 #include "platform/server/Poller.h"
+#include "platform/server/ServingPause.h"
 #include "platform/server/SleepingLoops.h"
 #include "platform/server/UntakenReplies.h"
 #include "platform/server/WaitingThreads.h"
@@ -83,6 +88,7 @@ struct ServerContext {
   std::atomic<int> connections{0};  ///< open connections of all loops
   const std::atomic<std::uint64_t>& changes = delegate.changes();  ///< what held requests wait for
   SleepingLoops sleepers{};  ///< the loops that hold requests and wait for a change
+  ServingPause pause{};
 
   /// Wakes the loops that hold requests, if there was a change that was not announced. Call it on a
   /// thread that is no loop's, when it may have made changes. Any thread, outside all locks.
@@ -116,8 +122,24 @@ class ServingLoop {
   /// if there is no memory for a connection. Any thread.
   void adopt(int descriptor);
 
+  /// Takes over a connection that was made for this loop. It is counted. The loop must not run yet.
+  /// Raises `std::bad_alloc` and leaves `connection` alone if there is no memory.
+  void take(std::unique_ptr<ServerConnection>& connection);
+  /// Has a request held that was held in another program. It is asked in the first turn, and ends
+  /// when `left` is over. Those of a loop must come in the order of their ends. The loop must not
+  /// run yet.
+  void holdOn(HeldRequest& request, std::chrono::milliseconds left);
+  /// Calls `use` with each connection. Call it during a pause, or before the loop runs.
+  void forEachConnection(const std::function<void(ServerConnection&)>& use);
+
   /// Takes back a connection after a waiting thread has delivered its request. Any thread.
   void delivered(ServerConnection& connection);
+
+  /// Keeps a connection, whose next request has to wait, until the pause that is wanted is over.
+  void setAside(ServerConnection& connection) { aside_.push_back(&connection); }
+
+  /// Ends the wait of the poller. Any thread.
+  void wake() { poller_.wake(); }
 
   /// Calls `work` in the next turn, on the loop's own thread. The work must not wait, and belongs
   /// to the caller. The loop takes one work at a time: wait for its call before the next. Any
@@ -164,7 +186,15 @@ class ServingLoop {
   void noteChanges();
   /// Asks some of the held requests that are to be asked.
   void askHeld();
+  /// Returns the place for a connection of that descriptor. mutex_ is held.
+  [[nodiscard]] std::unique_ptr<ServerConnection>& placeFor(int descriptor);
+  void countOne();
   void handleWakeUp();
+  void resumeDelivered();
+  /// Hands the requests that were set aside to the waiting threads.
+  void deliverAside();
+  /// Makes all connections ready for a pause in which nothing is delivered.
+  void settle();
 
   ServerContext& context_;
   Poller poller_;
@@ -181,6 +211,7 @@ class ServingLoop {
   const std::unique_ptr<char[]> input_;
   ReplyBuffer output_;
   Message request_;
+  std::vector<ServerConnection*> aside_;  // with a request for a waiting thread, before a pause
   std::atomic<int> load_{0};
   std::atomic<const std::function<void()>*> toPerform_{nullptr};
 

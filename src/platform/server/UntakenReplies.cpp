@@ -1,5 +1,6 @@
 #include "platform/server/UntakenReplies.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/server/SocketCalls.h"
@@ -61,6 +62,11 @@ bool UntakenTotal::add(const ReplyBuffer& replies) {
   return false;
 }
 
+void UntakenTotal::addAnyway(const ReplyBuffer& replies) {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  sum_.addAnyway(replies.own().capacity() + addHolders(replies));
+}
+
 void UntakenTotal::subtract(const ReplyBuffer& replies) {
   const std::size_t own = replies.own().capacity();
   if (replies.shared().empty()) {
@@ -98,6 +104,42 @@ void UntakenReplies::drop() {
     replies_ = ReplyBuffer();
     sent_ = 0;
   }
+}
+
+KeptReplies UntakenReplies::kept() const {
+  const auto& [total, replies, sent] = *this;  // the total is counted anew
+  KeptReplies kept;
+  std::size_t ownSent = 0;
+  std::size_t left = sent;
+  auto each = replies.shared().begin();
+  for (; each != replies.shared().end(); ++each) {
+    const std::size_t ownBefore = each->place - ownSent;
+    if (left < ownBefore + each->bytes().size()) {
+      kept.sentOfFirst = left - std::min(left, ownBefore);
+      break;
+    }
+    left -= ownBefore + each->bytes().size();
+    ownSent = each->place;
+  }
+  ownSent += left - kept.sentOfFirst;
+  kept.own = replies.own().view().substr(ownSent);
+  for (; each != replies.shared().end(); ++each) {
+    kept.shared.push_back({each->place - ownSent, each->text});
+  }
+  return kept;
+}
+
+void UntakenReplies::restore(const KeptReplies& kept) {
+  auto& [total, replies, sent] = *this;
+  std::size_t done = 0;
+  for (const ReplyBuffer::SharedText& each : kept.shared) {
+    replies.own().append(kept.own.substr(done, each.place - done));
+    replies.share(each.text);
+    done = each.place;
+  }
+  replies.own().append(kept.own.substr(done));
+  sent = kept.sentOfFirst;
+  total.addAnyway(replies);
 }
 
 }  // namespace sorvane

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "platform/server/ByteSum.h"
+#include "platform/server/KeptServer.h"
 #include "platform/wire/ReplyBuffer.h"
 
 namespace sorvane {
@@ -23,6 +24,8 @@ class UntakenTotal {
   /// Adds replies that are kept from now on. Returns false and adds nothing if the sum would pass
   /// the limit.
   [[nodiscard]] bool add(const ReplyBuffer& replies);
+  /// Adds replies even beyond the limit.
+  void addAnyway(const ReplyBuffer& replies);
   /// Takes away replies that were added and have not been changed since.
   void subtract(const ReplyBuffer& replies);
 
@@ -58,6 +61,12 @@ class UntakenReplies {
   /// were sent, or -1 with the reason in `errno`.
   [[nodiscard]] ssize_t send(int descriptor);
   void drop();
+
+  /// Describes what is not sent yet. Valid until the replies change.
+  [[nodiscard]] KeptReplies kept() const;
+  /// Takes over replies that another program has kept, even beyond the limit; there must be none so
+  /// far.
+  void restore(const KeptReplies& kept);
 
  private:
   UntakenTotal& total_;

@@ -42,7 +42,8 @@ void WaitingThreads::workForever() {
   std::unique_lock<std::mutex> hold(mutex_);
   for (;;) {
     ++idle_;
-    workCame_.wait(hold, [this] { return !queue_.empty(); });
+    workEnded_.notify_all();
+    workCame_.wait(hold, [this] { return !queue_.empty() && !isStopped_; });
     --idle_;
     const std::function<void()> work = std::move(queue_.front());
     queue_.pop_front();
@@ -50,6 +51,31 @@ void WaitingThreads::workForever() {
     work();
     hold.lock();
   }
+}
+
+bool WaitingThreads::becomesIdle(std::unique_lock<std::mutex>& hold,
+                                 std::chrono::steady_clock::time_point end) {
+  return workEnded_.wait_until(hold, end, [this] { return queue_.empty() && idle_ == threads_; });
+}
+
+bool WaitingThreads::waitUntilIdle(std::chrono::steady_clock::time_point end) {
+  std::unique_lock<std::mutex> hold(mutex_);
+  return becomesIdle(hold, end);
+}
+
+bool WaitingThreads::stopWhenIdle(std::chrono::steady_clock::time_point end) {
+  std::unique_lock<std::mutex> hold(mutex_);
+  if (!becomesIdle(hold, end)) {
+    return false;
+  }
+  isStopped_ = true;
+  return true;
+}
+
+void WaitingThreads::goOn() {
+  const std::lock_guard<std::mutex> hold(mutex_);
+  isStopped_ = false;
+  workCame_.notify_all();
 }
 
 WaitingThreads& threadOf(Disk disk) {

@@ -1,6 +1,7 @@
 // Threads that may wait for a lock or a disk. The serving threads must not.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -25,17 +26,29 @@ class WaitingThreads {
   /// The same for work that comes before all that is queued.
   void runNext(std::function<void()> work);
 
+  /// Waits until no thread has work and none is queued. Returns false if there is some at `end`.
+  [[nodiscard]] bool waitUntilIdle(std::chrono::steady_clock::time_point end);
+  /// Does the same. After true, what is queued waits for `goOn`.
+  [[nodiscard]] bool stopWhenIdle(std::chrono::steady_clock::time_point end);
+  /// Goes on after `stopWhenIdle`; nothing happens when it is not stopped.
+  void goOn();
+
  private:
   void startThread();     // mutex_ is held
   void provideForWork();  // mutex_ is held
   [[noreturn]] void workForever();
+  /// Waits as `waitUntilIdle` does. `hold` holds mutex_.
+  [[nodiscard]] bool becomesIdle(std::unique_lock<std::mutex>& hold,
+                                 std::chrono::steady_clock::time_point end);
 
   const std::size_t maximum_;
   std::mutex mutex_;
   std::condition_variable workCame_;
+  std::condition_variable workEnded_;
   std::deque<std::function<void()>> queue_;  // guarded by mutex_
   std::size_t threads_ = 0;                  // guarded by mutex_
   std::size_t idle_ = 0;                     // guarded by mutex_
+  bool isStopped_ = false;                   // guarded by mutex_
 };
 
 /// The one thread for work that may wait for that disk. The first call starts the threads of all

@@ -42,7 +42,9 @@ ServedByHand::ServedByHand(const HandLimits& limits)
                ByteSum(limits.unfinishedBytes),
                UntakenTotal(limits.unsentBytes),
                limits.untakenReply} {
-  loops_.push_back(std::make_unique<ServingLoop>(context_));
+  for (int i = 0; i < limits.loops; ++i) {
+    loops_.push_back(std::make_unique<ServingLoop>(context_));
+  }
 }
 
 RawConnection ServedByHand::connect() {

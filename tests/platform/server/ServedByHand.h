@@ -1,4 +1,4 @@
-// A server of one loop, whose turns the test takes one by one.
+// A server whose turns the test takes one by one.
 #pragma once
 
 #include <chrono>
@@ -21,6 +21,7 @@ struct HandLimits {
   std::size_t unsentBytes = std::numeric_limits<std::size_t>::max();
   std::chrono::milliseconds untakenReply{300000};
   std::chrono::milliseconds partialMessage = Settings().partialMessageTimeout;
+  int loops = 1;
 };
 
 /// Its connections are socket pairs: what one side has sent has arrived at the other. Nothing
@@ -31,12 +32,13 @@ class ServedByHand {
 
   [[nodiscard]] ScriptedDelegate& delegate() { return delegate_; }
   [[nodiscard]] ServerContext& context() { return context_; }
+  /// The first loop, as a rule the only one.
   [[nodiscard]] ServingLoop& loop() { return *loops_.front(); }
   [[nodiscard]] const std::vector<std::unique_ptr<ServingLoop>>& loops() const { return loops_; }
 
-  /// A new connection of the loop.
+  /// A new connection of the first loop.
   [[nodiscard]] RawConnection connect();
-  /// Takes a turn, which waits for an event or a deadline.
+  /// The first loop takes a turn, which waits for an event or a deadline.
   void turn() { loop().takeTurn(nullptr); }
   /// What the client receives until it has `count` bytes or the server has closed; takes turns
   /// whenever there is nothing to receive.
@@ -45,7 +47,7 @@ class ServedByHand {
  private:
   ScriptedDelegate delegate_;
   ServerContext context_;
-  std::vector<std::unique_ptr<ServingLoop>> loops_;  // one
+  std::vector<std::unique_ptr<ServingLoop>> loops_;
 };
 
 /// The two ends of a connection without a network. The server's end does not block.

@@ -7,8 +7,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/KeptForm.h"
 #include "platform/NSException.h"
 #include "platform/VNHost.h"
+#include "platform/server/WaitingThreads.h"
 
 namespace sorvane::test {
 namespace {
@@ -52,6 +54,7 @@ Delivery ScriptedDelegate::deliverWithoutDisk(const Message& request, NetConnect
   changesMade += request.contains("change") ? 1 : 0;
   return {disk, [this, &sender](const Message& sameRequest) {
             waitAtGate();
+            std::this_thread::sleep_for(std::chrono::milliseconds(diskTime));
             return answer(sameRequest, sender);
           }};
 }
@@ -130,6 +133,25 @@ void ScriptedDelegate::waitAtGate() {
   changed_.wait(hold, [this] { return gateIsOpen_; });
 }
 
+void ScriptedDelegate::keepConnection(NetConnection& connection, KeptWriter& writer) {
+  const auto* const tracker = connection.context<Tracker>();
+  if (tracker == nullptr || tracker->inside != 0 || tracker->ended) {
+    ++overlaps;
+    return;
+  }
+  writer.number(tracker->seenChanges);
+}
+
+void ScriptedDelegate::restoreConnection(NetConnection& connection, KeptReader& reader) {
+  if (connection.context<Tracker>() != nullptr) {
+    ++overlaps;
+  }
+  auto tracker = std::make_shared<Tracker>();
+  tracker->seenChanges = reader.number();
+  connection.setContextObject(std::move(tracker));
+  ++restored;
+}
+
 void ScriptedDelegate::endCommunication(NetConnection& connection) {
   auto* const tracker = connection.context<Tracker>();
   if (tracker == nullptr || tracker->inside != 0 || std::exchange(tracker->ended, true)) {
@@ -167,6 +189,24 @@ ServedDelegate::ServedDelegate(Settings settings) : delegate_(new ScriptedDelega
   --port_;
   std::thread([socket, delegate = delegate_] {
     NetConnection::runServerForSocket(socket, *delegate);
+  }).detach();
+}
+
+ServedDelegate::ServedDelegate(const ServedDelegate& before, Settings settings)
+    : delegate_(new ScriptedDelegate), port_(before.port_) {
+  KeptWriter writer;
+  if (!before.running().pause(std::chrono::steady_clock::now() + kPatience)) {
+    throw std::runtime_error("the server does not pause");
+  }
+  before.running().keep(writer);
+  for (const Disk disk : {Disk::log, Disk::preferences}) {
+    threadOf(disk).goOn();  // the process has no others for the next server
+  }
+  settings.localAccessOnly = true;
+  Settings::replaceForTest(settings);
+  std::thread([delegate = delegate_, description = writer.header() + std::string(writer.body())] {
+    KeptReader reader(description);
+    NetConnection::continueServer(reader, *delegate);
   }).detach();
 }
 

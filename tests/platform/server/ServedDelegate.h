@@ -40,6 +40,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   Reply deliverCommunication(const Message& request, NetConnection& sender) override;
   [[nodiscard]] const std::atomic<std::uint64_t>& changes() const override { return changesMade; }
   Reply deliverHeld(NetConnection& sender, bool isLastTime) override;
+  void keepConnection(NetConnection& connection, KeptWriter& writer) override;
+  void restoreConnection(NetConnection& connection, KeptReader& reader) override;
   void endCommunication(NetConnection& connection) override;
 
   /// Waits until the server serves.
@@ -55,6 +57,7 @@ class ScriptedDelegate : public NetConnectionDelegate {
       std::make_shared<const std::string>(600000, 's');
 
   std::atomic<int> started{0};
+  std::atomic<int> restored{0};
   std::atomic<int> delivered{0};
   /// Those among them that no other thread than the serving one has delivered.
   std::atomic<int> deliveredWithoutWaiting{0};
@@ -62,6 +65,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   std::atomic<std::uint64_t> changesMade{0};
   /// How often a reply to a held request was asked for.
   std::atomic<int> askedHeld{0};
+  /// How many milliseconds a request for a disk takes.
+  std::atomic<int> diskTime{0};
   /// How often two operations of one connection ran at once, or out of order.
   std::atomic<int> overlaps{0};
 
@@ -84,6 +89,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
 class ServedDelegate {
  public:
   explicit ServedDelegate(Settings settings = {});
+  /// Pauses `before` for ever, and goes on with its socket and its connections.
+  ServedDelegate(const ServedDelegate& before, Settings settings);
 
   [[nodiscard]] ScriptedDelegate& delegate() { return *delegate_; }
   [[nodiscard]] RunningServer& running() const { return delegate_->running(); }
