@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <ostream>
@@ -208,6 +209,43 @@ TEST(Pause, LetsARequestThatHasToWaitWaitWhereItIsUntilItIsOver) {
   server.context().pause.goOn();
   server.loop().wake();
   EXPECT_EQ(server.receives(client, waits.size() + numbered(1).size()), waits + numbered(1));
+}
+
+TEST(Pause, LetsTheRequestsBehindOneThatHadToWaitWaitUntilItIsOver) {
+  ServedByHand server;
+  server.delegate().openGate();
+  RawConnection client = server.connect();
+  const std::string waits = frame(Message({{"wait", ""}}));
+  client.send(waits + numbered(0));
+  server.turn();
+  server.context().pause.askToStand();
+  EXPECT_EQ(server.receives(client, waits.size()), waits);
+  EXPECT_EQ(server.delegate().delivered, 1);
+  server.context().pause.goOn();
+  EXPECT_EQ(server.receives(client, numbered(0).size()), numbered(0));
+}
+
+TEST(Pause, LetsClientsWaitForAShortTimeOnlyWhileADiskHangs) {
+  ServedDelegate server(threeThreads());
+  RawConnection hanging = server.connect();
+  hanging.send(frame(Message({{"log", ""}})));
+  ASSERT_TRUE(server.delegate().arriveAtGate(1));
+  std::atomic<bool> isOver = false;
+  Clock::duration longest{};
+  RawConnection client = server.connect();
+  std::thread thread([&] {
+    while (!isOver) {
+      const auto begin = Clock::now();
+      EXPECT_TRUE(client.ask(Message()));
+      longest = std::max(longest, Clock::now() - begin);
+    }
+  });
+  EXPECT_FALSE(server.running().pause(Clock::now() + milliseconds(400)));
+  isOver = true;
+  thread.join();
+  EXPECT_LT(longest, milliseconds(200));
+  server.delegate().openGate();
+  EXPECT_TRUE(hanging.receiveFrame());
 }
 
 /// A round that tells when it begins and when it is back.
