@@ -46,6 +46,13 @@ class VNFileLock {
   /// followed.
   [[nodiscard]] bool obtainLock();
 
+  /// Makes the object for a lock that this process holds by a descriptor already: by one that the
+  /// program before in this process has opened. Takes over the descriptor.
+  [[nodiscard]] static std::shared_ptr<VNFileLock> heldLock(const std::string& name,
+                                                            Descriptor held);
+  /// The descriptor by which the lock is held; negative if it is not.
+  [[nodiscard]] int descriptor() const { return held_.number(); }
+
   /// Looks at the lock `<LockDirectory>/<name>.lock` without taking it, not even for a moment: a
   /// program that starts meanwhile gets it. Creates nothing. Any thread.
   [[nodiscard]] static FileLockLook look(const std::string& name);

@@ -136,6 +136,12 @@ std::shared_ptr<VNFileLock> VNFileLock::fileLockWithSorvaneProcessName(const std
   return std::shared_ptr<VNFileLock>(new VNFileLock(lockPath(name)));
 }
 
+std::shared_ptr<VNFileLock> VNFileLock::heldLock(const std::string& name, Descriptor held) {
+  auto lock = fileLockWithSorvaneProcessName(name);
+  lock->held_ = std::move(held);
+  return lock;
+}
+
 VNFileLock::VNFileLock(std::string path) : path_(std::move(path)) {}
 
 bool VNFileLock::obtainLock() {

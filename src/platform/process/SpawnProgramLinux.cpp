@@ -13,8 +13,11 @@ namespace {
 /// Keeps the descriptors and signal settings of this process from the new program.
 class CleanStart {
  public:
-  CleanStart() {
+  explicit CleanStart(int output) {
     posix_spawn_file_actions_init(&files_);
+    if (output >= 0) {
+      posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
+    }
     posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1);
     posix_spawnattr_init(&attributes_);
     sigset_t signals;
@@ -41,13 +44,13 @@ class CleanStart {
 
 }  // namespace
 
-int spawnProgram(const std::string& path) {
-  const CleanStart start;
-  std::string name = path;
-  char* arguments[] = {name.data(), nullptr};
+int spawnProgram(const std::string& path, const std::vector<std::string>& words, int output) {
+  const CleanStart start(output);
+  std::vector<std::string> all = {path};
+  all.insert(all.end(), words.begin(), words.end());
   pid_t process = -1;
-  const int failure =
-      posix_spawn(&process, path.c_str(), start.files(), start.attributes(), arguments, environ);
+  const int failure = posix_spawn(&process, path.c_str(), start.files(), start.attributes(),
+                                  argumentArray(all).data(), environ);
   if (failure != 0) {
     throw NSException(path + " cannot be launched: " +
                       std::error_code(failure, std::generic_category()).message());

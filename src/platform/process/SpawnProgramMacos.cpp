@@ -10,11 +10,14 @@
 
 namespace sorvane {
 
-int spawnProgram(const std::string& path) {
+int spawnProgram(const std::string& path, const std::vector<std::string>& words, int output) {
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     posix_spawn_file_actions_addinherit_np(&files, descriptor);
+  }
+  if (output >= 0) {
+    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
   }
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
@@ -25,11 +28,11 @@ int spawnProgram(const std::string& path) {
   posix_spawnattr_setsigmask(&attributes, &signals);
   posix_spawnattr_setflags(
       &attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_CLOEXEC_DEFAULT);
-  std::string name = path;
-  char* arguments[] = {name.data(), nullptr};
+  std::vector<std::string> all = {path};
+  all.insert(all.end(), words.begin(), words.end());
   pid_t process = -1;
-  const int failure =
-      posix_spawn(&process, path.c_str(), &files, &attributes, arguments, *_NSGetEnviron());
+  const int failure = posix_spawn(&process, path.c_str(), &files, &attributes,
+                                  argumentArray(all).data(), *_NSGetEnviron());
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&files);
   if (failure != 0) {

@@ -1,5 +1,6 @@
 #include "platform/Settings.h"
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <memory>
@@ -8,6 +9,7 @@
 
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
+#include "platform/ProgramFile.h"
 #include "platform/PropertyList.h"
 #include "platform/settings/SettingsFile.h"
 #include "platform/settings/SettingsTable.h"
@@ -149,6 +151,11 @@ CurrentSettings& currentSettings() {
 }
 
 }  // namespace
+
+std::string executableFolder() {
+  const std::string& file = programFile();
+  return file.empty() ? "/" : file.substr(0, std::max<std::size_t>(file.rfind('/'), 1));
+}
 
 const Settings& Settings::current() { return currentSettings().get(); }
 

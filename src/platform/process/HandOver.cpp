@@ -1,0 +1,145 @@
+#include "platform/HandOver.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+#include "platform/NSException.h"
+#include "platform/SpawnProgram.h"
+#include "platform/WithoutInterruption.h"
+
+extern "C" char** environ;
+
+namespace sorvane {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kMostAnswer = 4096;
+constexpr int kFirstOfOwn = STDERR_FILENO + 1;
+
+/// Reads until the end, or until `end`. Returns whether the end has come.
+bool readToEnd(int descriptor, Clock::time_point end, std::string& text) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    pollfd waiting{descriptor, POLLIN, 0};
+    if (left.count() <= 0 || withoutInterruption([&] {
+                               return poll(&waiting, 1, static_cast<int>(left.count()));
+                             }) <= 0) {
+      return false;
+    }
+    char bytes[512];
+    const ssize_t came = read(descriptor, bytes, sizeof bytes);
+    if (came == 0) {
+      return true;
+    }
+    if (came > 0) {
+      text.append(bytes, std::min(static_cast<std::size_t>(came), kMostAnswer - text.size()));
+    } else if (errno != EINTR && errno != EAGAIN) {
+      return false;
+    }
+  }
+}
+
+void setCloseOnExec(int descriptor, bool closes) {
+  fcntl(descriptor, F_SETFD, closes ? FD_CLOEXEC : 0);
+}
+
+}  // namespace
+
+ProgramAnswer askProgram(const std::string& path, const std::vector<std::string>& words,
+                         std::chrono::milliseconds limit) {
+  const Clock::time_point end = Clock::now() + limit;
+  PipeEnds pipe = openPipe();
+  if (!pipe.reading.isOpen()) {
+    return {{}, "no pipe can be opened for its answer"};
+  }
+  ProgramAnswer answer;
+  int process = -1;
+  try {
+    process = spawnProgram(path, words, pipe.writing.number());
+  } catch (const NSException& failure) {
+    return {{}, failure.what()};
+  }
+  pipe.writing.close();
+  if (!readToEnd(pipe.reading.number(), end, answer.text)) {
+    answer.fault = "it did not answer in time";
+    kill(process, SIGKILL);
+  }
+  // Without a zombie even if this process does not wait for its children.
+  withoutInterruption([=] { return waitpid(process, nullptr, 0); });
+  return answer;
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written =
+        withoutInterruption([&] { return write(descriptor, bytes.data(), bytes.size()); });
+    if (written <= 0) {
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+int becomeProgram(const std::string& path, std::vector<std::string> words,
+                  const std::vector<std::string>& variables, const std::vector<int>& descriptors) {
+  std::vector<std::string> environment;
+  for (char** each = environ; *each != nullptr; ++each) {
+    environment.emplace_back(*each);
+  }
+  environment.insert(environment.end(), variables.begin(), variables.end());
+  const std::vector<char*> arguments = argumentArray(words);
+  const std::vector<char*> values = argumentArray(environment);
+  for (const int each : descriptors) {
+    setCloseOnExec(each, false);
+  }
+  execve(path.c_str(), arguments.data(), values.data());
+  const int reason = errno;
+  for (const int each : descriptors) {
+    setCloseOnExec(each, true);
+  }
+  return reason;
+}
+
+void closeDescriptorsWhenReplaced() {
+  std::error_code failure;
+  for (const auto& entry : std::filesystem::directory_iterator("/dev/fd", failure)) {
+    const std::string name = entry.path().filename().string();
+    int number = 0;
+    std::from_chars(name.data(), name.data() + name.size(), number);
+    if (number >= kFirstOfOwn) {
+      setCloseOnExec(number, true);
+    }
+  }
+}
+
+MappedFile::MappedFile(Descriptor file) {
+  struct stat status {};
+  if (fstat(file.number(), &status) != 0 || status.st_size <= 0) {
+    return;
+  }
+  const auto bytes = static_cast<std::size_t>(status.st_size);
+  void* const begin = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE, file.number(), 0);
+  if (begin != MAP_FAILED) {
+    bytes_ = {static_cast<const char*>(begin), bytes};
+  }
+}
+
+MappedFile::~MappedFile() {
+  if (!bytes_.empty()) {
+    munmap(const_cast<char*>(bytes_.data()), bytes_.size());
+  }
+}
+
+}  // namespace sorvane
