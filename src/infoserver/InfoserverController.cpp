@@ -28,6 +28,17 @@ InfoserverController::InfoserverController(std::string preferenceFile)
   userPreferences_.emplace(std::move(preferenceFile));
 }
 
+InfoserverController::InfoserverController(KeptReader& kept)
+    : remoteRegistration_(Settings::current().remoteRegistration) {
+  instance = this;
+  userPreferences_.emplace(VNGlobalPath::sorvaneUserFilePath(), kept);
+}
+
+void InfoserverController::keep(KeptWriter& writer) const {
+  const auto& [remoteRegistration, commLock, raisedRequests, verboseMode, userPreferences] = *this;
+  userPreferences->keep(writer);
+}
+
 InfoserverController::~InfoserverController() {
   InfoserverController* self = this;
   instance.compare_exchange_strong(self, nullptr);

@@ -7,6 +7,7 @@
 
 #include "infoserver/PreferenceStore.h"
 #include "platform/Console.h"
+#include "platform/KeptForm.h"
 #include "platform/NetConnection.h"
 #include "platform/VNThreadLock.h"
 
@@ -39,6 +40,10 @@ class InfoserverController : public NetConnectionDelegate {
   InfoserverController();
   /// Does the same with another file.
   explicit InfoserverController(std::string preferenceFile);
+  /// Becomes the instance and goes on with what another had in memory, written by its `keep`.
+  explicit InfoserverController(KeptReader& kept);
+  /// Call it while no request is handled.
+  void keep(KeptWriter& writer) const;
   ~InfoserverController() override;
   InfoserverController(const InfoserverController&) = delete;
   InfoserverController& operator=(const InfoserverController&) = delete;

@@ -25,6 +25,18 @@ std::optional<PropertyList> readDictionary(const std::string& path) {
   }
 }
 
+PropertyList keptDictionary(KeptReader& kept) {
+  try {
+    PropertyList list = PropertyList::parse(kept.text());
+    if (list.dictionary() != nullptr) {
+      return list;
+    }
+  } catch (const PropertyListError&) {
+    // Raises below.
+  }
+  throw KeptFault("what was kept has preferences that are no dictionary");
+}
+
 /// The length of an entry in the description of all preferences, beyond that of its key and value:
 /// the start of its line, " = " and ";".
 constexpr std::size_t kEntryFrameBytes = std::string_view("\n     = ;").size();
@@ -44,6 +56,17 @@ PreferenceStore::PreferenceStore(std::string file) : file_(std::move(file)) {
     write();
   }
   bytes_ = preferences_.descriptionBytes();
+}
+
+PreferenceStore::PreferenceStore(std::string file, KeptReader& kept)
+    : file_(std::move(file)),
+      preferences_(keptDictionary(kept)),
+      bytes_(preferences_.descriptionBytes()) {}
+
+// The limits of the console lines begin anew.
+void PreferenceStore::keep(KeptWriter& writer) const {
+  const auto& [file, preferences, bytes, failedWrites, refusals] = *this;
+  writer.text(preferences.description());
 }
 
 const PropertyList* PreferenceStore::find(std::string_view key) const {

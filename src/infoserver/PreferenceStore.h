@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "platform/Console.h"
+#include "platform/KeptForm.h"
 #include "platform/PropertyList.h"
 
 namespace sorvane {
@@ -24,6 +25,10 @@ class PreferenceStore {
   /// replaced by the text of an empty dictionary: damaged preferences never keep the name server
   /// from starting. Never raises.
   explicit PreferenceStore(std::string file);
+  /// Goes on with what another store of the same file had in memory, written by its `keep`. Neither
+  /// reads nor writes the file: a change that could not be written is written by the next `set`.
+  PreferenceStore(std::string file, KeptReader& kept);
+  void keep(KeptWriter& writer) const;
 
   /// Returns the top-level entry of that key, or null. Valid until the next `set`.
   [[nodiscard]] const PropertyList* find(std::string_view key) const;
