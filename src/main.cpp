@@ -1,11 +1,14 @@
 // The name server daemon. The first word of the command line selects how it starts.
 #include <exception>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "daemon/Arguments.h"
 #include "daemon/CommandLine.h"
 #include "daemon/ProcessSetup.h"
 #include "daemon/ServiceManager.h"
+#include "daemon/Succession.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
@@ -17,19 +20,31 @@ int main(int argc, char** argv) {
   openClosedStandardStreams();
   keepFilesFromOthers();
   recordArguments(argc, argv);
+  holdUpgradeSignalBack();
   takeServiceManager();
   Settings::endProcessOnBadFile();
   const StartMode mode = startMode(VN_parameter(1));
   if (mode == StartMode::stopAll) {
     stopAllNameServers();
   }
-  if (mode == StartMode::detached) {
+  if (mode == StartMode::answers) {
+    answerWhetherUnderstood(VN_parameter(2));
+  }
+  std::unique_ptr<MappedFile> kept = takeKept();
+  if (mode == StartMode::detached && kept == nullptr) {
     detach();
   }
   ignoreSignalsOfFailedWrites();
   sorvkeyController controller;
   try {
-    controller.runConnection(mode == StartMode::verbose);
+    if (kept == nullptr) {
+      controller.runConnection(mode == StartMode::verbose);
+    } else {
+      controller.continueConnection(mode == StartMode::verbose, std::move(kept));
+    }
+  } catch (const KeptFault& fault) {
+    consoleLine(std::string("the name server starts anew: ") + fault.what());
+    startAnew();
   } catch (const std::exception& failure) {
     const std::string line = std::string("the name server cannot serve: ") + failure.what();
     consoleLine(line);

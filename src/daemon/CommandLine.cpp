@@ -5,9 +5,10 @@ namespace {
 
 constexpr StartWord kWords[] = {
     {"-MachLaunch", StartMode::verbose},  // started by the system: always verbose, on purpose
-    {"verbose", StartMode::verbose},     {"-verbose", StartMode::verbose},
-    {"noexit", StartMode::foreground},   {"-noexit", StartMode::foreground},
-    {"kill", StartMode::stopAll},        {"-kill", StartMode::stopAll},
+    {"verbose", StartMode::verbose},      {"-verbose", StartMode::verbose},
+    {"noexit", StartMode::foreground},    {"-noexit", StartMode::foreground},
+    {"kill", StartMode::stopAll},         {"-kill", StartMode::stopAll},
+    {"-understands", StartMode::answers},
 };
 
 }  // namespace

@@ -11,6 +11,7 @@ enum class StartMode {
   foreground,  ///< serve in the process that was started
   verbose,     ///< as `foreground`, with more entries in the log
   stopAll,     ///< stop every name server of this host, and serve nothing
+  answers,     ///< tell whether this program can take the place of a running one
 };
 
 struct StartWord {

@@ -4,13 +4,16 @@
 //
 //   openClosedStandardStreams();                        // platform/StandardStreams.h
 //   recordArguments(argc, argv);                        // Arguments.h
+//   holdUpgradeSignalBack();                            // Succession.h
 //   takeServiceManager();                               // ServiceManager.h
 //   const StartMode mode = startMode(VN_parameter(1));  // CommandLine.h
 //   if (mode == StartMode::stopAll) stopAllNameServers();
-//   if (mode == StartMode::detached) detach();
+//   if (mode == StartMode::answers) answerWhetherUnderstood(VN_parameter(2));
+//   kept = takeKept();                                  // what the program before has left
+//   if (mode == StartMode::detached && !kept) detach();
 //   ignoreSignalsOfFailedWrites();
 //   sorvkeyController controller;                       // opens the log: openLog, Log.h
-//   controller.runConnection(mode == StartMode::verbose);
+//   controller.runConnection(mode == StartMode::verbose);  // or continueConnection, with `kept`
 //   endProcess();                                       // only when serving has ended or could
 //                                                       // not begin
 //

@@ -47,6 +47,11 @@ std::string statusText(const ServiceManager::Counts& counts) {
 }
 
 ServiceManager* manager = nullptr;
+// Never destroyed: the process may end while another thread reads it.
+std::vector<std::string>& takenVariables() {
+  static auto* const variables = new std::vector<std::string>;
+  return *variables;
+}
 
 }  // namespace
 
@@ -129,9 +134,14 @@ void takeServiceManager() {
     manager = new ServiceManager(socket, getenv(kWatchdogTime), getenv(kWatchdogProcess));
   }
   for (const char* const variable : kServiceManagerVariables) {
+    if (const char* const value = getenv(variable)) {
+      takenVariables().push_back(std::string(variable) + '=' + value);
+    }
     unsetenv(variable);
   }
 }
+
+std::vector<std::string> serviceManagerVariables() { return takenVariables(); }
 
 ServiceManager* serviceManager() { return manager; }
 

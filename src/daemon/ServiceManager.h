@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/Descriptor.h"
 
@@ -77,6 +78,10 @@ class ServiceManager {
 
 /// Takes the three variables out of the environment. Call it once, before other threads exist.
 void takeServiceManager();
+
+/// Returns the variables as they were (NAME=VALUE), for a program that takes the place of this one.
+/// Any thread.
+[[nodiscard]] std::vector<std::string> serviceManagerVariables();
 
 /// The manager of this process, which lives as long as the process; null if there is none.
 [[nodiscard]] ServiceManager* serviceManager();

@@ -27,7 +27,7 @@ void print(const char* text) {
 
 }  // namespace
 
-void sorvkeyController::runConnection(bool verbose) {
+void sorvkeyController::begin(bool verbose) {
   sorvkey_verbose = verbose ? 1 : 0;
   if (verbose) {
     NetConnection::setVerbose();
@@ -36,6 +36,10 @@ void sorvkeyController::runConnection(bool verbose) {
   // The first call reads a file, which no command may wait for.
   static_cast<void>(platformName());
   raiseResourceLimits();
+}
+
+void sorvkeyController::runConnection(bool verbose) {
+  begin(verbose);
   if (verbose) {
     const bool localOnly = VNHost::currentHost().isLocalAccessOnly();
     print(localOnly ? "isLocalAccessOnly = 1\n" : "isLocalAccessOnly = 0\n");

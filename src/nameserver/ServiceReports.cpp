@@ -24,6 +24,8 @@ std::size_t namesOfClients(const Registry& registry) {
 }  // namespace
 
 void sorvkeyController::servingBegins(RunningServer& server) {
+  kept_.reset();  // everything was read
+  std::thread([this, &server] { takeUpgrades(server); }).detach();
   ServiceManager* const manager = serviceManager();
   if (manager == nullptr) {
     return;

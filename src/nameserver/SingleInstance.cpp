@@ -22,10 +22,12 @@ void watchAddress(const std::function<bool()>& isStillValid,
 std::string_view hostOfNameserver(std::string_view text) { return text.substr(0, text.rfind('_')); }
 
 void sorvkeyController::runGlobalLook() {
-  _startupLockConnection();
-  if (sorvkey_verbose != 0) {
-    logMessage("succeeded. ");
-    consoleLine("succeeded. ");
+  if (!processLockIsTaken_) {
+    _startupLockConnection();
+    if (sorvkey_verbose != 0) {
+      logMessage("succeeded. ");
+      consoleLine("succeeded. ");
+    }
   }
   if (!VNHost::currentHost().isDynamic()) {
     return;

@@ -11,6 +11,7 @@
 #include "discovery/ARendezvousController.h"
 #include "infoserver/InfoserverController.h"
 #include "platform/Console.h"
+#include "platform/HandOver.h"
 #include "platform/NetConnection.h"
 #include "platform/VNFileLock.h"
 #include "platform/VNThreadLock.h"
@@ -18,6 +19,7 @@
 #include "registry/Continuity.h"
 #include "registry/Dispatch.h"
 #include "registry/HostLists.h"
+#include "registry/KeptRecords.h"
 #include "registry/Registry.h"
 #include "registry/RetiredTexts.h"
 
@@ -58,9 +60,14 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Takes every step of the start, then serves on this thread. Returns only if serving ends.
   /// Raises std::system_error when the system has no descriptors or threads.
   void runConnection(bool verbose);
+  /// Goes on with what the program before in this process has kept, instead of taking the steps of
+  /// the start: with its lock, its socket, its connections and all that they have registered
+  /// (Continuation.cpp). Then serves as `runConnection` does. Raises KeptFault if the description
+  /// is damaged; nothing is to be done with this object then.
+  void continueConnection(bool verbose, std::unique_ptr<MappedFile> kept);
 
-  /// Begins to tell the service manager, if one listens, that this process serves
-  /// (ServiceReports.cpp).
+  /// Begins to take upgrades in place, and to tell the service manager, if one listens, that this
+  /// process serves (ServiceReports.cpp).
   void servingBegins(RunningServer& server) override;
   /// Gives the connection a new port record.
   void startCommunication(NetConnection& connection) override;
@@ -89,6 +96,9 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   }
   /// Answers a connection that waits for a change, if there was one or the time is over.
   Reply deliverHeld(NetConnection& sender, bool isLastTime) override;
+  // The record of a connection, as a part of what is kept of the connection.
+  void keepConnection(NetConnection& connection, KeptWriter& writer) override;
+  void restoreConnection(NetConnection& connection, KeptReader& reader) override;
   /// Frees the texts that the message has replaced.
   void cleanupAfterMessage() override { releaseRetiredTexts(); }
   [[nodiscard]] bool reconnect() override { return false; }
@@ -139,6 +149,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
 
  protected:
   // The steps of `runConnection`; protected for tests.
+  void begin(bool verbose);
   void startInfoserver(bool verbose);
   void publish();
   void registerOwnPorts();
@@ -153,6 +164,14 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// The body of the thread that reports to the service manager; begins when the process lock is
   /// taken.
   [[noreturn]] void reportTo(ServiceManager& manager, RunningServer& server);
+  /// The body of the thread that waits for upgrades in place (Continuation.cpp); begins when the
+  /// process lock is taken.
+  [[noreturn]] void takeUpgrades(RunningServer& server);
+  /// Makes the program file take the place of this program. Returns only when that was put off, with
+  /// the reason in words; everything goes on as before then.
+  [[nodiscard]] std::string upgrade(RunningServer& server);
+  /// Writes everything that is kept. The server must be paused.
+  void keep(KeptWriter& writer, RunningServer& server);
   [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);
   /// Writes what the command wants written, and reports the request if the command raised.
   void write(const Notes& notes, bool raised, const Message& request);
@@ -171,8 +190,12 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // Set during the start, before connections are served.
   std::unique_ptr<InfoserverController> infoserver_;
   bool startupFlag_ = false;
-  // Used by the watcher thread alone; held until the process ends.
+  // Set by the watcher thread before it says `processLockIsTaken_`; held until the process ends.
   std::shared_ptr<VNFileLock> processLock_;
+  // Used while what is kept is written, or read before anything is served; null otherwise.
+  std::unique_ptr<KeptRecords> keptRecords_;
+  std::unique_ptr<RestoredRecords> restoredRecords_;
+  std::unique_ptr<MappedFile> kept_;
 };
 
 }  // namespace sorvane

@@ -1,0 +1,97 @@
+// Upgrades in place: another program goes on in this process with everything that this one keeps.
+#include <chrono>
+#include <new>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "daemon/ProcessSetup.h"
+#include "daemon/Succession.h"
+#include "nameserver/sorvkeyController.h"
+#include "platform/Console.h"
+#include "platform/RunningServer.h"
+
+namespace sorvane {
+namespace {
+
+constexpr const char* kLockName = "sorvinfo";
+// A request that waits for a disk or a lock is waited for so long.
+constexpr std::chrono::seconds kPauseLimit{5};
+
+}  // namespace
+
+void sorvkeyController::takeUpgrades(RunningServer& server) {
+  processLockIsTaken_.wait(false);
+  for (;;) {
+    waitForUpgradeSignal();
+    continuity_.noteUpgradeAttempt();
+    const std::string reason = upgrade(server);
+    continuity_.noteRefused(reason);
+    const std::string line = "the upgrade in place was put off: " + reason;
+    consoleLine(line);
+    logMessage(line);
+  }
+}
+
+std::string sorvkeyController::upgrade(RunningServer& server) {
+  std::string reason = whyNoSuccessor();
+  if (!reason.empty()) {
+    return reason;
+  }
+  if (!server.pause(std::chrono::steady_clock::now() + kPauseLimit)) {
+    return "a request has waited for a lock or a disk for too long";
+  }
+  try {
+    KeptWriter writer;
+    keep(writer, server);
+    reason = handOver(writer);
+  } catch (const std::bad_alloc&) {
+    reason = "there is no memory for what is to be kept";
+  }
+  server.goOn();
+  return reason;
+}
+
+// A member that is added later does not compile here until somebody has decided what becomes of it.
+void sorvkeyController::keep(KeptWriter& writer, RunningServer& server) {
+  const auto& [host, registry, continuity, serverLock, waitingForServerLock, droppedPortsConsole,
+               warnings, raisedRequests, processLockIsTaken, infoserver, startupFlag, processLock,
+               keptRecords, restoredRecords, kept] = *this;
+  writer.text(sorvaneVersion());
+  writer.descriptor(processLock->descriptor());
+  continuity.keep(writer);
+  infoserver->keep(writer);
+  keptRecords_ = std::make_unique<KeptRecords>();
+  registry.keep(writer, *keptRecords_);
+  server.keep(writer);
+  keptRecords_.reset();
+}
+
+void sorvkeyController::keepConnection(NetConnection& connection, KeptWriter& writer) {
+  keptRecords_->keepRecord(writer, *connection.context<PortDescriptor>());
+}
+
+void sorvkeyController::restoreConnection(NetConnection& connection, KeptReader& reader) {
+  connection.setContextObject(restoredRecords_->restoreRecord(reader));
+}
+
+void sorvkeyController::continueConnection(bool verbose, std::unique_ptr<MappedFile> kept) {
+  kept_ = std::move(kept);
+  KeptReader reader(kept_->bytes());
+  const std::string before(reader.text());
+  processLock_ = VNFileLock::heldLock(kLockName, Descriptor(reader.descriptor()));
+  processLockIsTaken_ = true;
+  continuity_.restore(reader);
+  infoserver_ = std::make_unique<InfoserverController>(reader);
+  restoredRecords_ = std::make_unique<RestoredRecords>();
+  registry_.restore(reader, *restoredRecords_);
+  begin(verbose);
+  publish();
+  std::thread([this] { runGlobalLook(); }).detach();
+  ignoreHangupAndInterrupt();
+  continuity_.noteUpgraded();
+  logMessage("Upgraded in place from " + before + " to " + sorvaneVersion());
+  NetConnection::continueServer(reader, *this);
+}
+
+}  // namespace sorvane
