@@ -63,6 +63,8 @@ std::string awaitPortChanges() {
   return frame(Message{{"action", "awaitPortChanges"}, {"timeout", "300"}});
 }
 
+std::string continuity() { return frame(Message{{"action", "continuity"}}); }
+
 Exchange refresh() { return {frame(Message{{"action", "needsRefresh"}}), result("success"), 1}; }
 
 std::string result(std::string_view text) { return frame(Message{{"result", text}}); }

@@ -42,6 +42,8 @@ namespace sorvane_requests {
 [[nodiscard]] std::string didPortsChange();
 /// Waits for a change as long as possible.
 [[nodiscard]] std::string awaitPortChanges();
+/// Asks what the name server has gone through.
+[[nodiscard]] std::string continuity();
 /// A change, and its reply.
 [[nodiscard]] Exchange refresh();
 /// The reply whose result is that text.

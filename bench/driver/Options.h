@@ -19,6 +19,7 @@ struct Options {
   int askedChanges = 5;                            ///< that they are told of when they ask
   std::chrono::milliseconds askingInterval{1000};  ///< how often each of them asks
   int repeats = 4;                                 ///< how often a disturbed sample is taken again
+  int upgrades = 20;                               ///< in place, whose silence is measured
   int starts = 20;                                 ///< how often the start is timed
   std::chrono::milliseconds idleTime{10'000};      ///< how long the idle name server is watched
   std::string only;  ///< rows whose title contains this; all when empty

@@ -10,11 +10,13 @@
 #include "driver/Footprint.h"
 #include "driver/Options.h"
 #include "driver/Rows.h"
+#include "driver/Silence.h"
 #include "driver/Table.h"
 #include "driver/Telling.h"
 
 namespace {
 
+using sorvane::bench::kUpgrade;
 using sorvane::bench::kWhoWait;
 using sorvane::bench::Options;
 
@@ -27,6 +29,7 @@ void makeQuick(Options& options) {
   options.sample = std::chrono::milliseconds(250);
   options.repeats = 1;
   options.starts = 5;
+  options.upgrades = 5;
   options.changes = 50;
   options.askedChanges = 2;
   options.idleTime = std::chrono::milliseconds(3000);
@@ -38,6 +41,7 @@ void makeTrial(Options& options) {
   options.sample = std::chrono::milliseconds(50);
   options.repeats = 0;
   options.starts = 1;
+  options.upgrades = 1;
   options.idleTime = std::chrono::milliseconds(200);
   options.idleConnections = 200;
   options.crowd = 100;
@@ -82,6 +86,9 @@ void runAll(Options options) {
   if (wanted(options, std::string("a change told to those ") + kWhoWait)) {
     printTelling(options, cores);
   }
+  if (wanted(options, std::string("silence of an ") + kUpgrade)) {
+    printSilence(options, cores);
+  }
   if (wanted(options, "start of the process to its first answer")) {
     printStart(options, cores);
   }
@@ -110,6 +117,7 @@ int main(int argc, char** argv) {
   bool trial = false;
   bool withoutRivals = false;
   bool watch = false;
+  bool upgrade = false;
   CLI::App app("Measures the name server beside a bare echo server, redis and memcached.", "bench");
   app.add_option("--daemon", daemon, "The built name server")->required()->check(CLI::ExistingFile);
   app.add_option("--sorvctl", sorvctl, "The built command")->required()->check(CLI::ExistingFile);
@@ -119,12 +127,16 @@ int main(int argc, char** argv) {
   app.add_option("--only", options.only, "Only the rows whose title contains this");
   app.add_flag("--watch", watch,
                "Only how soon those who wait hear of a change, and what it costs");
+  app.add_flag("--upgrade", upgrade, "Only the silence of an upgrade in place");
   CLI11_PARSE(app, argc, argv);
   options.daemon = daemon;
   options.sorvctl = sorvctl;
   options.rivals = !withoutRivals;
   if (watch) {
     options.only = kWhoWait;
+  }
+  if (upgrade) {
+    options.only = kUpgrade;
   }
   if (quick) {
     makeQuick(options);
