@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -15,7 +16,9 @@
 #include "integration/Sorvctl.h"
 #include "integration/UpgradeHost.h"
 #include "support/ForkedPart.h"
+#include "support/OwnNamespaces.h"
 #include "support/Program.h"
+#include "support/TestFiles.h"
 
 namespace sorvane::test {
 namespace {
@@ -114,19 +117,40 @@ TEST_F(SorvctlUpgrade, SendsNoSignalToAProcessThatDidNotAnswer) {
   EXPECT_TRUE(other->isRunning());
 }
 
+// As in a container, or in a unit that hides the system.
+TEST_F(SorvctlUpgrade, TakesTheProcessThatTheFileNamesWhereTheSystemTellsNoHolder) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root";
+  }
+  inOwnMounts([this] {
+    ASSERT_EQ(mount("proc", "/proc", "proc", 0, "subset=pid"), 0);
+    starts("upgrades");
+    EXPECT_EQ(tool({"upgrade"}).output, "upgraded from 1.0 to 1.1\n");
+    const std::string none = std::to_string(1 << 30);
+    writeFile(lock(), none);
+    expectFailure(tool({"upgrade"}), 3,
+                  lock().string() + " names process " + none + ", which is gone");
+  });
+}
+
 TEST_F(SorvctlUpgrade, OfAnotherUsersNameServerSaysSo) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root";
   }
   starts("upgrades");
-  Program asNobody(toolPath(), {"upgrade"}, {.input = {}, .beforeStart = [] {
-                                               ASSERT_TRUE(setgroups(0, nullptr) == 0 &&
-                                                           setgid(65534) == 0 &&
-                                                           setuid(65534) == 0);
-                                             }});
+  const Program::Options asUser{
+      .input = {}, .beforeStart = [] {
+        ASSERT_TRUE(setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0);
+      }};
+  Program asNobody(toolPath(), {"upgrade"}, asUser);
   EXPECT_EQ(asNobody.wait(), 1);
   EXPECT_NE(asNobody.errors().find("is another user's: upgrade it as root"), std::string::npos)
       << asNobody.errors();
+  fs::permissions(lock(), fs::perms::owner_all);
+  Program unable(toolPath(), {"upgrade"}, asUser);
+  EXPECT_EQ(unable.wait(), 1);
+  EXPECT_NE(unable.errors().find(lock().string() + ": Permission denied"), std::string::npos)
+      << unable.errors();
 }
 
 TEST_F(SorvctlUpgrade, IsDoneOnTheHostOfTheNameServer) {

@@ -9,7 +9,7 @@ it does otherwise:
   drops       that, and every connection ends
   refuses     it tells a reason, some questions later
   hangs       it begins, and does not finish
-  ignores     nothing: it does not begin
+  ignores     nothing: it does not begin, and tells the reason of an earlier attempt
   dies        the signal ends it
   begins      another registry, as of a name server that was started anew
   earlier     it knows no `continuity`, and the signal ends it
@@ -53,7 +53,7 @@ class Server:
     def __init__(self, lock: str, port: str, does: str, *kept: str):
         self.does = does
         self.upgrades = self.attempts = 0
-        self.refused = ""
+        self.refused = "an earlier reason" if does == "ignores" else ""
         self.instance = "0123456789abcdef" * 2
         self.questions = None  # since the signal
         self.selector = selectors.DefaultSelector()
@@ -87,6 +87,7 @@ class Server:
 
     def upgrade(self) -> None:
         self.attempts += 1
+        self.refused = ""
         self.questions = 0
         if self.does in ("upgrades", "drops", "begins"):
             kept = [self.lock, self.listener.fileno(), self.upgrades, *(each.fileno() for each in self.connections())]

@@ -109,9 +109,10 @@ void signalUpgrade(const sorvane::SystemProcess& process) {
   throw Failure(Status::saidNo, name + ": " + std::generic_category().message(reason));
 }
 
-/// Empty when the server does not tell it.
+/// The version of the name server, which is on this host.
 std::string versionOf(Session& session) {
-  const std::optional<HostInfo> info = readHostInfo(session);
+  const auto info =
+      hostInfoOf(session.askForResult({{"action", "hostInfo"}, {"hostAddress", "localhost"}}));
   return info ? info->version : "";
 }
 
