@@ -164,7 +164,6 @@ class Upgrade {
       if (failure.status() != Status::notReached) {
         throw;
       }
-      session_.close();
       state_ = doctor::nameOf(process_) + " does not answer: " + failure.what();
       if (hasEnded(process_.number)) {
         throw Failure(Status::saidNo, doctor::nameOf(process_) + " has ended");
