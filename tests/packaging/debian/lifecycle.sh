@@ -125,15 +125,20 @@ holds grep -q 'findPort = db1' /var/log/sorvane/infoserver_log.1
 is "$(sorvctl send findPort=db2 2>/dev/null || echo "status $?")" 'status 1'
 holds grep -q 'findPort = db2' /var/log/sorvane/infoserver_log
 
-promise 'an upgrade keeps preferences and changed settings, and the new name server serves'
-kill "$holder"
+promise 'an upgrade keeps the process, its connections, preferences and changed settings, and the new program serves'
 sed -i 's,^// AllowedNetworks = .*,AllowedNetworks = ( "192.0.2.0/24" );,' /etc/sorvane/sorvane.conf
 settings=$(cat /etc/sorvane/sorvane.conf)
 holds grep -q '^AllowedNetworks = ' <<<"$settings"
+before=$(cat /run/unit)
+found=$(sorvctl find db1)
+: >/run/asked
 carry_out --install "${new[@]}"
 is "$(state_of sorvinfo)" "installed $version"
 is "$(state_of sorvctl)" "installed $version"
-within_limit sorvctl ping
+is "$(cat /run/unit) $(asked reload) $(asked restart)" "$before 1 0"
+is "$(sorvctl find db1)" "$found"
+kill "$holder"
+holds sorvctl wait db1 --gone --timeout 60
 is "$(readlink "/proc/$(cat /run/unit)/exe")" /usr/sbin/sorvinfo
 is "$(sorvctl prefs get office)" "$preferences"
 is "$(cat /etc/sorvane/sorvane.conf)" "$settings"
