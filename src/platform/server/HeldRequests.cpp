@@ -14,10 +14,10 @@ void HeldRequests::addToAsk(HeldRequest& request, std::chrono::seconds time) {
   setTime(request, time, time);
 }
 
-// A later one of the same ring has a whole time of that ring before it: so the ring stays in order.
+// Whatever comes into the ring of the longest time later ends later, too: so it stays in order.
 void HeldRequests::addToAsk(HeldRequest& request, std::chrono::milliseconds left) {
   request.HeldRequest::AskPlace::goBefore(toAsk_);
-  setTime(request, left, std::chrono::ceil<std::chrono::seconds>(left));
+  setTime(request, left, Reply::kLongestHold);
 }
 
 void HeldRequests::setTime(HeldRequest& request, std::chrono::milliseconds left,

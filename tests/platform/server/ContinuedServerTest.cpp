@@ -121,6 +121,18 @@ TEST(ContinuedServer, CountsItsConnectionsToTheLimitAndCanBeHandedOnAgain) {
   EXPECT_EQ(third.running().connections(), 2);
 }
 
+TEST(ContinuedServer, IsNotBegunWithADescriptorThatIsNoConnection) {
+  const Descriptor file(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  KeptConnection kept;
+  kept.descriptor = file.number();
+  const HandingOn handing;
+  const std::string description = handing.describes({kept});
+  KeptReader reader(description);
+  ScriptedDelegate delegate;
+  EXPECT_THROW(NetConnection::continueServer(reader, delegate), KeptFault);
+  EXPECT_EQ(delegate.restored, 0);
+}
+
 /// A delegate that takes its time before it lets the server serve.
 class SlowToBegin : public ScriptedDelegate {
  public:

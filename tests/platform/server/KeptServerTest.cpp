@@ -218,6 +218,7 @@ TEST(KeptServer, IsRefusedWithAValueBeyondWhatMayBe) {
   EXPECT_NO_THROW(readDescription(ofNumbers({3, 1, 4, 0, 0, 0, 0, 0, 0, 0})));
   EXPECT_THROW(readDescription(ofNumbers({3, kMost, 4, 0, 0, 0, 0, 0, 0, 0})), KeptFault);
   EXPECT_THROW(readDescription(ofNumbers({3, 2, 4, 0, 0, 0, 0, 0, 0, 0})), KeptFault);
+  EXPECT_THROW(readDescription(ofNumbers({3, 1, 4, 256, 0, 0, 0, 0, 0, 0})), KeptFault);
   EXPECT_THROW(readDescription(ofNumbers({3, 1, 4, 0, 2, 0, 0, 0, 0, 0})), KeptFault);
   EXPECT_THROW(readDescription(ofNumbers({3, 1, 4, 0, 0, 2, 0, 0, 0, 0})), KeptFault);
   EXPECT_THROW(readDescription(ofNumbers({3, 1, 4, 0, 0, 0, 0, 0, kMost, 0})), KeptFault);

@@ -129,7 +129,7 @@ TEST_P(PauseWhileARequestHangs, IsPutOffWhileTheOthersAreServedAndNothingIsLost)
   const auto begin = Clock::now();
   EXPECT_FALSE(server.running().pause(begin + milliseconds(100)));
   EXPECT_GE(Clock::now(), begin + milliseconds(100));
-  EXPECT_GT(served, 10) << "between the tries";
+  EXPECT_GT(served, 0) << "between the tries";
   const int before = served;
   EXPECT_TRUE(waitUntil([&] { return served > before; })) << "and after them";
   isOver = true;
@@ -240,10 +240,29 @@ TEST(Pause, LetsClientsWaitForAShortTimeOnlyWhileADiskHangs) {
       longest = std::max(longest, Clock::now() - begin);
     }
   });
-  EXPECT_FALSE(server.running().pause(Clock::now() + milliseconds(400)));
+  EXPECT_FALSE(server.running().pause(Clock::now() + milliseconds(500)));
   isOver = true;
   thread.join();
-  EXPECT_LT(longest, milliseconds(200));
+  EXPECT_LT(longest, milliseconds(350));
+  server.delegate().openGate();
+  EXPECT_TRUE(hanging.receiveFrame());
+}
+
+TEST(Pause, SetsNothingAsideAnyMoreWhenItIsPutOff) {
+  ServedDelegate server(threeThreads());
+  RawConnection hanging = server.connect();
+  hanging.send(frame(Message({{"log", ""}})));
+  ASSERT_TRUE(server.delegate().arriveAtGate(1));
+  RawConnection client = server.connect();
+  std::atomic<bool> isOver = false;
+  std::thread thread([&] {
+    while (!isOver) {
+      EXPECT_TRUE(client.ask(Message({{"raise", "on a waiting thread"}})));
+    }
+  });
+  EXPECT_FALSE(server.running().pause(Clock::now() + milliseconds(30)));
+  isOver = true;
+  thread.join();
   server.delegate().openGate();
   EXPECT_TRUE(hanging.receiveFrame());
 }
