@@ -7,9 +7,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 #include <vector>
 
 #include "integration/Daemon.h"
+#include "integration/Upgrading.h"
 
 namespace sorvane::test {
 namespace {
@@ -156,6 +158,32 @@ TEST_F(HangingDisk, OfTheLogDelaysNoPreferences) {
   ASSERT_TRUE(read);
   EXPECT_EQ(read->text("databases"), "db1");
   releaseDisks();
+}
+
+TEST_F(HangingDisk, PutsAnUpgradeInPlaceOffAndLosesNothing) {
+  starts();
+  ASSERT_TRUE(server_.registers("db0"));
+  Upgrading upgrading(server_);
+  preferencesHang();
+  logHangs();
+  EXPECT_EQ(upgrading.upgrade(), "a request has waited for a lock or a disk for too long");
+  EXPECT_TRUE(server_.finds("db0"));
+  server_.unregisters("db0");
+  expectThatTheOthersAreServed();
+  releaseDisks();
+  EXPECT_EQ(upgrading.upgrade(), "");
+}
+
+TEST_F(HangingDisk, ThatWorksAgainInTimeDelaysAnUpgradeInPlace) {
+  starts();
+  Upgrading upgrading(server_);
+  preferencesHang();
+  std::thread release([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    releaseDisks();
+  });
+  EXPECT_EQ(upgrading.upgrade(), "");
+  release.join();
 }
 
 TEST_F(HangingDisk, OfTheLogOfAVerboseServerDelaysSearchesAlone) {

@@ -3,6 +3,7 @@
 
 #include "integration/Daemon.h"
 #include "integration/HeldServerLock.h"
+#include "integration/Upgrading.h"
 #include "support/NotifySocket.h"
 
 namespace sorvane::test {
@@ -47,6 +48,22 @@ TEST(ServiceManagerOfTheDaemon, HearsOfTheEndThatAClientHasAskedFor) {
   ASSERT_TRUE(server.connection()->sendRequest({{"action", "restart"}}));
   EXPECT_TRUE(manager.hears("STOPPING=1"));
   EXPECT_EQ(server.waitForExit(), 0);
+}
+
+TEST(ServiceManagerOfTheDaemon, HearsTheSameAfterAnUpgradeInPlace) {
+  NotifySocket manager;
+  Daemon server;
+  server.launch({"noexit"}, manager.environment("300000"));
+  ASSERT_TRUE(manager.hears("READY=1")) << server.console();
+  ASSERT_TRUE(server.registers("db1"));
+  Upgrading upgrading(server);
+  ASSERT_EQ(upgrading.upgrade(), "");
+  manager.forgetWhatCame();
+  EXPECT_TRUE(manager.hears("WATCHDOG=1"));
+  ASSERT_TRUE(server.registers("db2"));
+  EXPECT_TRUE(manager.hears("STATUS=2 names, 3 connections"));
+  ASSERT_TRUE(server.connection()->sendRequest({{"action", "restart"}}));
+  EXPECT_TRUE(manager.hears("STOPPING=1"));
 }
 
 // The watchdog wants a report every 100 ms here.
