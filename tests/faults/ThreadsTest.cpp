@@ -21,7 +21,7 @@ TEST(ThreadsUsedUp, WhileServingCostNobodyTheReply) {
     ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libfew_threads.so", 1);
     ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
     // As many as the start takes; the thread sanitizer has one of its own.
-    ::setenv("SORVANE_TEST_THREADS", areTestedWithoutSanitizers() ? "4" : "5", 1);
+    ::setenv("SORVANE_TEST_THREADS", areTestedWithoutSanitizers() ? "5" : "6", 1);
   });
   ASSERT_TRUE(server.answers());
   std::vector<RawConnection> peers;

@@ -33,17 +33,22 @@ std::optional<LockEntry> readEntry(const std::string& line) {
 }  // namespace
 
 std::optional<LockHolder> holderOfLock(dev_t device, ino_t file, std::optional<int> written) {
-  std::ifstream locks("/proc/locks");
-  if (!locks) {
-    return std::nullopt;
-  }
-  std::string line;
-  while (std::getline(locks, line)) {
-    const auto entry = readEntry(line);
-    if (entry && entry->kind == "FLOCK" && entry->file == file &&
-        ((entry->major == major(device) && entry->minor == minor(device)) ||
-         entry->process == written)) {
-      return LockHolder{entry->process};
+  // The list is not one of one moment: when locks are released while it is read, entries are left
+  // out.
+  constexpr int kLooks = 3;
+  for (int look = 0; look < kLooks; ++look) {
+    std::ifstream locks("/proc/locks");
+    if (!locks) {
+      return std::nullopt;
+    }
+    std::string line;
+    while (std::getline(locks, line)) {
+      const auto entry = readEntry(line);
+      if (entry && entry->kind == "FLOCK" && entry->file == file &&
+          ((entry->major == major(device) && entry->minor == minor(device)) ||
+           entry->process == written)) {
+        return LockHolder{entry->process};
+      }
     }
   }
   return LockHolder{};
