@@ -104,7 +104,7 @@ Values smallRegistry() {
   Values values;
   values.add("key low", key.low).add("key high", key.high);
   values.add("instance", std::string("0123456789abcdef0123456789abcdef"));
-  values.add("times set dirty", Number{3}).add("dropped", Number{1}).add("due", Number{0});
+  values.add("times set dirty", Number{3}).add("dropped", Number{1}).add("due", Number{1});
   values.add("slots", Number{16}).add("entries", Number{4}).add("removed", Number{2});
   values.add("first removed", Number{9}).add("second removed", Number{2});  // slots 9 and 12
   values.add("last change", Number{8}).add("moves", Number{4});
