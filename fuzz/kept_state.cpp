@@ -70,13 +70,6 @@ class Restored {
     }
     reader.end();
     own_ = restored.unclaimed();
-    registry_.with([&](const RegistryState& state) {
-      for (std::size_t slot = 0; slot < state.map.slotCount(); ++slot) {
-        if (state.map.inSlot(slot) != nullptr) {
-          names_.emplace(state.map.table().nameIn(slot));
-        }
-      }
-    });
     requireCounts();
   }
 
@@ -87,13 +80,15 @@ class Restored {
     auto record = std::make_shared<PortDescriptor>();
     records_.push_back(record);
     Connection connection(std::move(record));
-    const std::set<std::string> before = names_;
     asksForChanges(connection);
-    for (const std::string& name : before) {
+    for (const std::string& name : names()) {
       asks(connection, {{"findPort", name}, {"portHost", "h"}});
       asks(connection, {{"action", "setAlertState"}, {"databaseName", name}, {"state", "full"}});
       asks(connection, {{"action", "setDatabaseState"}, {"databaseName", name}, {"state", "up"}});
-      reconnects(connection, name + "2");
+      asks(connection, {{"reconnectPort", name + "2"},
+                        {"portNumber", "1"},
+                        {"portHost", "h"},
+                        {"portType", "t"}});
       asks(connection, {{"action", "forgetPort"}, {"name", name}});
     }
     for (const char* action : {"databaseStates", "changeTimestamp", "hostList", "needsRefresh"}) {
@@ -139,10 +134,17 @@ class Restored {
     written.forEachPiece([&](std::string_view piece) { body += piece; });
     return body;
   }
-  void reconnects(Connection& connection, const std::string& name) {
-    names_.insert(name);
-    asks(connection,
-         {{"reconnectPort", name}, {"portNumber", "1"}, {"portHost", "h"}, {"portType", "t"}});
+  /// Those in the slots. Whether each can be found, a count tells.
+  std::set<std::string> names() {
+    return registry_.with([](const RegistryState& state) {
+      std::set<std::string> names;
+      for (std::size_t slot = 0; slot < state.map.slotCount(); ++slot) {
+        if (state.map.inSlot(slot) != nullptr) {
+          names.emplace(state.map.table().nameIn(slot));
+        }
+      }
+      return names;
+    });
   }
   void asksForChanges(Connection& connection) {
     std::string since = "0";
@@ -166,7 +168,7 @@ class Restored {
         open.push_back(record.get());
       }
     }
-    requireSumsFit(registry_, {.connection = kMost, .leftBehind = kMost, .all = kMost}, names_,
+    requireSumsFit(registry_, {.connection = kMost, .leftBehind = kMost, .all = kMost}, names(),
                    open);
     std::size_t watchers = 0;
     for (const PortDescriptor* const record : open) {
@@ -177,7 +179,6 @@ class Restored {
 
   Registry registry_{{.leftBehind = 2000}};
   Records records_, own_;
-  std::set<std::string> names_;
 };
 
 }  // namespace

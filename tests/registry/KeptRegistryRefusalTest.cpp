@@ -160,6 +160,9 @@ TEST(KeptRegistryByHand, IsReadAndWrittenAgain) {
   EXPECT_EQ(registry.takeDroppedPorts(), 1U);
   EXPECT_EQ(registry.port(nameFor(3)), registry.port(nameFor(5)));
   EXPECT_EQ(registry.port(nameFor(3))->holdings().entries, 2U);
+  EXPECT_EQ(registry.port(nameFor(3))->holdings().anchor,
+            static_cast<std::uint32_t>(PortName(nameFor(3)).hash()))
+      << "where the search for its oldest entry begins";
   EXPECT_EQ(registry.port(nameFor(8))->holdings().hasLeft, 1U);
   EXPECT_EQ(registry.watchingPortsList().count(), 2U);
 }
@@ -287,13 +290,17 @@ std::vector<Wrong> everyWrong() {
       {"an end of a record behind the table", kNumber, with("left first", 17)},
       {"an end of no record", kEnd, with("left first", 1)},
       {"an end of a removed name", kEnd, with("left first", 10)},
-      {"an end of a further name", kEnd, with("left first", 6)},
+      {"an end of a further name", kEnd,
+       [](Values& values) {
+         values.set("watches", std::uint64_t{0});
+         values.set("left first", std::uint64_t{6});
+       }},
       {"two ends of a record", kEnd, with("left then", 9)},
       {"an end of a watcher", kEnd, with("third watches", 1)},
 
       {"names that will be forgotten", kNumber, with("forgotten up to", 9)},
       {"more places than there is room for", kShort, with("places", std::uint64_t{1} << 40)},
-      {"places that are no power of two", kPlaces, with("places", 63)},
+      {"places that are no power of two", kPlaces, with("places", 96)},
       {"few places", kPlaces, with("places", 32)},
       {"names without places", kChange, with("places", 0)},
       {"a removal behind the places", kChange, with("place of second removal", 64)},
