@@ -117,8 +117,8 @@ class Restored {
     connection.setReplyBuffer(&written);
     Notes notes;
     const ServerServices services{version, version};
-    CommandContext context{registry_, request,  connection, connection.replyWriter(),
-                           host,      services, false,      notes};
+    CommandContext context{registry_, continuity_, request, connection, connection.replyWriter(),
+                           host,      services,    false,   notes};
     const DispatchRule& rule = ruleFor(request);
     try {
       (void)rule.mayWait(context);
@@ -178,6 +178,7 @@ class Restored {
   }
 
   Registry registry_{{.leftBehind = 2000}};
+  const Continuity continuity_;
   Records records_, own_;
 };
 
