@@ -12,8 +12,23 @@
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
+#include "platform/NSException.h"
 #include "platform/Settings.h"
 #include "platform/StandardStreams.h"
+
+namespace {
+
+void continueOrStartAnew(sorvane::sorvkeyController& controller, bool verbose,
+                         std::unique_ptr<sorvane::MappedFile> kept) {
+  try {
+    controller.continueConnection(verbose, std::move(kept));
+  } catch (const sorvane::NSException& fault) {
+    sorvane::consoleLine(std::string("the name server starts anew: ") + fault.what());
+    sorvane::startAnew();
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   using namespace sorvane;
@@ -40,11 +55,8 @@ int main(int argc, char** argv) {
     if (kept == nullptr) {
       controller.runConnection(mode == StartMode::verbose);
     } else {
-      controller.continueConnection(mode == StartMode::verbose, std::move(kept));
+      continueOrStartAnew(controller, mode == StartMode::verbose, std::move(kept));
     }
-  } catch (const KeptFault& fault) {
-    consoleLine(std::string("the name server starts anew: ") + fault.what());
-    startAnew();
   } catch (const std::exception& failure) {
     const std::string line = std::string("the name server cannot serve: ") + failure.what();
     consoleLine(line);
