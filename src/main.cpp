@@ -12,7 +12,6 @@
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
-#include "platform/NSException.h"
 #include "platform/Settings.h"
 #include "platform/StandardStreams.h"
 
@@ -22,7 +21,7 @@ void continueOrStartAnew(sorvane::sorvkeyController& controller, bool verbose,
                          std::unique_ptr<sorvane::MappedFile> kept) {
   try {
     controller.continueConnection(verbose, std::move(kept));
-  } catch (const sorvane::NSException& fault) {
+  } catch (const std::exception& fault) {
     sorvane::consoleLine(std::string("the name server starts anew: ") + fault.what());
     sorvane::startAnew();
   }

@@ -24,12 +24,16 @@ void sorvkeyController::takeUpgrades(RunningServer& server) {
   processLockIsTaken_.wait(false);
   for (;;) {
     waitForUpgradeSignal();
-    continuity_.noteUpgradeAttempt();
-    const std::string reason = upgrade(server);
-    continuity_.noteRefused(reason);
-    const std::string line = "the upgrade in place was put off: " + reason;
-    consoleLine(line);
-    logMessage(line);
+    try {
+      continuity_.noteUpgradeAttempt();
+      const std::string reason = upgrade(server);
+      continuity_.noteRefused(reason);
+      const std::string line = "the upgrade in place was put off: " + reason;
+      consoleLine(line);
+      logMessage(line);
+    } catch (const std::bad_alloc&) {
+      consoleLine("the upgrade in place was put off: there is no memory for it");
+    }
   }
 }
 
@@ -75,11 +79,27 @@ void sorvkeyController::restoreConnection(NetConnection& connection, KeptReader&
   connection.setContextObject(restoredRecords_->restoreRecord(reader));
 }
 
+void sorvkeyController::endContinuation() {
+  if (restoredRecords_ == nullptr) {
+    return;
+  }
+  for (const auto& record : restoredRecords_->unclaimed()) {
+    if (record->portName() != "VN_nameserver" && record->portName() != "VN_infoserver") {
+      throw KeptFault("what was kept has an entry whose connection is not there");
+    }
+  }
+  restoredRecords_.reset();
+  kept_.reset();
+}
+
 void sorvkeyController::continueConnection(bool verbose, std::unique_ptr<MappedFile> kept) {
   kept_ = std::move(kept);
   KeptReader reader(kept_->bytes());
   const std::string before(reader.text());
   processLock_ = VNFileLock::heldLock(kLockName, Descriptor(reader.descriptor()));
+  if (processLock_ == nullptr) {
+    throw KeptFault("what was kept has a process lock that is none");
+  }
   processLockIsTaken_ = true;
   continuity_.restore(reader);
   infoserver_ = std::make_unique<InfoserverController>(reader);

@@ -24,7 +24,7 @@ std::size_t namesOfClients(const Registry& registry) {
 }  // namespace
 
 void sorvkeyController::servingBegins(RunningServer& server) {
-  kept_.reset();  // everything was read
+  endContinuation();
   std::thread([this, &server] { takeUpgrades(server); }).detach();
   ServiceManager* const manager = serviceManager();
   if (manager == nullptr) {

@@ -167,9 +167,12 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// The body of the thread that waits for upgrades in place (Continuation.cpp); begins when the
   /// process lock is taken.
   [[noreturn]] void takeUpgrades(RunningServer& server);
-  /// Makes the program file take the place of this program. Returns only when that was put off, with
-  /// the reason in words; everything goes on as before then.
+  /// Makes the program file take the place of this program. Returns only when that was put off,
+  /// with the reason in words; everything goes on as before then.
   [[nodiscard]] std::string upgrade(RunningServer& server);
+  /// Lets go of what was read to continue with, once all connections have their records. An entry
+  /// that belongs to none of them must not stay: raises KeptFault.
+  void endContinuation();
   /// Writes everything that is kept. The server must be paused.
   void keep(KeptWriter& writer, RunningServer& server);
   [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);

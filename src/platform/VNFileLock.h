@@ -47,7 +47,8 @@ class VNFileLock {
   [[nodiscard]] bool obtainLock();
 
   /// Makes the object for a lock that this process holds by a descriptor already: by one that the
-  /// program before in this process has opened. Takes over the descriptor.
+  /// program before in this process has opened. Takes over the descriptor. Returns null, and closes
+  /// nothing, if it is no such lock.
   [[nodiscard]] static std::shared_ptr<VNFileLock> heldLock(const std::string& name,
                                                             Descriptor held);
   /// The descriptor by which the lock is held; negative if it is not.

@@ -24,8 +24,8 @@ const fs::path kFolder = SORVANE_SOURCE_DIR "/tests/integration/kept";
 class KeptVersion : public testing::TestWithParam<unsigned> {
  protected:
   /// Starts a name server that takes the description for what it was left. The other ends of its
-  /// connections are in `peers_`.
-  void starts() {
+  /// connections are in `peers_`. One of them may be missing there.
+  void starts(const std::string& missing = "") {
     const fs::path description = file(".bin");
     const auto told = nlohmann::json::parse(readFile(file(".json")));
     const Descriptor listener(NetConnection::createServerSocketForPort(server_.basePort()));
@@ -34,7 +34,9 @@ class KeptVersion : public testing::TestWithParam<unsigned> {
     for (const auto& [name, number] : told["connections"].items()) {
       peers_.emplace(name, server_.rawConnection());
       accepted.emplace_back(accept(listener.number(), nullptr, nullptr));
-      sources[accepted.back().number()] = number;
+      if (name != missing) {
+        sources[accepted.back().number()] = number;
+      }
     }
     const int lock = told["lock"];
     server_.launch({"-noexit"}, [=, this] {
@@ -81,6 +83,16 @@ TEST_P(KeptVersion, IsReadAndServedOn) {
   EXPECT_TRUE(waitUntil([&] { return !tool.knows("db1"); }));
   EXPECT_TRUE(tool.knows("db2"));
   EXPECT_EQ(Upgrading(server_).told("upgrades"), "1");
+}
+
+TEST_P(KeptVersion, IsGivenUpAsAWholeWhenAConnectionIsMissing) {
+  starts("cut");
+  ASSERT_TRUE(server_.complains("the name server starts anew"));
+  ASSERT_TRUE(server_.answers()) << server_.console();
+  EXPECT_TRUE(peers_.at("db1").isClosedByPeer());
+  EXPECT_FALSE(server_.finds("db2"));
+  EXPECT_TRUE(server_.registers("db2"));
+  EXPECT_TRUE(server_.hasTakenLock());
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, KeptVersion, testing::Range(1U, kKeptVersion + 1));

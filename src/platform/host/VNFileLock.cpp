@@ -137,6 +137,13 @@ std::shared_ptr<VNFileLock> VNFileLock::fileLockWithSorvaneProcessName(const std
 }
 
 std::shared_ptr<VNFileLock> VNFileLock::heldLock(const std::string& name, Descriptor held) {
+  struct stat status {};
+  // A lock that is held by this very descriptor can be taken again.
+  if (fstat(held.number(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      flock(held.number(), LOCK_EX | LOCK_NB) != 0) {
+    static_cast<void>(held.release());
+    return nullptr;
+  }
   auto lock = fileLockWithSorvaneProcessName(name);
   lock->held_ = std::move(held);
   return lock;

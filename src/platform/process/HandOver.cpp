@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <thread>
 
 #include "platform/NSException.h"
 #include "platform/SpawnProgram.h"
@@ -50,6 +51,21 @@ bool readToEnd(int descriptor, Clock::time_point end, std::string& text) {
   }
 }
 
+/// Returns whether the process, a child of this one, has ended by then. It is gone if it has.
+bool endsBy(int process, Clock::time_point end) {
+  constexpr std::chrono::milliseconds kBetweenLooks{5};
+  for (;;) {
+    // Fails when the system has reaped it.
+    if (waitpid(process, nullptr, WNOHANG) != 0) {
+      return true;
+    }
+    if (Clock::now() >= end) {
+      return false;
+    }
+    std::this_thread::sleep_for(kBetweenLooks);
+  }
+}
+
 void setCloseOnExec(int descriptor, bool closes) {
   fcntl(descriptor, F_SETFD, closes ? FD_CLOEXEC : 0);
 }
@@ -71,12 +87,11 @@ ProgramAnswer askProgram(const std::string& path, const std::vector<std::string>
     return {{}, failure.what()};
   }
   pipe.writing.close();
-  if (!readToEnd(pipe.reading.number(), end, answer.text)) {
+  if (!readToEnd(pipe.reading.number(), end, answer.text) || !endsBy(process, end)) {
     answer.fault = "it did not answer in time";
     kill(process, SIGKILL);
+    withoutInterruption([=] { return waitpid(process, nullptr, 0); });
   }
-  // Without a zombie even if this process does not wait for its children.
-  withoutInterruption([=] { return waitpid(process, nullptr, 0); });
   return answer;
 }
 

@@ -24,7 +24,7 @@ class RunningLoops final : public RunningServer {
   /// So long the first try waits, while the loops serve, for the requests that waiting threads and
   /// disks have. Each further one waits twice as long as the one before, up to `kLongestWait`.
   static constexpr std::chrono::milliseconds kFirstWait{20};
-  static constexpr std::chrono::milliseconds kLongestWait{160};
+  static constexpr std::chrono::milliseconds kLongestWait{2560};
 
   /// All of it must live as long as this object.
   RunningLoops(ServerContext& context, const std::vector<std::unique_ptr<ServingLoop>>& loops,

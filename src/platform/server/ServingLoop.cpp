@@ -53,6 +53,8 @@ void ServingLoop::takeTurn(Acceptor* acceptor) {
   for (const Poller::Event& event : events) {
     if (event.owner == nullptr) {
       handleWakeUp();
+    } else if (context_.pause.isAskedFor()) {
+      continue;  // the poller tells of it again
     } else if (event.owner == acceptor) {
       acceptor->acceptSome(turn_, events.size(), poller_);
     } else {
