@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 
 #include "integration/Daemon.h"
 #include "integration/NetworkNamespace.h"
@@ -71,6 +72,9 @@ TEST_F(VanishedPeer, IsForgottenWithinThirtySecondsEvenWithRepliesUnderWay) {
   there_.run("ip", {"link", "set", "eth0", "down"});
   EXPECT_TRUE(finds("quiet") && finds("waiting") && finds("deaf"))
       << "nobody has said that they are gone";
+  // Those who wait are told of a change just before their silence is noticed.
+  std::this_thread::sleep_until(vanished + std::chrono::seconds(13));
+  ASSERT_TRUE(tool_->sendDictionary(request("needsRefresh", {})));
   for (const char* const name : {"quiet", "waiting", "deaf"}) {
     EXPECT_TRUE(waitUntil([&] { return !finds(name); }, kPromised)) << name;
     EXPECT_LT(Clock::now() - vanished, kPromised) << name;

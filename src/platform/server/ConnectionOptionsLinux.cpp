@@ -18,4 +18,9 @@ bool setConnectionOptions(int listener) {
          setOption(listener, IPPROTO_TCP, TCP_USER_TIMEOUT, kVanishedSeconds * 1000);
 }
 
+void noticeWaitingPeerThatVanishes(int socket) {
+  static_cast<void>(
+      setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, kWaitingVanishedSeconds * 1000));
+}
+
 }  // namespace sorvane

@@ -16,4 +16,10 @@ bool setConnectionOptions(int listener) {
          setOption(listener, IPPROTO_TCP, TCP_RXT_CONNDROPTIME, kVanishedSeconds);
 }
 
+// The time for data does not shorten that of the probes here.
+void noticeWaitingPeerThatVanishes(int socket) {
+  static_cast<void>(setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, 1));
+  static_cast<void>(setOption(socket, IPPROTO_TCP, TCP_RXT_CONNDROPTIME, kWaitingVanishedSeconds));
+}
+
 }  // namespace sorvane

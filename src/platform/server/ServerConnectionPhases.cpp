@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/Console.h"
+#include "platform/server/ConnectionOptions.h"
 #include "platform/server/ServerConnection.h"
 #include "platform/server/ServingLoop.h"
 #include "platform/server/SocketCalls.h"
@@ -92,6 +93,7 @@ void ServerConnection::continueAfterSending() {
 void ServerConnection::hold(std::chrono::seconds time, bool isAskedHere) {
   if (held_ == nullptr) {
     held_ = std::make_unique<HeldRequest>(*this);
+    noticeWaitingPeerThatVanishes(descriptor_);
   }
   if (refused_) {
     loop_.hold(*held_, time, isAskedHere);
