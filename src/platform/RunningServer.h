@@ -39,8 +39,8 @@ class RunningServer {
   /// Stops between two requests. After true, nothing is delivered, nothing is read or sent, and no
   /// waiting thread and no disk's thread has work, until `goOn`; rounds wait, too. Returns false if
   /// it does not come to that by `end`, because a disk hangs, for instance. Everything goes on
-  /// then. Until then, requests that have to wait are put off now and then, half of the time at most; all
-  /// others are served, but for 20 ms at a time.
+  /// then. Until then, requests that have to wait are put off now and then, half of the time at
+  /// most; all others are served, but for 20 ms at a time.
   [[nodiscard]] virtual bool pause(std::chrono::steady_clock::time_point end) = 0;
   /// Writes, during a pause, what `NetConnection::continueServer` needs: the listening socket and
   /// all connections. Raises std::bad_alloc if there is no memory.

@@ -147,7 +147,8 @@ class SlowToBegin : public ScriptedDelegate {
 };
 
 TEST(ContinuedServer, ServesNobodyBeforeTheDelegateHasBegun) {
-  static const auto& handing = *new HandingOn;  // its socket is the server's, which is not destroyed
+  static const auto& handing =
+      *new HandingOn;  // its socket is the server's, which is not destroyed
   std::vector<std::unique_ptr<Made>> connections;
   std::vector<KeptConnection> kept;
   for (int i = 0; i < 3; ++i) {
