@@ -135,12 +135,16 @@ void Daemon::start(std::vector<std::string> arguments) {
   }
 }
 
+// The end of a connection tells those who wait for changes. So this one has ended when it returns.
 bool Daemon::answers() {
   bool answered = false;
   const bool decided = waitUntil([&] {
-    NetConnection probe;
-    answered = probe.connectToPort("127.0.0.1", basePort()) &&
-               probe.sendDictionary({{"ping", "ping"}}).has_value();
+    RawConnection probe(basePort());
+    answered = probe.isConnected() && probe.ask(Message({{"ping", "ping"}})).has_value();
+    if (answered) {
+      probe.shutdownWriting();
+      answered = probe.isClosedByPeer();
+    }
     return answered || (!program_->isRunning() && processes().empty());
   });
   return decided && answered;
