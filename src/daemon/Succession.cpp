@@ -77,9 +77,13 @@ std::string whyNoSuccessor() {
 
 std::string handOver(const KeptWriter& kept) {
   const Descriptor file = openMemoryFile();
-  if (!file.isOpen() || !writeAll(file.number(), kept.header()) ||
-      !writeAll(file.number(), kept.body())) {
-    return "what is kept cannot be written: " + textOf(errno);
+  std::error_code failure = file.isOpen() ? writeAll(file.number(), kept.header())
+                                          : std::error_code(errno, std::generic_category());
+  if (!failure) {
+    failure = writeAll(file.number(), kept.body());
+  }
+  if (failure) {
+    return "what is kept cannot be written: " + failure.message();
   }
   std::vector<int> descriptors = kept.descriptors();
   descriptors.push_back(file.number());

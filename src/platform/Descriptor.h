@@ -1,6 +1,8 @@
 // An open file, pipe or socket that has an owner.
 #pragma once
 
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace sorvane {
@@ -42,6 +44,9 @@ class Descriptor {
 
   int number_ = -1;
 };
+
+/// Writes all of it, waiting as long as that takes. Returns why that failed.
+[[nodiscard]] std::error_code writeAll(int descriptor, std::string_view bytes);
 
 // ---- process/DescriptorLinux.cpp, process/DescriptorMacos.cpp. Programs that this process starts
 // do not inherit what these functions open. On Linux this holds also for a program that another

@@ -29,9 +29,6 @@ struct ProgramAnswer {
 /// Implemented in process/MemoryFileLinux.cpp and process/MemoryFileMacos.cpp.
 [[nodiscard]] Descriptor openMemoryFile();
 
-/// Writes all of it. Returns whether that worked; `errno` has the reason otherwise.
-[[nodiscard]] bool writeAll(int descriptor, std::string_view bytes);
-
 /// Makes this process run another program. Its arguments are `words`, the first of which stands for
 /// its name; its environment has `variables` (NAME=VALUE) in addition to those of this process. It
 /// inherits `descriptors`, and others only if they are not closed when a program is started. Signal

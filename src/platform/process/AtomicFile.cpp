@@ -98,18 +98,6 @@ fs::path nextTemporary(const fs::path& file) {
          (temporaryPrefix(file) + std::to_string(::getpid()) + "-" + std::to_string(++count));
 }
 
-std::error_code writeAll(int descriptor, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written =
-        withoutInterruption([&] { return ::write(descriptor, content.data(), content.size()); });
-    if (written == -1) {
-      return lastError();
-    }
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return {};
-}
-
 /// Gives the new file the owner, group and mode of the file that it replaces. If the group cannot
 /// be kept, its rights are cut to those of everybody: they were meant for another group.
 std::error_code keepOwnerAndMode(int descriptor, const struct stat& former) {

@@ -3,12 +3,26 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include "platform/WithoutInterruption.h"
+
 namespace sorvane {
 
 void Descriptor::closeNumber(int number) {
   const int reason = errno;
   ::close(number);  // never repeated: after an interruption the number may be another file's
   errno = reason;
+}
+
+std::error_code writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written =
+        withoutInterruption([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
+    if (written == -1) {
+      return {errno, std::generic_category()};
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return {};
 }
 
 }  // namespace sorvane

@@ -95,18 +95,6 @@ ProgramAnswer askProgram(const std::string& path, const std::vector<std::string>
   return answer;
 }
 
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written =
-        withoutInterruption([&] { return write(descriptor, bytes.data(), bytes.size()); });
-    if (written <= 0) {
-      return false;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 int becomeProgram(const std::string& path, std::vector<std::string> words,
                   const std::vector<std::string>& variables, const std::vector<int>& descriptors) {
   std::vector<std::string> environment;

@@ -21,6 +21,12 @@ Descriptor openNull() { return Descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC
 
 bool isOpenNumber(int number) { return fcntl(number, F_GETFD) != -1; }
 
+TEST(WriteAll, TellsWhyItFailed) {
+  const Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+  EXPECT_EQ(writeAll(full.number(), "x"), std::errc::no_space_on_device);
+  EXPECT_FALSE(writeAll(full.number(), ""));
+}
+
 TEST(Descriptor, ClosesAtTheEndOfItsLife) {
   int number = -1;
   {
