@@ -38,14 +38,16 @@
 //   5  No complete frame is left.
 // Further transitions:
 //   6  The waiting thread is done, and the peer did not take the whole reply.
-//   delivering -> sending   All is sent, but a pause is wanted: nothing is delivered before its
-//   end. delivering -> holding   The waiting thread has delivered a request that is held. holding
-//   -> sending      The peer did not take the whole reply. sending -> lingering    All is sent, and
-//   a malformed frame had been found before. delivering -> lingering The waiting thread has found
-//   the frame malformed. reading -> lingering    A frame was not complete within the time that the
-//   settings allow. start -> closed         The poller refused the descriptor. reading -> closed
-//   The peer closed the connection, or receiving or sending failed. holding -> lingering    What
-//   came behind the request is not complete in time, or cannot be
+//   delivering -> sending   All is sent, but a pause is wanted: nothing is delivered before it is
+//                           over.
+//   delivering -> holding   The waiting thread has delivered a request that is held.
+//   holding -> sending      The peer did not take the whole reply.
+//   sending -> lingering    All is sent, and a malformed frame had been found before.
+//   delivering -> lingering The waiting thread has found the frame malformed.
+//   reading -> lingering    A frame was not complete within the time that the settings allow.
+//   start -> closed         The poller refused the descriptor.
+//   reading -> closed       The peer closed the connection, or receiving or sending failed.
+//   holding -> lingering    What came behind the request is not complete in time, or cannot be
 //                           kept. The reply is sent first.
 //   holding -> closed       Receiving or sending failed.
 //   serve -> closed         The replies cannot be kept: those that clients have not taken yet would

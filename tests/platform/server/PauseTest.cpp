@@ -165,7 +165,7 @@ std::string keptInAPause(const ServedDelegate& server) {
 // One after the other, the requests that wait take longer than any try to pause. So it must be kept
 // from being asked for more.
 TEST(Pause, IsNotPutOffByClientsThatPipelineRequestsForADisk) {
-  constexpr int kClients = 10;
+  constexpr int kClients = 60;  // so that the disk has 300 ms to do at any time
   constexpr int kRequests = 40;
   ServedDelegate server(threeThreads());
   server.delegate().openGate();
@@ -193,6 +193,17 @@ TEST(Pause, IsNotPutOffByClientsThatPipelineRequestsForADisk) {
   for (RawConnection& each : clients) {
     EXPECT_EQ(each.receive(requests.size()), requests);
   }
+}
+
+TEST(Pause, LeavesTheRestOfATurnForLater) {
+  ServedByHand server;
+  RawConnection client = server.connect();
+  client.send(numbered(0));
+  server.context().pause.askToStand();
+  server.turn();
+  EXPECT_EQ(server.delegate().delivered, 0) << "a turn of many events ends soon";
+  server.context().pause.goOn();
+  EXPECT_EQ(server.receives(client, numbered(0).size()), numbered(0));
 }
 
 TEST(Pause, LetsARequestThatHasToWaitWaitWhereItIsUntilItIsOver) {
