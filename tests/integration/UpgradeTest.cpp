@@ -181,66 +181,61 @@ class FailingUpgrade : public testing::Test {
     database_.emplace(server_).registers("db1");
     upgrading_.emplace(server_);
   }
-  void expectThatAllGoesOn(const std::string& reason) {
-    EXPECT_THAT(reason_, testing::HasSubstr(reason));
-    EXPECT_TRUE(server_.complains("the upgrade in place was put off: " + reason_));
+  void expectPutOffBecause(const std::string& text) {
+    const std::string reason = upgrading_->upgrade();
+    EXPECT_THAT(reason, testing::HasSubstr(text));
+    EXPECT_TRUE(server_.complains("the upgrade in place was put off: " + reason));
     EXPECT_EQ(upgrading_->upgrades(), 0);
     EXPECT_EQ(database_->asks(kPing), kEmptyDictionary);
     EXPECT_TRUE(upgrading_->tool().knows("db1"));
     EXPECT_TRUE(Client(server_).knows("db1")) << "new connections are accepted";
+  }
+  void TearDown() override {
     upgrading_->putProgram();
-    EXPECT_EQ(upgrading_->upgrade(), "") << "and the next one is done";
+    EXPECT_EQ(upgrading_->upgrade(), "") << "the next one is done";
     EXPECT_TRUE(upgrading_->tool().knows("db1"));
   }
 
   Daemon server_;
   std::optional<Client> database_;
   std::optional<Upgrading> upgrading_;
-  std::string reason_;
 };
 
 TEST_F(FailingUpgrade, ToAFileThatIsNoProgram) {
   upgrading_->putScript("this is no program\n");
-  reason_ = upgrading_->upgrade();
-  expectThatAllGoesOn("cannot be launched");
+  expectPutOffBecause("cannot be launched");
 }
 
 TEST_F(FailingUpgrade, ToAFileThatIsNotThere) {
   fs::remove(server_.executable());
-  reason_ = upgrading_->upgrade();
-  expectThatAllGoesOn("No such file");
+  expectPutOffBecause("No such file");
 }
 
 TEST_F(FailingUpgrade, ToAProgramThatDoesNotUnderstand) {
   upgrading_->putScript("#!/bin/sh\necho \"does not understand $2\"\n");
-  reason_ = upgrading_->upgrade();
-  expectThatAllGoesOn("does not understand what this program keeps");
+  expectPutOffBecause("does not understand what this program keeps");
 }
 
 TEST_F(FailingUpgrade, ToAProgramThatDiesWhileItIsAsked) {
   upgrading_->putScript("#!/bin/sh\nkill -KILL $$\n");
-  reason_ = upgrading_->upgrade();
-  expectThatAllGoesOn("does not understand what this program keeps");
+  expectPutOffBecause("does not understand what this program keeps");
 }
 
 TEST_F(FailingUpgrade, ToAProgramThatHangsWhileItIsAsked) {
   upgrading_->putScript("#!/bin/sh\nexec sleep 1000\n");
-  reason_ = upgrading_->upgrade();
-  expectThatAllGoesOn("did not answer in time");
+  expectPutOffBecause("did not answer in time");
 }
 
 TEST_F(FailingUpgrade, ToAProgramThatCannotBeRunAfterItHasAnswered) {
   upgrading_->putScript("#!/bin/sh\necho \"understands $2\"\nrm -f \"$0\"\n");
-  reason_ = upgrading_->upgrade();
-  expectThatAllGoesOn("cannot be run: No such file");
+  expectPutOffBecause("cannot be run: No such file");
 }
 
 TEST_F(FailingUpgrade, WithSettingsThatCannotBeRead) {
   const std::string settings = readFile(server_.tree() / "etc/sorvane.conf");
   writeFile(server_.tree() / "etc/sorvane.conf", "BasePort = \n");
-  reason_ = upgrading_->upgrade();
+  expectPutOffBecause("does not understand what this program keeps");
   writeFile(server_.tree() / "etc/sorvane.conf", settings);
-  expectThatAllGoesOn("does not understand what this program keeps");
 }
 
 TEST(UpgradeInPlace, KeepsPreferencesThatAFullDiskDidNotTake) {
