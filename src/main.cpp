@@ -9,28 +9,70 @@
 #include "daemon/ProcessSetup.h"
 #include "daemon/ServiceManager.h"
 #include "daemon/Succession.h"
+#include "daemon/Watch.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
 #include "platform/Settings.h"
+#include "platform/SharedDescriptors.h"
 #include "platform/StandardStreams.h"
+#include "platform/VNFileLock.h"
 
 namespace {
 
-void continueOrStartAnew(sorvane::sorvkeyController& controller, bool verbose,
-                         std::unique_ptr<sorvane::MappedFile> kept) {
+using namespace sorvane;
+
+void continueOrStartAnew(sorvkeyController& controller, bool verbose,
+                         std::unique_ptr<MappedFile> kept) {
   try {
     controller.continueConnection(verbose, std::move(kept));
   } catch (const std::exception& fault) {
-    sorvane::consoleLine(std::string("the name server starts anew: ") + fault.what());
-    sorvane::startAnew();
+    consoleLine(std::string("the name server starts anew: ") + fault.what());
+    startAnew();
   }
+}
+
+/// Serves on this thread until the process ends. `lock` is the process lock if it has been taken.
+/// `kept` is what the program before has handed over, if there was one.
+[[noreturn]] void serve(StartMode mode, std::shared_ptr<VNFileLock> lock,
+                        std::unique_ptr<MappedFile> kept) {
+  sorvkeyController controller;
+  try {
+    if (kept == nullptr) {
+      controller.setProcessLock(std::move(lock));
+      controller.runConnection(mode == StartMode::verbose);
+    } else {
+      continueOrStartAnew(controller, mode == StartMode::verbose, std::move(kept));
+    }
+  } catch (const std::exception& failure) {
+    const std::string line = std::string("the name server cannot serve: ") + failure.what();
+    consoleLine(line);
+    sorvkeyController::logMessage(line);
+  }
+  endProcess();
+}
+
+/// Serves in a second process, over which this one keeps watch. Returns only if another process has
+/// the process lock, or if nobody can take it.
+void serveWatched(StartMode mode) {
+  // The watching process takes it, so that it is held while no process serves.
+  const auto lock = VNFileLock::fileLockWithSorvaneProcessName("sorvinfo");
+  if (!lock->obtainLock()) {
+    consoleLine("SurviveCrashes is not available: the process lock cannot be had");
+    return;
+  }
+  raiseResourceLimits();
+  watchOver([&](const ServingStart& start) {
+    if (start.goesOn) {
+      closeDescriptorsExcept(start.ownDescriptors);
+    }
+    serve(mode, lock, nullptr);
+  });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  using namespace sorvane;
   openClosedStandardStreams();
   keepFilesFromOthers();
   recordArguments(argc, argv);
@@ -49,17 +91,9 @@ int main(int argc, char** argv) {
     detach();
   }
   ignoreSignalsOfFailedWrites();
-  sorvkeyController controller;
-  try {
-    if (kept == nullptr) {
-      controller.runConnection(mode == StartMode::verbose);
-    } else {
-      continueOrStartAnew(controller, mode == StartMode::verbose, std::move(kept));
-    }
-  } catch (const std::exception& failure) {
-    const std::string line = std::string("the name server cannot serve: ") + failure.what();
-    consoleLine(line);
-    sorvkeyController::logMessage(line);
+  // A program that goes on with what was kept goes on alone until the next start.
+  if (Settings::current().surviveCrashes && kept == nullptr) {
+    serveWatched(mode);
   }
-  endProcess();
+  serve(mode, nullptr, std::move(kept));
 }

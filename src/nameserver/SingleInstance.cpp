@@ -38,7 +38,9 @@ void sorvkeyController::runGlobalLook() {
 }
 
 void sorvkeyController::_startupLockConnection() {
-  processLock_ = VNFileLock::fileLockWithSorvaneProcessName("sorvinfo");
+  if (processLock_ == nullptr) {
+    processLock_ = VNFileLock::fileLockWithSorvaneProcessName("sorvinfo");
+  }
   if (!processLock_->obtainLock()) {
     constexpr const char* kHeld =
         "Process lock reports that another infoserver is running on this host.\n";

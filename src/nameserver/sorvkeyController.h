@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "discovery/ARendezvousController.h"
 #include "infoserver/InfoserverController.h"
@@ -60,6 +61,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Takes every step of the start, then serves on this thread. Returns only if serving ends.
   /// Raises std::system_error when the system has no descriptors or threads.
   void runConnection(bool verbose);
+  /// Gives it the process lock, which has been taken already. Call it before `runConnection`.
+  void setProcessLock(std::shared_ptr<VNFileLock> lock) { processLock_ = std::move(lock); }
   /// Goes on with what the program before in this process has kept, instead of taking the steps of
   /// the start: with its lock, its socket, its connections and all that they have registered
   /// (Continuation.cpp). Then serves as `runConnection` does. Raises KeptFault if the description
@@ -123,7 +126,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// The body of the watcher thread: takes the process lock. On a host with a dynamic address it
   /// then ends the process when the address changes.
   void runGlobalLook();
-  /// Takes the process lock, or ends the process when another process holds it.
+  /// Takes the process lock if it has not been taken already. Ends the process when another process
+  /// holds it.
   void _startupLockConnection();
   /// Tells the name server of another host to terminate. `host` is cut at its last underscore. Does
   /// nothing when the host cannot be reached.
@@ -193,7 +197,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // Set during the start, before connections are served.
   std::unique_ptr<InfoserverController> infoserver_;
   bool startupFlag_ = false;
-  // Set by the watcher thread before it says `processLockIsTaken_`; held until the process ends.
+  // Set before the start, or by the watcher thread before it says `processLockIsTaken_`; held until
+  // the process ends.
   std::shared_ptr<VNFileLock> processLock_;
   // Used while what is kept is written, or read before anything is served; null otherwise.
   std::unique_ptr<KeptRecords> keptRecords_;

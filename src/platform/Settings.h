@@ -47,6 +47,7 @@ struct Settings {
   bool remoteControl = true;               ///< other machines may end the process
   bool remoteRegistration = true;         ///< other machines may change what is registered and kept
   std::int64_t maxLogBytes = 1073741824;  ///< largest size of the log; 0: no limit
+  bool surviveCrashes = false;            ///< a second process keeps watch over the one that serves
 
   /// Returns the settings of this process. The first call reads them. If the file cannot be read or
   /// parsed, or if a value makes no sense, that costs one console line with file, line and reason,

@@ -13,13 +13,14 @@ inline auto everySetting(const Settings& settings) {
                nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled, dynamicAddress,
                hostName, address, ethernetAddress, aliases, maxMessageBytes, maxConnections,
                maxUnfinishedBytes, maxUnsentBytes, maxRegistryBytes, partialMessageTimeout, threads,
-               allowedNetworks, remoteControl, remoteRegistration, maxLogBytes] = settings;
+               allowedNetworks, remoteControl, remoteRegistration, maxLogBytes, surviveCrashes] =
+      settings;
   return std::tuple(basePort, installationDirectory, serverConfigDirectory, userPreferenceFile,
                     nameServerHostFile, lockDirectory, localAccessOnly, bonjourDisabled,
                     dynamicAddress, hostName, address, ethernetAddress, aliases, maxMessageBytes,
                     maxConnections, maxUnfinishedBytes, maxUnsentBytes, maxRegistryBytes,
                     partialMessageTimeout, threads, allowedNetworks, remoteControl,
-                    remoteRegistration, maxLogBytes);
+                    remoteRegistration, maxLogBytes, surviveCrashes);
 }
 
 }  // namespace sorvane

@@ -75,8 +75,9 @@ const std::vector<std::string> kCarriedOut = {"User",
 /// What the service manager does for a service or with it, and what other directives entail: the
 /// system calls for clocks and modules are not among those of the filter.
 const std::vector<std::string> kManagersOwn = {
-    "Type",       "ExecStart", "ExecReload",  "StandardError",        "WatchdogSec", "Restart",
-    "RestartSec", "RemoveIPC", "KeyringMode", "ProtectKernelModules", "ProtectClock"};
+    "Type",          "NotifyAccess",         "ExecStart",   "ExecReload", "OOMPolicy",
+    "StandardError", "WatchdogSec",          "Restart",     "RestartSec", "RemoveIPC",
+    "KeyringMode",   "ProtectKernelModules", "ProtectClock"};
 
 void makeFolder(const fs::path& path, mode_t mode) {
   fs::create_directories(path);

@@ -204,6 +204,7 @@ constexpr Row kRows[] = {
     {"RemoteRegistration", [](Settings& s, const PropertyList& v) { s.remoteRegistration = yesOrNo(v); }},
     {"MaxLogBytes", [](Settings& s, const PropertyList& v) {
        s.maxLogBytes = wholeNumber<std::int64_t>(v, 0, std::numeric_limits<std::int64_t>::max()); }},
+    {"SurviveCrashes", [](Settings& s, const PropertyList& v) { s.surviveCrashes = yesOrNo(v); }},
 };
 // clang-format on
 

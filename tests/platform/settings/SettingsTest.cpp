@@ -70,6 +70,7 @@ TEST_F(SettingsTest, WithoutAFileAreTheDefaults) {
   EXPECT_TRUE(settings.remoteControl);
   EXPECT_TRUE(settings.remoteRegistration);
   EXPECT_EQ(settings.maxLogBytes, 1073741824);
+  EXPECT_FALSE(settings.surviveCrashes);
 }
 
 TEST_F(SettingsTest, OfAProgramBelowTheRootLieThere) {
@@ -103,7 +104,8 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
     AllowedNetworks = ( "192.0.2.0/24", "2001:db8::/32", 198.51.100.7 );
     RemoteControl = NO;
     RemoteRegistration = NO;
-    MaxLogBytes = 5000000000;)");
+    MaxLogBytes = 5000000000;
+    SurviveCrashes = YES;)");
   EXPECT_EQ(settings.basePort, 30000);
   EXPECT_EQ(settings.installationDirectory, "/srv/product");
   EXPECT_EQ(settings.serverConfigDirectory, "/srv/the config");
@@ -131,6 +133,7 @@ TEST_F(SettingsTest, AreWhatTheFileSays) {
   EXPECT_FALSE(settings.remoteControl);
   EXPECT_FALSE(settings.remoteRegistration);
   EXPECT_EQ(settings.maxLogBytes, 5000000000);
+  EXPECT_TRUE(settings.surviveCrashes);
   EXPECT_TRUE(console_.all().empty());
 }
 
@@ -235,6 +238,7 @@ TEST_F(SettingsTest, ValueThatMakesNoSenseNamesFileLineAndReason) {
        "bits that count are needed, and no bits of the address behind these"},
       {"RemoteControl = 2;", "1: RemoteControl: YES or NO is needed"},
       {"RemoteRegistration = AUTO;", "1: RemoteRegistration: YES or NO is needed"},
+      {"SurviveCrashes = AUTO;", "1: SurviveCrashes: YES or NO is needed"},
       {"MaxLogBytes = -1;",
        "1: MaxLogBytes: a whole number from 0 to 9223372036854775807 is needed"},
       {"MaxLogBytes = 9223372036854775808;",

@@ -1,0 +1,69 @@
+// Two processes in place of one: one serves, and one keeps watch and makes another one when the
+// serving one dies.
+//
+// The process that was started keeps watch. It has the number that the service manager and the
+// process lock know, one thread, and nothing to do. The serving one is its child. Both share the
+// descriptors, so that a death closes no connection: the one that comes next finds them open. It
+// starts with the memory that the watching process had at the first start.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace sorvane {
+
+/// How a serving process comes to be.
+struct ServingStart {
+  /// How many serving processes have died in the last minute.
+  int deaths = 0;
+  /// True: what the dead one had open is still open, and this one is to go on with it or close it.
+  /// False: there is nothing of an earlier one.
+  bool goesOn = false;
+  /// The descriptors that were open before the first start. All others are the dead one's. Lowest
+  /// first; empty while nobody keeps watch.
+  std::vector<int> ownDescriptors;
+};
+
+/// Calls `serve` in a process of its own and waits for its end. The caller has no second thread and
+/// does not use the descriptors that `serve` opens. Never returns: ends this process.
+///
+/// - When the serving process exits, this one ends with the same status. When SIGTERM, SIGINT or
+///   SIGHUP has ended it, the same signal ends this one.
+/// - When another signal has ended it, it has died. A line on the console says so, and `serve` is
+///   called in another one, which goes on. After `DeathCount::kMost` deaths within a minute,
+///   everything that the dead one had open is closed, the next one starts anew after
+///   `kPauseBeforeNewStart`, and the counting begins anew. A stopped one is not dead.
+/// - When this process ends, the serving one is killed.
+/// - SIGUSR2, SIGHUP and SIGINT to this process are passed on. The serving one begins with SIGUSR2
+///   blocked, and with the other signals as they are now.
+///
+/// On a system where this is not possible, a line on the console says so, and `serve` is called in
+/// this process. When `serve` returns, that is an exit with status 0.
+[[noreturn]] void watchOver(const std::function<void(const ServingStart& start)>& serve);
+
+/// The time for which nobody serves before a new start, so that a name server that dies again and
+/// again takes no processor for itself.
+inline constexpr std::chrono::seconds kPauseBeforeNewStart{1};
+
+/// Counts the deaths of the last minute.
+class DeathCount {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// So many within `kTime` are too many.
+  static constexpr int kMost = 3;
+  static constexpr std::chrono::minutes kTime{1};
+
+  /// Counts one. Returns how many there were in the minute before `now`, together with this one.
+  int add(Clock::time_point now);
+  void forgetAll() { times_.clear(); }
+
+ private:
+  std::vector<Clock::time_point> times_;
+};
+
+/// Returns the name of a signal, such as "SIGSEGV"; "signal 34" for one that has none.
+[[nodiscard]] std::string signalName(int number);
+
+}  // namespace sorvane
