@@ -17,8 +17,9 @@ namespace sorvane {
 /// A living process. What is missing is not told to this user, or not by this system.
 struct SystemProcess {
   int number = 0;
-  std::string name;        ///< of its program, cut at 15 bytes; may hold any byte
-  std::string executable;  ///< the path of its program
+  std::string name;           ///< of its program, cut at 15 bytes; may hold any byte
+  std::string executable;     ///< the path of its program
+  std::optional<int> parent;  ///< the process whose child it is
   struct Owner {
     unsigned user = 0;
     unsigned group = 0;

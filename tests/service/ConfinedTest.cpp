@@ -1,6 +1,7 @@
 // Everything that the name server does still works when it is confined as its unit says.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -50,6 +51,22 @@ TEST_F(Confined, NameServerServesKeepsPreferencesAndWritesItsLog) {
             std::to_string(server_->process()) + "\n");
   EXPECT_TRUE(manager.hears("WATCHDOG=1"));
 
+  static_cast<void>(ask({{"terminate", ""}}));
+  EXPECT_TRUE(manager.hears("STOPPING=1"));
+  EXPECT_EQ(server_->wait(), 0) << server_->errors();
+}
+
+TEST_F(Confined, NameServerOverWhichAnotherProcessKeepsWatchServesAgainAfterItsDeath) {
+  writeSettings("SurviveCrashes = YES;\n");
+  NotifySocket manager(NotifySocket::Kind::abstractName);
+  start(manager.environment("3000000"));
+  ASSERT_TRUE(manager.hears("READY=1")) << server_->errors();
+  const std::string watching = std::to_string(server_->process());
+  const std::string serving = readFile("/proc/" + watching + "/task/" + watching + "/children");
+  ASSERT_NE(serving, "") << server_->errors();
+  ASSERT_EQ(kill(std::stoi(serving), SIGKILL), 0);
+  ASSERT_TRUE(manager.hears("READY=1")) << server_->errors();
+  EXPECT_EQ(readFile((*host_)["/run/lock/sorvinfo.lock"]), watching + "\n");
   static_cast<void>(ask({{"terminate", ""}}));
   EXPECT_TRUE(manager.hears("STOPPING=1"));
   EXPECT_EQ(server_->wait(), 0) << server_->errors();

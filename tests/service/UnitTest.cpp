@@ -63,6 +63,7 @@ TEST(Unit, StartsTheNameServerInTheForegroundAndIsToldWhenItServes) {
   ASSERT_EQ(words.size(), 2U);
   EXPECT_EQ(startMode(words[1].c_str()), StartMode::foreground);
   EXPECT_EQ(unitOfNameServer().value("Service", "Type"), "notify");
+  EXPECT_EQ(unitOfNameServer().value("Service", "NotifyAccess"), "all") << "see SurviveCrashes";
   EXPECT_GE(std::stoi(unitOfNameServer().value("Service", "WatchdogSec")), 30);
 }
 
@@ -70,6 +71,11 @@ TEST(Unit, StartsTheNameServerInTheForegroundAndIsToldWhenItServes) {
 TEST(Unit, IsReloadedByAnUpgradeInPlaceWhoseReasonsGoToTheJournal) {
   EXPECT_EQ(unitOfNameServer().value("Service", "ExecReload"),
             "+/bin/sh -c 'exec /usr/bin/sorvctl upgrade 2>&1'");
+}
+
+// Killing the serving process for its memory is not to end the one that replaces it.
+TEST(Unit, GoesOnWhenAProcessIsKilledForItsMemory) {
+  EXPECT_EQ(unitOfNameServer().value("Service", "OOMPolicy"), "continue");
 }
 
 TEST(FirewallService, OpensTheDefaultPort) {

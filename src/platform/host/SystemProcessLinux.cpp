@@ -45,6 +45,11 @@ std::string nameOf(const fs::path& folder) {
   return name;
 }
 
+std::optional<int> parentOf(const fs::path& folder) {
+  const auto parent = fact(folder / "status", "PPid:");
+  return parent.empty() ? std::nullopt : asNumber<int>(parent.front());
+}
+
 std::optional<SystemProcess::Owner> ownerOf(const fs::path& folder) {
   constexpr std::size_t kEffective = 1;  // real, effective, saved, of the file system
   const auto users = fact(folder / "status", "Uid:");
@@ -104,6 +109,7 @@ std::optional<SystemProcess> systemProcess(int number) {
   process.number = number;
   process.name = nameOf(folder);
   process.executable = fs::read_symlink(folder / "exe", error).string();
+  process.parent = parentOf(folder);
   process.owner = ownerOf(folder);
   process.started = startOf(folder);
   process.openFileLimit = openFileLimitOf(folder);

@@ -20,17 +20,18 @@
 #include "platform/SharedDescriptors.h"
 #include "platform/SignalsBlocked.h"
 
+#ifdef __s390__
+#error "clone(2) has its arguments in another order here"
+#endif
+
 namespace sorvane {
 namespace {
 
-/// What fork(2) does in the system, with further flags: see clone(2). The C library's fork() takes
-/// no flags.
-pid_t cloneProcess(unsigned long flags) {
-#ifdef __s390__
-  return static_cast<pid_t>(syscall(SYS_clone, 0UL, flags | SIGCHLD, nullptr, nullptr, 0UL));
-#else
-  return static_cast<pid_t>(syscall(SYS_clone, flags | SIGCHLD, 0UL, nullptr, nullptr, 0UL));
-#endif
+/// What fork(2) does in the system, but with one table of descriptors: see clone(2). The C library's
+/// fork() takes no flags.
+pid_t cloneProcess() {
+  constexpr unsigned long kFlags = CLONE_FILES | SIGCHLD;
+  return static_cast<pid_t>(syscall(SYS_clone, kFlags, 0UL, nullptr, nullptr, 0UL));
 }
 
 /// The C library does not know of the new process: it takes the number of this thread for that of
@@ -74,7 +75,7 @@ void closeFromTo(unsigned first, unsigned last) {
 std::optional<int> cloneSharingDescriptors(const std::function<void()>& body) {
   fflush(nullptr);  // otherwise both processes would write what is buffered
   const pid_t parent = getpid();
-  const pid_t child = cloneProcess(CLONE_FILES);
+  const pid_t child = cloneProcess();
   if (child == 0) {
     runAsChild(parent, body);
   }

@@ -59,6 +59,11 @@ TEST_F(SystemProcessOnLinux, TellsItsProgram) {
   EXPECT_TRUE(process->started.has_value()) << "whatever its name";
 }
 
+TEST_F(SystemProcessOnLinux, TellsItsParent) {
+  const test::ForkedPart child([] { pause(); });
+  EXPECT_EQ(systemProcess(child.process())->parent, getpid());
+}
+
 TEST_F(SystemProcessOnLinux, TellsWhenItStarted) {
   const auto before = system_clock::now();
   test::ForkedPart child([] { pause(); });

@@ -102,6 +102,11 @@ Environment lookAtThisHost(std::optional<int> givenPort, Environment::Clock::tim
   }
   environment.portUse = sorvane::useOfTcpPort(environment.basePort);
   environment.listener = listenerOf(environment.portUse);
+  // Of a name server over which another process keeps watch, both have the socket open.
+  if (environment.listener && environment.lockHolder &&
+      environment.listener->parent == environment.lockHolder->number) {
+    environment.listener = environment.lockHolder;
+  }
   environment.answer =
       askServer(environment.basePort, std::chrono::ceil<std::chrono::milliseconds>(time * 2 / 5));
   environment.ownAddresses = sorvane::interfaceAddresses();

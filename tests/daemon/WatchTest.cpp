@@ -1,0 +1,502 @@
+// Real processes and real signals.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <functional>
+
+#include "daemon/Watch.h"
+#include "platform/Descriptor.h"
+#include "platform/SharedDescriptors.h"
+#include "support/ForkedPart.h"
+#include "support/OwnNamespaces.h"
+#include "support/TestFiles.h"
+#include "support/ThreadSanitizer.h"
+
+namespace sorvane::test {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+/// What a serving process says when it starts, and what it may be made to say later.
+struct Report {
+  pid_t process = 0;
+  int deaths = 0;
+  bool goesOn = false;
+  int number = 0;  ///< what the test wants to know
+};
+
+/// A process that keeps watch, in a part of the test.
+class Watched {
+ public:
+  using Say = std::function<void(int number)>;
+  using Serve = std::function<void(const ServingStart& start, const Say& say)>;
+
+  /// Each serving process says that it starts, does what `serve` does, and waits then.
+  explicit Watched(const Serve& serve = {}, const std::function<void()>& before = {}) {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    told_ = Descriptor(ends[0]);
+    Descriptor telling(ends[1]);
+    part_ = std::make_unique<ForkedPart>([&] {
+      told_.close();
+      const int console = open((folder_ / "console").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      dup2(console, STDERR_FILENO);
+      close(console);
+      if (before) {
+        before();
+      }
+      watchOver([&](const ServingStart& start) {
+        const Say say = [&](int number) {
+          const Report report{getpid(), start.deaths, start.goesOn, number};
+          EXPECT_EQ(write(telling.number(), &report, sizeof report),
+                    static_cast<ssize_t>(sizeof report));
+        };
+        say(0);
+        if (serve) {
+          serve(start, say);
+        }
+        for (;;) {
+          pause();
+        }
+      });
+    });
+  }
+
+  /// The next report; none when none comes within the limit, or when nobody is there.
+  std::optional<Report> next(std::chrono::milliseconds limit = kPatience) const {
+    pollfd question{told_.number(), POLLIN, 0};
+    Report report;
+    const bool came =
+        poll(&question, 1, static_cast<int>(limit.count())) == 1 &&
+        read(told_.number(), &report, sizeof report) == static_cast<ssize_t>(sizeof report);
+    return came ? std::optional(report) : std::nullopt;
+  }
+  /// Nobody has the other end of the reports open any more: both processes are gone.
+  [[nodiscard]] bool isGone() const {
+    pollfd question{told_.number(), 0, 0};
+    return poll(&question, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) == 1;
+  }
+
+  [[nodiscard]] ForkedPart& part() const { return *part_; }
+  [[nodiscard]] bool says(const std::string& text) const {
+    return comesToHold(folder_ / "console", text);
+  }
+  [[nodiscard]] std::string console() const { return readFile(folder_ / "console"); }
+
+ private:
+  TemporaryFolder folder_;
+  Descriptor told_;
+  std::unique_ptr<ForkedPart> part_;
+};
+
+class Watch : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (kHasThreadSanitizer) {
+      GTEST_SKIP() << kUnknownToThreadSanitizer;
+    }
+  }
+};
+
+pid_t processOf(const std::optional<Report>& report) {
+  EXPECT_TRUE(report) << "nobody serves";
+  return report ? report->process : 0;
+}
+
+bool isIgnored(int number) {
+  struct sigaction action {};
+  sigaction(number, nullptr, &action);
+  return action.sa_handler == SIG_IGN;
+}
+
+bool isBlocked(int number) {
+  sigset_t mask;
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  return sigismember(&mask, number) == 1;
+}
+
+void ignoreAndBlockSome() {
+  signal(SIGCHLD, SIG_IGN);
+  sigset_t some;
+  sigemptyset(&some);
+  sigaddset(&some, SIGALRM);
+  pthread_sigmask(SIG_BLOCK, &some, nullptr);
+}
+
+// ---- How it ends
+
+TEST_F(Watch, ExitOfTheServingProcessEndsBothWithItsStatus) {
+  EXPECT_EQ(Watched([](auto&, auto&) { _exit(0); }).part().wait(), 0);
+  EXPECT_EQ(Watched([](auto&, auto&) { _exit(7); }).part().wait(), 7);
+  inOwnProcess([] { watchOver([](const ServingStart&) {}); });
+}
+
+TEST_F(Watch, SignalByWhichPeopleEndProgramsEndsBothWhenTheServingProcessDiesOfIt) {
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    const Watched watched;
+    kill(processOf(watched.next()), number);
+    EXPECT_EQ(watched.part().wait(), -number);
+    EXPECT_TRUE(watched.isGone());
+    EXPECT_EQ(watched.console(), "");
+  }
+}
+
+TEST_F(Watch, SignalThatEndsTheWatchingProcessEndsBoth) {
+  for (const int number : {SIGTERM, SIGKILL, SIGSEGV, SIGUSR1}) {
+    const Watched watched({}, [] {
+      const rlimit none{0, 0};
+      setrlimit(RLIMIT_CORE, &none);
+    });
+    ASSERT_TRUE(watched.next());
+    watched.part().signal(number);
+    EXPECT_EQ(watched.part().wait(), -number);
+    EXPECT_TRUE(watched.isGone());
+    EXPECT_EQ(watched.console(), "");
+  }
+}
+
+// ---- Deaths
+
+TEST_F(Watch, AnotherOneServesAfterADeathAndAConsoleLineTellsOfIt) {
+  for (const int number : {SIGKILL, SIGSEGV, SIGABRT, SIGQUIT, SIGUSR1, SIGRTMIN}) {
+    const Watched watched;
+    const pid_t first = processOf(watched.next());
+    kill(first, number);
+    const auto second = watched.next();
+    ASSERT_TRUE(second) << number;
+    EXPECT_NE(second->process, first);
+    EXPECT_EQ(second->deaths, 1);
+    EXPECT_TRUE(second->goesOn);
+    const std::string watching = "[" + std::to_string(watched.part().process()) + "]: ";
+    EXPECT_TRUE(watched.says(watching + "the serving process " + std::to_string(first) +
+                             " died of " + signalName(number) + ", with"))
+        << watched.console();
+    EXPECT_THAT(watched.console(),
+                HasSubstr(", 1 death in the last minute: another one takes its place\n"));
+  }
+}
+
+TEST_F(Watch, ProcessThatAbortsDiesOfThatSignal) {
+  const Watched watched([](const ServingStart& start, auto&) {
+    if (!start.goesOn) {
+      abort();
+    }
+  });
+  ASSERT_TRUE(watched.next());
+  EXPECT_TRUE(watched.next());
+  EXPECT_TRUE(watched.says("died of SIGABRT"));
+}
+
+TEST_F(Watch, ThreeDeathsWithinAMinuteLeadToANewStartWithNothingOfTheDeadOne) {
+  const Watched watched([](const ServingStart& start, const auto& say) {
+    for (int i = 0; i < 5; ++i) {
+      static_cast<void>(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100));
+    }
+    say(static_cast<int>(openDescriptors().size() - start.ownDescriptors.size()));
+  });
+  struct {
+    int deaths;
+    bool goesOn;
+    int opened;
+  } const starts[] = {{0, false, 5}, {1, true, 10}, {2, true, 15}, {3, false, 5}, {1, true, 10}};
+  auto killed = std::chrono::steady_clock::now();
+  for (const auto& expected : starts) {
+    ASSERT_TRUE(watched.next());
+    const auto report = watched.next();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->deaths, expected.deaths);
+    EXPECT_EQ(report->goesOn, expected.goesOn) << expected.deaths;
+    EXPECT_EQ(report->number, expected.opened) << expected.deaths;
+    const auto now = std::chrono::steady_clock::now();
+    EXPECT_EQ(expected.deaths == 3, now - killed >= kPauseBeforeNewStart) << expected.deaths;
+    killed = now;
+    kill(report->process, SIGKILL);
+  }
+  EXPECT_TRUE(watched.says("3 deaths in the last minute: another one starts anew in 1 s"));
+}
+
+TEST(DeathCount, CountsThoseOfTheLastMinute) {
+  const DeathCount::Clock::time_point start{1h};
+  DeathCount deaths;
+  EXPECT_EQ(deaths.add(start), 1);
+  EXPECT_EQ(deaths.add(start + 30s), 2);
+  EXPECT_EQ(deaths.add(start + 60s - 1ns), 3);
+  EXPECT_EQ(deaths.add(start + 60s), 3) << "the first one is a minute ago";
+  EXPECT_EQ(deaths.add(start + 10min), 1);
+  deaths.forgetAll();
+  EXPECT_EQ(deaths.add(start + 10min), 1);
+}
+
+TEST_F(Watch, ProcessThatCannotBeReplacedEndsBothWithStatusZero) {
+  const Watched watched(
+      [](const ServingStart&, auto&) {
+        const rlimit none{0, 0};
+        EXPECT_EQ(prlimit(getppid(), RLIMIT_NPROC, &none, nullptr), 0);
+        raise(SIGKILL);
+      },
+      [] {
+        if (geteuid() == 0) {
+          ASSERT_EQ(setgid(65534), 0);
+          ASSERT_EQ(setuid(65534), 0);  // the limit does not hold for root
+        }
+      });
+  EXPECT_EQ(watched.part().wait(), 0);
+  EXPECT_THAT(watched.console(), HasSubstr("no other serving process can be started: "));
+}
+
+/// How a child ended that dies of SIGSEGV where a core file may be written.
+int statusOfACrash() {
+  const pid_t child = fork();
+  if (child == 0) {
+    raise(SIGSEGV);
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return status;
+}
+
+TEST_F(Watch, CoreOfTheServingProcessIsWrittenAndToldOf) {
+  const TemporaryFolder folder;
+  const auto allowCores = [&folder] {
+    const rlimit all{RLIM_INFINITY, RLIM_INFINITY};
+    return setrlimit(RLIMIT_CORE, &all) == 0 && chdir(folder.path().c_str()) == 0;
+  };
+  ForkedPart usual([&](const ForkedPart& self) {
+    self.tell(allowCores() && WCOREDUMP(statusOfACrash()) ? 1 : 0);
+  });
+  if (usual.hear() != 1) {
+    GTEST_SKIP() << "no process of this host gets a core file here: see core(5)";
+  }
+  const Watched watched({}, [&] { EXPECT_TRUE(allowCores()); });
+  kill(processOf(watched.next()), SIGSEGV);
+  EXPECT_TRUE(watched.next());
+  EXPECT_TRUE(watched.says("died of SIGSEGV, with a core, ")) << watched.console();
+}
+
+TEST_F(Watch, DeathWithoutACoreIsToldOfAsSuch) {
+  const Watched watched({}, [] {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+  });
+  kill(processOf(watched.next()), SIGSEGV);
+  EXPECT_TRUE(watched.next());
+  EXPECT_TRUE(watched.says("died of SIGSEGV, without a core, "));
+}
+
+// ---- Signals
+
+TEST_F(Watch, SignalsForTheServingProcessArePassedOn) {
+  const Watched watched([](const ServingStart&, const auto& say) {
+    sigset_t taken;
+    sigemptyset(&taken);
+    for (const int number : {SIGUSR2, SIGHUP, SIGINT}) {
+      sigaddset(&taken, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &taken, nullptr);
+    say(0);
+    for (int number = 0; sigwait(&taken, &number) == 0;) {
+      say(number);
+    }
+  });
+  ASSERT_TRUE(watched.next());
+  for (int generation = 0; generation < 2; ++generation) {
+    const auto serving = watched.next();
+    ASSERT_TRUE(serving);
+    for (const int number : {SIGUSR2, SIGHUP, SIGINT}) {
+      watched.part().signal(number);
+      const auto report = watched.next();
+      ASSERT_TRUE(report);
+      EXPECT_EQ(report->number, number);
+    }
+    kill(serving->process, SIGKILL);
+    ASSERT_TRUE(watched.next());
+  }
+}
+
+TEST_F(Watch, UpgradeSignalThatComesBeforeAnybodyTakesItEndsNothing) {
+  const Watched watched([](const ServingStart&, const auto& say) {
+    while (access("/proc/self/status", R_OK) == 0) {
+      sigset_t waiting;
+      sigpending(&waiting);
+      if (sigismember(&waiting, SIGUSR2) == 1) {
+        say(SIGUSR2);
+        return;
+      }
+      usleep(1000);
+    }
+  });
+  const pid_t serving = processOf(watched.next());
+  watched.part().signal(SIGUSR2);
+  const auto report = watched.next();
+  ASSERT_TRUE(report);
+  EXPECT_EQ(report->process, serving);
+  EXPECT_EQ(report->number, SIGUSR2);
+}
+
+TEST_F(Watch, ServingProcessBeginsWithTheSignalsOfTheWatchingOneFromBefore) {
+  const Watched watched(
+      [](const ServingStart&, const auto& say) {
+        say((isIgnored(SIGCHLD) ? 1 : 0) + (isBlocked(SIGALRM) ? 2 : 0) +
+            (isBlocked(SIGUSR2) ? 4 : 0) + (isBlocked(SIGCHLD) ? 8 : 0) +
+            (isBlocked(SIGINT) ? 16 : 0) + (isBlocked(SIGTERM) ? 32 : 0));
+      },
+      ignoreAndBlockSome);
+  for (int generation = 0; generation < 2; ++generation) {
+    ASSERT_TRUE(watched.next());
+    const auto report = watched.next();
+    ASSERT_TRUE(report) << "a death is seen although the end of children was ignored before";
+    EXPECT_EQ(report->number, 1 + 2 + 4);
+    kill(report->process, SIGKILL);
+  }
+}
+
+/// The letter of a process's state in /proc.
+char stateOf(pid_t process) {
+  const std::string status = readFile("/proc/" + std::to_string(process) + "/stat");
+  return status[status.rfind(')') + 2];
+}
+
+TEST_F(Watch, StoppedProcessIsNotDeadAndGoesOn) {
+  const Watched watched;
+  const pid_t serving = processOf(watched.next());
+  kill(serving, SIGSTOP);
+  ASSERT_TRUE(waitUntil([&] { return stateOf(serving) == 'T'; }));
+  EXPECT_EQ(watched.next(50ms), std::nullopt) << "another one serves";
+  kill(serving, SIGCONT);
+  ASSERT_TRUE(waitUntil([&] { return stateOf(serving) == 'S'; }));
+  EXPECT_EQ(watched.console(), "");
+}
+
+TEST_F(Watch, WatchingProcessThatWasStoppedSeesTheDeathWhenItGoesOn) {
+  const Watched watched;
+  const pid_t serving = processOf(watched.next());
+  watched.part().signal(SIGSTOP);
+  ASSERT_TRUE(waitUntil([&] { return stateOf(watched.part().process()) == 'T'; }));
+  kill(serving, SIGKILL);
+  EXPECT_EQ(watched.next(50ms), std::nullopt);
+  watched.part().signal(SIGCONT);
+  EXPECT_TRUE(watched.next());
+}
+
+// ---- Descriptors
+
+TEST_F(Watch, DescriptorsOfTheDeadOneAreOpenUntilTheNextOneClosesThem) {
+  const Watched watched([](const ServingStart& start, const auto& say) {
+    if (!start.goesOn) {
+      int ends[2];
+      EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+      say(ends[1]);
+      return;
+    }
+    const std::vector<int> left = openDescriptors();
+    closeDescriptorsExcept(start.ownDescriptors);
+    say(static_cast<int>(left.size() - start.ownDescriptors.size()));
+    say(openDescriptors() == start.ownDescriptors ? 1 : 0);
+  });
+  ASSERT_TRUE(watched.next());
+  const auto opened = watched.next();
+  ASSERT_TRUE(opened);
+  kill(opened->process, SIGKILL);
+  ASSERT_TRUE(watched.next());
+  const auto left = watched.next();
+  ASSERT_TRUE(left);
+  EXPECT_EQ(left->number, 2) << "both ends of the pipe";
+  const auto closed = watched.next();
+  ASSERT_TRUE(closed);
+  EXPECT_EQ(closed->number, 1);
+}
+
+/// A system log in a /dev that only this process and its children see.
+int ownSystemLog() {
+  EXPECT_EQ(mount("none", "/dev", "tmpfs", 0, nullptr), 0);
+  const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{AF_UNIX, "/dev/log"};
+  EXPECT_EQ(bind(log, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  return log;
+}
+
+TEST_F(Watch, ConsoleLineOfTheWatchingProcessLeavesNothingOpen) {
+  inOwnMounts([] {
+    const int log = ownSystemLog();
+    const Watched watched([](const ServingStart& start, const auto& say) {
+      say(static_cast<int>(openDescriptors().size() - start.ownDescriptors.size()));
+    });
+    ASSERT_TRUE(watched.next());
+    const auto first = watched.next();
+    kill(processOf(first), SIGKILL);
+    ASSERT_TRUE(watched.next());
+    const auto second = watched.next();
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->number, 0);
+    std::array<char, 1000> line;
+    const ssize_t length = recv(log, line.data(), line.size(), MSG_DONTWAIT);
+    ASSERT_GT(length, 0) << "the system's log gets the line";
+    EXPECT_THAT(std::string(line.data(), static_cast<std::size_t>(length)),
+                HasSubstr("the serving process"));
+  });
+}
+
+// ---- Where it is not possible
+
+/// From now on, the system call fails with EPERM in this process.
+void refuse(unsigned call) {
+  const sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),
+                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog program{std::size(steps), const_cast<sock_filter*>(steps)};
+  ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+}
+
+TEST_F(Watch, OnASystemThatCannotTheProcessServesItselfAndSaysSo) {
+  for (const unsigned call : {SYS_clone, SYS_close_range}) {
+    const Watched watched(
+        [](const ServingStart& start, const auto& say) {
+          say((start.ownDescriptors.empty() ? 1 : 0) + (isIgnored(SIGCHLD) ? 2 : 0) +
+              (isBlocked(SIGALRM) ? 4 : 0) + (isBlocked(SIGUSR2) ? 8 : 0) +
+              (isBlocked(SIGCHLD) ? 16 : 0));
+          _exit(9);
+        },
+        [call] {
+          ignoreAndBlockSome();
+          refuse(call);
+        });
+    ASSERT_TRUE(watched.next());
+    const auto report = watched.next();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->process, watched.part().process());
+    EXPECT_EQ(report->number, 1 + 2 + 4);
+    EXPECT_EQ(watched.part().wait(), 9);
+    EXPECT_THAT(watched.console(), HasSubstr("SurviveCrashes is not available: "));
+    EXPECT_THAT(watched.console(), HasSubstr("Operation not permitted\n"));
+  }
+}
+
+TEST(SignalName, IsThatOfTheManualOrTheNumber) {
+  EXPECT_EQ(signalName(SIGSEGV), "SIGSEGV");
+  EXPECT_EQ(signalName(SIGKILL), "SIGKILL");
+  EXPECT_EQ(signalName(SIGABRT), "SIGABRT");
+  EXPECT_EQ(signalName(SIGRTMIN), "signal " + std::to_string(SIGRTMIN));
+}
+
+}  // namespace
+}  // namespace sorvane::test

@@ -1,0 +1,317 @@
+// A name server over which a second process keeps watch: what ends it, and what does not.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+
+#include "integration/Daemon.h"
+#include "integration/DaemonProcess.h"
+#include "support/NotifySocket.h"
+#include "support/OwnNamespaces.h"
+#include "support/TestedBuild.h"
+#include "support/ThreadSanitizer.h"
+
+namespace sorvane::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+/// The two processes of a name server.
+struct Pair {
+  pid_t watching = 0;
+  pid_t serving = 0;
+};
+
+/// Waits until there are two: one is the other's child. Both are 0 if there never are.
+Pair processesOf(const Daemon& server, pid_t formerlyServing = 0) {
+  Pair pair;
+  EXPECT_TRUE(waitUntil([&] {
+    std::vector<pid_t> all = server.processes();
+    std::erase(all, formerlyServing);
+    if (all.size() != 2) {
+      return false;
+    }
+    pair = {all[0], all[1]};
+    try {
+      if (DaemonProcess(pair.watching).parent() == pair.serving) {
+        std::swap(pair.watching, pair.serving);
+      }
+      return DaemonProcess(pair.serving).parent() == pair.watching;
+    } catch (const std::runtime_error&) {
+      return false;  // one of them has just ended
+    }
+  })) << "there are no two processes";
+  return pair;
+}
+
+class SurviveCrashes : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (testedSanitizers().find("thread") != std::string::npos) {
+      GTEST_SKIP() << kUnknownToThreadSanitizer;
+    }
+    server_.setting("SurviveCrashes", "YES");
+  }
+
+  [[nodiscard]] pid_t serving(pid_t formerlyServing = 0) const {
+    return processesOf(server_, formerlyServing).serving;
+  }
+  [[nodiscard]] bool isGone() const {
+    return waitUntil([this] { return server_.processes().empty(); });
+  }
+  /// The serving process dies. Returns how long it took until the name server answered again.
+  Clock::duration diesOf(int signal) {
+    const pid_t dying = serving();
+    const auto began = Clock::now();
+    kill(dying, signal);
+    EXPECT_TRUE(waitUntil([&] {
+      const std::vector<pid_t> all = server_.processes();
+      return std::find(all.begin(), all.end(), dying) == all.end();
+    }));
+    EXPECT_TRUE(server_.answers()) << server_.console();
+    const auto took = Clock::now() - began;
+    EXPECT_NE(serving(dying), dying);
+    return took;
+  }
+
+  Daemon server_;
+};
+
+// ---- Deaths
+
+TEST_F(SurviveCrashes, NameServerAnswersAgainAtOnceInTheSameProcess) {
+  server_.start();
+  ASSERT_TRUE(server_.registers("db1"));
+  const pid_t watching = server_.process();
+  auto shortest = Clock::duration::max();
+  for (const int signal : {SIGKILL, SIGSEGV}) {
+    shortest = std::min(shortest, diesOf(signal));
+    EXPECT_EQ(processesOf(server_).watching, watching);
+    EXPECT_TRUE(server_.complains(signal == SIGKILL ? "died of SIGKILL" : "died of SIGSEGV"));
+  }
+  EXPECT_TRUE(server_.registers("db2"));
+  EXPECT_TRUE(server_.finds("db2"));
+  EXPECT_FALSE(server_.finds("db1")) << "the next one begins anew";
+  if (areTestedWithoutSanitizers()) {
+    EXPECT_LT(shortest, 200ms) << "the better of two times on a busy machine";
+  }
+}
+
+TEST_F(SurviveCrashes, ThreeDeathsWithinAMinuteLeadToANewStart) {
+  server_.start();
+  EXPECT_LT(diesOf(SIGKILL), 1s);
+  diesOf(SIGKILL);
+  EXPECT_GE(diesOf(SIGKILL), 1s);
+  EXPECT_TRUE(server_.complains("3 deaths in the last minute: another one starts anew in 1 s"));
+  diesOf(SIGKILL);
+  EXPECT_EQ(timesIn(server_.console(), "1 death in the last minute"), 2);
+}
+
+TEST_F(SurviveCrashes, ProcessLockIsHeldWhileNobodyServes) {
+  server_.start();
+  const pid_t dying = serving();
+  kill(server_.process(), SIGSTOP);
+  kill(dying, SIGKILL);
+  Daemon second;
+  second.setting("LockDirectory", "\"" + (server_.tree() / "lock").string() + "\"");
+  for (const char* const watched : {"NO", "YES"}) {
+    second.setting("SurviveCrashes", watched);
+    second.launch();
+    EXPECT_EQ(second.waitForExit(), 0);
+    EXPECT_TRUE(second.complains("another infoserver is running on this host")) << watched;
+  }
+  EXPECT_TRUE(second.complains("SurviveCrashes is not available: the process lock cannot be had"));
+  kill(server_.process(), SIGCONT);
+  EXPECT_TRUE(server_.answers());
+  EXPECT_TRUE(server_.hasTakenLock()) << "with the number of the process that was started";
+}
+
+TEST_F(SurviveCrashes, CoreFileOfTheServingProcessIsWritten) {
+  if (!areTestedWithoutSanitizers()) {
+    GTEST_SKIP() << "sanitizers keep the system from writing core files";
+  }
+  const auto allowCores = [this] {
+    const rlimit all{RLIM_INFINITY, RLIM_INFINITY};
+    return setrlimit(RLIMIT_CORE, &all) == 0 && chdir(server_.tree().c_str()) == 0;
+  };
+  ForkedPart usual([&](const ForkedPart& self) {
+    const bool allowed = allowCores();
+    const pid_t child = fork();
+    if (child == 0) {
+      raise(SIGSEGV);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    self.tell(allowed && WCOREDUMP(status) ? 1 : 0);
+  });
+  if (usual.hear() != 1) {
+    GTEST_SKIP() << "no process of this host gets a core file here: see core(5)";
+  }
+  server_.launch({"-noexit"}, [&] { EXPECT_TRUE(allowCores()); });
+  ASSERT_TRUE(server_.answers());
+  diesOf(SIGSEGV);
+  EXPECT_TRUE(server_.complains("died of SIGSEGV, with a core, ")) << server_.console();
+}
+
+// ---- Ends
+
+TEST_F(SurviveCrashes, EndThatAClientAsksForEndsBothWithStatusZero) {
+  for (const Message& request : {Message({{"terminate", ""}}), Message({{"action", "restart"}})}) {
+    server_.start();
+    ASSERT_TRUE(server_.connection()->sendRequest(request));
+    EXPECT_EQ(server_.waitForExit(), 0);
+    EXPECT_TRUE(isGone());
+    EXPECT_EQ(server_.console(), "");
+  }
+}
+
+TEST_F(SurviveCrashes, SigtermToEitherEndsBoth) {
+  for (const bool toServing : {false, true}) {
+    server_.start();
+    kill(toServing ? serving() : server_.process(), SIGTERM);
+    EXPECT_EQ(server_.waitForExit(), 128 + SIGTERM);
+    EXPECT_TRUE(isGone());
+    EXPECT_EQ(server_.console(), "");
+  }
+}
+
+TEST_F(SurviveCrashes, HangupAndInterruptAreIgnoredByBoth) {
+  server_.start();
+  const Pair pair = processesOf(server_);
+  for (const pid_t each : {pair.watching, pair.serving}) {
+    kill(each, SIGHUP);
+    kill(each, SIGINT);
+  }
+  EXPECT_TRUE(server_.answers());
+  EXPECT_EQ(processesOf(server_).serving, pair.serving);
+  EXPECT_EQ(server_.console(), "");
+}
+
+TEST_F(SurviveCrashes, KilledWatchingProcessTakesTheServingOneAlong) {
+  server_.start();
+  server_.kill();
+  EXPECT_TRUE(isGone());
+}
+
+TEST_F(SurviveCrashes, KillWordEndsBoth) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root, for a PID namespace that the word cannot leave";
+  }
+  inOwnPids([] {
+    Daemon server;
+    server.setting("SurviveCrashes", "YES").start();
+    Daemon caller;
+    caller.launch({"kill"});
+    EXPECT_EQ(caller.waitForExit(), 0);
+    EXPECT_EQ(server.waitForExit(), 128 + SIGTERM);
+    EXPECT_TRUE(waitUntil([&] { return server.processes().empty(); }));
+    EXPECT_EQ(server.console(), "");
+  });
+}
+
+// ---- Starts
+
+TEST(NameServerWithoutSurviveCrashes, IsOneProcess) {
+  Daemon server;
+  server.start();
+  EXPECT_EQ(server.processes(), std::vector{server.process()});
+}
+
+TEST_F(SurviveCrashes, DoctorTakesBothForOneNameServer) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root, for a PID namespace whose numbers it chooses";
+  }
+  inOwnPids([] {
+    Daemon server;
+    server.setting("SurviveCrashes", "YES");
+    const auto tool = server.tree() / "bin/sorvctl";
+    std::filesystem::copy_file(builtProgram("sorvctl"), tool);
+    for (const bool childHasLowerNumber : {false, true}) {
+      if (childHasLowerNumber) {
+        const int highest = std::stoi(readFile("/proc/sys/kernel/pid_max")) - 1;
+        std::ofstream("/proc/sys/kernel/ns_last_pid") << highest - 1;
+      }
+      server.start();
+      const Pair pair = processesOf(server);
+      EXPECT_EQ(pair.serving < pair.watching, childHasLowerNumber);
+      const std::string process = "sorvinfo (process " + std::to_string(pair.watching) + ")";
+      const std::string told = run(tool, {"doctor", "--verbose"}).output;
+      EXPECT_NE(told.find("sorvinfo.lock is held by " + process), std::string::npos) << told;
+      EXPECT_NE(told.find(": " + process + " listens and answers"), std::string::npos) << told;
+      server.kill();
+      EXPECT_TRUE(waitUntil([&] { return server.processes().empty(); }));
+    }
+  });
+}
+
+TEST_F(SurviveCrashes, DetachedNameServerIsWatchedOver) {
+  server_.launch({});
+  ASSERT_EQ(server_.waitForExit(), 0);
+  ASSERT_TRUE(server_.answers());
+  const pid_t watching = processesOf(server_).watching;
+  diesOf(SIGKILL);
+  EXPECT_EQ(processesOf(server_).watching, watching);
+  kill(watching, SIGTERM);
+  EXPECT_TRUE(isGone());
+}
+
+TEST_F(SurviveCrashes, NameServerOfLaunchdIsWatchedOverAndLogsInDetail) {
+  server_.start({"-MachLaunch"});
+  diesOf(SIGKILL);
+  EXPECT_TRUE(server_.logs("succeeded. "));
+}
+
+TEST_F(SurviveCrashes, ServiceManagerHearsTheServingProcess) {
+  NotifySocket manager;
+  server_.launch({"noexit"}, manager.environment("300000"));
+  ASSERT_TRUE(manager.hears("READY=1")) << server_.console();
+  EXPECT_TRUE(manager.hears("WATCHDOG=1"));
+  diesOf(SIGKILL);
+  EXPECT_TRUE(manager.hears("READY=1")) << "the next one serves";
+  EXPECT_TRUE(manager.hears("WATCHDOG=1"));
+  const pid_t hanging = serving();
+  kill(hanging, SIGSTOP);
+  ASSERT_TRUE(waitUntil([&] { return DaemonProcess(hanging).isStopped(); }));
+  manager.forgetWhatCame();
+  EXPECT_EQ(manager.receive(500ms), std::nullopt) << "nobody speaks for a process that hangs";
+  kill(hanging, SIGCONT);
+  ASSERT_TRUE(server_.connection()->sendRequest({{"terminate", ""}}));
+  EXPECT_TRUE(manager.hears("STOPPING=1"));
+  EXPECT_EQ(server_.waitForExit(), 0);
+}
+
+/// The memory that a process has for itself alone, in KiB.
+long ownKibibytes(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/smaps_rollup");
+  long sum = 0;
+  for (std::string word; file >> word;) {
+    long number = 0;
+    if (word.starts_with("Private_Dirty") && file >> number) {
+      sum += number;
+    }
+  }
+  return sum;
+}
+
+TEST_F(SurviveCrashes, WatchingProcessNeedsNoProcessorAndLittleMemory) {
+  server_.start();
+  const DaemonProcess watching(server_.process());
+  const double before = watching.seconds();
+  const auto client = server_.connection();
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_TRUE(client->sendDictionary({{"ping", ""}}));
+  }
+  EXPECT_EQ(watching.seconds(), before);
+  if (areTestedWithoutSanitizers()) {
+    EXPECT_LT(ownKibibytes(server_.process()), 1024);
+  }
+}
+
+}  // namespace
+}  // namespace sorvane::test
