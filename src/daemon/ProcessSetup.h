@@ -12,6 +12,8 @@
 //   kept = takeKept();                                  // what the program before has left
 //   if (mode == StartMode::detached && !kept) detach();
 //   ignoreSignalsOfFailedWrites();
+//   watchOver(...);                                     // Watch.h; with SurviveCrashes alone: what
+//                                                       // follows happens in a child
 //   sorvkeyController controller;                       // opens the log: openLog, Log.h
 //   controller.runConnection(mode == StartMode::verbose);  // or continueConnection, with `kept`
 //   endProcess();                                       // only when serving has ended or could

@@ -30,6 +30,9 @@ constexpr SignalName kSignalNames[] = {
     {SIGTERM, "SIGTERM"}, {SIGSYS, "SIGSYS"},   {SIGXCPU, "SIGXCPU"},     {SIGXFSZ, "SIGXFSZ"},
     {SIGUSR1, "SIGUSR1"}, {SIGUSR2, "SIGUSR2"}, {SIGVTALRM, "SIGVTALRM"}, {SIGPROF, "SIGPROF"}};
 
+// Set before there is a second thread.
+bool watched = false;
+
 /// The signals by which people, terminals and service managers end a program.
 bool isWishToEnd(int signal) { return signal == SIGTERM || signal == SIGINT || signal == SIGHUP; }
 
@@ -125,6 +128,7 @@ void watchOver(const std::function<void(const ServingStart& start)>& serve) {
   const auto next = [&]() -> std::optional<int> {
     const auto child = cloneSharingDescriptors([&] {
       signals.putBackForServing();
+      watched = true;
       serve(start);
     });
     if (!child) {
@@ -163,6 +167,8 @@ void watchOver(const std::function<void(const ServingStart& start)>& serve) {
   tell("no other serving process can be started: " + reason);
   endProcess();
 }
+
+bool isWatchedOver() { return watched; }
 
 int DeathCount::add(Clock::time_point now) {
   std::erase_if(times_, [&](Clock::time_point time) { return now - time >= kTime; });

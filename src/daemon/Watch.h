@@ -43,6 +43,9 @@ struct ServingStart {
 /// this process. When `serve` returns, that is an exit with status 0.
 [[noreturn]] void watchOver(const std::function<void(const ServingStart& start)>& serve);
 
+/// True in a process that `watchOver` has made. Any thread.
+[[nodiscard]] bool isWatchedOver();
+
 /// The time for which nobody serves before a new start, so that a name server that dies again and
 /// again takes no processor for itself.
 inline constexpr std::chrono::seconds kPauseBeforeNewStart{1};

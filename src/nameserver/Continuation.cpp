@@ -7,6 +7,7 @@
 
 #include "daemon/ProcessSetup.h"
 #include "daemon/Succession.h"
+#include "daemon/Watch.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/RunningServer.h"
@@ -38,6 +39,11 @@ void sorvkeyController::takeUpgrades(RunningServer& server) {
 }
 
 std::string sorvkeyController::upgrade(RunningServer& server) {
+  // Another program would leave the table of descriptors that is shared with the watching process,
+  // which would then hold each connection open for ever.
+  if (isWatchedOver()) {
+    return "another process keeps watch over this one, as SurviveCrashes says";
+  }
   std::string reason = whyNoSuccessor();
   if (!reason.empty()) {
     return reason;

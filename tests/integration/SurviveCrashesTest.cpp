@@ -159,6 +159,17 @@ TEST_F(SurviveCrashes, CoreFileOfTheServingProcessIsWritten) {
   EXPECT_TRUE(server_.complains("died of SIGSEGV, with a core, ")) << server_.console();
 }
 
+TEST_F(SurviveCrashes, UpgradeInPlaceIsPutOffWithTheReason) {
+  server_.start();
+  const Pair pair = processesOf(server_);
+  for (const pid_t each : {pair.watching, pair.serving}) {
+    kill(each, SIGUSR2);
+    EXPECT_TRUE(server_.complains("the upgrade in place was put off: another process keeps watch"));
+    EXPECT_TRUE(server_.answers());
+  }
+  EXPECT_EQ(processesOf(server_).serving, pair.serving);
+}
+
 // ---- Ends
 
 TEST_F(SurviveCrashes, EndThatAClientAsksForEndsBothWithStatusZero) {
@@ -223,7 +234,7 @@ TEST(NameServerWithoutSurviveCrashes, IsOneProcess) {
   EXPECT_EQ(server.processes(), std::vector{server.process()});
 }
 
-TEST_F(SurviveCrashes, DoctorTakesBothForOneNameServer) {
+TEST_F(SurviveCrashes, ToolsTakeBothForOneNameServer) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root, for a PID namespace whose numbers it chooses";
   }
@@ -242,6 +253,10 @@ TEST_F(SurviveCrashes, DoctorTakesBothForOneNameServer) {
       EXPECT_EQ(pair.serving < pair.watching, childHasLowerNumber);
       const std::string process = "sorvinfo (process " + std::to_string(pair.watching) + ")";
       const std::string told = run(tool, {"doctor", "--verbose"}).output;
+      const Outcome upgrade = run(tool, {"upgrade"});
+      EXPECT_NE(upgrade.errors.find("not upgraded: another process keeps watch over this one"),
+                std::string::npos)
+          << upgrade.errors;
       EXPECT_NE(told.find("sorvinfo.lock is held by " + process), std::string::npos) << told;
       EXPECT_NE(told.find(": " + process + " listens and answers"), std::string::npos) << told;
       server.kill();

@@ -84,7 +84,12 @@ void requireListener(int port, const sorvane::SystemProcess& process) {
     return;
   }
   const auto isOther = [&](const sorvane::TcpListener& each) {
-    return each.process && *each.process != process.number;
+    if (!each.process || *each.process == process.number) {
+      return false;
+    }
+    // The one that holds the lock may keep watch over the one that serves.
+    const auto other = sorvane::systemProcess(*each.process);
+    return !other || other->parent != process.number;
   };
   if (!use->listeners.empty() &&
       std::all_of(use->listeners.begin(), use->listeners.end(), isOther)) {
