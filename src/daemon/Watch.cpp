@@ -30,7 +30,7 @@ constexpr SignalName kSignalNames[] = {
     {SIGTERM, "SIGTERM"}, {SIGSYS, "SIGSYS"},   {SIGXCPU, "SIGXCPU"},     {SIGXFSZ, "SIGXFSZ"},
     {SIGUSR1, "SIGUSR1"}, {SIGUSR2, "SIGUSR2"}, {SIGVTALRM, "SIGVTALRM"}, {SIGPROF, "SIGPROF"}};
 
-// Set before there is a second thread.
+// Set in the serving process before it serves.
 bool watched = false;
 
 /// The signals by which people, terminals and service managers end a program.
