@@ -141,7 +141,7 @@ Outcome sorvkeyController::deliverCommunicationLocked(const DispatchRule& rule,
 }
 
 Reply sorvkeyController::deliverHeld(NetConnection& sender, bool isLastTime) {
-  return answerAwaiting(*sender.context<PortDescriptor>(), sender.replyWriter(), isLastTime);
+  return answerAwaiting(registry_, sender, sender.replyWriter(), isLastTime);
 }
 
 void sorvkeyController::write(const Notes& notes, bool raised, const Message& request) {
@@ -159,7 +159,7 @@ void sorvkeyController::write(const Notes& notes, bool raised, const Message& re
 
 void sorvkeyController::endCommunication(NetConnection& connection) {
   const auto record = connection.contextObject<PortDescriptor>();
-  const ConnectionEnd end = endConnection(registry_, record.get());
+  const ConnectionEnd end = endConnection(registry_, record.get(), connection.descriptor());
   if (end.removedHost) {
     // Only a key that stands in the host list is removed, so the line has no text of a peer's own.
     NetConnection::performWaiting(Disk::log, [line = "REMOVE HOST " + *end.removedHost + " \n"] {

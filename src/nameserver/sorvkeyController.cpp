@@ -54,7 +54,9 @@ const HostLists::List* sorvkeyController::hostList() {
 
 std::int32_t sorvkeyController::sorvexecConnectHost(std::string_view hostName,
                                                     std::string_view ipAddress) {
-  registry_.with([&](RegistryState& state) { state.hosts.connect(hostName, ipAddress); });
+  registry_.with([&](RegistryState& state) {
+    state.changeHosts([&](HostLists& hosts) { hosts.connect(hostName, ipAddress); });
+  });
   return 1;
 }
 

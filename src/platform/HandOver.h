@@ -45,7 +45,9 @@ void closeDescriptorsWhenReplaced();
 class MappedFile {
  public:
   /// Closes the descriptor.
-  explicit MappedFile(Descriptor file);
+  explicit MappedFile(Descriptor file) : MappedFile(file.number()) {}
+  /// Leaves the descriptor open. What the file had not at this moment is not among the bytes.
+  explicit MappedFile(int descriptor);
   ~MappedFile();
   MappedFile(const MappedFile&) = delete;
   MappedFile& operator=(const MappedFile&) = delete;

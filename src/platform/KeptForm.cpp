@@ -15,6 +15,7 @@ constexpr std::size_t kHeaderBytes = kMark.size() + kVersionBytes + 2 * kLengthB
 constexpr int kGroupBits = 7;
 constexpr std::uint64_t kGroup = (1 << kGroupBits) - 1;
 constexpr int kFirstDescriptor = 3;
+constexpr std::size_t kShortBody = 65536;
 
 // Against damage, not against people: who can write a description has the process already.
 constexpr SipKey kCheckKey = {.low = 0x736f7276616e6521U, .high = 0x6b65707420666f72U};
@@ -69,6 +70,22 @@ void KeptWriter::optionalText(const std::optional<std::string_view>& value) {
 void KeptWriter::descriptor(int number) {
   this->number(static_cast<std::uint64_t>(number));
   descriptors_.push_back(number);
+}
+
+void KeptWriter::clear() {
+  descriptors_.clear();
+  if (body_.capacity() > kShortBody) {
+    body_ = std::string();
+  } else {
+    body_.clear();
+  }
+}
+
+KeptReader KeptReader::ofBody(std::string_view body) {
+  KeptReader reader;
+  reader.rest_ = body;
+  reader.version_ = kKeptVersion;
+  return reader;
 }
 
 KeptReader::KeptReader(std::string_view description) {

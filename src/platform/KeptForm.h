@@ -47,6 +47,9 @@ class KeptWriter {
   /// An open descriptor, which the next program needs: see `descriptors`.
   void descriptor(int number);
 
+  /// Makes this like new, but keeps memory for another short description.
+  void clear();
+
   /// Returns the descriptors that were written, in their order. The next program must inherit them.
   [[nodiscard]] const std::vector<int>& descriptors() const { return descriptors_; }
   [[nodiscard]] std::string_view body() const { return body_; }
@@ -65,6 +68,8 @@ class KeptReader {
  public:
   /// Checks header and check sum of a whole description, which must outlive the reader.
   explicit KeptReader(std::string_view description);
+  /// Returns a reader of values that something else has checked already, of the present version.
+  [[nodiscard]] static KeptReader ofBody(std::string_view body);
 
   /// The version of the description: 1 to `kKeptVersion`.
   [[nodiscard]] std::uint32_t version() const { return version_; }
@@ -83,6 +88,8 @@ class KeptReader {
   void end() const;
 
  private:
+  KeptReader() = default;
+
   std::string_view rest_;
   std::uint32_t version_ = 0;
 };

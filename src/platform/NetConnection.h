@@ -80,8 +80,9 @@ class NetConnection {
   [[nodiscard]] bool sendRequest(const Message& request);
   [[nodiscard]] std::optional<Message> receiveReply();
   /// Returns what poll(2) can wait on until bytes of a reply arrive, or until the other side
-  /// closes; -1 when it is not connected. The connection keeps it: for waiting alone.
-  [[nodiscard]] int descriptor() const;
+  /// closes; -1 when it is not connected. The connection keeps it: for waiting alone. On a
+  /// connection that is served, its descriptor until it is closed.
+  [[nodiscard]] virtual int descriptor() const;
   /// Closes the connection; does nothing when it is not connected.
   void invalidate();
   [[nodiscard]] bool isConnected() const;

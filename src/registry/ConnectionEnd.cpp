@@ -9,21 +9,25 @@ std::optional<std::string> removeLauncherHost(Registry& registry, const PortDesc
   }
   std::string host =
       joinedKey(record.portHost().value_or(""), record.portHostAddress().value_or(""));
-  const bool wasListed =
-      registry.with([&](RegistryState& state) { return state.hosts.remove(host); });
+  const bool wasListed = registry.with([&](RegistryState& state) {
+    bool isRemoved = false;
+    state.changeHosts([&](HostLists& hosts) { isRemoved = hosts.remove(host); });
+    return isRemoved;
+  });
   return wasListed ? std::optional(std::move(host)) : std::nullopt;
 }
 
 }  // namespace
 
-ConnectionEnd endConnection(Registry& registry, PortDescriptor* record) {
+ConnectionEnd endConnection(Registry& registry, PortDescriptor* record, int connection) {
   if (record != nullptr) {
     registry.watchingPortsList().remove(*record);
+    registry.keepWatching(connection, *record);
   }
   registry.stampTime();
   ConnectionEnd end;
   if (record != nullptr) {
-    registry.endPort(*record);
+    registry.endPort(*record, connection);
     end.removedHost = removeLauncherHost(registry, *record);
   }
   end.droppedPorts = registry.takeDroppedPorts();

@@ -25,7 +25,9 @@ struct ConnectionEnd {
 ///
 /// The port is removed by name alone, on purpose: an entry that another connection has made under
 /// that name since goes, too. Ports under further names of the record stay, on purpose, too: see
-/// `Registry::endPort`.
-[[nodiscard]] ConnectionEnd endConnection(Registry& registry, PortDescriptor* record);
+/// `Registry::endPort`. `connection` is the descriptor of the connection, which must be open still:
+/// see PortMap.
+[[nodiscard]] ConnectionEnd endConnection(Registry& registry, PortDescriptor* record,
+                                          int connection = PortMap::kNoConnection);
 
 }  // namespace sorvane

@@ -45,8 +45,9 @@ Outcome sorvexecConnectHost(CommandContext& context) {
   (void)request.requiredText(key::portHostAddress);
   if (request.requiredText(kEthernetAddress) == context.host.ethernetAddress) {
     // Deliberately the loopback names: what the launcher says about itself is read and dropped.
-    context.registry.with(
-        [](RegistryState& state) { state.hosts.connect("localhost", "127.0.0.1"); });
+    context.registry.with([](RegistryState& state) {
+      state.changeHosts([](HostLists& hosts) { hosts.connect("localhost", "127.0.0.1"); });
+    });
     return context.result("connected");
   }
   if (context.verbose) {
@@ -57,7 +58,9 @@ Outcome sorvexecConnectHost(CommandContext& context) {
 
 Outcome hostInfo(CommandContext& context) {
   const std::string_view address = hostAddress(context.request);
-  context.registry.with([](RegistryState& state) { state.hosts.createHostList(); });
+  context.registry.with([](RegistryState& state) {
+    state.changeHosts([](HostLists& hosts) { hosts.createHostList(); });
+  });
   const HostFacts& host = context.host;
   if (host.hasOnlyLoopbackAddress && !isLoopbackName(address)) {
     return context.result("local only");
@@ -69,7 +72,7 @@ Outcome hostInfo(CommandContext& context) {
 Outcome hostList(CommandContext& context) {
   const bool hasAlias = context.host.aliasOf(hostAddress(context.request)).has_value();
   return context.result(context.registry.with([&](RegistryState& state) {
-    state.hosts.createBoth();
+    state.changeHosts([](HostLists& hosts) { hosts.createBoth(); });
     return state.hosts.joined(hasAlias);
   }));
 }

@@ -45,6 +45,8 @@ class HostLists {
   /// Makes these, which do not exist, what was kept. Raises KeptFault.
   void restore(KeptReader& reader);
 
+  bool operator==(const HostLists&) const = default;
+
   std::optional<List> hostList;
   std::optional<List> alternateHostList;
   std::optional<std::string> hostNameString;  ///< the name given to the last `connect`

@@ -40,7 +40,7 @@ bool haveANumberInCommon(const ChangeOrder& left, const ChangeOrder& right) {
 
 }  // namespace
 
-void PortTable::keep(KeptWriter& writer) const {
+void PortTable::keep(KeptWriter& writer, KeptPart part) const {
   const auto& [slots, changes, lastChange, moves, size, removed, leftBehind] = *this;
   writer.number(slots.size());
   writer.number(size);
@@ -49,7 +49,7 @@ void PortTable::keep(KeptWriter& writer) const {
   writer.number(lastChange);
   writer.number(moves);
   changes.keep(writer, 0);
-  keepRecords(writer);
+  keepRecords(writer, part);
   if (leftBehind != kAlone) {
     std::uint32_t index = leftBehind;
     do {
@@ -103,7 +103,7 @@ void PortTable::restore(KeptReader& reader, const SipKey& key,
 
 // The records of a long table are scattered over the memory. Fetching some of them at the same time
 // takes a fraction of fetching one after the other.
-void PortTable::keepRecords(KeptWriter& writer) const {
+void PortTable::keepRecords(KeptWriter& writer, KeptPart part) const {
   std::array<std::uint32_t, 64> slots;
   for (auto next = changes_.oldest(); next != ChangeOrder::kNone;) {
     std::size_t count = 0;
@@ -119,7 +119,7 @@ void PortTable::keepRecords(KeptWriter& writer) const {
       slots_[slot].record->prefetchTexts();
     }
     for (const std::uint32_t slot : fetched) {
-      slots_[slot].record->keep(writer);
+      slots_[slot].record->keep(writer, part);
       keepEntries(writer, slot);
     }
   }
@@ -208,16 +208,16 @@ bool PortTable::isFoundIn(std::size_t index) const {
   return true;
 }
 
-void PortMap::keep(KeptWriter& writer) const {
+void PortMap::keep(KeptWriter& writer, KeptPart part) const {
   const auto& [limits, table, removed, recordBytes, leftBehindBytes, stateEntryBytes,
-               alertEntryBytes] = *this;
-  table.keep(writer);
+               alertEntryBytes, journal] = *this;
+  table.keep(writer, part);
   removed.keep(writer);
 }
 
 void PortMap::restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list) {
-  auto& [limits, table, removed, recordBytes, leftBehindBytes, stateEntryBytes, alertEntryBytes] =
-      *this;
+  auto& [limits, table, removed, recordBytes, leftBehindBytes, stateEntryBytes, alertEntryBytes,
+         journal] = *this;
   table.restore(reader, key, list);
   removed.restore(reader, table.lastChange(), key);
   const ChangeOrder& changes = table.changes();

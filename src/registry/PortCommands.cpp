@@ -60,9 +60,10 @@ Outcome newPort(CommandContext& context) {
     }
     const DecimalText text(number);
     PortMap::Record former = state.map.replaceRegistration(
-        record, registrationOf(record, request, portKey, name, host, text.text, type));
+        record, registrationOf(record, request, portKey, name, host, text.text, type),
+        context.sender.descriptor());
     if (!isLauncher) {
-      state.maxport = number + 1;
+      state.setNextPortNumber(number + 1);
     }
     return former;
   });
@@ -81,7 +82,7 @@ void prepareAcceptPort(CommandContext& context) {
 Outcome acceptPort(CommandContext& context) {
   const Reply reply = context.requestAsReply();
   context.registry.enterPort(std::get<OwnedPortName>(std::move(context.prepared)),
-                             context.sharedRecord());
+                             context.sharedRecord(), context.sender.descriptor());
   context.registry.setWatchToDirty();
   return reply;
 }
@@ -101,7 +102,7 @@ Outcome reconnectPort(CommandContext& context) {
   const Reply reply = context.requestAsReply();
   const PortMap::Record replaced = context.registry.with([&](RegistryState& state) {
     return state.map.enterWith(std::get<PortMap::NamedRegistration>(std::move(context.prepared)),
-                               context.sharedRecord());
+                               context.sharedRecord(), context.sender.descriptor());
   });
   context.registry.setWatchToDirty();
   return reply;

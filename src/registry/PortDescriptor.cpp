@@ -31,7 +31,7 @@ std::size_t PortDescriptor::registrationBytes(std::size_t blockBytes) {
 std::optional<std::string_view> PortDescriptor::alertStatus() {
   const auto alert = alertAsSet();
   if (alert && timeIntervalSinceReferenceDate() > alertStatusTimestamp() + kAlertLifetime) {
-    state_.set(kAlert, std::nullopt);
+    dropAlert();
     return std::nullopt;
   }
   return alert;
@@ -54,8 +54,11 @@ PortDescriptor::StateBlock::Texts PortDescriptor::withAlert(std::optional<std::s
 }
 
 void PortDescriptor::setAlertStatus(std::optional<std::string_view> text) {
-  const double now = timeIntervalSinceReferenceDate();
-  state_.setAll(withAlert(text, now));
+  setAlertStatus(text, timeIntervalSinceReferenceDate());
+}
+
+void PortDescriptor::setAlertStatus(std::optional<std::string_view> text, double time) {
+  state_.setAll(withAlert(text, time));
 }
 
 std::size_t PortDescriptor::stateBytesWithAlert(std::string_view text) const {
@@ -116,7 +119,7 @@ std::uint32_t PortDescriptor::leaveWatchList() {
   return times;
 }
 
-void PortDescriptor::keep(KeptWriter& writer) const {
+void PortDescriptor::keep(KeptWriter& writer, KeptPart part) const {
   [[maybe_unused]] const auto& [port, state, info, timesSetDirty, clearedAt, timesOnWatchList,
                                 isDirty, held] = *this;
   [[maybe_unused]] const auto& [nameBytes, entries, isCounted, hasLeft, anchor] = held;
@@ -131,6 +134,10 @@ void PortDescriptor::keep(KeptWriter& writer) const {
     writer.real(alertStatusTimestamp());
     writer.optionalText(alert);
   }
+  if (part == KeptPart::inJournal) {
+    keepNoWatching(writer);
+    return;
+  }
   writer.flag(info != nullptr);
   if (info != nullptr) {
     writer.number(info->size());
@@ -142,6 +149,25 @@ void PortDescriptor::keep(KeptWriter& writer) const {
   writer.number(clearedAt);
   writer.number(timesOnWatchList);
   writer.flag(isDirty != 0);
+}
+
+void PortDescriptor::keepNoWatching(KeptWriter& writer) {
+  const Watching none;
+  writer.flag(false);  // no info dictionary
+  writer.number(none.clearedAt);
+  writer.number(none.times);
+  writer.flag(none.isDirty);
+}
+
+void PortDescriptor::restoreWatching(const Watching& watching,
+                                     const std::atomic<std::uint64_t>& timesSetDirty) {
+  if (watching.times > kMostTimesOnWatchList) {
+    throw KeptFault("what was kept has a record that is on the watch list too often");
+  }
+  clearedAt_ = watching.clearedAt;
+  timesOnWatchList_ = watching.times;
+  dirty_ = watching.isDirty ? 1 : 0;
+  timesSetDirty_ = watching.times > 0 ? &timesSetDirty : nullptr;
 }
 
 void PortDescriptor::restore(KeptReader& reader, const Watched& list) {

@@ -17,6 +17,13 @@
 
 namespace sorvane {
 
+/// How much is written of what is kept. A journal has the marks of the watchers elsewhere, and is
+/// written while other threads change them and make info dictionaries.
+enum class KeptPart : std::uint8_t {
+  all,
+  inJournal,  ///< without watching, info dictionaries and cached lists, as if there were none
+};
+
 /// Each live connection has one as its context object. The record is registered while the port map
 /// holds it. Connection and map share it, so make it with `std::make_shared`.
 ///
@@ -136,6 +143,10 @@ class PortDescriptor {
   [[nodiscard]] std::optional<std::string_view> alertStatus();
   /// Sets the alert and starts its hour again, even when the text is the same.
   void setAlertStatus(std::optional<std::string_view> text);
+  /// Does the same as if it was done at that time, seconds since the reference date.
+  void setAlertStatus(std::optional<std::string_view> text, double time);
+  /// Removes the alert as one that is no longer fresh.
+  void dropAlert() { state_.set(kAlert, std::nullopt); }
   /// Returns the alert as it was set, whether it is fresh or not. Changes nothing.
   [[nodiscard]] std::optional<std::string_view> alertAsSet() const { return state_.text(kAlert); }
   /// When the alert was last set, seconds since the reference date; 0 before.
@@ -184,9 +195,19 @@ class PortDescriptor {
     std::uint64_t times;  ///< what that will be
   };
   /// Writes everything but the holdings: see PortTable and KeptRecords.
-  void keep(KeptWriter& writer) const;
+  void keep(KeptWriter& writer, KeptPart part = KeptPart::all) const;
   /// Makes this, which is new, the record that was kept. Raises NSException, most often KeptFault.
   void restore(KeptReader& reader, const Watched& list);
+
+  /// What a record knows of its watch list.
+  struct Watching {
+    std::uint64_t clearedAt = 0;
+    std::uint32_t times = 0;
+    bool isDirty = true;
+  };
+  [[nodiscard]] Watching watching() const { return {clearedAt_, timesOnWatchList_, dirty_ != 0}; }
+  /// Puts this, which is on no list, on the list as it was. Raises KeptFault.
+  void restoreWatching(const Watching& watching, const std::atomic<std::uint64_t>& timesSetDirty);
 
   /// Has the processor fetch the texts, which are about to be read.
   void prefetchTexts() const {
@@ -203,6 +224,7 @@ class PortDescriptor {
   [[nodiscard]] static PortBlock::Texts textsOf(const Registration& registration);
   [[nodiscard]] StateBlock::Texts withAlert(std::optional<std::string_view> text,
                                             const double& time) const;
+  static void keepNoWatching(KeptWriter& writer);
   void restoreTexts(KeptReader& reader);
 
   PortBlock port_;

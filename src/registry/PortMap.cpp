@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "platform/NSException.h"
+#include "platform/TimeSource.h"
 #include "registry/HeapBytes.h"
+#include "registry/Journal.h"
 
 namespace sorvane {
 namespace {
@@ -48,7 +50,7 @@ void PortMap::change(PortDescriptor& record, Change&& make) {
 }
 
 PortMap::Record PortMap::replaceRegistration(PortDescriptor& record,
-                                             const Registration& registration) {
+                                             const Registration& registration, int connection) {
   PortDescriptor::Prepared texts(registration);
   Growth growth = growthByRegistration(record, texts.bytes());
   std::optional<PortTable::Place> former;
@@ -71,6 +73,9 @@ PortMap::Record PortMap::replaceRegistration(PortDescriptor& record,
   Record removed = former ? remove(*former) : nullptr;
   change(record, [&] { record.setRegistration(std::move(texts)); });
   table_.noteChange(record);
+  if (journal_ != nullptr) {
+    journal_->registrationReplaced(connection, record);
+  }
   return removed;
 }
 
@@ -102,62 +107,110 @@ PortMap::Record PortMap::enter(PortTable::Place place, Record record, OwnedPortN
   return replaced;
 }
 
-PortMap::Record PortMap::enter(OwnedPortName&& name, Record record) {
+PortMap::Record PortMap::enter(OwnedPortName&& name, Record record, int connection) {
   const PortTable::Place place = table_.placeOf(name);
   Growth growth = growthByEntry(place, name.text(), *record);
   if (record->holdings().isCounted == 0) {
     growth.ofAll += difference(textBytes(*record), 0);
   }
   requireRoom(*record, growth);
-  return enter(place, std::move(record), std::move(name), [](PortDescriptor&) {});
+  if (journal_ == nullptr) {
+    return enter(place, std::move(record), std::move(name), [](PortDescriptor&) {});
+  }
+  // The name may be taken.
+  journal_->willEnter(connection, *record, name.text());
+  Record replaced = enter(place, std::move(record), std::move(name), [](PortDescriptor&) {});
+  journal_->didAsPrepared();
+  return replaced;
 }
 
-PortMap::Record PortMap::enterWith(NamedRegistration&& registration, Record record) {
+PortMap::Record PortMap::enterWith(NamedRegistration&& registration, Record record,
+                                   int connection) {
   const PortTable::Place place = table_.placeOf(registration.name);
   Growth growth = growthByEntry(place, registration.name.text(), *record);
   const Growth ofTexts = growthByRegistration(*record, registration.texts.bytes());
   growth.ofConnection += ofTexts.ofConnection;
   growth.ofAll += ofTexts.ofAll;
   requireRoom(*record, growth);
-  return enter(
+  PortDescriptor& entering = *record;
+  Record replaced = enter(
       place, std::move(record), std::move(registration.name),
       [&](PortDescriptor& entered) { entered.setRegistration(std::move(registration.texts)); });
+  if (journal_ != nullptr) {
+    journal_->enteredWith(connection, entering);
+  }
+  return replaced;
 }
 
 PortMap::Record PortMap::remove(const PortName& name) {
   const PortTable::Place place = table_.placeOf(name);
-  return place.isTaken() ? remove(place) : nullptr;
+  if (!place.isTaken()) {
+    return nullptr;
+  }
+  if (journal_ == nullptr) {
+    return remove(place);
+  }
+  journal_->willRemove(name.text());  // which may be the text of the entry
+  Record removed = remove(place);
+  journal_->didAsPrepared();
+  return removed;
+}
+
+PortMap::Record PortMap::removeOldestLeftBehind() {
+  Record removed = remove(table_.oldestLeftBehind());
+  if (journal_ != nullptr) {
+    journal_->oldestLeftBehindRemoved();
+  }
+  return removed;
 }
 
 void PortMap::setStatus(const PortName& name, std::string_view text) {
-  setText<&PortDescriptor::stateBytesWithStatus>(
+  const bool isSet = setText<&PortDescriptor::stateBytesWithStatus>(
       name, text, [&](PortDescriptor& record) { record.setPortStatus(text); });
+  if (isSet && journal_ != nullptr) {
+    journal_->statusSet(name.text(), text);
+  }
 }
 
 void PortMap::setAlert(const PortName& name, std::string_view text) {
-  setText<&PortDescriptor::stateBytesWithAlert>(
-      name, text, [&](PortDescriptor& record) { record.setAlertStatus(text); });
+  setAlert(name, text, timeIntervalSinceReferenceDate());
+}
+
+void PortMap::setAlert(const PortName& name, std::string_view text, double time) {
+  const bool isSet = setText<&PortDescriptor::stateBytesWithAlert>(
+      name, text, [&](PortDescriptor& record) { record.setAlertStatus(text, time); });
+  if (isSet && journal_ != nullptr) {
+    journal_->alertSet(name.text(), text, time);
+  }
 }
 
 template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
-void PortMap::setText(const PortName& name, std::string_view text, Set&& set) {
+bool PortMap::setText(const PortName& name, std::string_view text, Set&& set) {
   const Record* const found = table_.find(name);
   if (found == nullptr) {
-    return;
+    return false;
   }
   PortDescriptor& record = **found;
   const std::int64_t more = difference((record.*bytesWith)(text), record.stateBytes());
   requireRoom(record, {more, more});
   change(record, [&] { set(record); });
   table_.noteChange(record);
+  return true;
 }
 
 std::optional<std::string_view> PortMap::alertOf(PortDescriptor& record) {
   std::optional<std::string_view> alert;
   if (record.alertAsSet()) {
     change(record, [&] { alert = record.alertStatus(); });
+    if (!alert && journal_ != nullptr) {
+      journal_->alertDropped(table_.oldestOf(record));
+    }
   }
   return alert;
+}
+
+void PortMap::dropAlert(PortDescriptor& record) {
+  change(record, [&] { record.dropAlert(); });
 }
 
 std::optional<PortName> PortMap::nameThatEndsWith(const PortDescriptor& record) {
@@ -165,10 +218,13 @@ std::optional<PortName> PortMap::nameThatEndsWith(const PortDescriptor& record) 
   return record.portKey() && name ? std::optional<PortName>(*name) : std::nullopt;
 }
 
-PortMap::Record PortMap::end(PortDescriptor& record, const std::optional<PortName>& name) {
+PortMap::Record PortMap::end(PortDescriptor& record, const std::optional<PortName>& name,
+                             int connection) {
   Record removed;
   if (name) {
-    removed = remove(*name);
+    if (const PortTable::Place place = table_.placeOf(*name); place.isTaken()) {
+      removed = remove(place);
+    }
   }
   change(record, [&] {
     record.holdings().hasLeft = 1;
@@ -177,6 +233,9 @@ PortMap::Record PortMap::end(PortDescriptor& record, const std::optional<PortNam
     }
   });
   table_.noteChange(record);
+  if (journal_ != nullptr) {
+    journal_->ended(connection, record, name ? std::optional(name->text()) : std::nullopt);
+  }
   return removed;
 }
 

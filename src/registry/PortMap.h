@@ -11,6 +11,8 @@
 
 namespace sorvane {
 
+class Journal;
+
 /// What the registry keeps at most, bytes.
 struct RegistryLimits {
   std::uint64_t connection = std::uint64_t{64} << 20;  ///< of one connection
@@ -57,10 +59,14 @@ class PortMap {
 
   /// Replaces the record's registration. If it has a number and a name, first removes the entry of
   /// that name, whichever record that has, and returns that record.
-  Record replaceRegistration(PortDescriptor& record, const Registration& registration);
+  ///
+  /// Here and below, `connection` is the descriptor of the record's connection, by which a journal
+  /// calls the record. Only without a journal may it be left out.
+  Record replaceRegistration(PortDescriptor& record, const Registration& registration,
+                             int connection = kNoConnection);
   /// Enters the record under the name, whose text it may take. Returns the record that it replaces,
   /// or null.
-  Record enter(OwnedPortName&& name, Record record);
+  Record enter(OwnedPortName&& name, Record record, int connection = kNoConnection);
   /// A registration and the name in it, which must not be nil.
   struct NamedRegistration {
     // NOLINTNEXTLINE(google-explicit-constructor): the same registration, ready to be entered
@@ -72,7 +78,7 @@ class PortMap {
   };
   /// Replaces the record's registration and enters it under its name. What it does not take of the
   /// registration stays there.
-  Record enterWith(NamedRegistration&& registration, Record record);
+  Record enterWith(NamedRegistration&& registration, Record record, int connection = kNoConnection);
   /// Removes the entry of the name, whichever record that has, and returns that record; null if
   /// there is none.
   Record remove(const PortName& name);
@@ -83,8 +89,12 @@ class PortMap {
   void setStatus(const PortName& name, std::string_view text);
   /// Does the same with its alert.
   void setAlert(const PortName& name, std::string_view text);
-  /// Returns the record's alert while it is fresh, and drops it when it is not.
+  /// Does the same as if it was done at that time, seconds since the reference date.
+  void setAlert(const PortName& name, std::string_view text, double time);
+  /// Returns the alert of a record that has entries while it is fresh, and drops it when it is not.
   std::optional<std::string_view> alertOf(PortDescriptor& record);
+  /// Drops the alert of a record.
+  void dropAlert(PortDescriptor& record);
 
   // ---- Ends of connections
 
@@ -94,16 +104,28 @@ class PortMap {
   /// Notes that the record's connection has ended: removes the entry of `name`, its
   /// `nameThatEndsWith`, whichever record that has, and returns that record. What is left of the
   /// ended one under further names is left behind.
-  Record end(PortDescriptor& record, const std::optional<PortName>& name);
+  Record end(PortDescriptor& record, const std::optional<PortName>& name,
+             int connection = kNoConnection);
   /// True when what was left behind takes more than it may.
   [[nodiscard]] bool hasTooMuchLeftBehind() const { return leftBehindBytes_ > limits_.leftBehind; }
   /// Removes the entry that was left behind first, and returns its record. There must be one.
-  Record removeOldestLeftBehind() { return remove(table_.oldestLeftBehind()); }
+  Record removeOldestLeftBehind();
+
+  // ---- The journal
+
+  static constexpr int kNoConnection = -1;
+
+  /// From now on each function above that changes something tells the journal. Null: none.
+  void setJournal(Journal* journal) { journal_ = journal; }
+  [[nodiscard]] Journal* journal() const { return journal_; }
+  /// Calls `operation` and refuses nothing meanwhile because of a limit.
+  template <typename Operation>
+  void withoutLimits(Operation&& operation);
 
   // ---- What is kept for a program that goes on (KeptPorts.cpp)
 
   [[nodiscard]] const RegistryLimits& limits() const { return limits_; }
-  void keep(KeptWriter& writer) const;
+  void keep(KeptWriter& writer, KeptPart part = KeptPart::all) const;
   /// Makes this, which is empty, the map that was kept, whatever its limits are. Raises
   /// NSException, most often KeptFault, and then is of no use.
   void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
@@ -149,9 +171,9 @@ class PortMap {
   template <typename Set>
   Record enter(PortTable::Place place, Record record, OwnedPortName&& name, Set&& set);
   Record remove(PortTable::Place place);
-  // Both raise when the text would pass a limit.
+  // Returns whether there is a port of that name. Raises when the text would pass a limit.
   template <std::size_t (PortDescriptor::*bytesWith)(std::string_view) const, typename Set>
-  void setText(const PortName& name, std::string_view text, Set&& set);
+  bool setText(const PortName& name, std::string_view text, Set&& set);
 
   // Changes a record, or what is noted about it, and keeps the sums right. Afterwards the record
   // counts, unless its connection has ended and it has no entry.
@@ -176,6 +198,16 @@ class PortMap {
   std::uint64_t leftBehindBytes_ = 0;  // of what connections held that have ended
   std::uint64_t stateEntryBytes_ = 0;  // each entry of the list with the byte behind it
   std::uint64_t alertEntryBytes_ = 0;  // the same
+  Journal* journal_ = nullptr;
 };
+
+template <typename Operation>
+void PortMap::withoutLimits(Operation&& operation) {
+  const RegistryLimits limits = limits_;
+  limits_.connection = ~std::uint64_t{0};
+  limits_.all = ~std::uint64_t{0};
+  operation();
+  limits_ = limits;
+}
 
 }  // namespace sorvane

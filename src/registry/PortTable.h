@@ -133,13 +133,14 @@ class PortTable {
 
   /// Notes that the connection of this record, which has entries, has ended.
   void leaveBehind(const PortDescriptor& record);
+  [[nodiscard]] bool hasLeftBehind() const { return leftBehind_ != kAlone; }
   /// Returns the place of the entry that was left behind first. There must be one.
   [[nodiscard]] Place oldestLeftBehind() const { return {slots_[leftBehind_].hash, leftBehind_}; }
 
   // ---- What is kept for a program that goes on (KeptPorts.cpp)
 
   /// Writes each entry with its slot and each record once.
-  void keep(KeptWriter& writer) const;
+  void keep(KeptWriter& writer, KeptPart part = KeptPart::all) const;
   /// Makes this, which is empty, the table that was kept. `key` is that of the names' hashes. The
   /// bytes of the names are not noted. Raises NSException, most often KeptFault.
   void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
@@ -201,7 +202,7 @@ class PortTable {
   void put(std::size_t index, Record record);
   Record take(std::size_t index);
 
-  void keepRecords(KeptWriter& writer) const;
+  void keepRecords(KeptWriter& writer, KeptPart part) const;
   void keepEntries(KeptWriter& writer, std::uint32_t oldest) const;
   void keepRemovedSlots(KeptWriter& writer) const;
   void restoreRemovedSlots(KeptReader& reader);

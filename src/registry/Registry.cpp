@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <random>
 #include <utility>
 
@@ -40,17 +41,19 @@ Registry::Registry(const RegistryLimits& limits) : instance_(drawInstance()), st
   stampTime();
 }
 
-void Registry::enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record) {
+void Registry::enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record,
+                         int connection) {
   // The replaced record is released outside the lock.
-  const PortMap::Record replaced = state_.with(
-      [&](RegistryState& state) { return state.map.enter(std::move(name), std::move(record)); });
+  const PortMap::Record replaced = with([&](RegistryState& state) {
+    return state.map.enter(std::move(name), std::move(record), connection);
+  });
 }
 
-void Registry::endPort(PortDescriptor& record) {
+void Registry::endPort(PortDescriptor& record, int connection) {
   PortMap::Record removed;
   const auto name = PortMap::nameThatEndsWith(record);
-  const bool leavesTooMuch = state_.with([&](RegistryState& state) {
-    removed = state.map.end(record, name);
+  const bool leavesTooMuch = with([&](RegistryState& state) {
+    removed = state.map.end(record, name, connection);
     return state.map.hasTooMuchLeftBehind();
   });
   if (leavesTooMuch) {
@@ -64,7 +67,7 @@ void Registry::dropOldestLeftBehind() {
   while (more) {
     std::array<PortMap::Record, kSliceOfEntries> dropped;  // destroyed outside the lock
     std::size_t count = 0;
-    more = state_.with([&](RegistryState& state) {
+    more = with([&](RegistryState& state) {
       while (count < dropped.size() && state.map.hasTooMuchLeftBehind()) {
         dropped[count++] = state.map.removeOldestLeftBehind();
       }
@@ -101,28 +104,41 @@ void Registry::setWatchersDirty() {
   std::shared_ptr<const std::string> dropped;
   std::shared_ptr<const std::string> droppedAlerts;
   const double now = timeIntervalSinceReferenceDate();
-  state_.with([&](RegistryState& state) {
+  with([&](RegistryState& state) {
     dropped.swap(state.databaseStateString);
     if (state.databaseAlertString != nullptr &&
         state.databaseAlertString->size() > kLongAlertList) {
       droppedAlerts.swap(state.databaseAlertString);
     }
     ++state.stateVersion;
+    if (journal_ != nullptr) {
+      journal_->setTimesSetDirty(watchingPortsList_.timesSetDirty() + 1);
+      journal_->setChangeTime(now);
+      journal_->changesAreTold();
+    }
     watchingPortsList_.setAllDirty();
     state.timestampFlag = now;
   });
 }
 
 void Registry::setForceRefreshToDirty() {
-  state_.with([](RegistryState& state) {
+  state_.with([&](RegistryState& state) {
     const std::int32_t next = state.forceRefreshNumber + 1;
     state.forceRefreshNumber = next < 10001 ? next : 1;
+    if (journal_ != nullptr) {
+      journal_->setRefreshNumber(state.forceRefreshNumber);
+    }
   });
 }
 
 void Registry::stampTime() {
   const double now = timeIntervalSinceReferenceDate();
-  state_.with([&](RegistryState& state) { state.timestampFlag = now; });
+  state_.with([&](RegistryState& state) {
+    state.timestampFlag = now;
+    if (journal_ != nullptr) {
+      journal_->setChangeTime(now);
+    }
+  });
 }
 
 Registry::ChangeStamp Registry::changeStamp() const {
@@ -134,9 +150,9 @@ Registry::ChangeStamp Registry::changeStamp() const {
 // Here, and in each `keep` and `restore` of what the registry consists of, a structured binding has
 // all members of the class. So a member that is added does not compile until somebody has decided
 // whether it is kept: docs/continuity.md tells how to add it.
-void Registry::keep(KeptWriter& writer, KeptRecords& records) const {
-  [[maybe_unused]] const auto& [instance, state, watchers, setDirtyLock, droppedPorts, dirtyIsDue] =
-      *this;
+void Registry::keep(KeptWriter& writer, const RegistryState& kept, KeptPart part) const {
+  [[maybe_unused]] const auto& [instance, state, watchers, setDirtyLock, droppedPorts, dirtyIsDue,
+                                journal] = *this;
   const auto& [low, high] = SipKey::ofThisProcess();
   writer.number(low);
   writer.number(high);
@@ -144,43 +160,77 @@ void Registry::keep(KeptWriter& writer, KeptRecords& records) const {
   writer.number(watchers.kept());
   writer.number(droppedPorts);
   writer.flag(dirtyIsDue);
-  state.with([&](const RegistryState& kept) { kept.keep(writer); });
+  kept.keep(writer, part);
+}
+
+void Registry::keep(KeptWriter& writer, KeptRecords& records) const {
+  state_.with([&](const RegistryState& state) { keep(writer, state, KeptPart::all); });
   records.registry_ = this;
 }
 
-void Registry::restore(KeptReader& reader, RestoredRecords& records) {
-  [[maybe_unused]] auto& [instance, state, watchers, setDirtyLock, droppedPorts, dirtyIsDue] =
-      *this;
-  SipKey key;
-  key.low = reader.number();
-  key.high = reader.number();
-  const std::string_view keptInstance = reader.text();
-  if (!isInstance(keptInstance)) {
+Registry::Kept Registry::readKept(KeptReader& reader) const {
+  Kept kept(state_.with([](const RegistryState& now) { return now.map.limits(); }));
+  kept.key.low = reader.number();
+  kept.key.high = reader.number();
+  kept.instance = reader.text();
+  if (!isInstance(kept.instance)) {
     throw KeptFault("what was kept has no name of the registry");
   }
-  std::string newInstance(keptInstance);
-  const std::uint64_t timesSetDirty = reader.number();
-  const std::uint64_t dropped = reader.number();
-  const bool isDue = reader.flag();
-  RegistryState kept(state.with([](const RegistryState& now) { return now.map.limits(); }));
-  kept.restore(reader, key, {watchers.timesSetDirty(), timesSetDirty});
-  std::vector<bool> isClaimed(kept.map.slotCount());
-  if (!SipKey::setOfThisProcess(key)) {
-    throw KeptFault("what was kept has another key of hashes than this process");
-  }
-  // Nothing raises from here on.
-  instance.swap(newInstance);
-  watchers.restore(timesSetDirty);
-  const PortTable& table = kept.map.table();
+  kept.timesSetDirty = reader.number();
+  kept.droppedPorts = reader.number();
+  kept.dirtyIsDue = reader.flag();
+  kept.state.restore(reader, kept.key, {watchingPortsList_.timesSetDirty(), kept.timesSetDirty});
+  return kept;
+}
+
+void Registry::become(Kept&& kept) {
+  instance_.swap(kept.instance);
+  watchingPortsList_.restore(kept.timesSetDirty);
+  const PortTable& table = kept.state.map.table();
   for (auto index = table.changes().oldest(); index != ChangeOrder::kNone;
        index = table.changes().newerThan(index)) {
-    watchers.addRestored(*table.inSlot(index));
+    watchingPortsList_.addRestored(*table.inSlot(index));
   }
-  droppedPorts = dropped;
-  dirtyIsDue = isDue;
-  state.with([&](RegistryState& now) { std::swap(now, kept); });
+  droppedPorts_ = kept.droppedPorts;
+  dirtyIsDue_ = kept.dirtyIsDue;
+  state_.with([&](RegistryState& now) { std::swap(now, kept.state); });
+}
+
+void Registry::restore(KeptReader& reader, RestoredRecords& records) {
+  Kept kept = readKept(reader);
+  std::vector<bool> isClaimed(kept.state.map.slotCount());
+  if (!SipKey::setOfThisProcess(kept.key)) {
+    throw KeptFault("what was kept has another key of hashes than this process");
+  }
+  become(std::move(kept));
   records.registry_ = this;
   records.isClaimed_.swap(isClaimed);
+}
+
+bool Registry::beginJournal(Journal& journal) {
+  return state_.with([&](RegistryState& state) {
+    journal_ = &journal;
+    state.map.setJournal(&journal);
+    journal.setTimesSetDirty(watchingPortsList_.timesSetDirty());
+    journal.setChangeTime(state.timestampFlag);
+    journal.setNextPortNumber(state.maxport);
+    journal.setRefreshNumber(state.forceRefreshNumber);
+    journal.changesAreTold();
+    writeJournalBase(state);
+    return !journal.hasEnded();
+  });
+}
+
+void Registry::writeJournalBase(const RegistryState& state) noexcept {
+  try {
+    KeptWriter base;
+    journal_->keepChanges(base);
+    keep(base, state, KeptPart::inJournal);
+    journal_->keepConnections(base, state.map.table());
+    journal_->begin(base);
+  } catch (const std::bad_alloc&) {
+    journal_->cannotBegin();
+  }
 }
 
 }  // namespace sorvane

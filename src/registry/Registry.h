@@ -12,8 +12,10 @@
 
 #include "platform/Guarded.h"
 #include "platform/VNThreadLock.h"
+#include "registry/Journal.h"
 #include "registry/KeptRecords.h"
 #include "registry/RegistryState.h"
+#include "registry/ReplayedRecords.h"
 #include "registry/WatchList.h"
 
 namespace sorvane {
@@ -31,12 +33,14 @@ class Registry {
   // ---- Ports
 
   /// Enters the record under the name; an earlier record of that name is replaced. Raises
-  /// NSException and changes nothing when that would pass a limit.
-  void enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record);
+  /// NSException and changes nothing when that would pass a limit. `connection` is the descriptor
+  /// of the record's connection: see PortMap.
+  void enterPort(OwnedPortName name, std::shared_ptr<PortDescriptor> record,
+                 int connection = PortMap::kNoConnection);
   /// Notes that the record's connection has ended: removes the port of its name, whichever record
   /// that is. Ports under further names are left behind. When these become too many, the oldest
   /// ones are dropped.
-  void endPort(PortDescriptor& record);
+  void endPort(PortDescriptor& record, int connection = PortMap::kNoConnection);
   /// Returns the record under the name, or null.
   [[nodiscard]] std::shared_ptr<PortDescriptor> port(const PortName& name) const;
   /// Calls `use(const PortDescriptor&)` with the record under the name, inside the inner lock.
@@ -105,7 +109,10 @@ class Registry {
   /// Calls `operation(RegistryState&)` inside the inner lock and returns its result.
   template <typename Operation>
   decltype(auto) with(Operation&& operation) {
-    return state_.with(std::forward<Operation>(operation));
+    return state_.with([&](RegistryState& state) -> decltype(auto) {
+      const JournalTrim trim{*this, state};
+      return std::forward<Operation>(operation)(state);
+    });
   }
   template <typename Operation>
   decltype(auto) with(Operation&& operation) const {
@@ -125,8 +132,55 @@ class Registry {
   /// while no other thread uses the registry.
   void restore(KeptReader& reader, RestoredRecords& records);
 
+  // ---- What is kept for a process that goes on after the death of this one
+
+  /// Writes everything that the registry holds into the journal, and each change from now on, which
+  /// must live as long as the registry. All connections that have a record must have been bound.
+  /// Call it before anything is served. Returns false when there is no memory.
+  bool beginJournal(Journal& journal);
+  /// Notes what the record of that connection knows of the watch list. Whoever has changed that
+  /// calls it before the connection gets its reply.
+  void keepWatching(int connection, const PortDescriptor& record) {
+    if (journal_ != nullptr) {
+      journal_->keepWatching(connection, record);
+    }
+  }
+  /// Makes this registry, in which nothing was entered, the one that the journal tells of. Watchers
+  /// are told of changes that they may not have been told of. Raises and requires the same as
+  /// `restore`. The journal stays as it is. See `ReplayedRecords` for the connections.
+  void replay(const JournalMemory& memory, ReplayedRecords& records);
+
  private:
+  friend class JournalReader;
   static constexpr std::size_t kSlice = 256;  // slots
+
+  // Writes the base of the journal anew after an operation that has made it long.
+  struct JournalTrim {
+    Registry& registry;
+    const RegistryState& state;
+    ~JournalTrim() {
+      if (registry.journal_ != nullptr && registry.journal_->isLong()) {
+        registry.writeJournalBase(state);
+      }
+    }
+  };
+  void writeJournalBase(const RegistryState& state) noexcept;
+
+  // What `keep` writes.
+  struct Kept {
+    explicit Kept(const RegistryLimits& limits) : state(limits) {}
+    SipKey key;
+    std::string instance;
+    std::uint64_t timesSetDirty = 0;
+    std::uint64_t droppedPorts = 0;
+    bool dirtyIsDue = false;
+    RegistryState state;
+  };
+  void keep(KeptWriter& writer, const RegistryState& state, KeptPart part) const;
+  // Reads what was kept.
+  [[nodiscard]] Kept readKept(KeptReader& reader) const;
+  // Makes this what was kept. Nothing raises.
+  void become(Kept&& kept);
 
   std::string instance_;  // as it was made or restored
   // Protect themselves.
@@ -136,6 +190,8 @@ class Registry {
   std::atomic<std::uint64_t> droppedPorts_ = 0;
   // A change was made, and nobody has begun to set the watchers dirty since.
   std::atomic<bool> dirtyIsDue_ = false;
+  // Set before anything is served.
+  Journal* journal_ = nullptr;
 };
 
 template <typename Use>
@@ -143,7 +199,7 @@ void Registry::forEachPort(Use&& use) {
   std::size_t next = 0;
   bool more = true;
   while (more) {
-    state_.with([&](RegistryState& state) {
+    with([&](RegistryState& state) {
       PortMap& map = state.map;
       std::array<PortDescriptor*, kSlice> records;
       std::size_t count = 0;

@@ -25,17 +25,24 @@ CachedList restoredList(KeptReader& reader) {
 
 }  // namespace
 
-void RegistryState::keep(KeptWriter& writer) const {
+void RegistryState::keep(KeptWriter& writer, KeptPart part) const {
   const auto& [ports, lists, nextNumber, lastChange, refreshNumber, version, states, alerts] =
       *this;
-  ports.keep(writer);
+  ports.keep(writer, part);
   lists.keep(writer);
   writer.number(static_cast<std::uint64_t>(nextNumber));
   writer.real(lastChange);
   writer.number(static_cast<std::uint64_t>(refreshNumber));
-  writer.number(version);
-  keepList(writer, states);
-  keepList(writer, alerts);
+  const bool hasLists = part == KeptPart::all;
+  writer.number(hasLists ? version : 0);
+  keepList(writer, hasLists ? states : nullptr);
+  keepList(writer, hasLists ? alerts : nullptr);
+}
+
+bool RegistryState::hasPossibleNumbers() const {
+  return maxport >= 0 && static_cast<std::uint64_t>(maxport) <= kMostPortNumber &&
+         std::isfinite(timestampFlag) && forceRefreshNumber >= 0 &&
+         static_cast<std::uint64_t>(forceRefreshNumber) <= kMostRefreshNumber;
 }
 
 void RegistryState::restore(KeptReader& reader, const SipKey& key,

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "registry/HostLists.h"
+#include "registry/Journal.h"
 #include "registry/PortMap.h"
 
 namespace sorvane {
@@ -14,10 +15,33 @@ namespace sorvane {
 struct RegistryState {
   explicit RegistryState(const RegistryLimits& limits) : map(limits) {}
 
-  void keep(KeptWriter& writer) const;
+  /// Changes the lists of hosts by `change(HostLists&)`.
+  template <typename Change>
+  void changeHosts(Change&& change) {
+    if (map.journal() == nullptr) {
+      change(hosts);
+      return;
+    }
+    const HostLists before = hosts;
+    change(hosts);
+    if (hosts != before) {
+      map.journal()->hostsChanged(hosts);
+    }
+  }
+  void setNextPortNumber(std::int64_t number) {
+    maxport = number;
+    if (map.journal() != nullptr) {
+      map.journal()->setNextPortNumber(number);
+    }
+  }
+
+  void keep(KeptWriter& writer, KeptPart part = KeptPart::all) const;
   /// Makes this, which is new, what was kept. Raises NSException, most often KeptFault, and then is
   /// of no use.
   void restore(KeptReader& reader, const SipKey& key, const PortDescriptor::Watched& list);
+
+  /// Returns false when a number or a time is none that can be.
+  [[nodiscard]] bool hasPossibleNumbers() const;
 
   PortMap map;
   HostLists hosts;

@@ -25,7 +25,9 @@ std::chrono::seconds holdingTime(std::optional<std::string_view> text) {
 }  // namespace
 
 Outcome watchPortChanges(CommandContext& context) {
-  context.registry.watchingPortsList().append(context.record());
+  PortDescriptor& record = context.record();
+  context.registry.watchingPortsList().append(record);
+  context.registry.keepWatching(context.sender.descriptor(), record);
   return context.result("succeed");
 }
 
@@ -34,7 +36,9 @@ Outcome didPortsChange(CommandContext& context) {
   if (!WatchList::contains(record)) {
     context.registry.watchingPortsList().append(record);
   }
-  return context.result(record.takeDirty() ? "YES" : "NO");
+  const bool wasDirty = record.takeDirty();
+  context.registry.keepWatching(context.sender.descriptor(), record);
+  return context.result(wasDirty ? "YES" : "NO");
 }
 
 Outcome awaitPortChanges(CommandContext& context) {
@@ -43,12 +47,16 @@ Outcome awaitPortChanges(CommandContext& context) {
   if (!WatchList::contains(record)) {
     context.registry.watchingPortsList().append(record);
   }
-  const Reply reply = answerAwaiting(record, context.reply, time == std::chrono::seconds(0));
+  const Reply reply = answerAwaiting(context.registry, context.sender, context.reply,
+                                     time == std::chrono::seconds(0));
   return reply.isHeld() ? Reply::held(time) : reply;
 }
 
-Reply answerAwaiting(PortDescriptor& record, MessageWriter reply, bool isOver) {
+Reply answerAwaiting(Registry& registry, const NetConnection& sender, MessageWriter reply,
+                     bool isOver) {
+  PortDescriptor& record = *sender.context<PortDescriptor>();
   const bool isDirty = record.takeDirty();
+  registry.keepWatching(sender.descriptor(), record);
   if (!isDirty && !isOver) {
     return Reply::held(kUsualHold);
   }

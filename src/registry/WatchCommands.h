@@ -17,10 +17,11 @@ Outcome didPortsChange(CommandContext& context);
 /// for "timeout" seconds: 0 to 300 in decimal digits, 30 for anything else. With 0, the reply is
 /// {"result": "NO"} at once.
 Outcome awaitPortChanges(CommandContext& context);
-/// Writes the reply to a request that is held for this record: {"result": "YES"}, which clears the
+/// Writes the reply to a request of `sender` that is held: {"result": "YES"}, which clears the
 /// flag, or "NO" if the time is over. Otherwise the request is held on. Needs no `serverLock`;
-/// called where requests of the record's connection are delivered.
-Reply answerAwaiting(PortDescriptor& record, MessageWriter reply, bool isOver);
+/// called where requests of the connection are delivered.
+Reply answerAwaiting(Registry& registry, const NetConnection& sender, MessageWriter reply,
+                     bool isOver);
 
 /// "needsRefresh": sets all watchers dirty. With "force" YES it also advances the forced-refresh
 /// number. Reply {"result": "success"}.

@@ -53,7 +53,7 @@ class CommandServer : public NetConnectionDelegate {
     return outcome.reply();
   }
   Reply deliverHeld(NetConnection& sender, bool isLastTime) override {
-    return answerAwaiting(*sender.context<PortDescriptor>(), sender.replyWriter(), isLastTime);
+    return answerAwaiting(registry, sender, sender.replyWriter(), isLastTime);
   }
   void endCommunication(NetConnection& connection) override {
     registry.watchingPortsList().remove(*connection.context<PortDescriptor>());

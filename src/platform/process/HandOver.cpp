@@ -127,13 +127,13 @@ void closeDescriptorsWhenReplaced() {
   }
 }
 
-MappedFile::MappedFile(Descriptor file) {
+MappedFile::MappedFile(int descriptor) {
   struct stat status {};
-  if (fstat(file.number(), &status) != 0 || status.st_size <= 0) {
+  if (fstat(descriptor, &status) != 0 || status.st_size <= 0) {
     return;
   }
   const auto bytes = static_cast<std::size_t>(status.st_size);
-  void* const begin = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE, file.number(), 0);
+  void* const begin = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE, descriptor, 0);
   if (begin != MAP_FAILED) {
     bytes_ = {static_cast<const char*>(begin), bytes};
   }

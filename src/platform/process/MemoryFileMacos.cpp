@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/HandOver.h"
+#include "platform/SharedMemory.h"
 
 namespace sorvane {
 
@@ -17,6 +18,10 @@ Descriptor openMemoryFile() {
     fcntl(file.number(), F_SETFD, FD_CLOEXEC);
   }
   return file;
+}
+
+bool growMemoryFile(int descriptor, std::size_t size) {
+  return ftruncate(descriptor, static_cast<off_t>(size)) == 0;
 }
 
 }  // namespace sorvane

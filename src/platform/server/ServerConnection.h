@@ -100,7 +100,7 @@ class ServerConnection final : public NetConnection, private ConnectionState {
   /// counted, whatever the limits are. Call `restoreDeadline`, `restoreHeld` and `watch` then.
   ServerConnection(const KeptConnection& kept, ServingLoop& loop);
 
-  [[nodiscard]] int descriptor() const { return descriptor_; }
+  [[nodiscard]] int descriptor() const override { return descriptor_; }
 
   // ---- ServerConnection.cpp: requests and their replies
 

@@ -1,0 +1,310 @@
+#include "registry/Journal.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "platform/Console.h"
+#include "platform/NetConnection.h"
+#include "registry/PortTable.h"
+
+namespace sorvane {
+namespace {
+
+constexpr std::size_t kGrowth = std::size_t{1} << 20;
+
+void storeWord(char* at, std::uint64_t value, int order) {
+  auto* const word = reinterpret_cast<std::uint64_t*>(at);
+  order == __ATOMIC_RELEASE ? __atomic_store_n(word, value, __ATOMIC_RELEASE)
+                            : __atomic_store_n(word, value, __ATOMIC_RELAXED);
+}
+
+}  // namespace
+
+JournalMemory::JournalMemory(std::size_t descriptors)
+    : descriptors_(descriptors),
+      memory_(sizeof(Block) + descriptors * sizeof(Mark)),
+      block_(reinterpret_cast<Block*>(memory_.bytes())),
+      marks_(reinterpret_cast<Mark*>(memory_.bytes() + sizeof(Block))) {
+  static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+  static_assert(sizeof(Block) % alignof(Mark) == 0);
+}
+
+Journal::Journal(JournalMemory& memory, std::size_t leastBytes)
+    : memory_(memory), leastBytes_(leastBytes) {}
+
+Journal::~Journal() {
+  if (file_ != nullptr) {
+    memory_.block_->file.store(0, std::memory_order_release);
+  }
+}
+
+void Journal::bind(int connection, const PortDescriptor& record) {
+  if (isBound(connection, record)) {
+    keepWatching(connection, record);
+  }
+}
+
+bool Journal::isBound(int connection, const PortDescriptor& record) {
+  const auto index = static_cast<std::size_t>(connection);
+  if (connection < 0 || index >= memory_.descriptors()) {
+    endBecause("a connection has no descriptor that it could be called by");
+    return false;
+  }
+  if (index >= bound_.size()) {
+    try {
+      bound_.resize(std::min(memory_.descriptors(), std::max(index + 1, 2 * bound_.size())));
+    } catch (const std::bad_alloc&) {
+      endBecause("there is no memory for it");
+      return false;
+    }
+  }
+  const PortDescriptor*& bound = bound_[index];
+  if (bound == nullptr) {
+    bound = &record;
+  } else if (bound != &record) {
+    endBecause("two connections have the same descriptor");
+    return false;
+  }
+  return true;
+}
+
+template <typename Fill>
+void Journal::prepare(Entry kind, Fill&& fill) {
+  isPrepared_ = false;
+  if (hasEnded_) {
+    return;
+  }
+  try {
+    entry_.clear();
+    entry_.number(static_cast<std::uint64_t>(kind));
+    fill();
+    prepared_ = kind;
+    isPrepared_ = true;
+  } catch (const std::bad_alloc&) {
+    endBecause("there is no memory for it");
+  }
+}
+
+template <typename Fill>
+void Journal::write(Entry kind, Fill&& fill) {
+  prepare(kind, std::forward<Fill>(fill));
+  didAsPrepared();
+}
+
+// The check sum is of what the memory should have. The length is stored when all else was: a
+// process that dies before leaves a length of zero.
+void Journal::didAsPrepared() {
+  if (!isPrepared_) {
+    return;
+  }
+  isPrepared_ = false;
+  const std::string_view body = entry_.body();
+  if (!hasRoomFor(journal::roundedUp(journal::kEntryHeader + body.size()))) {
+    endBecause("there is no memory for it");
+    return;
+  }
+  char* const at = file_->bytes() + end_;
+  std::memcpy(at + journal::kEntryHeader, body.data(), body.size());
+  storeWord(at + sizeof(std::uint64_t), journal::checkSum(end_, body), __ATOMIC_RELAXED);
+  storeWord(at, body.size(), __ATOMIC_RELEASE);
+  end_ += journal::roundedUp(journal::kEntryHeader + body.size());
+  storeWord(file_->bytes() + journal::kAtEnd, end_, __ATOMIC_RELEASE);
+  changes_ += journal::isTold(prepared_) ? 1 : 0;
+}
+
+bool Journal::hasRoomFor(std::size_t bytes) {
+  return end_ + bytes <= file_->size() ||
+         file_->growTo(std::max(end_ + bytes, file_->size() + kGrowth));
+}
+
+void Journal::writeRegistration(Entry kind, int connection, const PortDescriptor& record) {
+  if (hasEnded_ || !isBound(connection, record)) {
+    return;
+  }
+  write(kind, [&] {
+    entry_.number(static_cast<std::uint64_t>(connection));
+    const auto& [key, name, address, host, number, type] = record.registration();
+    for (const auto& text : {key, name, address, host, number, type}) {
+      entry_.optionalText(text);
+    }
+  });
+}
+
+void Journal::registrationReplaced(int connection, const PortDescriptor& record) {
+  writeRegistration(Entry::registration, connection, record);
+}
+
+void Journal::enteredWith(int connection, const PortDescriptor& record) {
+  writeRegistration(Entry::entryWith, connection, record);
+}
+
+void Journal::willEnter(int connection, const PortDescriptor& record, std::string_view name) {
+  if (hasEnded_ || !isBound(connection, record)) {
+    return;
+  }
+  prepare(Entry::entry, [&] {
+    entry_.number(static_cast<std::uint64_t>(connection));
+    entry_.text(name);
+  });
+}
+
+// The end of a connection that has registered nothing changes nothing.
+void Journal::ended(int connection, const PortDescriptor& record,
+                    std::optional<std::string_view> name) {
+  if (hasEnded_) {
+    return;
+  }
+  const auto index = static_cast<std::size_t>(connection);
+  if (connection < 0 || index >= bound_.size() || bound_[index] == nullptr) {
+    if (name || record.holdings().entries > 0) {
+      endBecause("a connection has ended that it does not know");
+    }
+    return;
+  }
+  if (!isBound(connection, record)) {
+    return;
+  }
+  write(Entry::end, [&] {
+    entry_.number(static_cast<std::uint64_t>(connection));
+    entry_.optionalText(name);
+  });
+  bound_[index] = nullptr;
+}
+
+void Journal::willRemove(std::string_view name) {
+  prepare(Entry::removal, [&] { entry_.text(name); });
+}
+
+void Journal::oldestLeftBehindRemoved() {
+  write(Entry::oldestRemoval, [] {});
+}
+
+void Journal::statusSet(std::string_view name, std::string_view text) {
+  write(Entry::status, [&] {
+    entry_.text(name);
+    entry_.text(text);
+  });
+}
+
+void Journal::alertSet(std::string_view name, std::string_view text, double time) {
+  write(Entry::alert, [&] {
+    entry_.text(name);
+    entry_.text(text);
+    entry_.real(time);
+  });
+}
+
+void Journal::alertDropped(std::uint32_t oldestSlot) {
+  write(Entry::alertDrop, [&] { entry_.number(oldestSlot); });
+}
+
+void Journal::hostsChanged(const HostLists& hosts) {
+  write(Entry::hosts, [&] { hosts.keep(entry_); });
+}
+
+void Journal::keepWatching(int connection, const PortDescriptor& record) {
+  const auto index = static_cast<std::size_t>(connection);
+  if (connection < 0 || index >= memory_.descriptors()) {
+    return;
+  }
+  std::atomic<std::uint32_t>& marks = memory_.block_->marks;
+  std::uint32_t used = marks.load(std::memory_order_relaxed);
+  while (used <= index && !marks.compare_exchange_weak(used, static_cast<std::uint32_t>(index) + 1,
+                                                       std::memory_order_relaxed)) {
+  }
+  JournalMemory::Mark& mark = memory_.markOf(index);
+  const PortDescriptor::Watching watching = record.watching();
+  mark.clearedAt.store(watching.clearedAt, std::memory_order_relaxed);
+  mark.isDirty.store(watching.isDirty ? 1 : 0, std::memory_order_relaxed);
+  mark.times.store(watching.times, std::memory_order_relaxed);
+}
+
+void Journal::keepConnections(KeptWriter& writer, const PortTable& table) const {
+  writer.number(static_cast<std::uint64_t>(
+      std::ranges::count_if(bound_, [](const auto* record) { return record != nullptr; })));
+  for (std::size_t connection = 0; connection < bound_.size(); ++connection) {
+    const PortDescriptor* const record = bound_[connection];
+    if (record == nullptr) {
+      continue;
+    }
+    writer.number(connection);
+    if (record->holdings().entries > 0) {
+      writer.number(std::uint64_t{table.oldestOf(*record)} + 1);
+    } else {
+      writer.number(0);
+      record->keep(writer, KeptPart::inJournal);
+    }
+  }
+}
+
+void Journal::begin(const KeptWriter& base) {
+  if (hasEnded_) {
+    return;
+  }
+  const std::string header = base.header();
+  const std::string_view body = base.body();
+  const std::size_t baseBytes = header.size() + body.size();
+  const std::size_t end = journal::roundedUp(journal::kAtBase + baseBytes);
+  auto file = std::make_unique<MemoryFile>();
+  if (!file->isOpen() || !file->growTo(end + kGrowth)) {
+    cannotBegin();
+    return;
+  }
+  if (file_ == nullptr) {
+    forgetOtherConnections();
+  }
+  char* const at = file->bytes();
+  std::memcpy(at, journal::kMark.data(), journal::kMark.size());
+  std::memcpy(at + journal::kAtBase, header.data(), header.size());
+  std::memcpy(at + journal::kAtBase + header.size(), body.data(), body.size());
+  storeWord(at + journal::kAtBaseBytes, baseBytes, __ATOMIC_RELAXED);
+  storeWord(at + journal::kAtEnd, end, __ATOMIC_RELAXED);
+  const int former =
+      memory_.block_->file.exchange(file->descriptor() + 1, std::memory_order_acq_rel) - 1;
+  const bool isOfProcessBefore = file_ == nullptr && former >= 0;
+  const Descriptor formerFile(isOfProcessBefore ? former : -1);  // closed
+  file_ = std::move(file);
+  end_ = end;
+  longAt_ = end + std::max(leastBytes_, baseBytes);
+}
+
+// The process before has left the marks of connections that have not gone on.
+void Journal::forgetOtherConnections() {
+  const std::size_t marks = std::min<std::size_t>(memory_.block_->marks, memory_.descriptors());
+  for (std::size_t connection = 0; connection < marks; ++connection) {
+    if (connection >= bound_.size() || bound_[connection] == nullptr) {
+      memory_.markOf(connection).times.store(0, std::memory_order_relaxed);
+    }
+  }
+}
+
+void Journal::cannotBegin() {
+  if (file_ == nullptr) {
+    endBecause("there is no memory for it");
+    return;
+  }
+  longAt_ = end_ + leastBytes_;
+}
+
+// A console line may wait for a disk, and locks are held here.
+void Journal::endBecause(const char* reason) {
+  if (hasEnded_) {
+    return;
+  }
+  hasEnded_ = true;
+  isPrepared_ = false;
+  const int former = memory_.block_->file.exchange(0, std::memory_order_acq_rel) - 1;
+  const Descriptor formerFile(file_ == nullptr ? former : -1);  // closed
+  file_.reset();
+  try {
+    const std::string line = "the journal of the registry has ended: " + std::string(reason) +
+                             ". If the serving process dies, clients must register again.";
+    NetConnection::performWaiting(Disk::log, [line] { consoleLine(line); });
+  } catch (const std::bad_alloc&) {
+    consoleLine("the journal of the registry has ended: there is no memory");
+  }
+}
+
+}  // namespace sorvane
