@@ -44,27 +44,8 @@ std::string keptHeader(std::string_view body) {
   return header;
 }
 
-void KeptWriter::number(std::uint64_t value) {
-  for (; value > kGroup; value >>= kGroupBits) {
-    body_ += static_cast<char>((value & kGroup) | (kGroup + 1));
-  }
-  body_ += static_cast<char>(value);
-}
-
 void KeptWriter::real(double value) {
   appendFixed(body_, std::bit_cast<std::uint64_t>(value), sizeof value);
-}
-
-void KeptWriter::text(std::string_view value) {
-  number(value.size());
-  body_ += value;
-}
-
-void KeptWriter::optionalText(const std::optional<std::string_view>& value) {
-  flag(value.has_value());
-  if (value) {
-    text(*value);
-  }
 }
 
 void KeptWriter::descriptor(int number) {

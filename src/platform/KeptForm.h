@@ -38,15 +38,30 @@ class KeptFault : public NSException {
 /// Writes a description. Raises std::bad_alloc if there is no memory. One thread at a time.
 class KeptWriter {
  public:
-  void number(std::uint64_t value);
+  void number(std::uint64_t value) {
+    for (; value >= 0x80; value >>= 7) {
+      body_ += static_cast<char>(value | 0x80);
+    }
+    body_ += static_cast<char>(value);
+  }
   void flag(bool value) { number(value ? 1 : 0); }
   /// Any value, also one that is no number; read back bit by bit.
   void real(double value);
-  void text(std::string_view value);
-  void optionalText(const std::optional<std::string_view>& value);
+  void text(std::string_view value) {
+    number(value.size());
+    body_ += value;
+  }
+  void optionalText(const std::optional<std::string_view>& value) {
+    flag(value.has_value());
+    if (value) {
+      text(*value);
+    }
+  }
   /// An open descriptor, which the next program needs: see `descriptors`.
   void descriptor(int number);
 
+  /// Takes memory for so many bytes at once.
+  void reserve(std::size_t bytes) { body_.reserve(bytes); }
   /// Makes this like new, but keeps memory for another short description.
   void clear();
 

@@ -28,6 +28,8 @@ class ChangeOrder {
   void growTo(std::size_t size) { things_.resize(size); }
 
   [[nodiscard]] bool contains(Index index) const { return things_[index].number != 0; }
+  /// Has the processor fetch what is asked about this thing next.
+  void prefetch(Index index) const { __builtin_prefetch(&things_[index]); }
   /// Returns the number of the last change; 0 for what is not here.
   [[nodiscard]] Number numberOf(Index index) const { return things_[index].number; }
   // These return kNone if there is none.

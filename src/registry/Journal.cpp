@@ -224,18 +224,36 @@ void Journal::keepWatching(int connection, const PortDescriptor& record) {
 void Journal::keepConnections(KeptWriter& writer, const PortTable& table) const {
   writer.number(static_cast<std::uint64_t>(
       std::ranges::count_if(bound_, [](const auto* record) { return record != nullptr; })));
-  for (std::size_t connection = 0; connection < bound_.size(); ++connection) {
-    const PortDescriptor* const record = bound_[connection];
-    if (record == nullptr) {
-      continue;
+  // Records and slots are scattered over the memory. Fetching those of a slice at the same time
+  // takes a fraction of fetching one after the other.
+  constexpr std::size_t kSlice = 64;
+  for (std::size_t first = 0; first < bound_.size(); first += kSlice) {
+    const std::size_t last = std::min(first + kSlice, bound_.size());
+    for (std::size_t connection = first; connection < last; ++connection) {
+      __builtin_prefetch(bound_[connection]);
     }
-    writer.number(connection);
-    if (record->holdings().entries > 0) {
-      writer.number(std::uint64_t{table.oldestOf(*record)} + 1);
-    } else {
-      writer.number(0);
-      record->keep(writer, KeptPart::inJournal);
+    for (std::size_t connection = first; connection < last; ++connection) {
+      if (bound_[connection] != nullptr) {
+        table.prefetchOldestOf(*bound_[connection]);
+      }
     }
+    for (std::size_t connection = first; connection < last; ++connection) {
+      if (bound_[connection] != nullptr) {
+        keepConnection(writer, connection, table);
+      }
+    }
+  }
+}
+
+void Journal::keepConnection(KeptWriter& writer, std::size_t connection,
+                             const PortTable& table) const {
+  const PortDescriptor& record = *bound_[connection];
+  writer.number(connection);
+  if (record.holdings().entries > 0) {
+    writer.number(std::uint64_t{table.oldestOf(record)} + 1);
+  } else {
+    writer.number(0);
+    record.keep(writer, KeptPart::inJournal);
   }
 }
 
@@ -266,6 +284,7 @@ void Journal::begin(const KeptWriter& base) {
   const bool isOfProcessBefore = file_ == nullptr && former >= 0;
   const Descriptor formerFile(isOfProcessBefore ? former : -1);  // closed
   file_ = std::move(file);
+  baseBytes_ = baseBytes;
   end_ = end;
   longAt_ = end + std::max(leastBytes_, baseBytes);
 }

@@ -124,7 +124,10 @@ class Journal {
   /// Returns true when the base should be written anew.
   [[nodiscard]] bool isLong() const { return end_ >= longAt_ && !hasEnded_; }
   /// Writes what comes before the registry.
-  void keepChanges(KeptWriter& writer) const { writer.number(changes_); }
+  void keepChanges(KeptWriter& writer) const {
+    writer.reserve(baseBytes_ + baseBytes_ / 8);
+    writer.number(changes_);
+  }
   /// Writes the connections that have registered something, with their records.
   void keepConnections(KeptWriter& writer, const PortTable& table) const;
   /// Begins a new file with that base, and lets the file before go. A process that dies meanwhile
@@ -142,6 +145,7 @@ class Journal {
   template <typename Fill>
   void write(Entry kind, Fill&& fill);
   void writeRegistration(Entry kind, int connection, const PortDescriptor& record);
+  void keepConnection(KeptWriter& writer, std::size_t connection, const PortTable& table) const;
   void forgetOtherConnections();
   [[nodiscard]] bool hasRoomFor(std::size_t bytes);
   void endBecause(const char* reason);
@@ -149,6 +153,7 @@ class Journal {
   JournalMemory& memory_;
   const std::size_t leastBytes_;
   std::unique_ptr<MemoryFile> file_;
+  std::size_t baseBytes_ = 0;
   std::size_t end_ = 0;     // of the last entry, in the file
   std::size_t longAt_ = 0;  // at which end the base should be written anew
   std::uint64_t changes_ = 0;

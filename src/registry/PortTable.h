@@ -128,6 +128,14 @@ class PortTable {
   [[nodiscard]] std::string_view nameIn(std::size_t index) const { return slots_[index].name; }
   /// Returns the slot of the oldest entry of a record that has entries.
   [[nodiscard]] std::uint32_t oldestOf(const PortDescriptor& record) const;
+  /// Has the processor fetch what `oldestOf` is about to look at.
+  void prefetchOldestOf(const PortDescriptor& record) const {
+    if (record.holdings().entries > 0) {
+      const std::size_t slot = record.holdings().anchor & (slots_.size() - 1);
+      __builtin_prefetch(&slots_[slot]);
+      changes_.prefetch(static_cast<ChangeOrder::Index>(slot));
+    }
+  }
 
   // ---- What ended connections have left behind
 
