@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -287,7 +286,7 @@ class History {
     }
   }
 
-  std::minstd_rand random_;
+  std::mt19937 random_;
   std::vector<std::string> names_ = {"db1",
                                      "db2",
                                      "",

@@ -1,5 +1,3 @@
-#include "platform/SharedMemory.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,6 +9,7 @@
 #include <string>
 
 #include "platform/HandOver.h"
+#include "platform/SharedMemory.h"
 #include "support/ForkedPart.h"
 
 namespace sorvane::test {
