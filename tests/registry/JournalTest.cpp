@@ -337,7 +337,7 @@ class JournalOfRegistry : public testing::Test {
 };
 
 TEST(JournalHistory, IsInTheJournalAfterEachCommand) {
-  constexpr std::uint32_t kHistories = 12;
+  constexpr std::uint32_t kHistories = 24;
   constexpr int kSteps = 70;
   const ConsoleLines console;
   const MovedClock clock;
