@@ -2,7 +2,6 @@
 #include <exception>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "daemon/Arguments.h"
 #include "daemon/CommandLine.h"
@@ -10,40 +9,58 @@
 #include "daemon/ServiceManager.h"
 #include "daemon/Succession.h"
 #include "daemon/Watch.h"
+#include "nameserver/SingleInstance.h"
+#include "nameserver/Survival.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
+#include "platform/HandOver.h"
 #include "platform/Settings.h"
 #include "platform/SharedDescriptors.h"
 #include "platform/StandardStreams.h"
+#include "platform/SurvivingSockets.h"
 #include "platform/VNFileLock.h"
 
 namespace {
 
 using namespace sorvane;
 
-void continueOrStartAnew(sorvkeyController& controller, bool verbose,
-                         std::unique_ptr<MappedFile> kept) {
+/// Goes on with what an earlier program or process has left. Starts anew if that cannot be.
+[[noreturn]] void goOn(sorvkeyController& controller, bool verbose, const ServingStart& start,
+                       const SurvivingSockets& sockets) {
   try {
-    controller.continueConnection(verbose, std::move(kept));
+    if (start.handedOver >= 0) {
+      controller.continueConnection(
+          verbose, std::make_unique<MappedFile>(Descriptor(start.handedOver)), start.whyHandedBack);
+    } else {
+      controller.goOnAfterDeath(verbose, sockets);
+    }
   } catch (const std::exception& fault) {
     consoleLine(std::string("the name server starts anew: ") + fault.what());
-    startAnew();
   }
+  if (start.lastWish != nullptr) {
+    start.lastWish->startAnew();
+  }
+  startAnew();
 }
 
-/// Serves on this thread until the process ends. `lock` is the process lock if it has been taken.
-/// `kept` is what the program before has handed over, if there was one.
-[[noreturn]] void serve(StartMode mode, std::shared_ptr<VNFileLock> lock,
-                        std::unique_ptr<MappedFile> kept) {
+/// Serves on this thread until the process ends. `survival` is null if no other process goes on
+/// when this one dies.
+[[noreturn]] void serve(StartMode mode, const ServingStart& start, Survival* survival) {
+  SurvivingSockets sockets;
+  if (start.goesOn) {
+    sockets = survival->takeSockets(start.ownDescriptors);
+  }
   sorvkeyController controller;
+  const bool verbose = mode == StartMode::verbose;
   try {
-    if (kept == nullptr) {
-      controller.setProcessLock(std::move(lock));
-      controller.runConnection(mode == StartMode::verbose);
-    } else {
-      continueOrStartAnew(controller, mode == StartMode::verbose, std::move(kept));
+    if (survival != nullptr) {
+      controller.surviveCrashes(*survival, *start.lastWish);
     }
+    if (start.handedOver >= 0 || start.goesOn) {
+      goOn(controller, verbose, start, sockets);
+    }
+    controller.runConnection(verbose);
   } catch (const std::exception& failure) {
     const std::string line = std::string("the name server cannot serve: ") + failure.what();
     consoleLine(line);
@@ -54,20 +71,27 @@ void continueOrStartAnew(sorvkeyController& controller, bool verbose,
 
 /// Serves in a second process, over which this one keeps watch. Returns only if another process has
 /// the process lock, or if nobody can take it.
-void serveWatched(StartMode mode) {
+void serveWatched(StartMode mode, int handedOver) {
+  raiseResourceLimits();
+  auto survival = std::make_unique<Survival>();
   // The watching process takes it, so that it is held while no process serves.
-  const auto lock = VNFileLock::fileLockWithSorvaneProcessName("sorvinfo");
-  if (!lock->obtainLock()) {
+  const auto lock = VNFileLock::fileLockWithSorvaneProcessName(kProcessLockName);
+  if (handedOver >= 0) {
+    survival->noteLock(VNFileLock::descriptorOfHeldLock(kProcessLockName, openDescriptors()));
+  } else if (lock->obtainLock()) {
+    survival->noteLock(lock->descriptor());
+  } else {
     consoleLine("SurviveCrashes is not available: the process lock cannot be had");
     return;
   }
-  raiseResourceLimits();
-  watchOver([&](const ServingStart& start) {
-    if (start.goesOn) {
-      closeDescriptorsExcept(start.ownDescriptors);
-    }
-    serve(mode, lock, nullptr);
-  });
+  watchOver({.serve =
+                 [&](const ServingStart& start) {
+                   serve(mode, start, start.lastWish == nullptr ? nullptr : survival.get());
+                 },
+             .handOver = handOverFile,
+             .afterDeath = [&] { survival->noteDeath(); },
+             .beforeNewStart = [&] { survival = survival->anew(); },
+             .handedOver = handedOver});
 }
 
 }  // namespace
@@ -86,14 +110,14 @@ int main(int argc, char** argv) {
   if (mode == StartMode::answers) {
     answerWhetherUnderstood(VN_parameter(2));
   }
-  std::unique_ptr<MappedFile> kept = takeKept();
-  if (mode == StartMode::detached && kept == nullptr) {
+  ServingStart alone;
+  alone.handedOver = takeKept();
+  if (mode == StartMode::detached && alone.handedOver < 0) {
     detach();
   }
   ignoreSignalsOfFailedWrites();
-  // A program that goes on with what was kept goes on alone until the next start.
-  if (Settings::current().surviveCrashes && kept == nullptr) {
-    serveWatched(mode);
+  if (Settings::current().surviveCrashes) {
+    serveWatched(mode, alone.handedOver);
   }
-  serve(mode, nullptr, std::move(kept));
+  serve(mode, alone, nullptr);
 }

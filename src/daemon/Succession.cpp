@@ -75,22 +75,45 @@ std::string whyNoSuccessor() {
              : programFile() + " does not understand what this program keeps";
 }
 
-std::string handOver(const KeptWriter& kept) {
-  const Descriptor file = openMemoryFile();
+namespace {
+
+/// Returns the reason if that failed; `file` has it otherwise.
+std::string write(const KeptWriter& kept, Descriptor& file) {
+  file = openMemoryFile();
   std::error_code failure = file.isOpen() ? writeAll(file.number(), kept.header())
                                           : std::error_code(errno, std::generic_category());
   if (!failure) {
     failure = writeAll(file.number(), kept.body());
   }
-  if (failure) {
-    return "what is kept cannot be written: " + failure.message();
-  }
-  std::vector<int> descriptors = kept.descriptors();
-  descriptors.push_back(file.number());
+  return failure ? "what is kept cannot be written: " + failure.message() : std::string();
+}
+
+std::string becomeSuccessor(int memoryFile, std::vector<int> descriptors) {
+  descriptors.push_back(memoryFile);
   const int reason =
-      becomeProgramFile({std::string(kKept) + '=' + std::to_string(file.number())}, descriptors);
+      becomeProgramFile({std::string(kKept) + '=' + std::to_string(memoryFile)}, descriptors);
   return programFile() + " cannot be run: " + textOf(reason);
 }
+
+}  // namespace
+
+std::string handOver(const KeptWriter& kept) {
+  Descriptor file;
+  const std::string failure = write(kept, file);
+  return failure.empty() ? becomeSuccessor(file.number(), kept.descriptors()) : failure;
+}
+
+Descriptor leaveForSuccessor(const KeptWriter& kept, std::string& reason) {
+  Descriptor file;
+  reason = write(kept, file);
+  if (!reason.empty()) {
+    return {};
+  }
+  leaveOpenInNextProgram(kept.descriptors());
+  return file;
+}
+
+std::string handOverFile(int memoryFile) { return becomeSuccessor(memoryFile, {}); }
 
 void answerWhetherUnderstood(const char* version) {
   static_cast<void>(Settings::current());  // ends the process if they are bad
@@ -104,16 +127,16 @@ void answerWhetherUnderstood(const char* version) {
   endProcess();
 }
 
-std::unique_ptr<MappedFile> takeKept() {
+int takeKept() {
   const char* const text = getenv(kKept);
   if (text == nullptr) {
-    return nullptr;
+    return -1;
   }
   const std::string_view value = text;
   int number = -1;
   std::from_chars(value.data(), value.data() + value.size(), number);
   unsetenv(kKept);
-  return std::make_unique<MappedFile>(Descriptor(number));
+  return number;
 }
 
 void startAnew() {

@@ -14,7 +14,6 @@
 #pragma once
 
 #include <chrono>
-#include <memory>
 #include <string>
 
 #include "platform/HandOver.h"
@@ -45,14 +44,22 @@ void waitForUpgradeSignal();
 /// only on failure, with the reason in words; everything is as before then.
 [[nodiscard]] std::string handOver(const KeptWriter& kept);
 
+/// Puts what was written into a file in memory, and lets the next program that takes the place of a
+/// process with this table of descriptors have all that belongs to it. Returns the descriptor of
+/// the file, or none and the reason in words.
+[[nodiscard]] Descriptor leaveForSuccessor(const KeptWriter& kept, std::string& reason);
+/// Makes the program file take the place of this program, and hands over what another process has
+/// left so. Returns only on failure, with the reason in words.
+[[nodiscard]] std::string handOverFile(int memoryFile);
+
 // ---- Taking over
 
 /// Answers the question of `whyNoSuccessor` and ends the process. The settings must be usable, too.
 [[noreturn]] void answerWhetherUnderstood(const char* version);
 
-/// Returns what the program before has handed over; null if there was none before. Call it once,
-/// before other threads exist.
-[[nodiscard]] std::unique_ptr<MappedFile> takeKept();
+/// Returns the descriptor of the file that the program before has handed over; negative if there
+/// was none before. Call it once, before other threads exist.
+[[nodiscard]] int takeKept();
 
 /// Starts this program once more in this process, without anything that was handed over.
 [[noreturn]] void startAnew();

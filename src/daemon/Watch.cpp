@@ -11,9 +11,11 @@
 #include <thread>
 #include <utility>
 
+#include "daemon/ProcessSetup.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
 #include "platform/SharedDescriptors.h"
+#include "platform/SurvivingSockets.h"
 
 namespace sorvane {
 namespace {
@@ -30,9 +32,6 @@ constexpr SignalName kSignalNames[] = {
     {SIGTERM, "SIGTERM"}, {SIGSYS, "SIGSYS"},   {SIGXCPU, "SIGXCPU"},     {SIGXFSZ, "SIGXFSZ"},
     {SIGUSR1, "SIGUSR1"}, {SIGUSR2, "SIGUSR2"}, {SIGVTALRM, "SIGVTALRM"}, {SIGPROF, "SIGPROF"}};
 
-// Set in the serving process before it serves.
-bool watched = false;
-
 /// The signals by which people, terminals and service managers end a program.
 bool isWishToEnd(int signal) { return signal == SIGTERM || signal == SIGINT || signal == SIGHUP; }
 
@@ -44,6 +43,10 @@ class WatchedSignals {
     for (const int number : {SIGCHLD, SIGUSR2, SIGHUP, SIGINT}) {
       sigaddset(&taken_, number);
     }
+    take();
+  }
+
+  void take() {
     pthread_sigmask(SIG_BLOCK, &taken_, &before_);
     // Where SIGCHLD is ignored, the system does not tell how a child has ended.
     struct sigaction usual {};
@@ -64,6 +67,13 @@ class WatchedSignals {
     sigaddset(&mask, SIGUSR2);
     sigaction(SIGCHLD, &childEndBefore_, nullptr);
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+  }
+
+  /// Before another program takes the place of this one: the same, and what the serving process has
+  /// ignored is ignored.
+  void putBackForNextProgram() const {
+    ignoreHangupAndInterrupt();
+    putBackForServing();
   }
 
   /// Waits for the end of the child and passes on to it what comes for it. Returns the status.
@@ -105,12 +115,16 @@ void tellOfDeath(pid_t process, int status, const ServingStart& next) {
                     : "starts anew in " + std::to_string(kPauseBeforeNewStart.count()) + " s"));
 }
 
-/// Returns the descriptors that are open now. Returns nothing if the system does not tell, or if it
-/// cannot close those that come later.
-std::optional<std::vector<int>> ownDescriptors(std::string& reason) {
+/// Returns the descriptors that are open now, without what was handed over. Returns nothing if the
+/// system does not tell, or if it cannot close those that come later.
+std::optional<std::vector<int>> ownDescriptors(int handedOver, std::string& reason) {
   try {
     std::vector<int> open = openDescriptors();
     closeDescriptorsExcept(open);
+    if (handedOver >= 0) {
+      std::erase(open, handedOver);
+      leaveOutInternetSockets(open);
+    }
     return open;
   } catch (const std::system_error& failure) {
     reason = failure.what();
@@ -120,55 +134,119 @@ std::optional<std::vector<int>> ownDescriptors(std::string& reason) {
 
 }  // namespace
 
-void watchOver(const std::function<void(const ServingStart& start)>& serve) {
-  closelog();
-  std::string reason;
-  ServingStart start;
-  const WatchedSignals signals;
-  const auto next = [&]() -> std::optional<int> {
-    const auto child = cloneSharingDescriptors([&] {
-      signals.putBackForServing();
-      watched = true;
-      serve(start);
-    });
-    if (!child) {
-      reason = std::generic_category().message(errno);
-    }
-    return child;
-  };
-
-  std::optional<int> child;
-  if (auto own = ownDescriptors(reason)) {
-    start.ownDescriptors = std::move(*own);
-    child = next();
+/// The serving processes, one after the other.
+class WatchedServing {
+ public:
+  explicit WatchedServing(const WatchedProgram& program) : program_(program) {
+    start_.handedOver = program.handedOver;
+    start_.lastWish = &lastWish_;
   }
-  if (!child) {
-    tell("SurviveCrashes is not available: " + reason);
-    signals.putBack();
-    serve({});
+
+  [[noreturn]] void watch() {
+    std::string reason;
+    if (auto own = ownDescriptors(program_.handedOver, reason)) {
+      start_.ownDescriptors = std::move(*own);
+      reason = next();
+    }
+    if (!reason.empty()) {
+      serveAlone(reason);
+    }
+    do {
+      afterEnd(signals_.waitForEndOf(child_));
+      reason = next();
+    } while (reason.empty());
+    tell("no other serving process can be started: " + reason);
     endProcess();
   }
-  DeathCount deaths;
-  do {
-    const int status = signals.waitForEndOf(*child);
-    if (!WIFSIGNALED(status) || isWishToEnd(WTERMSIG(status))) {
+
+ private:
+  [[noreturn]] void serveAlone(const std::string& reason) {
+    tell("SurviveCrashes is not available: " + reason);
+    signals_.putBack();
+    ServingStart alone;
+    alone.handedOver = program_.handedOver;
+    program_.serve(alone);
+    endProcess();
+  }
+
+  /// Starts a serving process. Returns why there is none; empty if there is one.
+  [[nodiscard]] std::string next() {
+    const auto child = cloneSharingDescriptors([this] {
+      signals_.putBackForServing();
+      program_.serve(start_);
+    });
+    child_ = child.value_or(0);
+    return child ? std::string() : std::generic_category().message(errno);
+  }
+
+  /// Prepares the start of another one. Ends this process if there is to be none.
+  void afterEnd(int status) {
+    const int wish = lastWish_.wish().exchange(LastWish::kNone);
+    start_.handedOver = -1;
+    if (WIFSIGNALED(status) && !isWishToEnd(WTERMSIG(status))) {
+      afterDeath(status);
+    } else if (WIFEXITED(status) && wish == LastWish::kStartAnew) {
+      startAnew();
+    } else if (WIFEXITED(status) && wish > 0) {
+      handOver(wish - 1);
+    } else {
       endProcessAs(status);
     }
-    start.deaths = deaths.add(DeathCount::Clock::now());
-    start.goesOn = start.deaths < DeathCount::kMost;
-    tellOfDeath(*child, status, start);
-    if (!start.goesOn) {
-      deaths.forgetAll();
-      closeDescriptorsExcept(start.ownDescriptors);
+  }
+
+  void afterDeath(int status) {
+    start_.deaths = deaths_.add(DeathCount::Clock::now());
+    start_.goesOn = start_.deaths < DeathCount::kMost;
+    tellOfDeath(child_, status, start_);
+    if (program_.afterDeath) {
+      program_.afterDeath();
+    }
+    if (!start_.goesOn) {
+      deaths_.forgetAll();
+      startAnew();
       std::this_thread::sleep_for(kPauseBeforeNewStart);
     }
-    child = next();
-  } while (child);
-  tell("no other serving process can be started: " + reason);
-  endProcess();
+  }
+
+  void startAnew() {
+    start_.goesOn = false;
+    closeDescriptorsExcept(start_.ownDescriptors);
+    if (program_.beforeNewStart) {
+      program_.beforeNewStart();
+    }
+  }
+
+  void handOver(int memoryFile) {
+    signals_.putBackForNextProgram();
+    start_.whyHandedBack = program_.handOver(memoryFile);
+    signals_.take();
+    start_.handedOver = memoryFile;
+    start_.goesOn = false;
+  }
+
+  const WatchedProgram& program_;
+  WatchedSignals signals_;
+  LastWish lastWish_;
+  ServingStart start_;
+  DeathCount deaths_;
+  int child_ = 0;
+};
+
+void watchOver(const WatchedProgram& program) {
+  closelog();
+  WatchedServing(program).watch();
 }
 
-bool isWatchedOver() { return watched; }
+void LastWish::startAnew() { endWith(kStartAnew); }
+
+void LastWish::handOver(int memoryFile) { endWith(memoryFile + 1); }
+
+// The name server goes on, so nobody is told of an end.
+void LastWish::endWith(int wish) {
+  setLastAct(nullptr);
+  this->wish() = wish;
+  endProcess();
+}
 
 int DeathCount::add(Clock::time_point now) {
   std::erase_if(times_, [&](Clock::time_point time) { return now - time >= kTime; });

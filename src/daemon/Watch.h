@@ -5,14 +5,45 @@
 // process lock know, one thread, and nothing to do. The serving one is its child. Both share the
 // descriptors, so that a death closes no connection: the one that comes next finds them open. It
 // starts with the memory that the watching process had at the first start.
+//
+// The watching process is also the one that another program takes the place of. For that the
+// serving one leaves what it keeps in a file and ends.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "platform/SharedMemory.h"
+
 namespace sorvane {
+
+/// What a serving process wishes that the watching one does when it has ended by itself. Both share
+/// it. Without a wish, the watching one ends, too.
+class LastWish {
+ public:
+  LastWish() : memory_(sizeof(std::atomic<int>)) {}
+
+  /// Ends this process, so that another one starts anew.
+  [[noreturn]] void startAnew();
+  /// Ends this process, so that another program takes the place of the watching one and goes on
+  /// with what is kept in that file. The descriptor must stay open.
+  [[noreturn]] void handOver(int memoryFile);
+
+ private:
+  friend class WatchedServing;
+  static constexpr int kNone = 0;
+  static constexpr int kStartAnew = -1;
+  [[noreturn]] void endWith(int wish);
+  // The descriptor of the file and 1 if something is handed over.
+  [[nodiscard]] std::atomic<int>& wish() const {
+    return *reinterpret_cast<std::atomic<int>*>(memory_.bytes());
+  }
+
+  SharedMemory memory_;
+};
 
 /// How a serving process comes to be.
 struct ServingStart {
@@ -21,16 +52,39 @@ struct ServingStart {
   /// True: what the dead one had open is still open, and this one is to go on with it or close it.
   /// False: there is nothing of an earlier one.
   bool goesOn = false;
-  /// The descriptors that were open before the first start. All others are the dead one's. Lowest
-  /// first; empty while nobody keeps watch.
+  /// The descriptors that were open before the first start, without what was handed over. All
+  /// others are the dead one's. Lowest first; empty while nobody keeps watch.
   std::vector<int> ownDescriptors;
+  /// The file that this one is to go on with: the program before has handed it over, or an earlier
+  /// serving process has, which this program cannot pass on. Negative: there is none.
+  int handedOver = -1;
+  /// Why it could not be passed on, in words; empty if it was not to be.
+  std::string whyHandedBack;
+  /// Null while nobody keeps watch.
+  LastWish* lastWish = nullptr;
+};
+
+/// What keeping watch needs from its caller.
+struct WatchedProgram {
+  /// What the serving process does. When it returns, that is an exit with status 0.
+  std::function<void(const ServingStart& start)> serve;
+  /// Makes another program take the place of this one and go on with what is kept in that file.
+  /// Returns only on failure, with the reason in words.
+  std::function<std::string(int memoryFile)> handOver;
+  /// Called when a serving process has died; null: nothing is.
+  std::function<void()> afterDeath;
+  /// Called before another one starts anew, when all that the one before had open is closed; null:
+  /// nothing is.
+  std::function<void()> beforeNewStart;
+  /// The file that the program before has handed over, with Internet sockets; negative: none has.
+  int handedOver = -1;
 };
 
 /// Calls `serve` in a process of its own and waits for its end. The caller has no second thread and
 /// does not use the descriptors that `serve` opens. Never returns: ends this process.
 ///
-/// - When the serving process exits, this one ends with the same status. When SIGTERM, SIGINT or
-///   SIGHUP has ended it, the same signal ends this one.
+/// - When the serving process exits, what it has wished is done. Without a wish, this one ends with
+///   the same status. When SIGTERM, SIGINT or SIGHUP has ended it, the same signal ends this one.
 /// - When another signal has ended it, it has died. A line on the console says so, and `serve` is
 ///   called in another one, which goes on. After `DeathCount::kMost` deaths within a minute,
 ///   everything that the dead one had open is closed, the next one starts anew after
@@ -40,11 +94,8 @@ struct ServingStart {
 ///   blocked, and with the other signals as they are now.
 ///
 /// On a system where this is not possible, a line on the console says so, and `serve` is called in
-/// this process. When `serve` returns, that is an exit with status 0.
-[[noreturn]] void watchOver(const std::function<void(const ServingStart& start)>& serve);
-
-/// True in a process that `watchOver` has made. Any thread.
-[[nodiscard]] bool isWatchedOver();
+/// this process.
+[[noreturn]] void watchOver(const WatchedProgram& program);
 
 /// The time for which nobody serves before a new start, so that a name server that dies again and
 /// again takes no processor for itself.

@@ -159,7 +159,14 @@ void sorvkeyController::write(const Notes& notes, bool raised, const Message& re
 
 void sorvkeyController::endCommunication(NetConnection& connection) {
   const auto record = connection.contextObject<PortDescriptor>();
-  const ConnectionEnd end = endConnection(registry_, record.get(), connection.descriptor());
+  forget(record.get(), connection.descriptor());
+  if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
+    infoserver_->endCommunication(connection);
+  }
+}
+
+void sorvkeyController::forget(PortDescriptor* record, int connection) {
+  const ConnectionEnd end = endConnection(registry_, record, connection);
   if (end.removedHost) {
     // Only a key that stands in the host list is removed, so the line has no text of a peer's own.
     NetConnection::performWaiting(Disk::log, [line = "REMOVE HOST " + *end.removedHost + " \n"] {
@@ -170,9 +177,6 @@ void sorvkeyController::endCommunication(NetConnection& connection) {
     droppedPortsConsole_.line(std::to_string(end.droppedPorts) +
                               " ports that ended connections had left behind were dropped: all of "
                               "them together may not take that much memory");
-  }
-  if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
-    infoserver_->endCommunication(connection);
   }
 }
 

@@ -8,6 +8,7 @@
 #include "daemon/ProcessSetup.h"
 #include "daemon/Succession.h"
 #include "daemon/Watch.h"
+#include "nameserver/SingleInstance.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/RunningServer.h"
@@ -15,7 +16,6 @@
 namespace sorvane {
 namespace {
 
-constexpr const char* kLockName = "sorvinfo";
 // A request that waits for a disk or a lock is waited for so long.
 constexpr std::chrono::seconds kPauseLimit{5};
 
@@ -27,23 +27,22 @@ void sorvkeyController::takeUpgrades(RunningServer& server) {
     waitForUpgradeSignal();
     try {
       continuity_.noteUpgradeAttempt();
-      const std::string reason = upgrade(server);
-      continuity_.noteRefused(reason);
-      const std::string line = "the upgrade in place was put off: " + reason;
-      consoleLine(line);
-      logMessage(line);
+      noteFigures();
+      reportPutOff(upgrade(server));
     } catch (const std::bad_alloc&) {
       consoleLine("the upgrade in place was put off: there is no memory for it");
     }
   }
 }
 
+void sorvkeyController::reportPutOff(const std::string& reason) {
+  continuity_.noteRefused(reason);
+  const std::string line = "the upgrade in place was put off: " + reason;
+  consoleLine(line);
+  logMessage(line);
+}
+
 std::string sorvkeyController::upgrade(RunningServer& server) {
-  // Another program would leave the table of descriptors that is shared with the watching process,
-  // which would then hold each connection open for ever.
-  if (isWatchedOver()) {
-    return "another process keeps watch over this one, as SurviveCrashes says";
-  }
   std::string reason = whyNoSuccessor();
   if (!reason.empty()) {
     return reason;
@@ -54,7 +53,7 @@ std::string sorvkeyController::upgrade(RunningServer& server) {
   try {
     KeptWriter writer;
     keep(writer, server);
-    reason = handOver(writer);
+    reason = lastWish_ == nullptr ? handOver(writer) : handOverToWatching(writer);
   } catch (const std::bad_alloc&) {
     reason = "there is no memory for what is to be kept";
   }
@@ -62,11 +61,23 @@ std::string sorvkeyController::upgrade(RunningServer& server) {
   return reason;
 }
 
+// Another program would leave the table of descriptors that is shared with the watching process,
+// which would then hold each connection open for ever. So that one is replaced.
+std::string sorvkeyController::handOverToWatching(const KeptWriter& writer) {
+  std::string reason;
+  Descriptor file = leaveForSuccessor(writer, reason);
+  if (file.isOpen()) {
+    lastWish_->handOver(file.release());
+  }
+  return reason;
+}
+
 // A member that is added later does not compile here until somebody has decided what becomes of it.
 void sorvkeyController::keep(KeptWriter& writer, RunningServer& server) {
   const auto& [host, registry, continuity, serverLock, waitingForServerLock, droppedPortsConsole,
                warnings, raisedRequests, processLockIsTaken, infoserver, startupFlag, processLock,
-               keptRecords, restoredRecords, kept] = *this;
+               keptRecords, restoredRecords, replayedRecords, kept, survival, lastWish, journal] =
+      *this;
   writer.text(sorvaneVersion());
   writer.descriptor(processLock->descriptor());
   continuity.keep(writer);
@@ -82,7 +93,14 @@ void sorvkeyController::keepConnection(NetConnection& connection, KeptWriter& wr
 }
 
 void sorvkeyController::restoreConnection(NetConnection& connection, KeptReader& reader) {
-  connection.setContextObject(restoredRecords_->restoreRecord(reader));
+  give(connection, restoredRecords_->restoreRecord(reader));
+}
+
+void sorvkeyController::give(NetConnection& connection, std::shared_ptr<PortDescriptor> record) {
+  if (journal_ != nullptr) {
+    journal_->bind(connection.descriptor(), *record);
+  }
+  connection.setContextObject(std::move(record));
 }
 
 void sorvkeyController::endContinuation() {
@@ -98,26 +116,39 @@ void sorvkeyController::endContinuation() {
   kept_.reset();
 }
 
-void sorvkeyController::continueConnection(bool verbose, std::unique_ptr<MappedFile> kept) {
+void sorvkeyController::continueConnection(bool verbose, std::unique_ptr<MappedFile> kept,
+                                           const std::string& whyHandedBack) {
   kept_ = std::move(kept);
   KeptReader reader(kept_->bytes());
   const std::string before(reader.text());
-  processLock_ = VNFileLock::heldLock(kLockName, Descriptor(reader.descriptor()));
-  if (processLock_ == nullptr) {
-    throw KeptFault("what was kept has a process lock that is none");
-  }
-  processLockIsTaken_ = true;
+  takeHeldLock(reader.descriptor());
   continuity_.restore(reader);
   infoserver_ = std::make_unique<InfoserverController>(reader);
   restoredRecords_ = std::make_unique<RestoredRecords>();
   registry_.restore(reader, *restoredRecords_);
+  beginAsBefore(verbose);
+  if (whyHandedBack.empty()) {
+    continuity_.noteUpgraded();
+    logMessage("Upgraded in place from " + before + " to " + sorvaneVersion());
+  } else {
+    reportPutOff(whyHandedBack);
+  }
+  NetConnection::continueServer(reader, *this);
+}
+
+void sorvkeyController::takeHeldLock(int descriptor) {
+  processLock_ = VNFileLock::heldLock(kProcessLockName, Descriptor(descriptor));
+  if (processLock_ == nullptr) {
+    throw KeptFault("what was kept has a process lock that is none");
+  }
+  noteLockTaken();
+}
+
+void sorvkeyController::beginAsBefore(bool verbose) {
   begin(verbose);
   publish();
   std::thread([this] { runGlobalLook(); }).detach();
   ignoreHangupAndInterrupt();
-  continuity_.noteUpgraded();
-  logMessage("Upgraded in place from " + before + " to " + sorvaneVersion());
-  NetConnection::continueServer(reader, *this);
 }
 
 }  // namespace sorvane

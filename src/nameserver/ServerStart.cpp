@@ -39,6 +39,7 @@ void sorvkeyController::begin(bool verbose) {
 }
 
 void sorvkeyController::runConnection(bool verbose) {
+  shareProcessLock();
   begin(verbose);
   if (verbose) {
     const bool localOnly = VNHost::currentHost().isLocalAccessOnly();

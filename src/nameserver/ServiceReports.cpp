@@ -25,6 +25,9 @@ std::size_t namesOfClients(const Registry& registry) {
 
 void sorvkeyController::servingBegins(RunningServer& server) {
   endContinuation();
+  if (survival_ != nullptr) {
+    beginSurviving();
+  }
   std::thread([this, &server] { takeUpgrades(server); }).detach();
   ServiceManager* const manager = serviceManager();
   if (manager == nullptr) {

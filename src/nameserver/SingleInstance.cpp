@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "nameserver/Survival.h"
 #include "nameserver/sorvkeyController.h"
 #include "platform/Console.h"
 #include "platform/EndProcess.h"
@@ -39,7 +40,7 @@ void sorvkeyController::runGlobalLook() {
 
 void sorvkeyController::_startupLockConnection() {
   if (processLock_ == nullptr) {
-    processLock_ = VNFileLock::fileLockWithSorvaneProcessName("sorvinfo");
+    processLock_ = VNFileLock::fileLockWithSorvaneProcessName(kProcessLockName);
   }
   if (!processLock_->obtainLock()) {
     constexpr const char* kHeld =
@@ -47,6 +48,13 @@ void sorvkeyController::_startupLockConnection() {
     consoleLine(kHeld);
     logMessage(kHeld);
     endProcess();
+  }
+  noteLockTaken();
+}
+
+void sorvkeyController::noteLockTaken() {
+  if (survival_ != nullptr) {
+    survival_->noteLock(processLock_->descriptor());
   }
   processLockIsTaken_ = true;
   processLockIsTaken_.notify_all();

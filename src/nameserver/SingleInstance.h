@@ -6,6 +6,9 @@
 
 namespace sorvane {
 
+/// The lock that only one name server of a host holds.
+inline constexpr const char* kProcessLockName = "sorvinfo";
+
 /// Seconds between two checks of a dynamic address.
 inline constexpr int kAddressCheckSeconds = 30;
 

@@ -20,13 +20,18 @@
 #include "registry/Continuity.h"
 #include "registry/Dispatch.h"
 #include "registry/HostLists.h"
+#include "registry/Journal.h"
 #include "registry/KeptRecords.h"
 #include "registry/Registry.h"
+#include "registry/ReplayedRecords.h"
 #include "registry/RetiredTexts.h"
 
 namespace sorvane {
 
+class LastWish;
 class ServiceManager;
+class Survival;
+struct SurvivingSockets;
 
 /// 1 while the name server logs verbosely. Set once by `runConnection`, before there are threads.
 extern int sorvkey_verbose;
@@ -61,13 +66,19 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Takes every step of the start, then serves on this thread. Returns only if serving ends.
   /// Raises std::system_error when the system has no descriptors or threads.
   void runConnection(bool verbose);
-  /// Gives it the process lock, which has been taken already. Call it before `runConnection`.
-  void setProcessLock(std::shared_ptr<VNFileLock> lock) { processLock_ = std::move(lock); }
+  /// Lets another process go on when this one has died, and leaves what is handed over to the
+  /// watching one. Call it before one of the other functions here. Both must outlive this object.
+  void surviveCrashes(Survival& survival, LastWish& lastWish);
   /// Goes on with what the program before in this process has kept, instead of taking the steps of
   /// the start: with its lock, its socket, its connections and all that they have registered
-  /// (Continuation.cpp). Then serves as `runConnection` does. Raises KeptFault if the description
-  /// is damaged; nothing is to be done with this object then.
-  void continueConnection(bool verbose, std::unique_ptr<MappedFile> kept);
+  /// (Continuation.cpp). Then serves as `runConnection` does. `whyHandedBack` is empty, or tells
+  /// that it is the same program, which could not hand over. Raises KeptFault if the description is
+  /// damaged; nothing is to be done with this object then.
+  void continueConnection(bool verbose, std::unique_ptr<MappedFile> kept,
+                          const std::string& whyHandedBack);
+  /// Goes on with what is left of a serving process that has died, with the same exceptions
+  /// (Crash.cpp). Needs `surviveCrashes`.
+  void goOnAfterDeath(bool verbose, const SurvivingSockets& sockets);
 
   /// Begins to take upgrades in place, and to tell the service manager, if one listens, that this
   /// process serves (ServiceReports.cpp).
@@ -102,6 +113,8 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // The record of a connection, as a part of what is kept of the connection.
   void keepConnection(NetConnection& connection, KeptWriter& writer) override;
   void restoreConnection(NetConnection& connection, KeptReader& reader) override;
+  [[nodiscard]] WorkMarks* workMarks() override;
+  void reviveConnection(NetConnection& connection) override;
   /// Frees the texts that the message has replaced.
   void cleanupAfterMessage() override { releaseRetiredTexts(); }
   [[nodiscard]] bool reconnect() override { return false; }
@@ -154,6 +167,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
  protected:
   // The steps of `runConnection`; protected for tests.
   void begin(bool verbose);
+  void beginAsBefore(bool verbose);
   void startInfoserver(bool verbose);
   void publish();
   void registerOwnPorts();
@@ -177,6 +191,26 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   /// Lets go of what was read to continue with, once all connections have their records. An entry
   /// that belongs to none of them must not stay: raises KeptFault.
   void endContinuation();
+  /// Leaves what was written to the watching process, which makes the program file take its place.
+  /// Returns only on failure, as `upgrade` does.
+  [[nodiscard]] std::string handOverToWatching(const KeptWriter& writer);
+  void noteLockTaken();
+  /// Makes the lock that the watching process has taken its own, if there is one.
+  void shareProcessLock();
+  /// Makes the lock that is held by this descriptor its own. Raises KeptFault if it is none.
+  void takeHeldLock(int descriptor);
+  /// Gives the connection a record that is there already.
+  void give(NetConnection& connection, std::shared_ptr<PortDescriptor> record);
+  /// Notes the figures of the continuity for a process that goes on after a death, if one would.
+  void noteFigures();
+  /// Tells the console and the log why an upgrade was put off.
+  void reportPutOff(const std::string& reason);
+  /// Makes the registry forget what a connection had registered, which ends. Reports what that has
+  /// removed. `connection` is its descriptor.
+  void forget(PortDescriptor* record, int connection);
+  /// Ends the connections that have not gone on after a death, and begins to note all that another
+  /// process needs to go on (Crash.cpp).
+  void beginSurviving();
   /// Writes everything that is kept. The server must be paused.
   void keep(KeptWriter& writer, RunningServer& server);
   [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);
@@ -203,7 +237,12 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   // Used while what is kept is written, or read before anything is served; null otherwise.
   std::unique_ptr<KeptRecords> keptRecords_;
   std::unique_ptr<RestoredRecords> restoredRecords_;
+  std::unique_ptr<ReplayedRecords> replayedRecords_;
   std::unique_ptr<MappedFile> kept_;
+  // Null unless another process goes on when this one dies. Set before the start.
+  Survival* survival_ = nullptr;
+  LastWish* lastWish_ = nullptr;
+  std::unique_ptr<Journal> journal_;
 };
 
 }  // namespace sorvane

@@ -38,6 +38,10 @@ struct ProgramAnswer {
                                 const std::vector<std::string>& variables,
                                 const std::vector<int>& descriptors);
 
+/// Lets the next program that takes the place of this one, or of a process that shares the table of
+/// descriptors with it, inherit these, too.
+void leaveOpenInNextProgram(const std::vector<int>& descriptors);
+
 /// Closes all descriptors but the standard ones when the process next runs another program.
 void closeDescriptorsWhenReplaced();
 

@@ -14,6 +14,7 @@
 namespace sorvane {
 
 class KeptReader;
+struct SurvivingSockets;
 
 /// One connection, of either side. A client's connection belongs to the thread that uses it. A
 /// connection that is served belongs to the server, which hands it to one delegate call at a time.
@@ -48,6 +49,11 @@ class NetConnection {
   /// what it should be; no descriptor was closed then. No connection is closed because a setting
   /// allows less than it did; but no time that is left is longer than the settings allow.
   [[noreturn]] static void continueServer(KeptReader& reader, NetConnectionDelegate& delegate);
+  /// Goes on with the sockets of a process that has died. Nothing of their requests was taken that
+  /// is not answered. Serves then as `runServerForSocket` does, and raises the same. Raises
+  /// KeptFault if a descriptor is not what it should be.
+  [[noreturn]] static void continueServer(const SurvivingSockets& sockets,
+                                          NetConnectionDelegate& delegate);
   /// Runs `work`, which may wait for a disk: at once, or on the disk's thread when the caller is a
   /// serving thread. Work for one disk is run in the order of the calls.
   static void performWaiting(Disk disk, std::function<void()> work);

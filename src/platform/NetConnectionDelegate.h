@@ -16,6 +16,7 @@ class KeptReader;
 class KeptWriter;
 class NetConnection;
 class RunningServer;
+class WorkMarks;
 
 /// For each connection the server calls `startCommunication`, then delivers each message in order,
 /// then calls `endCommunication` exactly once. It never makes two of these calls at the same time
@@ -90,6 +91,15 @@ class NetConnectionDelegate {
   virtual void restoreConnection(NetConnection& connection, KeptReader& /*reader*/) {
     startCommunication(connection);
   }
+
+  // ---- Going on after a death
+
+  /// Returns where the server notes which connections are at work, for a process that goes on when
+  /// this one dies; null: nowhere. The server asks for it once, and it outlives the server.
+  [[nodiscard]] virtual WorkMarks* workMarks() { return nullptr; }
+  /// Called for a connection that goes on after the death of the process that served it, instead of
+  /// a call of `startCommunication`; otherwise the same as `restoreConnection`.
+  virtual void reviveConnection(NetConnection& connection) { startCommunication(connection); }
 
   virtual void cleanupAfterMessage() {}
   [[nodiscard]] virtual bool reconnect() { return false; }

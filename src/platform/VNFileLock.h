@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/Descriptor.h"
 
@@ -51,6 +52,9 @@ class VNFileLock {
   /// nothing, if it is no such lock.
   [[nodiscard]] static std::shared_ptr<VNFileLock> heldLock(const std::string& name,
                                                             Descriptor held);
+  /// Returns by which of the descriptors, which are open, the lock is held; negative: by none.
+  [[nodiscard]] static int descriptorOfHeldLock(const std::string& name,
+                                                const std::vector<int>& descriptors);
   /// The descriptor by which the lock is held; negative if it is not.
   [[nodiscard]] int descriptor() const { return held_.number(); }
 

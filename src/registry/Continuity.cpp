@@ -23,6 +23,10 @@ void Continuity::noteUpgraded() {
   figures_.with([](Figures& figures) { ++figures.upgrades; });
 }
 
+void Continuity::goOn(Figures figures) {
+  figures_.with([&](Figures& now) { now = std::move(figures); });
+}
+
 Continuity::Figures Continuity::figures() const {
   return figures_.with([](const Figures& figures) { return figures; });
 }

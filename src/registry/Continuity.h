@@ -30,6 +30,8 @@ class Continuity {
   void noteRefused(std::string_view reason);
   /// Notes that this program goes on in place of the one that tried the upgrade.
   void noteUpgraded();
+  /// Goes on with the figures of a serving process that has died.
+  void goOn(Figures figures);
 
   /// All of them at one moment.
   [[nodiscard]] Figures figures() const;

@@ -15,14 +15,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <functional>
+#include <utility>
 
 #include "daemon/Watch.h"
 #include "platform/Descriptor.h"
+#include "platform/EndProcess.h"
+#include "platform/HandOver.h"
 #include "platform/SharedDescriptors.h"
+#include "platform/SharedMemory.h"
 #include "support/ForkedPart.h"
 #include "support/OwnNamespaces.h"
 #include "support/TestFiles.h"
@@ -49,7 +55,8 @@ class Watched {
   using Serve = std::function<void(const ServingStart& start, const Say& say)>;
 
   /// Each serving process says that it starts, does what `serve` does, and waits then.
-  explicit Watched(const Serve& serve = {}, const std::function<void()>& before = {}) {
+  explicit Watched(const Serve& serve = {}, const std::function<void()>& before = {},
+                   const std::function<std::string(int)>& handOver = {}, int handedOver = -1) {
     int ends[2];
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     told_ = Descriptor(ends[0]);
@@ -62,20 +69,23 @@ class Watched {
       if (before) {
         before();
       }
-      watchOver([&](const ServingStart& start) {
-        const Say say = [&](int number) {
-          const Report report{getpid(), start.deaths, start.goesOn, number};
-          EXPECT_EQ(write(telling.number(), &report, sizeof report),
-                    static_cast<ssize_t>(sizeof report));
-        };
-        say(0);
-        if (serve) {
-          serve(start, say);
-        }
-        for (;;) {
-          pause();
-        }
-      });
+      watchOver({.serve =
+                     [&](const ServingStart& start) {
+                       const Say say = [&](int number) {
+                         const Report report{getpid(), start.deaths, start.goesOn, number};
+                         EXPECT_EQ(write(telling.number(), &report, sizeof report),
+                                   static_cast<ssize_t>(sizeof report));
+                       };
+                       say(0);
+                       if (serve) {
+                         serve(start, say);
+                       }
+                       for (;;) {
+                         pause();
+                       }
+                     },
+                 .handOver = handOver,
+                 .handedOver = handedOver});
     });
   }
 
@@ -145,7 +155,7 @@ void ignoreAndBlockSome() {
 TEST_F(Watch, ExitOfTheServingProcessEndsBothWithItsStatus) {
   EXPECT_EQ(Watched([](auto&, auto&) { _exit(0); }).part().wait(), 0);
   EXPECT_EQ(Watched([](auto&, auto&) { _exit(7); }).part().wait(), 7);
-  inOwnProcess([] { watchOver([](const ServingStart&) {}); });
+  inOwnProcess([] { watchOver({.serve = [](const ServingStart&) {}, .handOver = {}}); });
 }
 
 TEST_F(Watch, SignalByWhichPeopleEndProgramsEndsBothWhenTheServingProcessDiesOfIt) {
@@ -299,6 +309,129 @@ TEST_F(Watch, DeathWithoutACoreIsToldOfAsSuch) {
   kill(processOf(watched.next()), SIGSEGV);
   EXPECT_TRUE(watched.next());
   EXPECT_TRUE(watched.says("died of SIGSEGV, without a core, "));
+}
+
+// ---- Last wishes
+
+/// Counts in memory that all processes of a test share.
+class SharedCount {
+ public:
+  /// Returns how often it was called before.
+  int next() const { return reinterpret_cast<std::atomic<int>*>(memory_.bytes())->fetch_add(1); }
+
+ private:
+  SharedMemory memory_{sizeof(std::atomic<int>)};
+};
+
+TEST_F(Watch, ServingProcessMayWishThatAnotherOneStartsAnew) {
+  const SharedCount starts;
+  const Watched watched([&](const ServingStart& start, const auto& say) {
+    for (int i = 0; i < 3; ++i) {
+      static_cast<void>(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100));
+    }
+    say(static_cast<int>(openDescriptors().size() - start.ownDescriptors.size()));
+    if (starts.next() == 0) {
+      setLastAct([] { _exit(9); });  // nobody is told of an end
+      start.lastWish->startAnew();
+    }
+  });
+  pid_t before = 0;
+  for (int generation = 0; generation < 2; ++generation) {
+    ASSERT_TRUE(watched.next());
+    const auto report = watched.next();
+    ASSERT_TRUE(report);
+    EXPECT_NE(std::exchange(before, report->process), report->process);
+    EXPECT_EQ(report->deaths, 0);
+    EXPECT_FALSE(report->goesOn);
+    EXPECT_EQ(report->number, 3) << "those of the one before are closed";
+  }
+  EXPECT_EQ(watched.console(), "");
+}
+
+TEST_F(Watch, WhatAServingProcessHandsOverTakesTheWatchingOneToTheNextProgram) {
+  const TemporaryFolder folder;
+  const Watched watched(
+      [](const ServingStart& start, auto&) {
+        Descriptor file = openMemoryFile();
+        ASSERT_FALSE(writeAll(file.number(), "kept"));
+        leaveOpenInNextProgram({file.number()});
+        start.lastWish->handOver(file.release());
+      },
+      {},
+      [&](int file) {
+        const std::string script =
+            "cat /dev/fd/" + std::to_string(file) + " > " + (folder / "came").string() + "; exit 5";
+        execl("/bin/sh", "sh", "-c", script.c_str(), nullptr);
+        return std::string("not run");
+      });
+  ASSERT_TRUE(watched.next());
+  EXPECT_EQ(watched.part().wait(), 5) << watched.console();
+  EXPECT_EQ(readFile(folder / "came"), "kept");
+  EXPECT_EQ(watched.console(), "");
+}
+
+TEST_F(Watch, NextProgramBeginsWithTheSignalsOfThisOne) {
+  const Watched watched([](const ServingStart& start, auto&) { start.lastWish->handOver(0); }, {},
+                        [](int) -> std::string {
+                          _exit((isBlocked(SIGUSR2) ? 1 : 0) + (isBlocked(SIGCHLD) ? 2 : 0) +
+                                (isBlocked(SIGINT) ? 4 : 0) + (isIgnored(SIGINT) ? 8 : 0) +
+                                (isIgnored(SIGHUP) ? 16 : 0) + (isIgnored(SIGTERM) ? 32 : 0));
+                        });
+  EXPECT_EQ(watched.part().wait(), 1 + 8 + 16);
+}
+
+TEST_F(Watch, WhatCannotBeHandedOverIsGivenBackToAnotherServingProcess) {
+  const SharedCount starts;
+  const Watched watched(
+      [&](const ServingStart& start, const auto& say) {
+        if (starts.next() == 0) {
+          start.lastWish->handOver(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100));
+        }
+        say(fcntl(start.handedOver, F_GETFD) < 0 ? -1 : start.handedOver);
+        say(start.goesOn || start.whyHandedBack != "no such program" ? 1 : 0);
+      },
+      {}, [](int) { return std::string("no such program"); });
+  ASSERT_TRUE(watched.next());
+  ASSERT_TRUE(watched.next());
+  const auto file = watched.next();
+  ASSERT_TRUE(file);
+  EXPECT_GE(file->number, 100) << "it is open still";
+  const auto how = watched.next();
+  ASSERT_TRUE(how);
+  EXPECT_EQ(how->number, 0);
+  // A death afterwards is seen, and hands nothing over.
+  kill(how->process, SIGKILL);
+  ASSERT_TRUE(watched.next());
+  const auto after = watched.next();
+  ASSERT_TRUE(after);
+  EXPECT_EQ(after->number, -1);
+}
+
+TEST_F(Watch, WhatTheProgramBeforeHasHandedOverIsNotItsOwn) {
+  const int file = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100);
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int local = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const Watched watched(
+      [&](const ServingStart& start, const auto& say) {
+        const auto& own = start.ownDescriptors;
+        const auto has = [&](int each) {
+          return std::find(own.begin(), own.end(), each) != own.end();
+        };
+        say(start.handedOver);
+        say((has(file) ? 1 : 0) + (has(socket) ? 2 : 0) + (has(local) ? 4 : 0) +
+            (fcntl(socket, F_GETFD) < 0 ? 8 : 0) + (start.goesOn ? 16 : 0));
+      },
+      {}, {}, file);
+  for (const int each : {file, socket, local}) {
+    close(each);
+  }
+  ASSERT_TRUE(watched.next());
+  const auto handed = watched.next();
+  ASSERT_TRUE(handed);
+  EXPECT_EQ(handed->number, file);
+  const auto own = watched.next();
+  ASSERT_TRUE(own);
+  EXPECT_EQ(own->number, 4);
 }
 
 // ---- Signals

@@ -54,6 +54,8 @@ class Daemon {
   /// Changes a setting before the start; the value as it stands in a property list, with its quotes
   /// where it needs them. An empty value takes the setting out.
   Daemon& setting(const std::string& key, const std::string& value);
+  /// Writes the settings anew for a name server that runs.
+  void writeSettings() const;
 
   /// Starts it and waits until it answers a ping; an exception when it does not.
   void start(std::vector<std::string> arguments = {"-noexit"});
@@ -99,8 +101,6 @@ class Daemon {
   [[nodiscard]] bool finds(const std::string& name) const;
 
  private:
-  void writeSettings() const;
-
   FreePorts ports_;
   TemporaryFolder tree_;
   std::map<std::string, std::string> settings_;

@@ -20,6 +20,18 @@ std::string DaemonProcess::statusField(const std::string& name) const {
   throw std::runtime_error("process " + std::to_string(process_) + " has no " + name);
 }
 
+bool DaemonProcess::sleeps() const {
+  for (const auto& thread : std::filesystem::directory_iterator(folder() / "task")) {
+    std::ifstream file(thread.path() / "stat");
+    std::string line;
+    std::getline(file, line);
+    if (line.find(") S ") == std::string::npos) {
+      return false;
+    }
+  }
+  return true;
+}
+
 int DaemonProcess::openSockets() const {
   int sockets = 0;
   for (const auto& descriptor : std::filesystem::directory_iterator(folder() / "fd")) {

@@ -27,6 +27,9 @@ class DaemonProcess {
   }
   /// True after SIGSTOP has reached it, until SIGCONT does.
   [[nodiscard]] bool isStopped() const { return statusField("State").starts_with("T"); }
+  [[nodiscard]] bool isZombie() const { return statusField("State").starts_with("Z"); }
+  /// True if each of its threads sleeps.
+  [[nodiscard]] bool sleeps() const;
   [[nodiscard]] long residentKibibytes() const { return std::stol(statusField("VmRSS")); }
   [[nodiscard]] pid_t parent() const { return std::stoi(statusField("PPid")); }
   [[nodiscard]] int openSockets() const;

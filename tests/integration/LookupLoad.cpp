@@ -31,8 +31,9 @@ struct LookupLoad::Peer {
   Clock::time_point last = Clock::now();
 };
 
-LookupLoad::LookupLoad(const Daemon& server, int connections,
-                       const std::vector<std::string>& names) {
+LookupLoad::LookupLoad(const Daemon& server, int connections, const std::vector<std::string>& names,
+                       WhenClosed whenClosed)
+    : server_(server), whenClosed_(whenClosed) {
   RawConnection asker = server.rawConnection();
   for (const std::string& name : names) {
     requests_.push_back(frame({{"findPort", name}, {"portHost", "localhost"}}));
@@ -112,8 +113,7 @@ bool LookupLoad::send(Peer& peer) {
       return true;
     }
     if (sent <= 0) {
-      complain("a connection was closed while it was asking");
-      return false;
+      return goesOnClosed(peer, "a connection was closed while it was asking");
     }
     peer.asked += peer.sent == 0 ? 1 : 0;
     peer.sent = (peer.sent + static_cast<std::size_t>(sent)) % request.size();
@@ -128,8 +128,7 @@ bool LookupLoad::receive(Peer& peer) {
     return true;
   }
   if (count <= 0) {
-    complain("a connection was closed that waited for a reply");
-    return false;
+    return goesOnClosed(peer, "a connection was closed that waited for a reply");
   }
   const Clock::time_point now = Clock::now();
   const auto silence = std::chrono::duration_cast<std::chrono::microseconds>(now - peer.last);
@@ -152,6 +151,18 @@ bool LookupLoad::receive(Peer& peer) {
       ++replies_;
     }
   }
+  return true;
+}
+
+bool LookupLoad::goesOnClosed(Peer& peer, const std::string& complaint) {
+  if (whenClosed_ == WhenClosed::complains) {
+    complain(complaint);
+    return false;
+  }
+  peer.connection = server_.rawConnection();
+  fcntl(peer.connection.descriptor(), F_SETFL, O_NONBLOCK);
+  peer.asked = peer.answered;
+  peer.sent = peer.came = 0;
   return true;
 }
 

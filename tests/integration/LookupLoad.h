@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
@@ -16,8 +17,14 @@ namespace sorvane::test {
 /// serves all of them. What comes must be the replies to them, in their order, byte by byte.
 class LookupLoad {
  public:
+  enum class WhenClosed : std::uint8_t {
+    complains,  ///< a connection must not be closed
+    comesAnew,  ///< it asks on another one for what was not answered
+  };
+
   /// The names must be registered, and stay it.
-  LookupLoad(const Daemon& server, int connections, const std::vector<std::string>& names);
+  LookupLoad(const Daemon& server, int connections, const std::vector<std::string>& names,
+             WhenClosed whenClosed = WhenClosed::complains);
   ~LookupLoad();
   LookupLoad(const LookupLoad&) = delete;
   LookupLoad& operator=(const LookupLoad&) = delete;
@@ -34,8 +41,12 @@ class LookupLoad {
   void run();
   [[nodiscard]] bool send(Peer& peer);
   [[nodiscard]] bool receive(Peer& peer);
+  /// Returns whether the peer goes on after its connection was closed.
+  [[nodiscard]] bool goesOnClosed(Peer& peer, const std::string& complaint);
   void complain(const std::string& what);
 
+  const Daemon& server_;
+  const WhenClosed whenClosed_;
   std::vector<std::string> requests_;
   std::vector<std::string> replyBytes_;  // of each request
   std::vector<std::unique_ptr<Peer>> peers_;

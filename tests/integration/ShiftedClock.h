@@ -19,14 +19,22 @@ namespace sorvane::test {
 /// The distance of a name server's clock from the system's; 0 at first.
 class ShiftedClock {
  public:
-  ShiftedClock() { writeFile(shift_, std::string(sizeof(std::int64_t), '\0')); }
+  enum class Clock : std::uint8_t {
+    timeOfDay,
+    steadyOfStarted,  ///< of the process that was started, not of its children
+  };
+
+  explicit ShiftedClock(Clock clock = Clock::timeOfDay)
+      : variable_(clock == Clock::timeOfDay ? "SHIFTED_CLOCK" : "SHIFTED_STEADY_CLOCK") {
+    writeFile(shift_, std::string(sizeof(std::int64_t), '\0'));
+  }
 
   /// What a new process does to have this clock: for `Program::Options` and `Daemon::launch`.
   [[nodiscard]] std::function<void()> use() const {
     return [this] {
       ::setenv("LD_PRELOAD", SORVANE_BINARY_DIR "/tests/libshifted_clock.so", 1);
       ::setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
-      ::setenv("SHIFTED_CLOCK", shift_.c_str(), 1);
+      ::setenv(variable_, shift_.c_str(), 1);
     };
   }
   /// Starts a name server that has this clock.
@@ -39,6 +47,7 @@ class ShiftedClock {
   }
 
  private:
+  const char* const variable_;
   TemporaryFolder folder_;
   std::filesystem::path shift_ = folder_ / "shift";
 };

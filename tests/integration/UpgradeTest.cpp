@@ -96,7 +96,7 @@ TEST(UpgradeInPlace, TwentyInARowUnderLoadLoseNothing) {
   Upgrading upgrading(server);
   Client& tool = upgrading.tool();
   tool.acts("setDatabaseState", {{"databaseName", "db7"}, {"state", "backup"}});
-  tool.acts("setAlertState", {{"databaseName", "db8"}, {"alert", "disk"}});
+  tool.acts("setAlertState", {{"databaseName", "db8"}, {"state", "disk"}});
   RawConnection slowReader = server.rawConnection();
   const std::string states = frame(request("databaseStates", {}));
   slowReader.send(states);
@@ -122,6 +122,7 @@ TEST(UpgradeInPlace, TwentyInARowUnderLoadLoseNothing) {
     slowReader.send(states);
   }
   const Texts before = pictureOf(tool, names);
+  EXPECT_THAT(before[1].second, testing::HasSubstr("disk"));
   const pid_t process = server.process();
   speaker.begin();
 

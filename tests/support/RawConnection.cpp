@@ -49,6 +49,11 @@ RawConnection::~RawConnection() { close(); }
 RawConnection::RawConnection(RawConnection&& other) noexcept
     : socket_(std::exchange(other.socket_, -1)) {}
 
+RawConnection& RawConnection::operator=(RawConnection&& other) noexcept {
+  std::swap(socket_, other.socket_);
+  return *this;
+}
+
 bool RawConnection::send(std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);

@@ -32,7 +32,7 @@ class RawConnection {
   [[nodiscard]] static RawConnection ofSocket(int socket);
   ~RawConnection();
   RawConnection(RawConnection&& other) noexcept;
-  RawConnection& operator=(RawConnection&&) = delete;
+  RawConnection& operator=(RawConnection&& other) noexcept;
   RawConnection(const RawConnection&) = delete;
   RawConnection& operator=(const RawConnection&) = delete;
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 #include <utility>
@@ -140,13 +141,25 @@ std::shared_ptr<VNFileLock> VNFileLock::heldLock(const std::string& name, Descri
   struct stat status {};
   // A lock that is held by this very descriptor can be taken again.
   if (fstat(held.number(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      flock(held.number(), LOCK_EX | LOCK_NB) != 0) {
+      flock(held.number(), LOCK_EX | LOCK_NB) != 0 ||
+      fcntl(held.number(), F_SETFD, FD_CLOEXEC) != 0) {
     static_cast<void>(held.release());
     return nullptr;
   }
   auto lock = fileLockWithSorvaneProcessName(name);
   lock->held_ = std::move(held);
   return lock;
+}
+
+int VNFileLock::descriptorOfHeldLock(const std::string& name, const std::vector<int>& descriptors) {
+  const std::string path = lockPath(name);
+  const auto holds = [&](int each) {
+    struct stat status {};
+    return fstat(each, &status) == 0 && isFileAt(path, status) &&
+           flock(each, LOCK_EX | LOCK_NB) == 0;
+  };
+  const auto found = std::find_if(descriptors.begin(), descriptors.end(), holds);
+  return found == descriptors.end() ? -1 : *found;
 }
 
 VNFileLock::VNFileLock(std::string path) : path_(std::move(path)) {}

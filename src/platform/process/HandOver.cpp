@@ -104,15 +104,19 @@ int becomeProgram(const std::string& path, std::vector<std::string> words,
   environment.insert(environment.end(), variables.begin(), variables.end());
   const std::vector<char*> arguments = argumentArray(words);
   const std::vector<char*> values = argumentArray(environment);
-  for (const int each : descriptors) {
-    setCloseOnExec(each, false);
-  }
+  leaveOpenInNextProgram(descriptors);
   execve(path.c_str(), arguments.data(), values.data());
   const int reason = errno;
   for (const int each : descriptors) {
     setCloseOnExec(each, true);
   }
   return reason;
+}
+
+void leaveOpenInNextProgram(const std::vector<int>& descriptors) {
+  for (const int each : descriptors) {
+    setCloseOnExec(each, false);
+  }
 }
 
 void closeDescriptorsWhenReplaced() {

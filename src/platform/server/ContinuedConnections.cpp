@@ -68,7 +68,7 @@ void checkKeptDescriptors(const KeptServer& kept) {
   }
 }
 
-void continueConnections(const KeptServer& kept, KeptReader& reader,
+void continueConnections(const KeptServer& kept, KeptReader* reader,
                          const std::vector<std::unique_ptr<ServingLoop>>& loops,
                          ServerContext& context) {
   Made made;
@@ -80,11 +80,15 @@ void continueConnections(const KeptServer& kept, KeptReader& reader,
       ServingLoop& loop = *loops[made.size() % loops.size()];
       made.push_back(std::make_unique<ServerConnection>(each, loop));
       all.push_back({&each, made.back().get()});
-      if (!each.isEnded) {
-        context.delegate.restoreConnection(*made.back(), reader);
+      if (reader == nullptr) {
+        context.delegate.reviveConnection(*made.back());
+      } else if (!each.isEnded) {
+        context.delegate.restoreConnection(*made.back(), *reader);
       }
     }
-    reader.end();
+    if (reader != nullptr) {
+      reader->end();
+    }
   } catch (...) {
     for (const auto& each : made) {
       each->release();
@@ -106,7 +110,7 @@ void keepConnections(KeptWriter& writer, int listener,
   // Settings, sums and what goes on between the loops are made anew.
   const auto& [delegate, deliveries, maximumBodyBytes, partialMessageTimeout, allowedNetworks,
                unfinishedInput, untakenReplies, untakenReplyTimeout, ownAddresses, connectionCount,
-               changes, sleepers, pause] = context;
+               changes, sleepers, pause, marks] = context;
   std::vector<ServerConnection*> all;
   for (const auto& loop : loops) {
     loop->forEachConnection([&](ServerConnection& each) { all.push_back(&each); });

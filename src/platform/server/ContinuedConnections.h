@@ -15,9 +15,10 @@ namespace sorvane {
 void checkKeptDescriptors(const KeptServer& kept);
 
 /// Gives the connections to the loops, which do not run yet: as many to each. Reads the rest of the
-/// description, which is the delegate's. Raises KeptFault, or what the delegate raises: no
-/// connection was made then, and the descriptors are as they were.
-void continueConnections(const KeptServer& kept, KeptReader& reader,
+/// description, which is the delegate's; `reader` is null if there is none, after a death. Raises
+/// KeptFault, or what the delegate raises: no connection was made then, and the descriptors are as
+/// they were.
+void continueConnections(const KeptServer& kept, KeptReader* reader,
                          const std::vector<std::unique_ptr<ServingLoop>>& loops,
                          ServerContext& context);
 

@@ -14,6 +14,7 @@
 #include "platform/Console.h"
 #include "platform/NetConnection.h"
 #include "platform/Settings.h"
+#include "platform/SurvivingSockets.h"
 #include "platform/host/UsableCores.h"
 #include "platform/server/Acceptor.h"
 #include "platform/server/ContinuedConnections.h"
@@ -106,7 +107,24 @@ void NetConnection::continueServer(KeptReader& reader, NetConnectionDelegate& de
     const KeptServer kept = readKeptServer(reader);
     checkKeptDescriptors(kept);
     server = &makeServer(kept.listener, delegate);
-    continueConnections(kept, reader, server->loops, server->context);
+    continueConnections(kept, &reader, server->loops, server->context);
+  }
+  server->run();
+}
+
+void NetConnection::continueServer(const SurvivingSockets& sockets,
+                                   NetConnectionDelegate& delegate) {
+  Server* server = nullptr;
+  {
+    KeptServer kept;
+    kept.listener = sockets.listener;
+    kept.connections.reserve(sockets.connections.size());
+    for (const int each : sockets.connections) {
+      kept.connections.emplace_back().descriptor = each;
+    }
+    checkKeptDescriptors(kept);
+    server = &makeServer(kept.listener, delegate);
+    continueConnections(kept, nullptr, server->loops, server->context);
   }
   server->run();
 }

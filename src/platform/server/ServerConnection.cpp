@@ -72,6 +72,7 @@ inline void encodeReply(Reply reply, std::string_view request, ReplyBuffer& outp
 
 ServerConnection::~ServerConnection() {
   if (descriptor_ >= 0) {
+    noteWork(false);  // the next connection with this number begins at rest
     closeSocket(descriptor_);
   }
 }
@@ -108,6 +109,7 @@ void ServerConnection::handle(const Poller::Event& event) {
 }
 
 void ServerConnection::receive() {
+  noteWork(true);  // what is received is gone from the socket
   const ssize_t received = receiveBytes(descriptor_, loop_.input(), ServingLoop::kInputBytes);
   if (received > 0) {
     const std::string_view came(loop_.input(), static_cast<std::size_t>(received));
@@ -123,6 +125,8 @@ void ServerConnection::receive() {
     answerHeld(true);  // the end is found once more when the requests behind it are served
   } else if (received == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
     closeNow();  // no reply is due: nothing is read while replies wait to be sent
+  } else {
+    noteWork(!isAtRest());
   }
 }
 
@@ -160,6 +164,8 @@ void ServerConnection::serve(std::string_view input) {
   } else {
     if (leftover_ != nullptr && !leftover_->input.empty()) {
       setDeadline(loop_.partialFrames());
+    } else {
+      noteWork(false);
     }
     enter(Phase::reading);
   }

@@ -75,11 +75,9 @@
 #include "platform/server/ConnectionState.h"
 #include "platform/server/KeptServer.h"
 #include "platform/server/Poller.h"
+#include "platform/server/ServingLoop.h"
 
 namespace sorvane {
-
-class ServingLoop;
-struct ServerContext;
 
 /// Unless noted otherwise, call everything here only from the thread of the connection's serving
 /// loop. In the phase `delivering`, a waiting thread has the connection instead.
@@ -222,6 +220,14 @@ class ServerConnection final : public NetConnection, private ConnectionState {
   void continueAfterSending();
   [[nodiscard]] bool hasLeftoverOutput() const {
     return leftover_ != nullptr && !leftover_->output.empty();
+  }
+  /// True if nothing has come that is not answered, and nothing is left to send.
+  [[nodiscard]] bool isAtRest() const;
+  /// Notes whether the connection is at work, if anybody would look at that.
+  void noteWork(bool isAtWork) const {
+    if (WorkMarks* const marks = loop_.context().marks; marks != nullptr) {
+      isAtWork ? marks->setAtWork(descriptor_) : marks->setAtRest(descriptor_);
+    }
   }
   /// The leftover, made if there is none.
   [[nodiscard]] Leftover& leftover();

@@ -95,6 +95,7 @@ ServerConnection::ServerConnection(const KeptConnection& kept, ServingLoop& loop
   if (!kept.replies.empty()) {
     leftover().output.restore(kept.replies);
   }
+  noteWork(!isAtRest());
 }
 
 void ServerConnection::restoreDeadline(std::chrono::milliseconds left) {

@@ -86,6 +86,7 @@ void ServerConnection::continueAfterSending() {
     serve(leftover_->input.view());
   } else {
     dropLeftoverIfEmpty();
+    noteWork(false);
     enter(Phase::reading);
   }
 }
@@ -209,6 +210,10 @@ bool ServerConnection::sendLeftover() {
     return true;
   }
   return true;
+}
+
+bool ServerConnection::isAtRest() const {
+  return phase_ == Phase::reading && (leftover_ == nullptr || leftover_->input.empty());
 }
 
 ServerConnection::Leftover& ServerConnection::leftover() {

@@ -58,6 +58,7 @@
 #include "platform/Message.h"
 #include "platform/NetConnection.h"
 #include "platform/OwnAddresses.h"
+#include "platform/WorkMarks.h"
 #include "platform/server/ByteSum.h"
 #include "platform/server/DeadlineQueue.h"
 #include "platform/server/HeldRequests.h"
@@ -89,6 +90,7 @@ struct ServerContext {
   const std::atomic<std::uint64_t>& changes = delegate.changes();  ///< what held requests wait for
   SleepingLoops sleepers{};  ///< the loops that hold requests and wait for a change
   ServingPause pause{};
+  WorkMarks* const marks = delegate.workMarks();  ///< null: nobody would look at them
 
   /// Wakes the loops that hold requests, if there was a change that was not announced. Call it on a
   /// thread that is no loop's, when it may have made changes. Any thread, outside all locks.

@@ -26,7 +26,7 @@ void readAll(const std::string& description, ServedByHand& server) {
   KeptReader reader(description);
   const KeptServer kept = readKeptServer(reader);
   checkKeptDescriptors(kept);
-  continueConnections(kept, reader, server.loops(), server.context());
+  continueConnections(kept, &reader, server.loops(), server.context());
 }
 
 std::string HandingOn::keeps(ServedByHand& server) const {

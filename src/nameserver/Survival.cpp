@@ -1,0 +1,46 @@
+#include "nameserver/Survival.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+
+#include "platform/SharedDescriptors.h"
+
+namespace sorvane {
+namespace {
+
+// More than any name server has. A connection beyond does not survive.
+constexpr rlim_t kMostDescriptors = rlim_t{1} << 20;
+
+std::size_t possibleDescriptors() {
+  rlimit limit{};
+  const bool isTold = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+  return std::min(isTold ? limit.rlim_cur : kMostDescriptors, kMostDescriptors);
+}
+
+}  // namespace
+
+Survival::Survival() : Survival(possibleDescriptors()) {}
+
+std::unique_ptr<Survival> Survival::anew() const {
+  auto made = std::make_unique<Survival>();
+  made->noteLock(lock());
+  made->note(figures());
+  return made;
+}
+
+SurvivingSockets Survival::takeSockets(const std::vector<int>& ownDescriptors) {
+  const std::vector<int> open = openDescriptors();
+  SurvivingSockets sockets = survivingSockets(open, marks_);
+  std::vector<int> kept = ownDescriptors;
+  kept.insert(kept.end(), sockets.connections.begin(), sockets.connections.end());
+  kept.insert(kept.end(), {sockets.listener, journal_.file()});
+  closeDescriptorsExcept(kept);
+  // The next connections with the numbers of those that are closed begin at rest.
+  for (const int each : open) {
+    marks_.setAtRest(each);
+  }
+  return sockets;
+}
+
+}  // namespace sorvane
