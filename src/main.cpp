@@ -2,6 +2,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include "daemon/Arguments.h"
 #include "daemon/CommandLine.h"
@@ -69,6 +70,16 @@ using namespace sorvane;
   endProcess();
 }
 
+/// Returns by which descriptor the program before has held the process lock; negative: by none that
+/// is known.
+int handedOverLock() {
+  try {
+    return VNFileLock::descriptorOfHeldLock(kProcessLockName, openDescriptors());
+  } catch (const std::system_error&) {
+    return -1;  // nobody will keep watch then either
+  }
+}
+
 /// Serves in a second process, over which this one keeps watch. Returns only if another process has
 /// the process lock, or if nobody can take it.
 void serveWatched(StartMode mode, int handedOver) {
@@ -77,7 +88,7 @@ void serveWatched(StartMode mode, int handedOver) {
   // The watching process takes it, so that it is held while no process serves.
   const auto lock = VNFileLock::fileLockWithSorvaneProcessName(kProcessLockName);
   if (handedOver >= 0) {
-    survival->noteLock(VNFileLock::descriptorOfHeldLock(kProcessLockName, openDescriptors()));
+    survival->noteLock(handedOverLock());
   } else if (lock->obtainLock()) {
     survival->noteLock(lock->descriptor());
   } else {

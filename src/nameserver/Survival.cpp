@@ -1,26 +1,11 @@
 #include "nameserver/Survival.h"
 
-#include <sys/resource.h>
-
-#include <algorithm>
-
+#include "platform/Descriptor.h"
 #include "platform/SharedDescriptors.h"
 
 namespace sorvane {
-namespace {
 
-// More than any name server has. A connection beyond does not survive.
-constexpr rlim_t kMostDescriptors = rlim_t{1} << 20;
-
-std::size_t possibleDescriptors() {
-  rlimit limit{};
-  const bool isTold = getrlimit(RLIMIT_NOFILE, &limit) == 0;
-  return std::min(isTold ? limit.rlim_cur : kMostDescriptors, kMostDescriptors);
-}
-
-}  // namespace
-
-Survival::Survival() : Survival(possibleDescriptors()) {}
+Survival::Survival() : Survival(endOfDescriptors()) {}
 
 std::unique_ptr<Survival> Survival::anew() const {
   auto made = std::make_unique<Survival>();

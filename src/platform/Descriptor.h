@@ -1,6 +1,7 @@
 // An open file, pipe or socket that has an owner.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -47,6 +48,10 @@ class Descriptor {
 
 /// Writes all of it, waiting as long as that takes. Returns why that failed.
 [[nodiscard]] std::error_code writeAll(int descriptor, std::string_view bytes);
+
+/// Returns a number that is higher than all descriptors that this process may have, as its limit is
+/// now; 2^20 at most.
+[[nodiscard]] std::size_t endOfDescriptors();
 
 // ---- process/DescriptorLinux.cpp, process/DescriptorMacos.cpp. Programs that this process starts
 // do not inherit what these functions open. On Linux this holds also for a program that another

@@ -1,7 +1,10 @@
 #include "platform/Descriptor.h"
 
 #include <errno.h>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "platform/WithoutInterruption.h"
 
@@ -11,6 +14,12 @@ void Descriptor::closeNumber(int number) {
   const int reason = errno;
   ::close(number);  // never repeated: after an interruption the number may be another file's
   errno = reason;
+}
+
+std::size_t endOfDescriptors() {
+  constexpr rlim_t kMost = rlim_t{1} << 20;
+  rlimit limit{};
+  return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? std::min(limit.rlim_cur, kMost) : kMost;
 }
 
 std::error_code writeAll(int descriptor, std::string_view bytes) {

@@ -302,5 +302,26 @@ TEST_F(VNFileLockTest, LookByAUserWhoMayNotReadItDoesNotKnow) {
   });
 }
 
+TEST_F(VNFileLockTest, OfWhichADescriptorIsLeftIsFoundAmongOthers) {
+  const auto lock = VNFileLock::fileLockWithSorvaneProcessName("program");
+  EXPECT_LT(VNFileLock::descriptorOfHeldLock("program", {STDERR_FILENO}), 0);
+  ASSERT_TRUE(lock->obtainLock());
+  const Descriptor other(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const std::vector<int> all{STDERR_FILENO, other.number(), lock->descriptor()};
+  EXPECT_EQ(VNFileLock::descriptorOfHeldLock("program", all), lock->descriptor());
+  EXPECT_LT(VNFileLock::descriptorOfHeldLock("other", all), 0);
+  EXPECT_LT(VNFileLock::descriptorOfHeldLock("program", {other.number()}), 0);
+}
+
+TEST_F(VNFileLockTest, ThatIsTakenOverIsClosedInOtherPrograms) {
+  const auto lock = VNFileLock::fileLockWithSorvaneProcessName("program");
+  ASSERT_TRUE(lock->obtainLock());
+  const int descriptor = dup(lock->descriptor());
+  ASSERT_EQ(fcntl(descriptor, F_GETFD), 0);
+  const auto held = VNFileLock::heldLock("program", Descriptor(descriptor));
+  ASSERT_NE(held, nullptr);
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+}
+
 }  // namespace
 }  // namespace sorvane

@@ -27,6 +27,21 @@ TEST(WriteAll, TellsWhyItFailed) {
   EXPECT_FALSE(writeAll(full.number(), ""));
 }
 
+TEST(Descriptor, HasANumberBelowTheEnd) {
+  inOwnProcess([] {
+    const rlimit limit{40, 40};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(endOfDescriptors(), 40U);
+    Descriptor last;
+    for (Descriptor next = openNull(); next.isOpen(); next = openNull()) {
+      static_cast<void>(last.release());
+      last = std::move(next);
+    }
+    EXPECT_EQ(last.number(), 39);
+  });
+  EXPECT_LE(endOfDescriptors(), std::size_t{1} << 20);
+}
+
 TEST(Descriptor, ClosesAtTheEndOfItsLife) {
   int number = -1;
   {

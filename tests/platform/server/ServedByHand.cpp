@@ -34,7 +34,8 @@ SocketPair::SocketPair() {
 }
 
 ServedByHand::ServedByHand(const HandLimits& limits)
-    : context_{delegate_,
+    : delegate_(limits.marks),
+      context_{delegate_,
                waitingThreads(),
                Settings().maxMessageBytes,
                limits.partialMessage,

@@ -22,6 +22,7 @@ struct HandLimits {
   std::chrono::milliseconds untakenReply{300000};
   std::chrono::milliseconds partialMessage = Settings().partialMessageTimeout;
   int loops = 1;
+  WorkMarks* marks = nullptr;
 };
 
 /// Its connections are socket pairs: what one side has sent has arrived at the other. Nothing

@@ -43,6 +43,9 @@ std::optional<Reply> ScriptedDelegate::deliverWithoutWaiting(const Message& requ
     waitAtGate();
   }
   ++deliveredWithoutWaiting;
+  if (whenDelivered) {
+    whenDelivered();
+  }
   return answer(request, sender);
 }
 

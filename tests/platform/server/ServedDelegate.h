@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
@@ -32,6 +33,8 @@ namespace sorvane::test {
 ///   a waiting thread does what it does before it waits.
 class ScriptedDelegate : public NetConnectionDelegate {
  public:
+  explicit ScriptedDelegate(WorkMarks* marks = nullptr) : marks_(marks) {}
+
   void servingBegins(RunningServer& server) override { running_.set_value(&server); }
   void startCommunication(NetConnection& connection) override;
   std::optional<Reply> deliverWithoutWaiting(const Message& request, NetConnection& sender,
@@ -43,6 +46,7 @@ class ScriptedDelegate : public NetConnectionDelegate {
   void keepConnection(NetConnection& connection, KeptWriter& writer) override;
   void restoreConnection(NetConnection& connection, KeptReader& reader) override;
   void endCommunication(NetConnection& connection) override;
+  [[nodiscard]] WorkMarks* workMarks() override { return marks_; }
 
   /// Waits until the server serves.
   [[nodiscard]] RunningServer& running() const { return *server_.get(); }
@@ -65,6 +69,8 @@ class ScriptedDelegate : public NetConnectionDelegate {
   std::atomic<std::uint64_t> changesMade{0};
   /// How often a reply to a held request was asked for.
   std::atomic<int> askedHeld{0};
+  /// Called with each request that a serving thread delivers, if it is set.
+  std::function<void()> whenDelivered;
   /// How many milliseconds a request for a disk takes.
   std::atomic<int> diskTime{0};
   /// How often two operations of one connection ran at once, or out of order.
@@ -76,6 +82,7 @@ class ScriptedDelegate : public NetConnectionDelegate {
   /// Returns the reply of a connection that waits for a change.
   [[nodiscard]] Reply answerHeld(NetConnection& sender, bool isLastTime) const;
 
+  WorkMarks* const marks_;
   std::promise<RunningServer*> running_;
   const std::shared_future<RunningServer*> server_ = running_.get_future().share();
   std::mutex mutex_;
