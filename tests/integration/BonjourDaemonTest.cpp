@@ -84,6 +84,19 @@ TEST_F(BonjourDaemon, ThatEndsDisappears) {
   EXPECT_TRUE(network.finder->prints("removed alpha\n"));
 }
 
+// What the program before has published goes with its connection to D-Bus.
+TEST_F(BonjourDaemon, IsFoundAfterAnUpgradeInPlace) {
+  Network network;
+  network.alpha.startDaemons();
+  network.startServer();
+  ASSERT_TRUE(serves(network)) << network.server.console();
+  ASSERT_TRUE(network.server.hasTakenLock());
+  kill(network.server.process(), SIGUSR2);
+  ASSERT_TRUE(network.server.logs("Upgraded in place")) << network.server.console();
+  network.startLooking();
+  EXPECT_TRUE(network.finder->prints("alpha 198.51.100.1 20221\n")) << network.server.console();
+}
+
 TEST_F(BonjourDaemon, IsBackAfterAvahiWasRestarted) {
   Network network;
   network.alpha.startDaemons();

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "integration/DaemonProcess.h"
 #include "integration/Upgrading.h"
 #include "platform/Descriptor.h"
 #include "platform/KeptForm.h"
@@ -83,6 +85,9 @@ TEST_P(KeptVersion, IsReadAndServedOn) {
   EXPECT_TRUE(waitUntil([&] { return !tool.knows("db1"); }));
   EXPECT_TRUE(tool.knows("db2"));
   EXPECT_EQ(Upgrading(server_).told("upgrades"), "1");
+  for (const int each : {SIGHUP, SIGINT}) {
+    EXPECT_TRUE(DaemonProcess(server_.process()).ignores(each)) << each;
+  }
 }
 
 TEST_P(KeptVersion, IsGivenUpAsAWholeWhenAConnectionIsMissing) {

@@ -209,7 +209,9 @@ TEST(AddressWatch, EndsTheProcessOfADynamicHostWhoseAddressChangesAndNoOther) {
   told.setting("Address", "").setting("DynamicAddress", "YES");
   Daemon asked;  // finds out by itself that the address was given for a time, or may have been
   asked.setting("Address", "").setting("DynamicAddress", "AUTO");
-  const std::vector<Daemon*> dynamic = {&told, &asked};
+  Daemon upgraded;
+  upgraded.setting("Address", "").setting("DynamicAddress", "YES");
+  const std::vector<Daemon*> dynamic = {&told, &asked, &upgraded};
   const std::vector<Daemon*> lasting = {&fixed};
   // Those that go on first: if they looked at the address, they would do so before the others do.
   for (const std::vector<Daemon*>& group : {lasting, dynamic}) {
@@ -218,6 +220,8 @@ TEST(AddressWatch, EndsTheProcessOfADynamicHostWhoseAddressChangesAndNoOther) {
       ASSERT_TRUE(each->logs("succeeded. ")) << each->console();
     }
   }
+  kill(upgraded.process(), SIGUSR2);
+  ASSERT_TRUE(upgraded.logs("Upgraded in place")) << upgraded.console();
   host.run("ip", {"address", "add", "192.0.2.6/24", "dev", "eth0"});
   host.run("ip", {"address", "del", "192.0.2.5/24", "dev", "eth0"});
   const auto oneSleep = std::chrono::seconds(30 + 10);

@@ -186,6 +186,7 @@ class FailingUpgrade : public testing::Test {
     const std::string reason = upgrading_->upgrade();
     EXPECT_THAT(reason, testing::HasSubstr(text));
     EXPECT_TRUE(server_.complains("the upgrade in place was put off: " + reason));
+    EXPECT_TRUE(server_.logs("the upgrade in place was put off: " + reason));
     EXPECT_EQ(upgrading_->upgrades(), 0);
     EXPECT_EQ(database_->asks(kPing), kEmptyDictionary);
     EXPECT_TRUE(upgrading_->tool().knows("db1"));
@@ -283,6 +284,30 @@ TEST(UpgradeInPlace, LeavesNoDescriptorOfTheOldProgram) {
     ASSERT_EQ(upgrading.upgrade(), "");
   }
   EXPECT_TRUE(waitUntil([&] { return DaemonProcess(server.process()).openDescriptors() == once; }));
+  const std::string maps = readFile("/proc/" + std::to_string(server.process()) + "/maps");
+  EXPECT_THAT(maps, testing::Not(testing::HasSubstr("sorvinfo-kept"))) << "nor its description";
+}
+
+TEST(UpgradeInPlace, IsDoneOnceMoreWhenTheSignalComesInTheMiddle) {
+  Daemon server;
+  server.start();
+  Upgrading upgrading(server);
+  fs::copy_file(builtProgram("sorvinfo"), server.tree() / "bin/next");
+  upgrading.putScript(
+      "#!/bin/sh\nmv \"${0%/*}/next\" \"$0\"\nkill -USR2 $PPID\nexec \"$0\" \"$@\"\n");
+  ASSERT_EQ(upgrading.upgrade(), "");
+  EXPECT_TRUE(waitUntil([&] { return upgrading.told("upgrades") == "2"; })) << server.console();
+}
+
+TEST(UpgradeInPlace, GoesOnAsTheCommandLineSays) {
+  Daemon server;
+  server.start({"-verbose"});
+  Upgrading upgrading(server);
+  for (const char* const name : {"first", "second"}) {
+    ASSERT_EQ(upgrading.upgrade(), "");
+    EXPECT_FALSE(upgrading.tool().knows(name));
+    EXPECT_TRUE(server.logs(name)) << "a verbose one logs each lookup";
+  }
 }
 
 TEST(UpgradeInPlace, ServesOnInTheBackgroundAfterADetachedStart) {
