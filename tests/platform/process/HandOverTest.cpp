@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,6 +66,17 @@ TEST(AskedProgram, FillsNoMoreMemoryThanItsAnswerMay) {
   EXPECT_EQ(answer.fault, "");
 }
 
+// The name server holds SIGUSR2 back in all its threads.
+TEST(AskedProgram, BeginsWithNoSignalHeldBack) {
+  inOwnProcess([] {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+    EXPECT_EQ(answerOf("kill -USR2 $$; echo held back").text, "");
+  });
+}
+
 TEST(AskedProgram, MayBeNone) {
   TemporaryFolder folder;
   writeFile(folder / "text", "no program\n");
@@ -96,14 +108,15 @@ TEST(HandedOverProcess, RunsTheProgramWithItsWordsVariablesAndDescriptors) {
   const Descriptor kept(open((folder / "kept").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   const Descriptor own(open((folder / "own").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   ForkedPart part([&] {
-    const std::string script = "echo \"$0 $1 $KEPT\" >&" + std::to_string(kept.number()) +
+    setenv("OWN", "6", 1);
+    const std::string script = "echo \"$0 $1 $KEPT $OWN\" >&" + std::to_string(kept.number()) +
                                "; if [ -e /dev/fd/" + std::to_string(own.number()) +
                                " ]; then echo own >&" + std::to_string(kept.number()) + "; fi";
     FAIL() << becomeProgram("/bin/sh", {"sh", "-c", script, "name", "word"}, {"KEPT=5"},
                             {kept.number()});
   });
   EXPECT_EQ(part.wait(), 0);
-  EXPECT_EQ(readFile(folder / "kept"), "name word 5\n");
+  EXPECT_EQ(readFile(folder / "kept"), "name word 5 6\n");
 }
 
 TEST(HandedOverProcess, GoesOnAsBeforeWhenTheProgramCannotBeRun) {
@@ -112,17 +125,15 @@ TEST(HandedOverProcess, GoesOnAsBeforeWhenTheProgramCannotBeRun) {
   EXPECT_TRUE(closesOnExec(kept.number()));
 }
 
-TEST(HandedOverProcess, CanKeepAllDescriptorsFromTheNextProgram) {
+TEST(HandedOverProcess, CanKeepAllButTheStandardDescriptorsFromTheNextProgram) {
   TemporaryFolder folder;
   const std::string file = folder / "file";
   ForkedPart part([&] {
     const int open = ::open(file.c_str(), O_RDWR | O_CREAT, 0600);
-    const int report = ::open((folder / "report").c_str(), O_RDWR | O_CREAT, 0600);
+    dup2(::open((folder / "report").c_str(), O_RDWR | O_CREAT, 0600), STDOUT_FILENO);
     closeDescriptorsWhenReplaced();
-    fcntl(report, F_SETFD, 0);
-    const std::string script = "if [ -e /dev/fd/" + std::to_string(open) +
-                               " ]; then echo open; fi >&" + std::to_string(report) +
-                               "; echo end >&" + std::to_string(report);
+    const std::string script =
+        "if [ -e /dev/fd/" + std::to_string(open) + " ]; then echo open; fi; echo end";
     FAIL() << becomeProgram("/bin/sh", {"sh", "-c", script}, {}, {});
   });
   EXPECT_EQ(part.wait(), 0);

@@ -80,6 +80,22 @@ TEST_F(SharedDescriptors, ChildIsAProcessAsAnyOther) {
   });
 }
 
+TEST_F(SharedDescriptors, ChildGetsTheSignalsThatItHoldsBackAndWaitsFor) {
+  inOwnProcess([] {
+    EXPECT_EQ(endOf(cloneSharingDescriptors([] {
+                sigset_t taken;
+                sigemptyset(&taken);
+                sigaddset(&taken, SIGUSR1);
+                pthread_sigmask(SIG_BLOCK, &taken, nullptr);
+                kill(getpid(), SIGUSR1);
+                int number = 0;
+                sigwait(&taken, &number);
+                _exit(number == SIGUSR1 ? 5 : 6);
+              })),
+              5);
+  });
+}
+
 TEST_F(SharedDescriptors, WhatIsBufferedIsWrittenOnce) {
   const PartEnd part = outputOfPart([] {
     printf("once");
