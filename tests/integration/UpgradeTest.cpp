@@ -308,6 +308,7 @@ TEST(UpgradeInPlace, GoesOnAsTheCommandLineSays) {
     EXPECT_FALSE(upgrading.tool().knows(name));
     EXPECT_TRUE(server.logs(name)) << "a verbose one logs each lookup";
   }
+  EXPECT_EQ(timesIn(server.log(), "succeeded. "), 1) << "the lock is taken once";
 }
 
 TEST(UpgradeInPlace, ServesOnInTheBackgroundAfterADetachedStart) {
