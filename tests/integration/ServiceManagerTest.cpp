@@ -1,9 +1,14 @@
 // What the name server tells the service manager that has started it.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "integration/Daemon.h"
 #include "integration/HeldServerLock.h"
 #include "integration/Upgrading.h"
+#include "platform/Descriptor.h"
 #include "support/NotifySocket.h"
 
 namespace sorvane::test {
@@ -32,10 +37,24 @@ TEST(ServiceManagerOfTheDaemon, HearsHowManyNamesAndConnectionsThereAre) {
 TEST(ServiceManagerOfTheDaemon, DoesNotHearThatTheStartIsOverWhileAnotherOneHasTheProcessLock) {
   Daemon first;
   first.start();
+  ASSERT_TRUE(first.hasTakenLock());
   NotifySocket manager;
   Daemon second;
   second.setting("LockDirectory", "\"" + (first.tree() / "lock").string() + "\"");
+  // It ends when it has logged why. Its log takes nothing until the test reads it.
+  const auto file = second.tree() / "Logs/infoserver_log";
+  ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+  const Descriptor log(open(file.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  std::string bytes(1000000, ' ');
+  ASSERT_GT(write(log.number(), bytes.data(), bytes.size()), 0);
   second.launch({"noexit"}, manager.environment());
+  ASSERT_TRUE(second.complains("another infoserver is running on this host"));
+  ASSERT_TRUE(second.answers());
+  kill(second.process(), SIGUSR2);
+  EXPECT_EQ(manager.receive(300ms), std::nullopt);
+  EXPECT_TRUE(second.answers()) << "nor is it upgraded in place";
+  EXPECT_EQ(second.console().find("starts anew"), std::string::npos) << second.console();
+  EXPECT_GT(read(log.number(), bytes.data(), bytes.size()), 0);
   EXPECT_EQ(second.waitForExit(), 0);
   EXPECT_EQ(manager.receive(0ms), std::nullopt);
 }
