@@ -79,6 +79,8 @@ ProgramAnswer askProgram(const std::string& path, const std::vector<std::string>
   if (!pipe.reading.isOpen()) {
     return {{}, "no pipe can be opened for its answer"};
   }
+  // Programs do not expect that their output takes nothing for a moment.
+  fcntl(pipe.writing.number(), F_SETFL, 0);
   ProgramAnswer answer;
   int process = -1;
   try {

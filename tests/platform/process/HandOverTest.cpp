@@ -61,9 +61,12 @@ TEST(AskedProgram, IsNotWaitedForWhenAnotherHoldsItsOutput) {
 }
 
 TEST(AskedProgram, FillsNoMoreMemoryThanItsAnswerMay) {
-  const ProgramAnswer answer = answerOf("head -c 100000 /dev/zero");
+  TemporaryFolder folder;
+  const std::string whole = folder / "whole";
+  const ProgramAnswer answer = answerOf("head -c 1000000 /dev/zero && : > " + whole);
   EXPECT_EQ(answer.text.size(), 4096U);
   EXPECT_EQ(answer.fault, "");
+  EXPECT_EQ(access(whole.c_str(), F_OK), 0) << "what it prints beyond that is read";
 }
 
 // The name server holds SIGUSR2 back in all its threads.
