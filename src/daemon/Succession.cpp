@@ -16,11 +16,13 @@
 #include "platform/ProductVersion.h"
 #include "platform/ProgramFile.h"
 #include "platform/Settings.h"
+#include "platform/Utf8.h"
 
 namespace sorvane {
 namespace {
 
 constexpr const char* kKept = "SORVINFO_KEPT";
+constexpr std::size_t kLongestLine = 400;  // bytes
 
 std::string understands(std::string_view version) {
   return "understands " + std::string(version) + '\n';
@@ -48,6 +50,15 @@ int becomeProgramFile(std::vector<std::string> variables, const std::vector<int>
   return becomeProgram(programFile(), std::move(words), variables, descriptors);
 }
 
+/// Returns the last line in a form for the console and for replies.
+std::string lastLine(std::string_view text) {
+  while (text.ends_with('\n')) {
+    text.remove_suffix(1);
+  }
+  text.remove_prefix(text.rfind('\n') + 1);  // nothing if there is no other line
+  return std::string(utf8Beginning(escapeControls(text), kLongestLine));
+}
+
 std::string textOf(int reason) { return std::generic_category().message(reason); }
 
 }  // namespace
@@ -70,9 +81,13 @@ std::string whyNoSuccessor() {
   if (!answer.fault.empty()) {
     return programFile() + ": " + answer.fault;
   }
-  return answer.text.starts_with(understands(version))
-             ? std::string()
-             : programFile() + " does not understand what this program keeps";
+  if (answer.text.starts_with(understands(version))) {
+    return {};
+  }
+  // Such as that its settings are bad, or that a library is missing.
+  const std::string told = answer.text.empty() ? lastLine(answer.errors) : "";
+  return told.empty() ? programFile() + " does not understand what this program keeps"
+                      : "the new program says: " + told;
 }
 
 namespace {

@@ -12,8 +12,9 @@ namespace sorvane {
 
 /// What a program has printed before it ended.
 struct ProgramAnswer {
-  std::string text;   ///< 4 KiB at most
-  std::string fault;  ///< why there is no whole answer, in words; empty if there is
+  std::string text;    ///< on standard output: the first 4 KiB
+  std::string errors;  ///< on standard error: the first 4 KiB
+  std::string fault;   ///< why there is no whole answer, in words; empty if there is
 };
 
 /// Starts the program and reads what it prints, until it has ended. One that takes longer than

@@ -222,6 +222,11 @@ TEST_F(FailingUpgrade, ToAProgramThatDiesWhileItIsAsked) {
   upgrading_->putScript("#!/bin/sh\nkill -KILL $$\n");
   expectPutOffBecause("does not understand what this program keeps");
 }
+TEST_F(FailingUpgrade, ToAProgramThatPrintsMuchAndAnything) {
+  upgrading_->putScript("#!/bin/sh\necho first >&2; printf 'a\\tb\\377' >&2; printf %9999s >&2\n");
+  expectPutOffBecause("the new program says: a\\x09b\\xff   ");
+}
+
 
 TEST_F(FailingUpgrade, ToAProgramThatHangsWhileItIsAsked) {
   upgrading_->putScript("#!/bin/sh\nexec sleep 1000\n");
@@ -235,8 +240,8 @@ TEST_F(FailingUpgrade, ToAProgramThatCannotBeRunAfterItHasAnswered) {
 
 TEST_F(FailingUpgrade, WithSettingsThatCannotBeRead) {
   const std::string settings = readFile(server_.tree() / "etc/sorvane.conf");
-  writeFile(server_.tree() / "etc/sorvane.conf", "BasePort = \n");
-  expectPutOffBecause("does not understand what this program keeps");
+  writeFile(server_.tree() / "etc/sorvane.conf", "Unknown = 1;\nBasePort = many;\n");
+  expectPutOffBecause("etc/sorvane.conf:2: BasePort: ");
   writeFile(server_.tree() / "etc/sorvane.conf", settings);
 }
 

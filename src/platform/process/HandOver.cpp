@@ -28,27 +28,34 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kMostAnswer = 4096;
 constexpr int kFirstOfOwn = STDERR_FILENO + 1;
 
-/// Reads until the end, or until `end`. Returns whether the end has come.
-bool readToEnd(int descriptor, Clock::time_point end, std::string& text) {
-  for (;;) {
+/// Adds what has come to the text. Returns whether the end has come.
+bool isAtEnd(int descriptor, std::string& text) {
+  char bytes[512];
+  const ssize_t came = read(descriptor, bytes, sizeof bytes);
+  if (came > 0) {
+    text.append(bytes, std::min(static_cast<std::size_t>(came), kMostAnswer - text.size()));
+  }
+  return came == 0 || (came < 0 && errno != EINTR && errno != EAGAIN);
+}
+
+/// Reads what is printed to its end, or until `end`. Returns whether the end has come.
+bool readToEnd(int output, int errors, Clock::time_point end, ProgramAnswer& answer) {
+  pollfd waiting[] = {{output, POLLIN, 0}, {errors, POLLIN, 0}};
+  std::string* const texts[] = {&answer.text, &answer.errors};
+  while (waiting[0].fd >= 0 || waiting[1].fd >= 0) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    pollfd waiting{descriptor, POLLIN, 0};
     if (left.count() <= 0 || withoutInterruption([&] {
-                               return poll(&waiting, 1, static_cast<int>(left.count()));
+                               return poll(waiting, 2, static_cast<int>(left.count()));
                              }) <= 0) {
       return false;
     }
-    char bytes[512];
-    const ssize_t came = read(descriptor, bytes, sizeof bytes);
-    if (came == 0) {
-      return true;
-    }
-    if (came > 0) {
-      text.append(bytes, std::min(static_cast<std::size_t>(came), kMostAnswer - text.size()));
-    } else if (errno != EINTR && errno != EAGAIN) {
-      return false;
+    for (const int each : {0, 1}) {
+      if (waiting[each].revents != 0 && isAtEnd(waiting[each].fd, *texts[each])) {
+        waiting[each].fd = -1;  // is waited for no more
+      }
     }
   }
+  return true;
 }
 
 /// Returns whether the process, a child of this one, has ended by then. It is gone if it has.
@@ -75,21 +82,28 @@ void setCloseOnExec(int descriptor, bool closes) {
 ProgramAnswer askProgram(const std::string& path, const std::vector<std::string>& words,
                          std::chrono::milliseconds limit) {
   const Clock::time_point end = Clock::now() + limit;
-  PipeEnds pipe = openPipe();
-  if (!pipe.reading.isOpen()) {
-    return {{}, "no pipe can be opened for its answer"};
+  PipeEnds output = openPipe();
+  PipeEnds errors = openPipe();
+  ProgramAnswer answer;
+  if (!output.reading.isOpen() || !errors.reading.isOpen()) {
+    answer.fault = "no pipe can be opened for its answer";
+    return answer;
   }
   // Programs do not expect that their output takes nothing for a moment.
-  fcntl(pipe.writing.number(), F_SETFL, 0);
-  ProgramAnswer answer;
+  for (const PipeEnds* const each : {&output, &errors}) {
+    fcntl(each->writing.number(), F_SETFL, 0);
+  }
   int process = -1;
   try {
-    process = spawnProgram(path, words, pipe.writing.number());
+    process = spawnProgram(path, words, output.writing.number(), errors.writing.number());
   } catch (const NSException& failure) {
-    return {{}, failure.what()};
+    answer.fault = failure.what();
+    return answer;
   }
-  pipe.writing.close();
-  if (!readToEnd(pipe.reading.number(), end, answer.text) || !endsBy(process, end)) {
+  output.writing.close();
+  errors.writing.close();
+  if (!readToEnd(output.reading.number(), errors.reading.number(), end, answer) ||
+      !endsBy(process, end)) {
     answer.fault = "it did not answer in time";
     kill(process, SIGKILL);
     withoutInterruption([=] { return waitpid(process, nullptr, 0); });

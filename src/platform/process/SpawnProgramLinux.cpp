@@ -13,10 +13,13 @@ namespace {
 /// Keeps the descriptors and signal settings of this process from the new program.
 class CleanStart {
  public:
-  explicit CleanStart(int output) {
+  CleanStart(int output, int errors) {
     posix_spawn_file_actions_init(&files_);
     if (output >= 0) {
       posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO);
+    }
+    if (errors >= 0) {
+      posix_spawn_file_actions_adddup2(&files_, errors, STDERR_FILENO);
     }
     posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1);
     posix_spawnattr_init(&attributes_);
@@ -44,8 +47,9 @@ class CleanStart {
 
 }  // namespace
 
-int spawnProgram(const std::string& path, const std::vector<std::string>& words, int output) {
-  const CleanStart start(output);
+int spawnProgram(const std::string& path, const std::vector<std::string>& words, int output,
+                 int errors) {
+  const CleanStart start(output, errors);
   std::vector<std::string> all = {path};
   all.insert(all.end(), words.begin(), words.end());
   pid_t process = -1;

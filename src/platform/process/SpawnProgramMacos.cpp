@@ -10,7 +10,8 @@
 
 namespace sorvane {
 
-int spawnProgram(const std::string& path, const std::vector<std::string>& words, int output) {
+int spawnProgram(const std::string& path, const std::vector<std::string>& words, int output,
+                 int errors) {
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -18,6 +19,9 @@ int spawnProgram(const std::string& path, const std::vector<std::string>& words,
   }
   if (output >= 0) {
     posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
+  }
+  if (errors >= 0) {
+    posix_spawn_file_actions_adddup2(&files, errors, STDERR_FILENO);
   }
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);

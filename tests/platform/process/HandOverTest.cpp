@@ -34,6 +34,13 @@ TEST(AskedProgram, TellsWhatItHasPrinted) {
   EXPECT_EQ(answer.fault, "");
 }
 
+TEST(AskedProgram, TellsWhatItHasPrintedOnStandardErrorByItself) {
+  const ProgramAnswer answer = answerOf("echo no >&2; echo understands 1; echo never >&2");
+  EXPECT_EQ(answer.text, "understands 1\n");
+  EXPECT_EQ(answer.errors, "no\nnever\n");
+  EXPECT_EQ(answerOf("exec >&-; echo no >&2").errors, "no\n");
+}
+
 TEST(AskedProgram, MayDieWithoutAnAnswer) {
   const ProgramAnswer answer = answerOf("kill -KILL $$");
   EXPECT_EQ(answer.text, "");
@@ -63,8 +70,10 @@ TEST(AskedProgram, IsNotWaitedForWhenAnotherHoldsItsOutput) {
 TEST(AskedProgram, FillsNoMoreMemoryThanItsAnswerMay) {
   TemporaryFolder folder;
   const std::string whole = folder / "whole";
-  const ProgramAnswer answer = answerOf("head -c 1000000 /dev/zero && : > " + whole);
+  const ProgramAnswer answer = answerOf(
+      "head -c 1000000 /dev/zero && head -c 1000000 /dev/zero >&2 && : > " + whole);
   EXPECT_EQ(answer.text.size(), 4096U);
+  EXPECT_EQ(answer.errors.size(), 4096U);
   EXPECT_EQ(answer.fault, "");
   EXPECT_EQ(access(whole.c_str(), F_OK), 0) << "what it prints beyond that is read";
 }
