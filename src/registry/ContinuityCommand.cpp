@@ -2,6 +2,9 @@
 
 #include <string>
 
+#include "platform/RunningProgram.h"
+#include "registry/SecondsText.h"
+
 namespace sorvane {
 
 Outcome continuity(CommandContext& context) {
@@ -12,6 +15,8 @@ Outcome continuity(CommandContext& context) {
   context.reply.text("crashes", std::to_string(figures.crashes));
   context.reply.text("attempts", std::to_string(figures.attempts));
   context.reply.text("refused", figures.refused);
+  context.reply.text("begun", SecondsText(programBegun()).view());
+  context.reply.text("process", std::to_string(processNumber()));
   return Reply::written();
 }
 

@@ -6,7 +6,8 @@
 namespace sorvane {
 
 /// "continuity": tells whether this is the same registry as before, and what it has gone through.
-/// Reply {"result": "succeed", "instance", "upgrades", "crashes", "attempts", "refused"}.
+/// Reply {"result": "succeed", "instance", "upgrades", "crashes", "attempts", "refused", "begun",
+/// "process"}.
 Outcome continuity(CommandContext& context);
 
 }  // namespace sorvane

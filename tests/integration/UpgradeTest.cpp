@@ -11,15 +11,16 @@
 #include "integration/DaemonProcess.h"
 #include "integration/LookupLoad.h"
 #include "integration/Upgrading.h"
+#include "platform/TimeSource.h"
 #include "support/OwnNamespaces.h"
-
 #include "support/TestedBuild.h"
+
 namespace sorvane::test {
 namespace {
 
 namespace fs = std::filesystem;
-
 using namespace std::chrono_literals;
+
 constexpr int kRegistrations = 1000;
 constexpr int kWatchers = 200;
 constexpr int kWaiting = 20;
@@ -145,8 +146,8 @@ TEST(UpgradeInPlace, TwentyInARowUnderLoadLoseNothing) {
   std::cout << "longest silence: " << longest.count() / 1000.0 << " ms with "
             << kRegistrations + kWatchers + kWaiting + 50 << " connections, " << load.replies()
             << " lookups\n";
-
   EXPECT_LT(longest, areTestedWithoutSanitizers() ? 2s : 10s);
+
   speaker.end();
   EXPECT_FALSE(speaker.isWrong());
   EXPECT_GT(speaker.replies(), 0);
@@ -221,15 +222,15 @@ TEST_F(FailingUpgrade, ToAProgramThatDoesNotUnderstand) {
   expectPutOffBecause("does not understand what this program keeps");
 }
 
-TEST_F(FailingUpgrade, ToAProgramThatDiesWhileItIsAsked) {
-  upgrading_->putScript("#!/bin/sh\nkill -KILL $$\n");
-  expectPutOffBecause("does not understand what this program keeps");
-}
 TEST_F(FailingUpgrade, ToAProgramThatPrintsMuchAndAnything) {
   upgrading_->putScript("#!/bin/sh\necho first >&2; printf 'a\\tb\\377' >&2; printf %9999s >&2\n");
   expectPutOffBecause("the new program says: a\\x09b\\xff   ");
 }
 
+TEST_F(FailingUpgrade, ToAProgramThatDiesWhileItIsAsked) {
+  upgrading_->putScript("#!/bin/sh\nkill -KILL $$\n");
+  expectPutOffBecause("does not understand what this program keeps");
+}
 
 TEST_F(FailingUpgrade, ToAProgramThatHangsWhileItIsAsked) {
   upgrading_->putScript("#!/bin/sh\nexec sleep 1000\n");
@@ -269,6 +270,21 @@ TEST(UpgradeInPlace, KeepsPreferencesThatAFullDiskDidNotTake) {
     upgrading.tool().acts("set_userpreferences", {{"key", "bert"}, {"databases", "db1"}});
     EXPECT_THAT(readFile(server.tree() / "Users/SorvPreferences"), testing::HasSubstr(change));
   });
+}
+
+TEST(UpgradeInPlace, TellsWhenTheProgramThatServesBegan) {
+  const double before = timeIntervalSinceReferenceDate();
+  Daemon server;
+  server.start();
+  Upgrading upgrading(server);
+  const double first = std::stod(upgrading.told("begun"));
+  EXPECT_GE(first, before);
+  EXPECT_LE(first, timeIntervalSinceReferenceDate());
+  EXPECT_EQ(upgrading.told("process"), std::to_string(server.process()));
+  const double between = timeIntervalSinceReferenceDate();
+  ASSERT_EQ(upgrading.upgrade(), "");
+  EXPECT_GE(std::stod(upgrading.told("begun")), between);
+  EXPECT_EQ(upgrading.told("process"), std::to_string(server.process()));
 }
 
 TEST(UpgradeInPlace, KeepsTheLockOfTheHost) {

@@ -1,10 +1,13 @@
 // What the name server has gone through: noted, handed on, and told.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 
+#include "platform/RunningProgram.h"
 #include "registry/CommandServer.h"
 #include "registry/Continuity.h"
+#include "registry/SecondsText.h"
 
 namespace sorvane::test {
 namespace {
@@ -93,7 +96,7 @@ TEST_F(ContinuityCommand, TellsTheRegistryAndWhatItHasGoneThrough) {
   Peer tool(server_);
   const auto begun = tool.sends({{"action", "continuity"}});
   ASSERT_TRUE(begun);
-  EXPECT_EQ(keysOf(begun), "result instance upgrades crashes attempts refused ");
+  EXPECT_EQ(keysOf(begun), "result instance upgrades crashes attempts refused begun process ");
   EXPECT_EQ(begun->text("result"), "succeed");
   EXPECT_EQ(begun->text("instance"), server_.registry.instance());
   EXPECT_EQ(begun->text("instance")->size(), 32U);
@@ -101,6 +104,8 @@ TEST_F(ContinuityCommand, TellsTheRegistryAndWhatItHasGoneThrough) {
     EXPECT_EQ(begun->text(counter), "0") << counter;
   }
   EXPECT_EQ(begun->text("refused"), "");
+  EXPECT_EQ(begun->text("begun"), SecondsText(programBegun()).view());
+  EXPECT_EQ(begun->text("process"), std::to_string(getpid()));
 
   restore(server_.continuity, keptForm({11, 22, 33, "not now"}));
   EXPECT_EQ(tool.action("continuity", "upgrades"), "11");

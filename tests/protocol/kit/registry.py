@@ -16,6 +16,7 @@ SETTINGS = ("changePreferences", "startDatabases", "loginDisplay", "databases")
 VERSION = "1.0.0 (build #1) 11.20.2026"
 PLATFORM = "reference"
 ETHERNET = "02:00:00:00:00:01"
+BEGUN, PROCESS = "817000000.000000", "4711"
 HOST_INFO = ("testhost", ETHERNET, "192.0.2.10", VERSION, PLATFORM)
 
 class Refused(Exception):
@@ -435,7 +436,9 @@ class Registry:
         count = "" if self.fault("a count is no number") else count
         refused = "" if not self.fault("a refusal is told that there was not") else "no"
         told = self._texts(("instance", instance), ("upgrades", count), ("crashes", count), ("attempts", count),
-                           ("refused", None if self.fault("continuity tells no refusal") else refused))
+                           ("refused", None if self.fault("continuity tells no refusal") else refused),
+                           ("begun", BEGUN if not self.fault("a program begins without a time") else ""),
+                           ("process", PROCESS if not self.fault("a process has no number") else ""))
         return self._result("success" if self.fault("continuity replies with success") else "succeed") + told
 
     def _do_terminate(self, record: Record, values: dict, request: Entries) -> Entries:
