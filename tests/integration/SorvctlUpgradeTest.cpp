@@ -51,6 +51,13 @@ TEST_F(SorvctlUpgrade, WaitsForTheNewProgramAndTellsBothVersions) {
   EXPECT_TRUE(server().isRunning());
 }
 
+TEST_F(SorvctlUpgrade, TellsThatTheVersionIsTheSame) {
+  starts("repeats");
+  const Outcome outcome = tool({"upgrade"});
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_EQ(outcome.output, "upgraded in place, still version 1.0: the settings were read anew\n");
+}
+
 TEST_F(SorvctlUpgrade, ConnectsAnewIfTheConnectionDoesNotSurvive) {
   starts("drops");
   const Outcome outcome = tool({"upgrade"});
@@ -82,7 +89,7 @@ TEST_F(SorvctlUpgrade, TellsThatItHasNotBegun) {
 
 TEST_F(SorvctlUpgrade, SendsNoSignalToAnEarlierRelease) {
   starts("earlier");
-  expectFailure(tool({"upgrade"}), 1,
+  expectFailure(tool({"upgrade"}), 4,
                 "is of a release that cannot be upgraded in place: restart it");
   EXPECT_TRUE(server().isRunning());
 }
@@ -117,7 +124,7 @@ TEST_F(SorvctlUpgradeWhereTheSystemTells, OfALockThatAStrangerHoldsSendsNoSignal
   EXPECT_EQ(kill(stranger.process(), 0), 0);
 }
 
-TEST_F(SorvctlUpgradeWhereTheSystemTells, SendsNoSignalToAProcessThatDidNotAnswer) {
+TEST_F(SorvctlUpgrade, SendsNoSignalToAProcessThatDidNotAnswer) {
   starts("upgrades");
   // Of an earlier release, with a lock of its own, which the settings name by mistake.
   const FreePorts others;

@@ -11,7 +11,8 @@ namespace {
 
 constexpr const char* kStatuses =
     "Status: 0 done, 1 the server said no (not found, failed, no reply), 2 wrong usage, 3 server "
-    "not reached.\n'sorvctl COMMAND --help' tells about a command.";
+    "not reached, 4 the server must be restarted, as no upgrade in place is possible.\n"
+    "'sorvctl COMMAND --help' tells about a command.";
 
 /// Takes the first word off a command's name.
 std::string_view takeWord(std::string_view& name) {

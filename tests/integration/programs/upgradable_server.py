@@ -6,8 +6,10 @@ At SIGUSR2 it executes itself anew, as the same process with the same lock and c
 it does otherwise:
 
   upgrades    that
+  repeats     that, and it tells the same version
   drops       that, and every connection ends
   refuses     it tells a reason, some questions later
+  delays      so it does at first, and then it upgrades
   hangs       it begins, and does not finish
   ignores     nothing: it does not begin, and tells the reason of an earlier attempt
   dies        the signal ends it
@@ -22,9 +24,12 @@ import signal
 import socket
 import struct
 import sys
+import time
 
 FRAME, ENTRY = struct.Struct(">2sBBI"), struct.Struct(">HI")
 QUESTIONS_BEFORE_A_REFUSAL = 2
+REFUSALS_OF_A_DELAY = 2
+SECONDS_TO_2001 = 978307200
 
 
 def take_request(buffer: bytearray) -> dict[str, str] | None:
@@ -56,6 +61,7 @@ class Server:
         self.refused = "an earlier reason" if does == "ignores" else ""
         self.instance = "0123456789abcdef" * 2
         self.questions = None  # since the signal
+        self.begun = f"{time.time() - SECONDS_TO_2001:.6f}"
         self.selector = selectors.DefaultSelector()
         connections: list[str] = []
         if kept:
@@ -89,7 +95,8 @@ class Server:
         self.attempts += 1
         self.refused = ""
         self.questions = 0
-        if self.does in ("upgrades", "drops", "begins"):
+        delay_is_over = self.does == "delays" and self.attempts > REFUSALS_OF_A_DELAY
+        if self.does in ("upgrades", "repeats", "drops", "begins") or delay_is_over:
             kept = [self.lock, self.listener.fileno(), self.upgrades, *(each.fileno() for each in self.connections())]
             for descriptor in [*kept[:2], *kept[3:]]:
                 os.set_inheritable(descriptor, True)
@@ -98,14 +105,16 @@ class Server:
     def reply(self, request: dict[str, str]) -> dict[str, str]:
         action = request.get("action", "")
         if action == "hostInfo":
-            return {"result": f"host|02:00:5e:10:00:07|192.0.2.7|1.{self.upgrades}|system"}
+            version = "1.0" if self.does == "repeats" else f"1.{self.upgrades}"
+            return {"result": f"host|02:00:5e:10:00:07|192.0.2.7|{version}|system"}
         elif action == "continuity" and self.does != "earlier":
             if self.questions is not None:
                 self.questions += 1
-                if self.does == "refuses" and self.questions > QUESTIONS_BEFORE_A_REFUSAL:
+                if self.does in ("refuses", "delays") and self.questions > QUESTIONS_BEFORE_A_REFUSAL:
                     self.refused = "the new program does not know\nversion 7"
             return {"result": "succeed", "instance": self.instance, "upgrades": str(self.upgrades), "crashes": "0",
-                    "attempts": str(self.attempts), "refused": self.refused}
+                    "attempts": str(self.attempts), "refused": self.refused, "begun": self.begun,
+                    "process": str(os.getpid())}
         return {}
 
     def read(self, connection: socket.socket, buffer: bytearray) -> None:

@@ -2,7 +2,6 @@
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <memory>
@@ -13,7 +12,6 @@
 #include <thread>
 
 #include "platform/SystemProcess.h"
-#include "platform/TcpPort.h"
 #include "platform/VNFileLock.h"
 #include "platform/VNHost.h"
 #include "sorvctl/Command.h"
@@ -76,30 +74,6 @@ bool hasEnded(int process) {
                                                              : look.holder != process;
 }
 
-/// Throws a Failure if what listens on the port is known to be another process: what that has
-/// answered does not tell what a signal would do to this one.
-void requireListener(int port, const sorvane::SystemProcess& process) {
-  const auto use = sorvane::useOfTcpPort(port);
-  if (!use) {
-    return;
-  }
-  const auto isOther = [&](const sorvane::TcpListener& each) {
-    if (!each.process || *each.process == process.number) {
-      return false;
-    }
-    // The one that holds the lock may keep watch over the one that serves.
-    const auto other = sorvane::systemProcess(*each.process);
-    return !other || other->parent != process.number;
-  };
-  if (!use->listeners.empty() &&
-      std::all_of(use->listeners.begin(), use->listeners.end(), isOther)) {
-    throw Failure(Status::saidNo, "port " + std::to_string(port) + " is served by process " +
-                                      std::to_string(*use->listeners.front().process) +
-                                      ", and not by " + doctor::nameOf(process) +
-                                      ", which holds the lock of this host");
-  }
-}
-
 void signalUpgrade(const sorvane::SystemProcess& process) {
   if (kill(process.number, SIGUSR2) == 0) {
     return;
@@ -130,7 +104,7 @@ class Upgrade {
   void run() {
     // A moment before the signal once more: the process may have ended, and its number with it.
     process_ = lockHolder();
-    requireListener(session_.basePort(), process_);
+    requireAnswerOfProcess();
     signalUpgrade(process_);
     const Progress progress("waiting for the upgrade of " + doctor::nameOf(process_));
     while (!look()) {
@@ -147,18 +121,29 @@ class Upgrade {
     printLine(
         session_,
         {{"process", process_.number}, {"from", from_}, {"to", to}, {"upgrades", after_.upgrades}},
-        "upgraded from " + from_ + " to " + to);
+        to == from_ ? "upgraded in place, still version " + to + ": the settings were read anew"
+                    : "upgraded from " + from_ + " to " + to);
   }
 
  private:
   Continuity ask() {
     const auto told = readContinuity(session_);
     if (!told) {
-      throw Failure(Status::saidNo, doctor::nameOf(process_) +
-                                        " is of a release that cannot be upgraded in place: "
-                                        "restart it");
+      throw Failure(Status::needsRestart, doctor::nameOf(process_) +
+                                              " is of a release that cannot be upgraded in place: "
+                                              "restart it");
     }
     return *told;
+  }
+
+  /// What another process has answered does not tell what a signal would do to this one.
+  void requireAnswerOfProcess() const {
+    if (!isAnswerOf(process_, before_)) {
+      throw Failure(Status::saidNo, "port " + std::to_string(session_.basePort()) +
+                                        " is served by process " + std::to_string(before_.process) +
+                                        ", and not by " + doctor::nameOf(process_) +
+                                        ", which holds the lock of this host");
+    }
   }
 
   /// Returns whether another program goes on. Throws a Failure when none will.
