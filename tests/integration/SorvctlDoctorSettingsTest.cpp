@@ -65,6 +65,17 @@ TEST_F(SorvctlDoctorSettings, ThatAreNewerThanTheNameServerAreTold) {
   EXPECT_EQ(host->examine().found(), Ids{"settings-newer"});
 }
 
+TEST_F(SorvctlDoctorSettings, ThatTheNameServerHasReadAnewAreNot) {
+  host->startServer();
+  fs::last_write_time(file(), fs::file_time_type::clock::now() + std::chrono::seconds(2));
+  EXPECT_EQ(host->examine().found(), Ids{"settings-newer"});
+  // At the latest when the time of that change has come.
+  EXPECT_TRUE(waitUntil([&] {
+    EXPECT_EQ(host->sorvctl({"upgrade"}).status, 0);
+    return host->examine().found().empty();
+  }));
+}
+
 TEST_F(SorvctlDoctorSettings, WithoutRoomForARequestAreTold) {
   host->server.setting("MaxUnfinishedBytes", "2097152");  // twice MaxMessageBytes
   host->startServer();

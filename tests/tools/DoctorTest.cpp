@@ -1,9 +1,11 @@
 // The parts of `sorvctl doctor` that need no host: the table of findings, the running of checks,
 // and what checks make of systems and moments that a test cannot bring about.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <filesystem>
 #include <future>
 #include <set>
@@ -195,6 +197,34 @@ TEST(DoctorSettings, OfTwoFilesAreDoubtful) {
   EXPECT_EQ(idsOf(report), Ids{"settings-two-files"});
   EXPECT_EQ(report.findings[0].what,
             (folder / "one").string() + " is read, so " + (folder / "other").string() + " is not");
+}
+
+TEST(DoctorSettings, AreReadWhenTheProgramBeganIfTheNameServerTells) {
+  const sorvane::test::TemporaryFolder folder;
+  sorvane::test::writeFile(folder / "conf", "BasePort = 20221;\n");
+  const auto now = std::chrono::system_clock::now();
+  auto environment = healthyEnvironment();
+  environment->settings.candidates = {(folder / "conf").string()};
+  environment->settings.file = environment->settings.candidates.front();
+  environment->listener = process(getpid(), "sorvinfo");
+  environment->listener->started = now - std::chrono::hours(1);
+  EXPECT_EQ(idsOf(checkSettings(*environment)), Ids{"settings-newer"});
+  Continuity told;
+  told.begun = now;
+  told.process = getpid();
+  environment->answer.continuity = told;
+  EXPECT_EQ(idsOf(checkSettings(*environment)), Ids{});
+  if (sorvane::systemProcess(getpid())->parent) {  // not every system tells it
+    environment->listener->number = getppid();
+    EXPECT_EQ(idsOf(checkSettings(*environment)), Ids{}) << "a child serves";
+  }
+  environment->listener->number = 1 << 30;
+  EXPECT_EQ(idsOf(checkSettings(*environment)), Ids{"settings-newer"}) << "another one answers";
+  told.process = environment->listener->number;
+  told.begun = now - std::chrono::hours(1);
+  environment->listener->started = now;
+  environment->answer.continuity = told;
+  EXPECT_EQ(idsOf(checkSettings(*environment)), Ids{"settings-newer"});
 }
 
 /// A system that tells nothing about its processes and ports.

@@ -52,6 +52,9 @@ ServerAnswer askServer(int port, std::chrono::milliseconds limit) {
     const auto info = hostInfoOf(std::string(reply->text("result").value_or("")));
     answer.version = info ? info->version : "";
   }
+  if (const auto reply = connection.sendDictionary({{"action", "continuity"}})) {
+    answer.continuity = continuityOf(*reply);
+  }
   return answer;
 }
 

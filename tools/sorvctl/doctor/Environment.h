@@ -11,6 +11,7 @@
 #include "platform/SystemProcess.h"
 #include "platform/TcpPort.h"
 #include "platform/VNFileLock.h"
+#include "sorvctl/Continuity.h"
 
 namespace sorvctl::doctor {
 
@@ -27,9 +28,10 @@ struct SettingsLook {
 /// What came of asking the name server at the base port.
 struct ServerAnswer {
   bool connected = false;
-  bool answered = false;  ///< it replied to a ping as a name server does
-  std::string failure;    ///< why it did not, in words
-  std::string version;    ///< empty if it does not tell it
+  bool answered = false;                   ///< it replied to a ping as a name server does
+  std::string failure;                     ///< why it did not, in words
+  std::string version;                     ///< empty if it does not tell it
+  std::optional<Continuity> continuity{};  ///< nothing if it does not tell it
 };
 
 /// Tests make one of their own. Constant while checks run.

@@ -28,9 +28,16 @@ std::string seen(const SettingsLook& settings) {
              : settings.file + ", settings: " + std::to_string(settings.reading.lines.size());
 }
 
+/// When the name server has read its settings: when its program began, which may be later than its
+/// process. Nothing if that is not known.
+std::optional<system_clock::time_point> lastReading(const std::optional<Continuity>& told,
+                                                    const sorvane::SystemProcess& server) {
+  return told && isAnswerOf(server, *told) ? told->begun : server.started;
+}
+
 /// Compares what the name server has read with what is there.
-void compareWithServer(const SettingsLook& settings, const sorvane::SystemProcess& server,
-                       Report& report) {
+void compareWithServer(const SettingsLook& settings, const std::optional<Continuity>& told,
+                       const sorvane::SystemProcess& server, Report& report) {
   if (server.executable.empty()) {
     report.unseen.push_back(
         {"which settings file the name server reads",
@@ -47,7 +54,8 @@ void compareWithServer(const SettingsLook& settings, const sorvane::SystemProces
     }
   }
   const auto changed = lastChange(settings.file);
-  if (changed && server.started && *changed > *server.started + kTolerance) {
+  const auto read = lastReading(told, server);
+  if (changed && read && *changed > *read + kTolerance) {
     report.findings.push_back(finding(kinds::settingsNewer, {{"file", settings.file}}));
   }
 }
@@ -80,7 +88,7 @@ Report checkSettings(const Environment& environment) {
         finding(kinds::settingsMemory, {{"bytes", std::to_string(values.maxUnfinishedBytes)}}));
   }
   if (const auto* server = environment.server()) {
-    compareWithServer(settings, *server, report);
+    compareWithServer(settings, environment.answer.continuity, *server, report);
   }
   return report;
 }
