@@ -66,8 +66,8 @@ class Server:
         connections: list[str] = []
         if kept:
             self.lock, listener = int(kept[0]), int(kept[1])
-            self.upgrades = self.attempts = int(kept[2]) + 1
-            connections = list(kept[3:])
+            self.upgrades, self.attempts = int(kept[2]) + 1, int(kept[3])
+            connections = list(kept[4:])
             if does == "drops":
                 for each in connections:
                     os.close(int(each))
@@ -97,9 +97,10 @@ class Server:
         self.questions = 0
         delay_is_over = self.does == "delays" and self.attempts > REFUSALS_OF_A_DELAY
         if self.does in ("upgrades", "repeats", "drops", "begins") or delay_is_over:
-            kept = [self.lock, self.listener.fileno(), self.upgrades, *(each.fileno() for each in self.connections())]
-            for descriptor in [*kept[:2], *kept[3:]]:
+            descriptors = [each.fileno() for each in self.connections()]
+            for descriptor in [self.lock, self.listener.fileno(), *descriptors]:
                 os.set_inheritable(descriptor, True)
+            kept = [self.lock, self.listener.fileno(), self.upgrades, self.attempts, *descriptors]
             os.execv(sys.executable, [sys.executable, *sys.argv[:4], *map(str, kept)])
 
     def reply(self, request: dict[str, str]) -> dict[str, str]:

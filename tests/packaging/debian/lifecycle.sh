@@ -157,19 +157,31 @@ upgrade_of() {
   within_limit sorvctl ping
 }
 
+upgrades() { sorvctl --json host-info | sed -n 's/.*"upgrades":"\([0-9]*\)".*/\1/p'; }
+
 promise 'a name server that can be upgraded in place is'
 upgrade_of upgrades
 is "$(cat /run/unit) $(asked reload) $(asked restart)" "$before 1 0"
 holds test -e "/proc/$before"
-is "$(sorvctl --json host-info | sed -n 's/.*"upgrades":"\([0-9]*\)".*/\1/p')" 1
+is "$(upgrades)" 1
 
-promise 'one that refuses is restarted'
+promise 'one that puts the upgrade off is asked again'
+upgrade_of delays
+is "$(cat /run/unit) $(asked reload) $(asked restart)" "$before 1 0"
+holds test -e "/proc/$before"
+is "$(upgrades)" 1
+holds test -z "$(grep 'has not been upgraded' /tmp/dpkg.log)"
+
+promise 'one that puts it off every time goes on as it is, and the administrator is told what to do'
 upgrade_of refuses
-is "$(asked reload) $(asked restart)" '1 1'
-holds test ! -e "/proc/$before"
-is "$(readlink "/proc/$(cat /run/unit)/exe")" /usr/sbin/sorvinfo
+is "$(cat /run/unit) $(asked reload) $(asked restart)" "$before 1 0"
+holds test -e "/proc/$before"
+is "$(state_of sorvinfo)" "installed $version"
+is "$(sorvctl --json send action=continuity | sed -n 's/.*"attempts":"\([0-9]*\)".*/\1/p')" 5
+holds grep -q '^The reason: .*the new program does not know' /tmp/dpkg.log
+holds grep -q '^When the reason is gone, run this: sorvctl upgrade$' /tmp/dpkg.log
 
-promise 'and so is one of an earlier release'
+promise 'one of an earlier release is restarted'
 upgrade_of earlier
 is "$(asked reload) $(asked restart)" '1 1'
 holds test ! -e "/proc/$before"
