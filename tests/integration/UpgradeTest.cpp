@@ -11,6 +11,7 @@
 #include "integration/DaemonProcess.h"
 #include "integration/LookupLoad.h"
 #include "integration/Upgrading.h"
+#include "integration/WatchedDaemon.h"
 #include "platform/TimeSource.h"
 #include "support/OwnNamespaces.h"
 #include "support/TestedBuild.h"
@@ -285,6 +286,20 @@ TEST(UpgradeInPlace, TellsWhenTheProgramThatServesBegan) {
   ASSERT_EQ(upgrading.upgrade(), "");
   EXPECT_GE(std::stod(upgrading.told("begun")), between);
   EXPECT_EQ(upgrading.told("process"), std::to_string(server.process()));
+}
+
+class UpgradeOfAWatchedServer : public SurviveCrashes {};
+
+TEST_F(UpgradeOfAWatchedServer, BeginsAProgramAndADeathDoesNot) {
+  server_.start();
+  Upgrading upgrading(server_);
+  const std::string begun = upgrading.told("begun");
+  EXPECT_EQ(upgrading.told("process"), std::to_string(serving()));
+  diesOf(SIGKILL);
+  EXPECT_EQ(upgrading.told("begun"), begun) << "the next process has the settings of that one";
+  EXPECT_EQ(upgrading.told("process"), std::to_string(serving()));
+  ASSERT_EQ(upgrading.upgrade(), "");
+  EXPECT_GT(std::stod(upgrading.told("begun")), std::stod(begun));
 }
 
 TEST(UpgradeInPlace, KeepsTheLockOfTheHost) {
