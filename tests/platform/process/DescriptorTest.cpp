@@ -28,7 +28,7 @@ TEST(WriteAll, TellsWhyItFailed) {
 }
 
 TEST(Descriptor, HasANumberBelowTheEnd) {
-  inOwnProcess([] {
+  test::inOwnProcess([] {
     const rlimit limit{40, 40};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_EQ(endOfDescriptors(), 40U);
