@@ -63,6 +63,12 @@ template <typename Integer>
 struct State {
   std::uint64_t v0, v1, v2, v3;
 
+  explicit State(const SipKey& key)
+      : v0(key.low ^ 0x736f6d6570736575U),
+        v1(key.high ^ 0x646f72616e646f6dU),
+        v2(key.low ^ 0x6c7967656e657261U),
+        v3(key.high ^ 0x7465646279746573U) {}
+
   void round() {
     v0 += v1;
     v1 = std::rotl(v1, 13) ^ v0;
@@ -83,23 +89,31 @@ struct State {
     }
     v0 ^= block;
   }
+  template <int rounds>
+  void absorbWholeBlocks(std::string_view text) {
+    const char* at = text.data();
+    for (std::size_t blocks = text.size() / 8; blocks > 0; --blocks, at += 8) {
+      absorb<rounds>(loadLittleEndian<std::uint64_t>(at));
+    }
+  }
+  /// Returns the hash of a text of so many bytes whose whole blocks have been absorbed.
+  template <int blockRounds, int endRounds>
+  [[nodiscard]] std::uint64_t finish(std::uint64_t bytes, std::uint64_t tail) {
+    absorb<blockRounds>(bytes << 56 | tail);
+    v2 ^= 0xff;
+    for (int i = 0; i < endRounds; ++i) {
+      round();
+    }
+    return v0 ^ v1 ^ v2 ^ v3;
+  }
 };
 
 /// The hash with `blockRounds` rounds a block and `endRounds` at the end.
 template <int blockRounds, int endRounds>
 [[nodiscard]] inline std::uint64_t hash(const SipKey& key, std::string_view text) {
-  State state = {key.low ^ 0x736f6d6570736575U, key.high ^ 0x646f72616e646f6dU,
-                 key.low ^ 0x6c7967656e657261U, key.high ^ 0x7465646279746573U};
-  const char* at = text.data();
-  for (std::size_t blocks = text.size() / 8; blocks > 0; --blocks, at += 8) {
-    state.absorb<blockRounds>(loadLittleEndian<std::uint64_t>(at));
-  }
-  state.absorb<blockRounds>(std::uint64_t{text.size()} << 56 | loadTail(text));
-  state.v2 ^= 0xff;
-  for (int i = 0; i < endRounds; ++i) {
-    state.round();
-  }
-  return state.v0 ^ state.v1 ^ state.v2 ^ state.v3;
+  State state(key);
+  state.absorbWholeBlocks<blockRounds>(text);
+  return state.finish<blockRounds, endRounds>(text.size(), loadTail(text));
 }
 
 }  // namespace sip
@@ -107,5 +121,39 @@ template <int blockRounds, int endRounds>
 [[nodiscard]] inline std::uint64_t sipHash13(const SipKey& key, std::string_view text) {
   return sip::hash<1, 3>(key, text);
 }
+
+/// The same hash of a text that comes in pieces. One thread at a time.
+class SipHash13 {
+ public:
+  explicit SipHash13(const SipKey& key) : state_(key) {}
+
+  /// Adds the next piece, of any length.
+  void add(std::string_view piece) {
+    const std::size_t waiting = bytes_ % 8;
+    bytes_ += piece.size();
+    if (waiting > 0) {
+      const std::string_view first = piece.substr(0, 8 - waiting);
+      tail_ |= sip::loadTail(first) << (8 * waiting);
+      if (waiting + first.size() < 8) {
+        return;
+      }
+      state_.absorb<1>(tail_);
+      piece.remove_prefix(first.size());
+    }
+    state_.absorbWholeBlocks<1>(piece);
+    tail_ = sip::loadTail(piece);
+  }
+  /// Returns the hash of all pieces so far, one behind the other. More may be added.
+  [[nodiscard]] std::uint64_t value() const {
+    return sip::State(state_).finish<1, 3>(bytes_, tail_);
+  }
+  /// Number of bytes so far.
+  [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
+
+ private:
+  sip::State state_;
+  std::uint64_t bytes_ = 0;
+  std::uint64_t tail_ = 0;  // the bytes beyond the last whole block, little-endian
+};
 
 }  // namespace sorvane

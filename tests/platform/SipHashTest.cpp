@@ -91,6 +91,32 @@ TEST(SipHash, ReadsTextsOfEveryLengthAndPlaceAsTheyAre) {
   }
 }
 
+TEST(SipHash, IsTheSameForATextThatComesInPieces) {
+  const std::string text = counting(41);
+  const auto cut = [&](std::size_t begin, std::size_t end) {
+    return std::string_view(text).substr(begin, end - begin);
+  };
+  for (std::size_t length = 0; length <= text.size(); ++length) {
+    const std::uint64_t whole = sipHash13(kCountingKey, cut(0, length));
+    for (std::size_t first = 0; first <= length; ++first) {
+      for (std::size_t second = first; second <= length; ++second) {
+        SipHash13 hash(kCountingKey);
+        hash.add(cut(0, first));
+        EXPECT_EQ(hash.value(), sipHash13(kCountingKey, cut(0, first)));
+        hash.add(cut(first, second));
+        hash.add(cut(second, length));
+        EXPECT_EQ(hash.value(), whole) << first << ' ' << second << ' ' << length;
+        EXPECT_EQ(hash.bytes(), length);
+      }
+    }
+    SipHash13 byteByByte(kCountingKey);
+    for (std::size_t i = 0; i < length; ++i) {
+      byteByByte.add(cut(i, i + 1));
+    }
+    EXPECT_EQ(byteByByte.value(), whole) << length;
+  }
+}
+
 TEST(SipHash, CountsTheLengthOfAText) {
   EXPECT_NE(sipHash13(kCountingKey, std::string(3, '\0')),
             sipHash13(kCountingKey, std::string(4, '\0')));
