@@ -3,7 +3,7 @@
 #include <bit>
 #include <limits>
 
-#include "platform/SipHash.h"
+#include "platform/KeptFile.h"
 
 namespace sorvane {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view kMark = "sorvkept";
 constexpr std::size_t kVersionBytes = 4;
 constexpr std::size_t kLengthBytes = 8;
-constexpr std::size_t kHeaderBytes = kMark.size() + kVersionBytes + 2 * kLengthBytes;
+static_assert(kKeptHeaderBytes == kMark.size() + kVersionBytes + 2 * kLengthBytes);
 constexpr int kGroupBits = 7;
 constexpr std::uint64_t kGroup = (1 << kGroupBits) - 1;
 constexpr int kFirstDescriptor = 3;
@@ -36,21 +36,36 @@ std::uint64_t readFixed(std::string_view bytes) {
 
 }  // namespace
 
-std::string keptHeader(std::string_view body) {
+SipHash13 beginKeptCheckSum() { return SipHash13(kCheckKey); }
+
+std::string keptHeader(const SipHash13& checkSum) {
   std::string header(kMark);
   appendFixed(header, kKeptVersion, kVersionBytes);
-  appendFixed(header, body.size(), kLengthBytes);
-  appendFixed(header, sipHash13(kCheckKey, body), kLengthBytes);
+  appendFixed(header, checkSum.bytes(), kLengthBytes);
+  appendFixed(header, checkSum.value(), kLengthBytes);
   return header;
+}
+
+std::string keptHeader(std::string_view body) {
+  SipHash13 checkSum = beginKeptCheckSum();
+  checkSum.add(body);
+  return keptHeader(checkSum);
 }
 
 void KeptWriter::real(double value) {
   appendFixed(body_, std::bit_cast<std::uint64_t>(value), sizeof value);
+  handOnPiece();
 }
 
 void KeptWriter::descriptor(int number) {
   this->number(static_cast<std::uint64_t>(number));
   descriptors_.push_back(number);
+}
+
+void KeptWriter::handOn(std::string_view next) {
+  file_->take(body_);
+  body_.clear();
+  file_->take(next);
 }
 
 void KeptWriter::clear() {
@@ -70,7 +85,7 @@ KeptReader KeptReader::ofBody(std::string_view body) {
 }
 
 KeptReader::KeptReader(std::string_view description) {
-  if (description.size() < kHeaderBytes || !description.starts_with(kMark)) {
+  if (description.size() < kKeptHeaderBytes || !description.starts_with(kMark)) {
     throw KeptFault("this is no description of what was kept");
   }
   std::string_view header = description.substr(kMark.size());
@@ -82,7 +97,7 @@ KeptReader::KeptReader(std::string_view description) {
   const std::uint64_t version = take(kVersionBytes);
   const std::uint64_t bytes = take(kLengthBytes);
   const std::uint64_t checkSum = take(kLengthBytes);
-  rest_ = description.substr(kHeaderBytes);
+  rest_ = description.substr(kKeptHeaderBytes);
   if (version < 1 || version > kKeptVersion) {
     throw KeptFault("what was kept has version " + std::to_string(version) +
                     ", which this program does not know");

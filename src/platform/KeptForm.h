@@ -13,14 +13,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/NSException.h"
+#include "platform/SipHash.h"
 
 namespace sorvane {
+
+class KeptFile;
 
 /// The version that this program writes. It reads this one and all before it. Each change of what
 /// is written gets a new one: docs/continuity.md tells how.
@@ -32,24 +36,41 @@ class KeptFault : public NSException {
   using NSException::NSException;
 };
 
+/// Length of each header, in bytes.
+inline constexpr std::size_t kKeptHeaderBytes = 28;
+
+/// Returns the check sum of a body that has no bytes yet; add them.
+[[nodiscard]] SipHash13 beginKeptCheckSum();
+/// Returns the header of a description whose body has that check sum.
+[[nodiscard]] std::string keptHeader(const SipHash13& checkSum);
 /// Returns the header of a description with that body.
 [[nodiscard]] std::string keptHeader(std::string_view body);
 
-/// Writes a description. Raises std::bad_alloc if there is no memory. One thread at a time.
+/// Writes a description, in memory; the one of a `KeptFile` hands the body on to it in pieces.
+/// Raises std::bad_alloc if there is no memory. One thread at a time.
 class KeptWriter {
  public:
+  /// A writer in memory.
+  KeptWriter() = default;
+
   void number(std::uint64_t value) {
     for (; value >= 0x80; value >>= 7) {
       body_ += static_cast<char>(value | 0x80);
     }
     body_ += static_cast<char>(value);
+    handOnPiece();
   }
   void flag(bool value) { number(value ? 1 : 0); }
   /// Any value, also one that is no number; read back bit by bit.
   void real(double value);
   void text(std::string_view value) {
     number(value.size());
+    if (value.size() >= pieceBytes_) {
+      handOn(value);
+      return;
+    }
     body_ += value;
+    handOnPiece();
   }
   void optionalText(const std::optional<std::string_view>& value) {
     flag(value.has_value());
@@ -67,13 +88,28 @@ class KeptWriter {
 
   /// Returns the descriptors that were written, in their order. The next program must inherit them.
   [[nodiscard]] const std::vector<int>& descriptors() const { return descriptors_; }
+  /// Returns what is in memory: all of the body, unless pieces of it were handed on.
   [[nodiscard]] std::string_view body() const { return body_; }
   /// Returns the header that goes before the body. The caller writes both: a body may be long.
   [[nodiscard]] std::string header() const { return keptHeader(body_); }
 
  private:
+  friend class KeptFile;
+
+  KeptWriter(KeptFile& file, std::size_t pieceBytes) : file_(&file), pieceBytes_(pieceBytes) {}
+
+  void handOnPiece() {
+    if (body_.size() >= pieceBytes_) [[unlikely]] {
+      handOn({});
+    }
+  }
+  /// Hands on what is in memory, and a text behind it.
+  void handOn(std::string_view next);
+
   std::string body_;
   std::vector<int> descriptors_;
+  KeptFile* file_ = nullptr;
+  std::size_t pieceBytes_ = std::numeric_limits<std::size_t>::max();
 };
 
 /// Reads a description, or a part of one. Believes nothing: each function raises KeptFault if there
