@@ -92,14 +92,8 @@ std::string whyNoSuccessor() {
 
 namespace {
 
-/// Returns the reason if that failed; `file` has it otherwise.
-std::string write(const KeptWriter& kept, Descriptor& file) {
-  file = openMemoryFile();
-  std::error_code failure = file.isOpen() ? writeAll(file.number(), kept.header())
-                                          : std::error_code(errno, std::generic_category());
-  if (!failure) {
-    failure = writeAll(file.number(), kept.body());
-  }
+std::string finish(KeptFile& kept) {
+  const std::error_code failure = kept.finish();
   return failure ? "what is kept cannot be written: " + failure.message() : std::string();
 }
 
@@ -112,20 +106,17 @@ std::string becomeSuccessor(int memoryFile, std::vector<int> descriptors) {
 
 }  // namespace
 
-std::string handOver(const KeptWriter& kept) {
-  Descriptor file;
-  const std::string failure = write(kept, file);
-  return failure.empty() ? becomeSuccessor(file.number(), kept.descriptors()) : failure;
+std::string handOver(KeptFile& kept) {
+  const std::string failure = finish(kept);
+  return failure.empty() ? becomeSuccessor(kept.descriptor(), kept.descriptors()) : failure;
 }
 
-Descriptor leaveForSuccessor(const KeptWriter& kept, std::string& reason) {
-  Descriptor file;
-  reason = write(kept, file);
-  if (!reason.empty()) {
-    return {};
+std::string leaveForSuccessor(KeptFile& kept) {
+  std::string failure = finish(kept);
+  if (failure.empty()) {
+    leaveOpenInNextProgram(kept.descriptors());
   }
-  leaveOpenInNextProgram(kept.descriptors());
-  return file;
+  return failure;
 }
 
 std::string handOverFile(int memoryFile) { return becomeSuccessor(memoryFile, {}); }

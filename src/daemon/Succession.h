@@ -17,7 +17,7 @@
 #include <string>
 
 #include "platform/HandOver.h"
-#include "platform/KeptForm.h"
+#include "platform/KeptFile.h"
 
 namespace sorvane {
 
@@ -40,14 +40,14 @@ void waitForUpgradeSignal();
 /// `kAnswerLimit` at most.
 [[nodiscard]] std::string whyNoSuccessor();
 
-/// Makes the program file take the place of this program and hands over what was written. Returns
-/// only on failure, with the reason in words; everything is as before then.
-[[nodiscard]] std::string handOver(const KeptWriter& kept);
+/// Makes the program file take the place of this program and hands over what was written, which it
+/// finishes. Returns only on failure, with the reason in words; everything is as before then.
+[[nodiscard]] std::string handOver(KeptFile& kept);
 
-/// Puts what was written into a file in memory, and lets the next program that takes the place of a
-/// process with this table of descriptors have all that belongs to it. Returns the descriptor of
-/// the file, or none and the reason in words.
-[[nodiscard]] Descriptor leaveForSuccessor(const KeptWriter& kept, std::string& reason);
+/// Finishes what was written, and lets the next program that takes the place of a process with this
+/// table of descriptors inherit all that it speaks of, but for the file itself. Returns why that
+/// failed, in words; empty if it did not.
+[[nodiscard]] std::string leaveForSuccessor(KeptFile& kept);
 /// Makes the program file take the place of this program, and hands over what another process has
 /// left so. Returns only on failure, with the reason in words.
 [[nodiscard]] std::string handOverFile(int memoryFile);

@@ -51,9 +51,9 @@ std::string sorvkeyController::upgrade(RunningServer& server) {
     return "a request has waited for a lock or a disk for too long";
   }
   try {
-    KeptWriter writer;
-    keep(writer, server);
-    reason = lastWish_ == nullptr ? handOver(writer) : handOverToWatching(writer);
+    KeptFile file;
+    keep(file.writer(), server);
+    reason = lastWish_ == nullptr ? handOver(file) : handOverToWatching(file);
   } catch (const std::bad_alloc&) {
     reason = "there is no memory for what is to be kept";
   }
@@ -63,13 +63,12 @@ std::string sorvkeyController::upgrade(RunningServer& server) {
 
 // Another program would leave the table of descriptors that is shared with the watching process,
 // which would then hold each connection open for ever. So that one is replaced.
-std::string sorvkeyController::handOverToWatching(const KeptWriter& writer) {
-  std::string reason;
-  Descriptor file = leaveForSuccessor(writer, reason);
-  if (file.isOpen()) {
-    lastWish_->handOver(file.release());
+std::string sorvkeyController::handOverToWatching(KeptFile& file) {
+  std::string failure = leaveForSuccessor(file);
+  if (failure.empty()) {
+    lastWish_->handOver(file.descriptor());
   }
-  return reason;
+  return failure;
 }
 
 // A member that is added later does not compile here until somebody has decided what becomes of it.

@@ -28,6 +28,7 @@
 
 namespace sorvane {
 
+class KeptFile;
 class LastWish;
 class ServiceManager;
 class Survival;
@@ -193,7 +194,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   void endContinuation();
   /// Leaves what was written to the watching process, which makes the program file take its place.
   /// Returns only on failure, as `upgrade` does.
-  [[nodiscard]] std::string handOverToWatching(const KeptWriter& writer);
+  [[nodiscard]] std::string handOverToWatching(KeptFile& file);
   void noteLockTaken();
   /// Makes the lock that the watching process has taken its own, if there is one.
   void shareProcessLock();

@@ -1,6 +1,7 @@
 // Upgrades in place: the program is replaced in its process, and nobody notices.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -248,6 +249,17 @@ TEST_F(FailingUpgrade, WithSettingsThatCannotBeRead) {
   writeFile(server_.tree() / "etc/sorvane.conf", "Unknown = 1;\nBasePort = many;\n");
   expectPutOffBecause("etc/sorvane.conf:2: BasePort: ");
   writeFile(server_.tree() / "etc/sorvane.conf", settings);
+}
+
+TEST_F(FailingUpgrade, WhenWhatIsKeptIsLongerThanAFileMayBe) {
+  Client large(server_);
+  large.acts("set_userpreferences", {{"key", "anna"}, {"databases", std::string(200000, 'x')}});
+  rlimit before{};
+  ASSERT_EQ(prlimit(server_.process(), RLIMIT_FSIZE, nullptr, &before), 0);
+  const rlimit small{.rlim_cur = 100000, .rlim_max = before.rlim_max};
+  ASSERT_EQ(prlimit(server_.process(), RLIMIT_FSIZE, &small, nullptr), 0);
+  expectPutOffBecause("what is kept cannot be written: File too large");
+  ASSERT_EQ(prlimit(server_.process(), RLIMIT_FSIZE, &before, nullptr), 0);
 }
 
 TEST(UpgradeInPlace, KeepsPreferencesThatAFullDiskDidNotTake) {

@@ -9,6 +9,7 @@
 
 #include "nameserver/NameServer.h"
 #include "platform/HandOver.h"
+#include "platform/KeptFile.h"
 #include "platform/VNFileLock.h"
 #include "support/ForkedPart.h"
 
@@ -21,14 +22,12 @@ class Continuation : public NameServerTest {
   /// Call it in a process of its own.
   template <typename Write>
   std::string faultOf(Write&& write) {
-    KeptWriter writer;
-    write(writer);
-    Descriptor file = openMemoryFile();
-    EXPECT_FALSE(writeAll(file.number(), writer.header()));
-    EXPECT_FALSE(writeAll(file.number(), writer.body()));
+    KeptFile file;
+    write(file.writer());
+    EXPECT_FALSE(file.finish());
     NameServer server;
     try {
-      server.continueConnection(false, std::make_unique<MappedFile>(std::move(file)));
+      server.continueConnection(false, std::make_unique<MappedFile>(file.descriptor()));
     } catch (const KeptFault& fault) {
       return fault.what();
     }
