@@ -1,20 +1,18 @@
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
+#include <stdlib.h>
 #include <unistd.h>
-
-#include <string>
 
 #include "platform/HandOver.h"
 #include "platform/SharedMemory.h"
 
 namespace sorvane {
 
+// A plain file without a name: what `shm_open` returns need not take `write`.
 Descriptor openMemoryFile() {
-  const std::string name = "/sorvinfo-kept-" + std::to_string(getpid());
-  Descriptor file(shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR));
+  char name[] = "/tmp/sorvinfo-kept-XXXXXX";
+  Descriptor file(mkstemp(name));
   if (file.isOpen()) {
-    shm_unlink(name.c_str());
+    unlink(name);
     fcntl(file.number(), F_SETFD, FD_CLOEXEC);
   }
   return file;
