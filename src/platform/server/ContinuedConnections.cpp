@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include "platform/server/ServerConnection.h"
@@ -14,10 +15,19 @@ namespace {
 
 using Made = std::vector<std::unique_ptr<ServerConnection>>;
 
-bool hasOption(int descriptor, int option, int expected) {
+/// Returns the value of a socket's option; none if that is no socket.
+std::optional<int> optionOf(int descriptor, int option) {
   int value = 0;
   socklen_t bytes = sizeof value;
-  return getsockopt(descriptor, SOL_SOCKET, option, &value, &bytes) == 0 && value == expected;
+  return getsockopt(descriptor, SOL_SOCKET, option, &value, &bytes) == 0 ? std::optional(value)
+                                                                         : std::nullopt;
+}
+
+/// Whether that is a stream socket that listens, or one that does not.
+bool isStream(int descriptor, bool listens) {
+  // What is true has the value 1 on some systems, and any but 0 on others.
+  const std::optional<int> listening = optionOf(descriptor, SO_ACCEPTCONN);
+  return optionOf(descriptor, SO_TYPE) == SOCK_STREAM && listening && (*listening != 0) == listens;
 }
 
 void checkDescriptor(int descriptor, bool isListener) {
@@ -26,8 +36,7 @@ void checkDescriptor(int descriptor, bool isListener) {
     return flags >= 0 && fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == 0 &&
            fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
   };
-  if (!hasOption(descriptor, SO_TYPE, SOCK_STREAM) ||
-      !hasOption(descriptor, SO_ACCEPTCONN, isListener ? 1 : 0) || !setFlags()) {
+  if (!isStream(descriptor, isListener) || !setFlags()) {
     throw KeptFault("what was kept has a descriptor, " + std::to_string(descriptor) +
                     (isListener ? ", that is no listening socket" : ", that is no connection"));
   }
