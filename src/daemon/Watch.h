@@ -72,10 +72,10 @@ struct WatchedProgram {
   /// Returns only on failure, with the reason in words.
   std::function<std::string(int memoryFile)> handOver;
   /// Called when a serving process has died; null: nothing is.
-  std::function<void()> afterDeath;
+  std::function<void()> afterDeath = {};
   /// Called before another one starts anew, when all that the one before had open is closed; null:
   /// nothing is.
-  std::function<void()> beforeNewStart;
+  std::function<void()> beforeNewStart = {};
   /// The file that the program before has handed over, with Internet sockets; negative: none has.
   int handedOver = -1;
 };

@@ -49,6 +49,12 @@ struct Report {
   int number = 0;  ///< what the test wants to know
 };
 
+/// What the watching process does between two serving ones.
+struct Between {
+  std::function<void()> afterDeath = {};
+  std::function<void()> beforeNewStart = {};
+};
+
 /// A process that keeps watch, in a part of the test.
 class Watched {
  public:
@@ -57,7 +63,8 @@ class Watched {
 
   /// Each serving process says that it starts, does what `serve` does, and waits then.
   explicit Watched(const Serve& serve = {}, const std::function<void()>& before = {},
-                   const std::function<std::string(int)>& handOver = {}, int handedOver = -1) {
+                   const std::function<std::string(int)>& handOver = {}, int handedOver = -1,
+                   const Between& between = {}) {
     int ends[2];
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     told_ = Descriptor(ends[0]);
@@ -86,6 +93,8 @@ class Watched {
                        }
                      },
                  .handOver = handOver,
+                 .afterDeath = between.afterDeath,
+                 .beforeNewStart = between.beforeNewStart,
                  .handedOver = handedOver});
     });
   }
@@ -347,6 +356,31 @@ TEST_F(Watch, ServingProcessMayWishThatAnotherOneStartsAnew) {
     EXPECT_EQ(report->number, 3) << "those of the one before are closed";
   }
   EXPECT_EQ(watched.console(), "");
+}
+
+TEST_F(Watch, CallerIsToldOfDeathsAndOfNewStartsBeforeTheNextProcess) {
+  const SharedCount deaths;
+  const SharedCount newStarts;
+  const SharedCount starts;
+  pid_t telling = 0;
+  const Watched watched(
+      [&](const ServingStart& start, const auto& say) {
+        say(deaths.next() * 10 + newStarts.next());
+        if (starts.next() == 4) {
+          start.lastWish->startAnew();
+        }
+      },
+      [&] { telling = getpid(); }, {}, -1,
+      {.afterDeath = [&] { getpid() == telling ? deaths.next() : 0; },
+       .beforeNewStart = [&] { getpid() == telling ? newStarts.next() : 0; }});
+  // Asking counts, too: once in each process.
+  for (const int expected : {0, 21, 42, 64, 85, 97}) {
+    ASSERT_TRUE(watched.next());
+    const auto report = watched.next();
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->number, expected);
+    kill(report->process, SIGKILL);
+  }
 }
 
 TEST_F(Watch, WhatAServingProcessHandsOverTakesTheWatchingOneToTheNextProgram) {
