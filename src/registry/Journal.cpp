@@ -4,20 +4,61 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "platform/Console.h"
+#include "platform/NSException.h"
 #include "platform/NetConnection.h"
-#include "registry/PortTable.h"
+#include "registry/Registry.h"
 
 namespace sorvane {
 namespace {
 
-constexpr std::size_t kGrowth = std::size_t{1} << 20;
+constexpr std::size_t kGrowth = std::size_t{1} << 18;
 
 void storeWord(char* at, std::uint64_t value, int order) {
   auto* const word = reinterpret_cast<std::uint64_t*>(at);
   order == __ATOMIC_RELEASE ? __atomic_store_n(word, value, __ATOMIC_RELEASE)
                             : __atomic_store_n(word, value, __ATOMIC_RELAXED);
+}
+
+void keepConnection(KeptWriter& writer, const Journal::Bound& bound, std::size_t connection,
+                    const PortTable& table) {
+  const PortDescriptor& record = *bound[connection];
+  writer.number(connection);
+  if (record.holdings().entries > 0) {
+    writer.number(std::uint64_t{table.oldestOf(record)} + 1);
+  } else {
+    writer.number(0);
+    record.keep(writer, KeptPart::inJournal);
+  }
+}
+
+// Returns a file with that base and room for entries, or null. `end` is where they begin then.
+std::shared_ptr<MemoryFile> fileWith(std::string_view header, std::string_view body,
+                                     std::size_t& end) {
+  const std::size_t baseBytes = header.size() + body.size();
+  end = journal::roundedUp(journal::kAtBase + baseBytes);
+  auto file = std::make_shared<MemoryFile>();
+  if (!file->isOpen() || !file->growTo(end + kGrowth)) {
+    return nullptr;
+  }
+  char* const at = file->bytes();
+  std::memcpy(at, journal::kMark.data(), journal::kMark.size());
+  std::memcpy(at + journal::kAtBase, header.data(), header.size());
+  std::memcpy(at + journal::kAtBase + header.size(), body.data(), body.size());
+  storeWord(at + journal::kAtBaseBytes, baseBytes, __ATOMIC_RELAXED);
+  storeWord(at + journal::kAtEnd, end, __ATOMIC_RELAXED);
+  return file;
+}
+
+std::vector<std::string_view> bytesOf(const std::vector<std::shared_ptr<MemoryFile>>& files) {
+  std::vector<std::string_view> bytes;
+  for (const auto& file : files) {
+    bytes.emplace_back(file->bytes(), file->size());
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -31,12 +72,43 @@ JournalMemory::JournalMemory(std::size_t descriptors)
   static_assert(sizeof(Block) % alignof(Mark) == 0);
 }
 
-Journal::Journal(JournalMemory& memory, std::size_t leastBytes)
-    : memory_(memory), leastBytes_(leastBytes) {}
+std::vector<int> JournalMemory::files() const {
+  std::vector<int> descriptors;
+  for (const auto& file : block_->files[block_->current.load(std::memory_order_acquire) & 1]) {
+    if (const int descriptor = file.load(std::memory_order_relaxed) - 1; descriptor >= 0) {
+      descriptors.push_back(descriptor);
+    }
+  }
+  return descriptors;
+}
+
+int JournalMemory::file() const {
+  const Files& files = block_->files[block_->current.load(std::memory_order_acquire) & 1];
+  return files.front().load(std::memory_order_relaxed) - 1;
+}
+
+void JournalMemory::setFiles(const std::vector<std::shared_ptr<MemoryFile>>& files) {
+  const std::uint32_t other = 1 - (block_->current.load(std::memory_order_relaxed) & 1);
+  for (std::size_t index = 0; index < kMostFiles; ++index) {
+    block_->files[other][index].store(index < files.size() ? files[index]->descriptor() + 1 : 0,
+                                      std::memory_order_relaxed);
+  }
+  block_->current.store(other, std::memory_order_release);
+}
+
+Journal::Journal(JournalMemory& memory, const Sizes& sizes) : memory_(memory), sizes_(sizes) {}
 
 Journal::~Journal() {
+  if (thread_.joinable()) {
+    {
+      const std::lock_guard<std::mutex> hold(filesLock_);
+      isEnding_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+  }
   if (file_ != nullptr) {
-    memory_.block_->file.store(0, std::memory_order_release);
+    memory_.setFiles({});
   }
 }
 
@@ -221,39 +293,27 @@ void Journal::keepWatching(int connection, const PortDescriptor& record) {
   mark.times.store(watching.times, std::memory_order_relaxed);
 }
 
-void Journal::keepConnections(KeptWriter& writer, const PortTable& table) const {
+void Journal::keepConnections(KeptWriter& writer, const Bound& bound, const PortTable& table) {
   writer.number(static_cast<std::uint64_t>(
-      std::ranges::count_if(bound_, [](const auto* record) { return record != nullptr; })));
+      std::ranges::count_if(bound, [](const auto* record) { return record != nullptr; })));
   // Records and slots are scattered over the memory. Fetching those of a slice at the same time
   // takes a fraction of fetching one after the other.
   constexpr std::size_t kSlice = 64;
-  for (std::size_t first = 0; first < bound_.size(); first += kSlice) {
-    const std::size_t last = std::min(first + kSlice, bound_.size());
+  for (std::size_t first = 0; first < bound.size(); first += kSlice) {
+    const std::size_t last = std::min(first + kSlice, bound.size());
     for (std::size_t connection = first; connection < last; ++connection) {
-      __builtin_prefetch(bound_[connection]);
+      __builtin_prefetch(bound[connection]);
     }
     for (std::size_t connection = first; connection < last; ++connection) {
-      if (bound_[connection] != nullptr) {
-        table.prefetchOldestOf(*bound_[connection]);
+      if (bound[connection] != nullptr) {
+        table.prefetchOldestOf(*bound[connection]);
       }
     }
     for (std::size_t connection = first; connection < last; ++connection) {
-      if (bound_[connection] != nullptr) {
-        keepConnection(writer, connection, table);
+      if (bound[connection] != nullptr) {
+        keepConnection(writer, bound, connection, table);
       }
     }
-  }
-}
-
-void Journal::keepConnection(KeptWriter& writer, std::size_t connection,
-                             const PortTable& table) const {
-  const PortDescriptor& record = *bound_[connection];
-  writer.number(connection);
-  if (record.holdings().entries > 0) {
-    writer.number(std::uint64_t{table.oldestOf(record)} + 1);
-  } else {
-    writer.number(0);
-    record.keep(writer, KeptPart::inJournal);
   }
 }
 
@@ -262,31 +322,116 @@ void Journal::begin(const KeptWriter& base) {
     return;
   }
   const std::string header = base.header();
-  const std::string_view body = base.body();
-  const std::size_t baseBytes = header.size() + body.size();
-  const std::size_t end = journal::roundedUp(journal::kAtBase + baseBytes);
-  auto file = std::make_unique<MemoryFile>();
-  if (!file->isOpen() || !file->growTo(end + kGrowth)) {
+  std::size_t end = 0;
+  Files files = {fileWith(header, base.body(), end)};
+  if (files.front() == nullptr) {
     cannotBegin();
     return;
   }
+  std::vector<int> ofProcessBefore;
   if (file_ == nullptr) {
     forgetOtherConnections();
+    ofProcessBefore = memory_.files();
   }
-  char* const at = file->bytes();
-  std::memcpy(at, journal::kMark.data(), journal::kMark.size());
-  std::memcpy(at + journal::kAtBase, header.data(), header.size());
-  std::memcpy(at + journal::kAtBase + header.size(), body.data(), body.size());
-  storeWord(at + journal::kAtBaseBytes, baseBytes, __ATOMIC_RELAXED);
-  storeWord(at + journal::kAtEnd, end, __ATOMIC_RELAXED);
-  const int former =
-      memory_.block_->file.exchange(file->descriptor() + 1, std::memory_order_acq_rel) - 1;
-  const bool isOfProcessBefore = file_ == nullptr && former >= 0;
-  const Descriptor formerFile(isOfProcessBefore ? former : -1);  // closed
-  file_ = std::move(file);
-  baseBytes_ = baseBytes;
+  file_ = files.front();
   end_ = end;
-  longAt_ = end + std::max(leastBytes_, baseBytes);
+  {
+    const std::lock_guard<std::mutex> hold(filesLock_);
+    files_.swap(files);
+    memory_.setFiles(files_);
+    baseBytes_ = header.size() + base.body().size();
+    longAt_ = end + roomBehind(baseBytes_);
+  }
+  for (const int file : ofProcessBefore) {
+    const Descriptor closed(file);
+  }
+}
+
+std::size_t Journal::roomBehind(std::size_t baseBytes) const {
+  return std::max(baseBytes, sizes_.least - std::min(sizes_.least, baseBytes));
+}
+
+void Journal::startThread(const RegistryLimits& limits) {
+  try {
+    thread_ = std::thread([this, limits] { writeBases(limits); });
+  } catch (const std::system_error&) {
+    // The system has no further thread.
+  }
+}
+
+// The files that are there already are only read from now on. If the thread has failed the last
+// time, it gets what it had then and more. If it has failed twice, there is no place for another
+// file, and the base is made of the registry itself.
+bool Journal::beginOnThread(std::uint64_t bytes) {
+  if (bytes <= sizes_.quick || !thread_.joinable() || isWritingBase()) {
+    return false;
+  }
+  try {
+    std::size_t end = 0;
+    Files files;  // destroyed without the lock
+    auto file = fileWith("", "", end);
+    if (file == nullptr) {
+      return false;
+    }
+    const std::lock_guard<std::mutex> hold(filesLock_);
+    if (files_.size() == JournalMemory::kMostFiles) {
+      return false;
+    }
+    toRead_ = files_;
+    files_.reserve(JournalMemory::kMostFiles);
+    files_.push_back(file);
+    memory_.setFiles(files_);
+    isWriting_ = true;
+    longAt_ = sizes_.meanwhile;
+    file_.swap(file);
+    end_ = end;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  changed_.notify_one();
+  return true;
+}
+
+bool Journal::isWritingBase() const {
+  const std::lock_guard<std::mutex> hold(filesLock_);
+  return isWriting_;
+}
+
+void Journal::writeBases(const RegistryLimits& limits) {
+  std::unique_lock<std::mutex> hold(filesLock_);
+  for (;;) {
+    changed_.wait(hold, [&] { return !toRead_.empty() || isEnding_; });
+    if (isEnding_) {
+      return;
+    }
+    Files read = std::exchange(toRead_, {});
+    hold.unlock();
+    std::size_t end = 0;
+    std::size_t baseBytes = 0;
+    std::shared_ptr<MemoryFile> file;
+    try {
+      const KeptWriter base = Registry::journalBase(bytesOf(read), memory_.descriptors(), limits);
+      const std::string header = base.header();
+      baseBytes = header.size() + base.body().size();
+      file = fileWith(header, base.body(), end);
+    } catch (const NSException&) {     // NOLINT(bugprone-empty-catch): the files stay as they are
+    } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): the same
+    }
+    hold.lock();
+    isWriting_ = false;
+    // Meanwhile journalling may have ended, and the base may have been written at once.
+    const bool isWanted = files_.size() == read.size() + 1 && files_.front() == read.front();
+    if (file != nullptr && isWanted) {
+      files_ = {file, files_.back()};
+      memory_.setFiles(files_);
+      baseBytes_ = baseBytes;
+      longAt_ = journal::kAtBase + roomBehind(baseBytes);
+    }
+    hold.unlock();
+    file.reset();
+    read.clear();
+    hold.lock();
+  }
 }
 
 // The process before has left the marks of connections that have not gone on.
@@ -304,7 +449,8 @@ void Journal::cannotBegin() {
     endBecause("there is no memory for it");
     return;
   }
-  longAt_ = end_ + leastBytes_;
+  const std::lock_guard<std::mutex> hold(filesLock_);
+  longAt_ = end_ + std::max(sizes_.least, std::size_t{1});
 }
 
 // A console line may wait for a disk, and locks are held here.
@@ -314,9 +460,18 @@ void Journal::endBecause(const char* reason) {
   }
   hasEnded_ = true;
   isPrepared_ = false;
-  const int former = memory_.block_->file.exchange(0, std::memory_order_acq_rel) - 1;
-  const Descriptor formerFile(file_ == nullptr ? former : -1);  // closed
+  if (file_ == nullptr) {
+    for (const int file : memory_.files()) {
+      const Descriptor closed(file);
+    }
+  }
   file_.reset();
+  Files files;  // destroyed without the lock
+  {
+    const std::lock_guard<std::mutex> hold(filesLock_);
+    files_.swap(files);
+    memory_.setFiles({});
+  }
   try {
     const std::string line = "the journal of the registry has ended: " + std::string(reason) +
                              ". If the serving process dies, clients must register again.";

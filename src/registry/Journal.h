@@ -4,13 +4,17 @@
 // it lies in memory, and Registry::replay reads it.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <bit>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "platform/KeptForm.h"
@@ -22,9 +26,10 @@
 namespace sorvane {
 
 class PortTable;
+struct RegistryLimits;
 
-/// Where a journal is found after the death of the process that has written it: the descriptor of
-/// its file, the few values that change too often for entries, and what each connection knows of
+/// Where a journal is found after the death of the process that has written it: the descriptors of
+/// its files, the few values that change too often for entries, and what each connection knows of
 /// the watch list. Make it before that process is forked. All processes that use it must share
 /// their descriptors. One of them at a time may write.
 class JournalMemory {
@@ -33,16 +38,24 @@ class JournalMemory {
   explicit JournalMemory(std::size_t descriptors);
 
   [[nodiscard]] std::size_t descriptors() const { return descriptors_; }
-  /// Returns the descriptor of the journal's file; negative: there is no journal.
-  [[nodiscard]] int file() const { return block_->file.load(std::memory_order_acquire) - 1; }
+  /// Returns the descriptors of the journal's files, the one with the base first. None: there is no
+  /// journal.
+  [[nodiscard]] std::vector<int> files() const;
+  /// Returns the first of them; negative: there is no journal.
+  [[nodiscard]] int file() const;
 
  private:
   friend class Journal;
   friend class JournalReader;
 
+  // With a base, with the entries up to the next base, and with those since that one was begun.
+  static constexpr std::size_t kMostFiles = 3;
+  using Files = std::array<std::atomic<std::int32_t>, kMostFiles>;  // descriptor and 1; 0: none
+
   // All zero at first.
   struct Block {
-    std::atomic<std::int32_t> file;            // the descriptor and 1; 0: there is no journal
+    std::atomic<std::uint32_t> current;  // which of the two next ones counts
+    std::array<Files, 2> files;
     std::atomic<std::uint32_t> marks;          // how many of the marks were ever used
     std::atomic<std::uint64_t> timesSetDirty;  // of the watch list
     std::atomic<std::uint64_t> changesTold;    // how many changes watchers were told of
@@ -55,6 +68,8 @@ class JournalMemory {
     std::atomic<std::uint32_t> times;
     std::atomic<std::uint32_t> isDirty;
   };
+  // Makes these the journal by one store. Not synchronised.
+  void setFiles(const std::vector<std::shared_ptr<MemoryFile>>& files);
   [[nodiscard]] Mark& markOf(std::size_t connection) const { return marks_[connection]; }
 
   const std::size_t descriptors_;
@@ -66,13 +81,27 @@ class JournalMemory {
 /// Writes the journal of a registry. The registry's inner lock guards it, except where noted. If
 /// there is no memory for it, or if something cannot be told, journalling ends: the memory has no
 /// journal then, and the console is told once. Nothing raises.
+///
+/// A base is written anew when the entries have become too many: at once by the thread that has
+/// written the last entry if the registry is small, otherwise by a thread of the journal's own.
+/// That one reads the files as the next process would after a death. Meanwhile the entries go to
+/// another file.
 class Journal {
  public:
-  /// The entries become a part of the base when they take more than that and more than the base.
-  static constexpr std::size_t kLeastBytes = std::size_t{1} << 20;
+  /// When the base is written anew, and how.
+  struct Sizes {
+    /// Base and entries take at least that then, bytes, and the entries more than the base.
+    std::size_t least = std::size_t{5} << 19;
+    /// The journal's own thread writes the base of a registry that takes more, bytes.
+    std::size_t quick = std::size_t{1} << 20;
+    /// The entries that are written while that thread is at work take less, bytes: when they become
+    /// more, the base is written at once.
+    std::size_t meanwhile = std::size_t{1} << 26;
+  };
 
-  explicit Journal(JournalMemory& memory, std::size_t leastBytes = kLeastBytes);
-  /// The memory has no journal then. A process that dies destroys nothing.
+  explicit Journal(JournalMemory& memory) : Journal(memory, Sizes()) {}
+  Journal(JournalMemory& memory, const Sizes& sizes);
+  /// The memory has no journal then. A process that dies or exits destroys nothing.
   ~Journal();
   Journal(const Journal&) = delete;
   Journal& operator=(const Journal&) = delete;
@@ -122,22 +151,39 @@ class Journal {
   // ---- The base: see Registry::beginJournal
 
   /// Returns true when the base should be written anew.
-  [[nodiscard]] bool isLong() const { return end_ >= longAt_ && !hasEnded_; }
+  [[nodiscard]] bool isLong() const {
+    return end_ >= longAt_.load(std::memory_order_relaxed) && !hasEnded_;
+  }
   /// Writes what comes before the registry.
   void keepChanges(KeptWriter& writer) const {
-    writer.reserve(baseBytes_ + baseBytes_ / 8);
+    const std::size_t before = baseBytes_.load(std::memory_order_relaxed);
+    writer.reserve(before + before / 8);
     writer.number(changes_);
   }
   /// Writes the connections that have registered something, with their records.
-  void keepConnections(KeptWriter& writer, const PortTable& table) const;
-  /// Begins a new file with that base, and lets the file before go. A process that dies meanwhile
-  /// leaves one of them whole.
+  void keepConnections(KeptWriter& writer, const PortTable& table) const {
+    keepConnections(writer, bound_, table);
+  }
+  using Bound = std::vector<const PortDescriptor*>;  ///< by the descriptors of the connections
+  static void keepConnections(KeptWriter& writer, const Bound& bound, const PortTable& table);
+  /// Begins a new file with that base, and lets the files before go. A process that dies meanwhile
+  /// leaves one or the other whole.
   void begin(const KeptWriter& base);
   /// Goes on with the file before, if there is one.
   void cannotBegin();
 
+  /// Starts the thread that writes the bases of a registry with these limits. Without it, all bases
+  /// are written at once.
+  void startThread(const RegistryLimits& limits);
+  /// Lets that thread write the base of a registry that takes so many bytes. Returns false if the
+  /// caller should write it: the registry is small, or the thread has failed or is too slow.
+  [[nodiscard]] bool beginOnThread(std::uint64_t bytes);
+  /// True from `beginOnThread` until the thread has done that, or has failed. Any thread.
+  [[nodiscard]] bool isWritingBase() const;
+
  private:
   using Entry = journal::Entry;
+  using Files = std::vector<std::shared_ptr<MemoryFile>>;
 
   [[nodiscard]] bool isBound(int connection, const PortDescriptor& record);
   template <typename Fill>
@@ -145,23 +191,35 @@ class Journal {
   template <typename Fill>
   void write(Entry kind, Fill&& fill);
   void writeRegistration(Entry kind, int connection, const PortDescriptor& record);
-  void keepConnection(KeptWriter& writer, std::size_t connection, const PortTable& table) const;
   void forgetOtherConnections();
   [[nodiscard]] bool hasRoomFor(std::size_t bytes);
+  // Returns how many bytes of entries may follow a base.
+  [[nodiscard]] std::size_t roomBehind(std::size_t baseBytes) const;
+  void writeBases(const RegistryLimits& limits);
   void endBecause(const char* reason);
 
   JournalMemory& memory_;
-  const std::size_t leastBytes_;
-  std::unique_ptr<MemoryFile> file_;
-  std::size_t baseBytes_ = 0;
-  std::size_t end_ = 0;     // of the last entry, in the file
-  std::size_t longAt_ = 0;  // at which end the base should be written anew
+  const Sizes sizes_;
+  std::shared_ptr<MemoryFile> file_;  // to which the entries go
+  std::size_t end_ = 0;               // of the last entry, in the file
   std::uint64_t changes_ = 0;
   KeptWriter entry_;
   Entry prepared_ = Entry::removal;
   bool isPrepared_ = false;
   bool hasEnded_ = false;
-  std::vector<const PortDescriptor*> bound_;  // by the descriptors of the connections
+  Bound bound_;
+
+  // Guards what follows. Taken for some stores only, after the inner lock if that is held, too.
+  mutable std::mutex filesLock_;
+  Files files_;             // all that the journal consists of; the last one is file_
+  Files toRead_;            // of these, the thread is to write the base
+  bool isWriting_ = false;  // the thread has not finished that
+  bool isEnding_ = false;
+  std::condition_variable changed_;  // toRead_ or isEnding_ was set
+  // Stored with that lock held.
+  std::atomic<std::size_t> baseBytes_ = 0;
+  std::atomic<std::size_t> longAt_ = 0;  // at which end the base should be written anew
+  std::thread thread_;
 };
 
 }  // namespace sorvane

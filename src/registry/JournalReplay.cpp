@@ -1,8 +1,10 @@
-// Reading a journal: Registry::replay. Believes nothing of what it reads.
+// Reading a journal: Registry::replay, Registry::journalBase. Believes nothing of what it
+// reads.
 #include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -35,19 +37,24 @@ struct ReplacedTexts {
 /// Reads one journal.
 class JournalReader {
  public:
-  /// Raises KeptFault when there is none.
-  explicit JournalReader(const JournalMemory& memory) : memory_(memory), file_(memory.file()) {
-    const std::string_view bytes = file_.bytes();
-    if (memory.file() < 0 || !bytes.starts_with(journal::kMark) ||
-        bytes.size() < journal::kAtBase ||
-        wordAt(bytes, journal::kAtBaseBytes) > bytes.size() - journal::kAtBase) {
+  /// `files` are the bytes of its files, the one with the base first. Raises KeptFault when there
+  /// is none.
+  JournalReader(const std::vector<std::string_view>& files, std::size_t descriptors)
+      : files_(files), descriptors_(descriptors) {
+    if (files.empty()) {
       throw KeptFault("there is no journal");
     }
-    baseBytes_ = wordAt(bytes, journal::kAtBaseBytes);
+    for (const std::string_view file : files) {
+      if (!file.starts_with(journal::kMark) || file.size() < journal::kAtBase ||
+          baseBytes(file) > file.size() - journal::kAtBase ||
+          (baseBytes(file) > 0) != (file.data() == files.front().data())) {
+        throw KeptFault("there is no journal");
+      }
+    }
   }
 
   void readBase(const Registry& registry) {
-    KeptReader reader(file_.bytes().substr(journal::kAtBase, baseBytes_));
+    KeptReader reader(files_.front().substr(journal::kAtBase, baseBytes(files_.front())));
     changes_ = reader.number();
     kept_.emplace(registry.readKept(reader));
     if (!SipKey::setOfThisProcess(kept_->key)) {
@@ -80,10 +87,58 @@ class JournalReader {
 
   /// Carries out all entries that are whole.
   void readEntries() {
-    const std::string_view bytes = file_.bytes();
     const ReplacedTexts releasedAtTheEnd;
+    for (const std::string_view file : files_) {
+      readEntriesOf(file);
+    }
+  }
+
+  /// Takes what lies beside the entries.
+  void readValues(const JournalMemory& memory, const Registry& registry) {
+    const JournalMemory::Block& block = *memory.block_;
+    RegistryState& state = kept_->state;
+    state.maxport = block.nextPortNumber;
+    state.timestampFlag = std::bit_cast<double>(block.changeTime.load());
+    state.forceRefreshNumber = block.refreshNumber;
+    if (!state.hasPossibleNumbers()) {
+      throw KeptFault("the journal has numbers that cannot be");
+    }
+    kept_->timesSetDirty = block.timesSetDirty;
+    kept_->dirtyIsDue = false;
+    hasUntoldChanges_ = block.changesTold < changes_;
+    const std::size_t marks = block.marks;
+    if (marks > descriptors_) {
+      throw KeptFault("the journal has a connection that cannot be");
+    }
+    for (std::size_t connection = 0; connection < marks; ++connection) {
+      const JournalMemory::Mark& mark = memory.markOf(connection);
+      if (mark.times == 0) {
+        continue;
+      }
+      ReplayedRecords::Record& record = placeOf(connection);
+      if (record == nullptr) {
+        record = std::make_shared<PortDescriptor>();
+      }
+      record->restoreWatching({mark.clearedAt, mark.times, mark.isDirty != 0},
+                              registry.watchingPortsList().timesSetDirty());
+    }
+  }
+
+  /// Returns true when watchers may not have been told of all changes.
+  [[nodiscard]] bool hasUntoldChanges() const { return hasUntoldChanges_; }
+  /// Returns how many changes watchers are told of there were.
+  [[nodiscard]] std::uint64_t changes() const { return changes_; }
+  [[nodiscard]] Registry::Kept takeKept() { return std::move(*kept_); }
+  [[nodiscard]] std::vector<ReplayedRecords::Record> takeRecords() { return std::move(records_); }
+
+ private:
+  [[nodiscard]] static std::size_t baseBytes(std::string_view file) {
+    return wordAt(file, journal::kAtBaseBytes);
+  }
+
+  void readEntriesOf(std::string_view bytes) {
     const std::uint64_t end = wordAt(bytes, journal::kAtEnd);
-    std::size_t at = journal::roundedUp(journal::kAtBase + baseBytes_);
+    std::size_t at = journal::roundedUp(journal::kAtBase + baseBytes(bytes));
     while (at <= bytes.size() && bytes.size() - at >= journal::kEntryHeader) {
       const std::uint64_t length = wordAt(bytes, at);
       if (length == 0 || length > bytes.size() - at - journal::kEntryHeader) {
@@ -103,42 +158,6 @@ class JournalReader {
     }
   }
 
-  /// Takes what lies beside the entries.
-  void readValues(const Registry& registry) {
-    const JournalMemory::Block& block = *memory_.block_;
-    RegistryState& state = kept_->state;
-    state.maxport = block.nextPortNumber;
-    state.timestampFlag = std::bit_cast<double>(block.changeTime.load());
-    state.forceRefreshNumber = block.refreshNumber;
-    if (!state.hasPossibleNumbers()) {
-      throw KeptFault("the journal has numbers that cannot be");
-    }
-    kept_->timesSetDirty = block.timesSetDirty;
-    kept_->dirtyIsDue = false;
-    const std::size_t marks = block.marks;
-    if (marks > memory_.descriptors()) {
-      throw KeptFault("the journal has a connection that cannot be");
-    }
-    for (std::size_t connection = 0; connection < marks; ++connection) {
-      const JournalMemory::Mark& mark = memory_.markOf(connection);
-      if (mark.times == 0) {
-        continue;
-      }
-      ReplayedRecords::Record& record = placeOf(connection);
-      if (record == nullptr) {
-        record = std::make_shared<PortDescriptor>();
-      }
-      record->restoreWatching({mark.clearedAt, mark.times, mark.isDirty != 0},
-                              registry.watchingPortsList().timesSetDirty());
-    }
-  }
-
-  /// Returns true when watchers may not have been told of all changes.
-  [[nodiscard]] bool hasUntoldChanges() const { return memory_.block_->changesTold < changes_; }
-  [[nodiscard]] Registry::Kept takeKept() { return std::move(*kept_); }
-  [[nodiscard]] std::vector<ReplayedRecords::Record> takeRecords() { return std::move(records_); }
-
- private:
   static PortDescriptor::Watched listOf(const Registry& registry) {
     return {registry.watchingPortsList().timesSetDirty(), 0};
   }
@@ -150,7 +169,7 @@ class JournalReader {
     return records_[connection];
   }
   [[nodiscard]] ReplayedRecords::Record& recordOf(KeptReader& reader) {
-    return placeOf(static_cast<std::size_t>(reader.number(memory_.descriptors() - 1)));
+    return placeOf(static_cast<std::size_t>(reader.number(descriptors_ - 1)));
   }
   // The record of a connection, which may do something for the first time.
   [[nodiscard]] const ReplayedRecords::Record& anyRecord(KeptReader& reader) {
@@ -257,19 +276,24 @@ class JournalReader {
     return name;
   }
 
-  const JournalMemory& memory_;
-  const MappedFile file_;
-  std::size_t baseBytes_ = 0;
+  const std::vector<std::string_view> files_;
+  const std::size_t descriptors_;
   std::uint64_t changes_ = 0;
+  bool hasUntoldChanges_ = false;
   std::optional<Registry::Kept> kept_;
   std::vector<ReplayedRecords::Record> records_;  // by the descriptors of the connections
 };
 
 void Registry::replay(const JournalMemory& memory, ReplayedRecords& records) {
-  JournalReader reader(memory);
+  std::list<MappedFile> files;
+  std::vector<std::string_view> bytes;
+  for (const int file : memory.files()) {
+    bytes.push_back(files.emplace_back(file).bytes());
+  }
+  JournalReader reader(bytes, memory.descriptors());
   reader.readBase(*this);
   reader.readEntries();
-  reader.readValues(*this);
+  reader.readValues(memory, *this);
   std::vector<ReplayedRecords::Record> connections = reader.takeRecords();
   // Nothing raises from here on.
   become(reader.takeKept());
@@ -282,6 +306,30 @@ void Registry::replay(const JournalMemory& memory, ReplayedRecords& records) {
   if (reader.hasUntoldChanges()) {
     setWatchersDirty();
   }
+}
+
+KeptWriter Registry::journalBase(const std::vector<std::string_view>& files,
+                                 std::size_t descriptors, const RegistryLimits& limits) {
+  Registry registry(limits);
+  JournalReader reader(files, descriptors);
+  reader.readBase(registry);
+  reader.readEntries();
+  const std::vector<ReplayedRecords::Record> records = reader.takeRecords();
+  Journal::Bound bound;
+  bound.reserve(records.size());
+  for (const ReplayedRecords::Record& record : records) {
+    bound.push_back(record.get());
+  }
+  Kept kept = reader.takeKept();
+  kept.droppedPorts = 0;  // they were told of long ago
+  registry.become(std::move(kept));
+  KeptWriter base;
+  base.number(reader.changes());
+  registry.with([&](const RegistryState& state) {
+    registry.keep(base, state, KeptPart::inJournal);
+    Journal::keepConnections(base, bound, state.map.table());
+  });
+  return base;
 }
 
 ReplayedRecords::Record ReplayedRecords::take(int connection) {

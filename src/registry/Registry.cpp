@@ -217,8 +217,15 @@ bool Registry::beginJournal(Journal& journal) {
     journal.setRefreshNumber(state.forceRefreshNumber);
     journal.changesAreTold();
     writeJournalBase(state);
+    journal.startThread(state.map.limits());
     return !journal.hasEnded();
   });
+}
+
+void Registry::trimJournal(const RegistryState& state) noexcept {
+  if (!journal_->beginOnThread(state.map.bytes())) {
+    writeJournalBase(state);
+  }
 }
 
 void Registry::writeJournalBase(const RegistryState& state) noexcept {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/Guarded.h"
 #include "platform/VNThreadLock.h"
@@ -149,21 +150,29 @@ class Registry {
   /// are told of changes that they may not have been told of. Raises and requires the same as
   /// `restore`. The journal stays as it is. See `ReplayedRecords` for the connections.
   void replay(const JournalMemory& memory, ReplayedRecords& records);
+  /// Returns a base for a journal: all that these files of a journal tell, the one with the base
+  /// first. Nobody may write to them. `descriptors` are those of the journal's memory, `limits`
+  /// those of its registry. Takes as much memory as that registry, and gives it back. Raises
+  /// NSException, most often KeptFault, and std::bad_alloc. Any thread.
+  [[nodiscard]] static KeptWriter journalBase(const std::vector<std::string_view>& files,
+                                              std::size_t descriptors,
+                                              const RegistryLimits& limits);
 
  private:
   friend class JournalReader;
   static constexpr std::size_t kSlice = 256;  // slots
 
-  // Writes the base of the journal anew after an operation that has made it long.
+  // Has the base of the journal written anew after an operation that has made it long.
   struct JournalTrim {
     Registry& registry;
     const RegistryState& state;
     ~JournalTrim() {
       if (registry.journal_ != nullptr && registry.journal_->isLong()) {
-        registry.writeJournalBase(state);
+        registry.trimJournal(state);
       }
     }
   };
+  void trimJournal(const RegistryState& state) noexcept;
   void writeJournalBase(const RegistryState& state) noexcept;
 
   // What `keep` writes.
