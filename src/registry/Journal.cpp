@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/Console.h"
+#include "platform/FreeMemory.h"
 #include "platform/NSException.h"
 #include "platform/NetConnection.h"
 #include "registry/Registry.h"
@@ -430,6 +431,7 @@ void Journal::writeBases(const RegistryLimits& limits) {
     hold.unlock();
     file.reset();
     read.clear();
+    returnFreeMemory();
     hold.lock();
   }
 }
