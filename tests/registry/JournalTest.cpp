@@ -616,6 +616,21 @@ TEST(JournalOfALargeRegistry, StillTellsWatchersOfAChangeThatTheyMayNotKnow) {
   EXPECT_TRUE(isDirty()) << "it dies before it tells them";
 }
 
+// Each entry that comes while the thread is at work makes its base too late.
+TEST(JournalOfALargeRegistry, TakesNoBaseThatIsOlderThanItsOwn) {
+  constexpr int kNames = 3000;
+  const ConsoleLines console;
+  const MovedClock clock;
+  Side side({}, {.least = std::size_t{1} << 16, .quick = 0, .meanwhile = 1}, kFirst + kNames);
+  side.beginsJournal();
+  const auto records = enterMany(side, kNames);
+  ASSERT_TRUE(waitUntil([&] { return !side.journal.isWritingBase(); }));
+  Side other({}, {}, kFirst + kNames);
+  ReplayedRecords replayed;
+  other.server.registry.replay(side.memory, replayed);
+  EXPECT_TRUE(portsAndHosts(other) == portsAndHosts(side));
+}
+
 /// Lets this process open as many further files.
 void setFilesLeft(std::size_t count) {
   rlimit limit{1024, 1024};
