@@ -17,9 +17,10 @@ std::unique_ptr<Survival> Survival::anew() const {
 SurvivingSockets Survival::takeSockets(const std::vector<int>& ownDescriptors) {
   const std::vector<int> open = openDescriptors();
   SurvivingSockets sockets = survivingSockets(open, marks_);
-  std::vector<int> kept = ownDescriptors;
+  std::vector<int> kept = journal_.files();
+  kept.insert(kept.end(), ownDescriptors.begin(), ownDescriptors.end());
   kept.insert(kept.end(), sockets.connections.begin(), sockets.connections.end());
-  kept.insert(kept.end(), {sockets.listener, journal_.file()});
+  kept.push_back(sockets.listener);
   closeDescriptorsExcept(kept);
   // The next connections with the numbers of those that are closed begin at rest.
   for (const int each : open) {

@@ -27,7 +27,7 @@ class Continuation : public NameServerTest {
     EXPECT_FALSE(file.finish());
     NameServer server;
     try {
-      server.continueConnection(false, std::make_unique<MappedFile>(file.descriptor()));
+      server.continueConnection(false, std::make_unique<MappedFile>(file.descriptor()), "");
     } catch (const KeptFault& fault) {
       return fault.what();
     }

@@ -486,6 +486,13 @@ TEST_F(JournalOfRegistry, GivesADescriptorThatIsUsedAgainToTheLaterConnection) {
   EXPECT_EQ(other->held(), side_.held());
 }
 
+TEST_F(JournalOfRegistry, LetsAConnectionEndThatCouldEnterNothingForWantOfMemory) {
+  const int client = side_.connects();
+  side_.journal.willEnter(client, side_.record(client), "db1");
+  side_.ends(client);
+  EXPECT_EQ(replayed()->held(), side_.held());
+}
+
 TEST_F(JournalOfRegistry, TellsOfTheConnectionsThatHaveNotGoneOn) {
   const int stays = side_.connects();
   const int breaks = side_.connects();
