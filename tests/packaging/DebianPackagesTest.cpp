@@ -74,6 +74,7 @@ TEST(PackagedSettings, AreTheCarefulOnesAndOtherwiseTheDefaults) {
   expected.nameServerHostFile = "/etc/sorvane/SorvNameServerHost";
   expected.remoteControl = false;
   expected.remoteRegistration = false;
+  expected.surviveCrashes = true;
   EXPECT_EQ(everySetting(settings), everySetting(expected));
 }
 
