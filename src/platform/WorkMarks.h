@@ -17,7 +17,7 @@ class WorkMarks {
  public:
   /// For connections whose descriptors are below `descriptors`. Raises std::bad_alloc.
   explicit WorkMarks(std::size_t descriptors)
-      : descriptors_(descriptors), memory_(descriptors * sizeof(Mark)) {}
+      : descriptors_(descriptors), memory_((descriptors / kBlock + 1) * kBlock * sizeof(Mark)) {}
 
   void setAtWork(int connection) { set(connection, 1); }
   void setAtRest(int connection) { set(connection, 0); }
@@ -27,17 +27,23 @@ class WorkMarks {
   }
 
  private:
-  // Serving threads set the marks of their own connections at the same time.
-  static constexpr std::size_t kCacheLine = 64;
-  struct alignas(kCacheLine) Mark {
-    std::atomic<std::uint32_t> isAtWork;
-  };
+  using Mark = std::atomic<std::uint32_t>;
+
+  // Serving threads set the marks of their own connections at the same time. So marks of one cache
+  // line are those of connections whose numbers are far from each other.
+  static constexpr std::size_t kOfLine = 64 / sizeof(Mark);
+  static constexpr std::size_t kDistance = 1024;
+  static constexpr std::size_t kBlock = kDistance * kOfLine;
+  static std::size_t place(std::size_t connection) {
+    return connection / kBlock * kBlock + connection % kDistance * kOfLine +
+           connection % kBlock / kDistance;
+  }
 
   [[nodiscard]] bool hasMark(int connection) const {
     return connection >= 0 && static_cast<std::size_t>(connection) < descriptors_;
   }
-  [[nodiscard]] std::atomic<std::uint32_t>& mark(int connection) const {
-    return reinterpret_cast<Mark*>(memory_.bytes())[connection].isAtWork;
+  [[nodiscard]] Mark& mark(int connection) const {
+    return reinterpret_cast<Mark*>(memory_.bytes())[place(static_cast<std::size_t>(connection))];
   }
   void set(int connection, std::uint32_t value) {
     if (hasMark(connection)) {

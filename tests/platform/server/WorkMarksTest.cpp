@@ -40,6 +40,21 @@ TEST(WorkMarks, AreAtRestAtFirstAndSharedWithAProcessThatIsForked) {
   EXPECT_FALSE(marks.isAtWork(4));
 }
 
+TEST(WorkMarks, AreOnesOwn) {
+  constexpr int kMany = 100000;
+  WorkMarks marks(kMany);
+  for (int descriptor = 0; descriptor < kMany; ++descriptor) {
+    ASSERT_FALSE(marks.isAtWork(descriptor)) << descriptor;
+    marks.setAtWork(descriptor);
+  }
+  for (int descriptor = 0; descriptor < kMany; descriptor += 3) {
+    marks.setAtRest(descriptor);
+  }
+  for (int descriptor = 0; descriptor < kMany; ++descriptor) {
+    ASSERT_EQ(marks.isAtWork(descriptor), descriptor % 3 != 0) << descriptor;
+  }
+}
+
 TEST(WorkMarks, HaveNoneForHigherDescriptorsWhichCountAsAtWork) {
   WorkMarks marks(2);
   for (const int descriptor : {-1, 2, 1 << 30}) {
