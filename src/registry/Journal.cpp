@@ -12,6 +12,7 @@
 #include "platform/NSException.h"
 #include "platform/NetConnection.h"
 #include "registry/Registry.h"
+#include "registry/WatchList.h"
 
 namespace sorvane {
 namespace {
@@ -113,8 +114,10 @@ Journal::~Journal() {
   }
 }
 
+// One that has done nothing is told with what it does first, as any new one.
 void Journal::bind(int connection, const PortDescriptor& record) {
-  if (isBound(connection, record)) {
+  const bool hasDoneNothing = !record.portName() && !WatchList::contains(record);
+  if (!hasDoneNothing && isBound(connection, record)) {
     keepWatching(connection, record);
   }
 }

@@ -517,6 +517,23 @@ TEST_F(JournalOfRegistry, TellsOfTheConnectionsThatHaveNotGoneOn) {
   EXPECT_EQ(other.server.registry.watchingPortsList().count(), 0U);
 }
 
+TEST_F(JournalOfRegistry, NeverTellsOfAConnectionThatHasDoneNothing) {
+  (void)side_.connects();
+  const int finds = side_.connects();
+  (void)side_.asks(finds, {{"findPort", "db1"}, {"portHost", "h"}});
+  Side next;
+  next.becomes(side_);
+  next.beginsJournal();
+  Side other;
+  ReplayedRecords records;
+  other.server.registry.replay(next.memory, records);
+  EXPECT_TRUE(records.rest().empty()) << "its end would be a change";
+  next.reconnects(finds, "db1");
+  const auto last = std::make_unique<Side>();
+  last->becomes(next);
+  EXPECT_EQ(last->record(finds).portName(), "db1");
+}
+
 TEST(JournalOfALargeRegistry, GrowsAndBecomesShortAgainAtOnce) {
   const ConsoleLines console;
   const MovedClock clock;
