@@ -548,6 +548,27 @@ void RegistryModel::losesPorts(int connection) {
   }
 }
 
+// ---- The death of the process
+
+void RegistryModel::dies(const std::vector<int>& atWork, double now) {
+  state_.cachedStates.reset();
+  state_.cachedAlerts.reset();
+  for (auto& [connection, record] : state_.records) {
+    record.isDirty = record.isDirty || !record.isConnected;  // nobody is left who could ask
+  }
+  for (const int connection : atWork) {
+    const Record& record = state_.records.at(connection);
+    if (!record.name && record.watches == 0) {
+      state_.records.erase(connection);  // nobody can miss it, so this is no change
+      isFromThisMachine_.erase(connection);
+    } else {
+      beginsToEnd(connection, now);
+      losesPorts(connection);
+      tellsWatchers(now);
+    }
+  }
+}
+
 // ---- To be read
 
 namespace {

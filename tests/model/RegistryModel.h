@@ -133,6 +133,10 @@ class RegistryModel {
   void beginsToEnd(int connection, double now);
   void losesPorts(int connection);
 
+  /// The process dies, and the next one goes on. These connections were at work: they have ended
+  /// then, one after the other. The others go on.
+  void dies(const std::vector<int>& atWork, double now);
+
   [[nodiscard]] const State& state() const { return state_; }
   auto operator<=>(const RegistryModel&) const = default;
 

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <iostream>
+#include <optional>
 #include <sstream>
+#include <vector>
 
 #include "model/Trial.h"
 
@@ -51,6 +53,7 @@ std::vector<std::string> fewNames(Random& random) {
 
 Setting drawnSetting(Random& random) {
   static const std::vector<std::size_t> remembered = {0, 1, 2, 20, 65536, 65536};
+  static const std::vector<std::size_t> journalBytes = {500, 10000};
   const bool isAlone = random.percent(20);
   return {.host = {.name = "testhost",
                    .address = isAlone ? "127.0.0.1" : "10.1.2.3",
@@ -60,11 +63,25 @@ Setting drawnSetting(Random& random) {
                    .takesRemoteRegistration = random.percent(50),
                    .basePort = 5000},
           .isVerbose = random.percent(5),
-          .remembersGone = random.oneOf(remembered)};
+          .remembersGone = random.oneOf(remembered),
+          .journalBytes =
+              random.percent(25) ? std::optional(random.oneOf(journalBytes)) : std::nullopt};
+}
+
+/// Takes none, one or several of the connections away.
+std::vector<int> drawnOf(std::vector<int>& open, Random& random) {
+  static const std::vector<std::size_t> most = {0, 1, 1, 4};
+  std::vector<int> drawn;
+  for (std::size_t left = random.oneOf(most); left > 0 && !open.empty(); --left) {
+    const auto at = open.begin() + static_cast<std::ptrdiff_t>(random.below(open.size()));
+    drawn.push_back(*at);
+    open.erase(at);
+  }
+  return drawn;
 }
 
 Steps drawnSteps(const RequestMaker& maker, std::size_t count, std::size_t mostConnections,
-                 Random& random) {
+                 bool mayDie, Random& random) {
   const std::vector<double> pauses = {0.5, 1800.0, 3600.0, 3600.5};
   const std::vector<std::size_t> limits = {1, 1, 2, 3, 10, 100, 10000};
   Steps steps;
@@ -79,6 +96,9 @@ Steps drawnSteps(const RequestMaker& maker, std::size_t count, std::size_t mostC
       step.limit = random.oneOf(limits);
     } else if (random.percent(1)) {
       step.kind = Step::Kind::goesOn;
+    } else if (mayDie && random.percent(1)) {
+      step.kind = Step::Kind::dies;
+      step.atWork = drawnOf(open, random);
     } else if (open.empty() || (open.size() < mostConnections && random.percent(4))) {
       step.kind = Step::Kind::connects;
       step.connection = made++;
@@ -118,8 +138,9 @@ Sequence drawnSequence(std::uint64_t seed) {
     sequence.fullComparisons = kFullWideComparisons;
   }
   const RequestMaker maker(sequence.vocabulary, random);
-  sequence.steps = drawnSteps(maker, isWide ? kStepsOfWideSequence : kStepsOfSequence,
-                              sequence.mostConnections, random);
+  sequence.steps =
+      drawnSteps(maker, isWide ? kStepsOfWideSequence : kStepsOfSequence, sequence.mostConnections,
+                 sequence.setting.journalBytes.has_value(), random);
   return sequence;
 }
 

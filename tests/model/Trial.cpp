@@ -2,15 +2,25 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 #include "model/Difference.h"
 #include "model/RealState.h"
+#include "registry/Journal.h"
 #include "registry/KeptBody.h"
 
 namespace sorvane::model {
 namespace {
 
 using test::movedTime;
+
+constexpr int kFirstDescriptor = 3;
+constexpr std::size_t kDescriptors = 128;
+
+/// Memory for a journal, or null where there is none.
+std::shared_ptr<JournalMemory> madeMemory(const Setting& setting) {
+  return setting.journalBytes ? std::make_shared<JournalMemory>(kDescriptors) : nullptr;
+}
 
 // The length of the list that these records would give now.
 std::uint64_t listBytes(const State& state, bool ofAlerts) {
@@ -55,6 +65,13 @@ std::string shown(const Step& step) {
              std::to_string(step.limit) + " names";
     case Step::Kind::goesOn:
       return "another server goes on";
+    case Step::Kind::dies: {
+      std::string ended = "the server dies, and the next one goes on; at work:";
+      for (const int connection : step.atWork) {
+        ended += " " + std::to_string(connection);
+      }
+      return ended;
+    }
     case Step::Kind::asks:
       text << " asks " << shown(requestOf(step.request));
       break;
@@ -64,18 +81,39 @@ std::string shown(const Step& step) {
 
 class Trial::Connection : public test::InProcessConnection {
  public:
-  explicit Connection(bool isFromThisMachine) : isFromThisMachine_(isFromThisMachine) {}
+  explicit Connection(bool isFromThisMachine, int descriptor = -1)
+      : isFromThisMachine_(isFromThisMachine), descriptor_(descriptor) {}
   [[nodiscard]] bool isFromThisMachine() const override { return isFromThisMachine_; }
+  [[nodiscard]] int descriptor() const override { return descriptor_; }
 
  private:
   const bool isFromThisMachine_;
+  const int descriptor_;
 };
 
-class Trial::Server : public test::CommandServer {
+/// What outlives a registry.
+struct WithJournal {
+  WithJournal(std::shared_ptr<JournalMemory> ofJournal, std::size_t leastBytes)
+      : memory(std::move(ofJournal)) {
+    if (memory != nullptr) {
+      journal = std::make_unique<Journal>(*memory, leastBytes);
+    }
+  }
+
+  const std::shared_ptr<JournalMemory> memory;
+  std::unique_ptr<Journal> journal;  // null: there is none
+};
+
+class Trial::Server : public WithJournal, public test::CommandServer {
  public:
-  using CommandServer::CommandServer;
+  Server(const RegistryLimits& limits, std::shared_ptr<JournalMemory> ofJournal,
+         std::size_t leastBytes)
+      : WithJournal(std::move(ofJournal), leastBytes), CommandServer(limits) {}
   void endCommunication(NetConnection& connection) override {
-    const ConnectionEnd end = endConnection(registry, connection.context<PortDescriptor>());
+    ends(*connection.context<PortDescriptor>(), connection.descriptor());
+  }
+  void ends(PortDescriptor& record, int descriptor) {
+    const ConnectionEnd end = endConnection(registry, &record, descriptor);
     EXPECT_FALSE(end.removedHost) << "no host is ever listed";
     EXPECT_EQ(end.droppedPorts, 0U) << "nothing here passes a limit";
   }
@@ -85,7 +123,7 @@ Trial::Trial(const Setting& setting, std::set<std::string> names)
     : setting_(setting),
       names_(std::move(names)),
       forgetsGone_(setting.remembersGone < names_.size()),
-      server_(madeServer()) {
+      server_(madeServer(madeMemory(setting))) {
   movedTime = 1000.0;
   server_->registry.stampTime();
   Host modelled = setting.host;
@@ -104,13 +142,15 @@ Trial::Trial(const Setting& setting, std::set<std::string> names)
     numbers_[own.get()] = number;
     server_->registry.enterPort(*record.name, own);
   }
+  EXPECT_EQ(beginsJournal(), "");
 }
 
 Trial::~Trial() = default;
 
-std::unique_ptr<Trial::Server> Trial::madeServer() const {
+std::unique_ptr<Trial::Server> Trial::madeServer(std::shared_ptr<JournalMemory> memory) const {
   auto server =
-      std::make_unique<Server>(RegistryLimits{.removed = {.names = setting_.remembersGone}});
+      std::make_unique<Server>(RegistryLimits{.removed = {.names = setting_.remembersGone}},
+                               std::move(memory), setting_.journalBytes.value_or(0));
   const Host& host = setting_.host;
   server->verbose = setting_.isVerbose;
   server->host = {.name = host.name,
@@ -133,7 +173,7 @@ std::string Trial::goesOn() {
     records.push_back(connection->context<PortDescriptor>());
   }
   const std::string body = test::keptBody(server_->registry, records);
-  const std::unique_ptr<Server> before = std::exchange(server_, madeServer());
+  const std::unique_ptr<Server> before = std::exchange(server_, madeServer(madeMemory(setting_)));
   auto restored = test::restore(server_->registry, body, open_.size());
   const std::map<const PortDescriptor*, int> numbers = std::exchange(numbers_, {});
   records.clear();
@@ -142,11 +182,23 @@ std::string Trial::goesOn() {
     records.push_back(record->get());
     connection->setContextObject(std::move(*record++));
   }
+  const std::string fault = recognisesNames(*before, numbers);
+  if (!fault.empty()) {
+    return fault;
+  }
+  if (test::keptBody(server_->registry, records) != body) {
+    return "something else is kept now\n";
+  }
+  return beginsJournal();
+}
+
+std::string Trial::recognisesNames(const Server& before,
+                                   const std::map<const PortDescriptor*, int>& numbers) {
   for (auto& [number, record] : closed_) {
     record.reset();
   }
   for (const std::string& name : names_) {
-    if (const auto former = before->registry.port(name)) {
+    if (const auto former = before.registry.port(name)) {
       const auto record = server_->registry.port(name);
       if (record == nullptr) {
         return "a name is lost: \"" + name + "\"\n";
@@ -158,7 +210,79 @@ std::string Trial::goesOn() {
       }
     }
   }
-  return test::keptBody(server_->registry, records) == body ? "" : "something else is kept now\n";
+  return {};
+}
+
+std::string Trial::dies(const std::vector<int>& drawnAtWork) {
+  if (server_->journal == nullptr) {
+    return {};
+  }
+  ReplayedRecords records;
+  std::unique_ptr<Server> next = madeServer(server_->memory);
+  try {
+    next->registry.replay(*next->memory, records);
+  } catch (const NSException& fault) {
+    return std::string(fault.what()) + "\n";
+  }
+  std::unique_ptr<Server> before = std::exchange(server_, std::move(next));
+  const std::map<const PortDescriptor*, int> numbers = std::exchange(numbers_, {});
+  std::set<int> atWork = std::exchange(holding_, {});
+  atWork.insert(drawnAtWork.begin(), drawnAtWork.end());
+  std::map<int, int> ending;  // the connections by their descriptors
+  for (const auto& [number, connection] : open_) {
+    if (atWork.contains(number)) {
+      ending[connection->descriptor()] = number;
+    } else {
+      connection->setContextObject(records.take(connection->descriptor()));
+      numbers_[connection->context<PortDescriptor>()] = number;
+    }
+  }
+  const auto rest = records.rest();
+  for (const auto& [descriptor, record] : rest) {
+    if (!ending.contains(descriptor)) {
+      return "descriptor " + std::to_string(descriptor) + " has a record and no connection\n";
+    }
+    numbers_[record.get()] = ending.at(descriptor);
+  }
+  std::string fault = recognisesNames(*before, numbers);
+  if (!fault.empty()) {
+    return fault;
+  }
+  std::vector<int> ended;
+  for (const auto& [descriptor, number] : ending) {
+    closed_[number].reset();
+    open_.erase(number);
+    ended.push_back(number);
+  }
+  for (const auto& [descriptor, record] : rest) {
+    server_->ends(*record, descriptor);
+    closed_[ending.at(descriptor)] = record;
+  }
+  before.reset();
+  model_->dies(ended, movedTime);
+  return beginsJournal();
+}
+
+std::string Trial::beginsJournal() {
+  if (server_->journal == nullptr) {
+    return {};
+  }
+  for (const auto& [number, connection] : open_) {
+    server_->journal->bind(connection->descriptor(), *connection->context<PortDescriptor>());
+  }
+  return server_->registry.beginJournal(*server_->journal) ? "" : "the journal has ended\n";
+}
+
+int Trial::freeDescriptor() const {
+  std::set<int> taken;
+  for (const auto& [number, connection] : open_) {
+    taken.insert(connection->descriptor());
+  }
+  int descriptor = kFirstDescriptor;
+  while (taken.contains(descriptor)) {
+    ++descriptor;
+  }
+  return descriptor;
 }
 
 std::string Trial::carriesOut(const Step& step, Compared compared) {
@@ -167,11 +291,14 @@ std::string Trial::carriesOut(const Step& step, Compared compared) {
   std::string difference;
   if (step.kind == Step::Kind::goesOn) {
     difference = goesOn();
+  } else if (step.kind == Step::Kind::dies) {
+    difference = dies(step.atWork);
+    compared = Compared::all;
   } else if (step.kind == Step::Kind::follows) {
     difference = follows(followers_[static_cast<std::size_t>(step.connection)], step.limit);
   } else if (step.kind == Step::Kind::connects) {
     if (found == open_.end() && !closed_.contains(step.connection)) {
-      auto made = std::make_unique<Connection>(step.isFromThisMachine);
+      auto made = std::make_unique<Connection>(step.isFromThisMachine, freeDescriptor());
       server_->startCommunication(*made);
       numbers_[made->context<PortDescriptor>()] = step.connection;
       open_[step.connection] = std::move(made);

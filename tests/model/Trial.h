@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "model/Follower.h"
 #include "model/RegistryModel.h"
@@ -19,13 +21,15 @@ namespace sorvane::model {
 
 /// One thing that happens.
 struct Step {
-  enum class Kind : std::uint8_t { connects, asks, closes, follows, goesOn };
+  enum class Kind : std::uint8_t { connects, asks, closes, follows, goesOn, dies };
   Kind kind = Kind::asks;
   int connection = 0;             ///< or the number of a follower
   bool isFromThisMachine = true;  ///< of a connection that is made
   double later = 0.0;             ///< seconds since the step before
   Entries request = {};
   std::size_t limit = 1;  ///< names in the reply to a follower, at most
+  /// The connections that are at work when the process dies, besides those whose request is held.
+  std::vector<int> atWork = {};
 };
 
 /// Those who ask what has changed have numbers below this.
@@ -38,6 +42,9 @@ struct Setting {
   Host host = {};
   bool isVerbose = false;
   std::size_t remembersGone = 65536;  ///< names, at most
+  /// The journal's base is written anew after so many bytes at least. Nothing: there is no journal,
+  /// and the process never dies.
+  std::optional<std::size_t> journalBytes = {};
 };
 
 /// Carries out steps on both. A step that makes no sense, such as a request of a connection that
@@ -60,9 +67,17 @@ class Trial {
   class Connection;
   class Server;
 
-  [[nodiscard]] std::unique_ptr<Server> madeServer() const;
+  [[nodiscard]] std::unique_ptr<Server> madeServer(std::shared_ptr<JournalMemory> memory) const;
   /// Another server goes on with what this one keeps.
   [[nodiscard]] std::string goesOn();
+  /// Another server goes on with what the journal of this one tells.
+  [[nodiscard]] std::string dies(const std::vector<int>& drawnAtWork);
+  /// Gives the records under the names the numbers that they had in the server before.
+  [[nodiscard]] std::string recognisesNames(const Server& before,
+                                            const std::map<const PortDescriptor*, int>& numbers);
+  [[nodiscard]] std::string beginsJournal();
+  /// Returns the lowest descriptor that no connection has.
+  [[nodiscard]] int freeDescriptor() const;
   [[nodiscard]] std::string asks(Connection& sender, const Step& step);
   [[nodiscard]] std::string follows(Follower& follower, std::size_t limit);
   [[nodiscard]] Reply realReply(Connection& sender, const Message& request);
