@@ -720,6 +720,44 @@ TEST_F(JournalOfRegistry, TellsWatchersOfAChangeThatTheyMayNotKnow) {
   EXPECT_TRUE(replayed()->record(client).isDirty());
 }
 
+TEST_F(JournalOfRegistry, HasTheTimeOfAnEndOfWhichNobodyWasTold) {
+  const double before = side_.server.registry.changeStamp().timestampFlag;
+  movedTime += 7.5;
+  side_.server.registry.stampTime();
+  EXPECT_EQ(replayed()->server.registry.changeStamp().timestampFlag, before + 7.5);
+}
+
+TEST_F(JournalOfRegistry, TellsOfANameThatIsForgotten) {
+  const int leaves = side_.connects();
+  side_.reconnects(leaves, "db1");
+  side_.reconnects(leaves, "db2");
+  side_.ends(leaves);
+  ASSERT_NE(side_.server.registry.port("db1"), nullptr);
+  (void)side_.asks(side_.connects(), {{"action", "forgetPort"}, {"name", "db1"}});
+  ASSERT_EQ(side_.server.registry.port("db1"), nullptr);
+  EXPECT_EQ(replayed()->held(), side_.held());
+}
+
+TEST(JournalOfARegistryThatIsFull, TellsOfPortsThatWereDroppedBecauseTooMuchWasLeftBehind) {
+  const ConsoleLines console;
+  const MovedClock clock;
+  const RegistryLimits limits{.leftBehind = 2000};
+  Side side(limits);
+  side.beginsJournal();
+  std::size_t names = 0;
+  for (int round = 0; round < 3; ++round) {
+    const int client = side.connects();
+    for (int name = 0; name < 10; ++name) {
+      side.reconnects(client, "db" + std::to_string(names++));
+    }
+    side.ends(client);
+  }
+  ASSERT_LT(side.server.registry.portCount(), names - 3) << "nothing was dropped";
+  Side other(limits);
+  other.becomes(side);
+  EXPECT_EQ(other.held(), side.held());
+}
+
 TEST_F(JournalOfRegistry, KeepsNeitherCachedListsNorInfoDictionaries) {
   const int client = side_.connects();
   side_.reconnects(client, "db1");
