@@ -198,11 +198,13 @@ std::string Trial::recognisesNames(const Server& before,
     record.reset();
   }
   for (const std::string& name : names_) {
-    if (const auto former = before.registry.port(name)) {
-      const auto record = server_->registry.port(name);
-      if (record == nullptr) {
-        return "a name is lost: \"" + name + "\"\n";
-      }
+    const auto former = before.registry.port(name);
+    const auto record = server_->registry.port(name);
+    if ((former == nullptr) != (record == nullptr)) {
+      return (former == nullptr ? "a name is there again: \"" : "a name is lost: \"") + name +
+             "\"\n";
+    }
+    if (record != nullptr) {
       const int number = numbers.at(former.get());
       numbers_[record.get()] = number;
       if (record->holdings().hasLeft != 0) {
