@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "integration/Client.h"
-#include "model/Follower.h"
+#include "model/Asker.h"
 
 namespace sorvane::model {
 namespace {
@@ -20,32 +20,6 @@ constexpr int kDatabases = 24;
 constexpr int kDatabases = 8;
 #endif
 constexpr int kNames = 100;  // of each
-
-/// A follower with a connection of its own.
-class Asker {
- public:
-  Asker(const test::Daemon& server, std::size_t limit) : client_(server), limit_(limit) {}
-
-  /// Asks until there is no more. Returns false, and fails the test, if a reply is wrong.
-  bool asksForAll() {
-    do {
-      const auto reply = client_.connection().ask(follower_.question(std::to_string(limit_)));
-      const std::string fault =
-          reply ? follower_.takesIn(reply->body, limit_, false) : "the connection was closed";
-      EXPECT_EQ(fault, "");
-      if (!fault.empty()) {
-        return false;
-      }
-    } while (!follower_.knowsAll());
-    return true;
-  }
-  [[nodiscard]] Picture picture() const { return follower_.picture(0); }
-
- private:
-  Client client_;
-  Follower follower_;
-  const std::size_t limit_;
-};
 
 class DaemonFollowers : public test::Served {
  protected:
@@ -86,11 +60,6 @@ class DaemonFollowers : public test::Served {
         picture[before + std::to_string(name)] = row("7000", isLeft);
       }
     }
-    return picture;
-  }
-  static Picture withoutOwn(Picture picture) {
-    picture.erase("VN_infoserver");
-    picture.erase("VN_nameserver");
     return picture;
   }
 
