@@ -221,11 +221,7 @@ std::string Trial::dies(const std::vector<int>& drawnAtWork) {
   }
   ReplayedRecords records;
   std::unique_ptr<Server> next = madeServer(server_->memory);
-  try {
-    next->registry.replay(*next->memory, records);
-  } catch (const NSException& fault) {
-    return std::string(fault.what()) + "\n";
-  }
+  next->registry.replay(*next->memory, records);
   std::unique_ptr<Server> before = std::exchange(server_, std::move(next));
   const std::map<const PortDescriptor*, int> numbers = std::exchange(numbers_, {});
   std::set<int> atWork = std::exchange(holding_, {});
@@ -291,10 +287,15 @@ std::string Trial::carriesOut(const Step& step, Compared compared) {
   movedTime += step.later;
   const auto found = open_.find(step.connection);
   std::string difference;
-  if (step.kind == Step::Kind::goesOn) {
-    difference = goesOn();
-  } else if (step.kind == Step::Kind::dies) {
-    difference = dies(step.atWork);
+  if (step.kind == Step::Kind::goesOn || step.kind == Step::Kind::dies) {
+    try {
+      difference = step.kind == Step::Kind::goesOn ? goesOn() : dies(step.atWork);
+    } catch (const NSException& fault) {
+      difference = std::string("another server cannot go on: ") + fault.what() + "\n";
+    }
+    if (!difference.empty()) {
+      return difference;  // it may know a part of the connections only
+    }
     compared = Compared::all;
   } else if (step.kind == Step::Kind::follows) {
     difference = follows(followers_[static_cast<std::size_t>(step.connection)], step.limit);
