@@ -12,7 +12,6 @@
 #include "platform/NSException.h"
 #include "platform/NetConnection.h"
 #include "registry/Registry.h"
-#include "registry/WatchList.h"
 
 namespace sorvane {
 namespace {

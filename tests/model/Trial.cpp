@@ -96,7 +96,7 @@ struct WithJournal {
   WithJournal(std::shared_ptr<JournalMemory> ofJournal, std::size_t leastBytes)
       : memory(std::move(ofJournal)) {
     if (memory != nullptr) {
-      journal = std::make_unique<Journal>(*memory, leastBytes);
+      journal = std::make_unique<Journal>(*memory, Journal::Sizes{.least = leastBytes});
     }
   }
 
