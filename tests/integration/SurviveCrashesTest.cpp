@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -126,6 +127,16 @@ TEST_F(SurviveCrashes, HangupAndInterruptAreIgnoredByBoth) {
   EXPECT_TRUE(server_.answers());
   EXPECT_EQ(processesOf(server_).serving, pair.serving);
   EXPECT_EQ(server_.console(), "");
+}
+
+TEST_F(SurviveCrashes, ListeningSocketOfAnotherProgramIsNotTakenForItsOwn) {
+  server_.launch({"-noexit"}, [] {
+    const int other = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(listen(other, 1), 0);  // at a port that the system chooses
+  });
+  ASSERT_TRUE(server_.answers());
+  diesOf(SIGKILL);
+  EXPECT_EQ(timesIn(server_.console(), "anew"), 0) << server_.console();
 }
 
 TEST_F(SurviveCrashes, KilledWatchingProcessTakesTheServingOneAlong) {
