@@ -172,6 +172,10 @@ class WatchedServing {
   /// Starts a serving process. Returns why there is none; empty if there is one.
   [[nodiscard]] std::string next() {
     const auto child = cloneSharingDescriptors([this] {
+      // They were ignored when the one before served, and may come until this one serves.
+      if (start_.goesOn) {
+        ignoreHangupAndInterrupt();
+      }
       signals_.putBackForServing();
       program_.serve(start_);
     });

@@ -129,6 +129,20 @@ TEST_F(SurviveCrashes, HangupAndInterruptAreIgnoredByBoth) {
   EXPECT_EQ(server_.console(), "");
 }
 
+TEST_F(SurviveCrashes, HangupAndInterruptAreIgnoredWhileAnotherOneTakesThePlace) {
+  server_.start();
+  const Pair pair = processesOf(server_);
+  kill(pair.serving, SIGKILL);
+  const auto end = std::chrono::steady_clock::now() + 100ms;
+  while (std::chrono::steady_clock::now() < end) {
+    kill(pair.watching, SIGHUP);
+    kill(pair.watching, SIGINT);
+    usleep(300);  // otherwise it hears of nothing else
+  }
+  EXPECT_TRUE(server_.answers()) << server_.console();
+  EXPECT_EQ(processesOf(server_).watching, pair.watching);
+}
+
 TEST_F(SurviveCrashes, ListeningSocketOfAnotherProgramIsNotTakenForItsOwn) {
   server_.launch({"-noexit"}, [] {
     const int other = socket(AF_INET, SOCK_STREAM, 0);
