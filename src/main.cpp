@@ -3,6 +3,8 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "daemon/Arguments.h"
 #include "daemon/CommandLine.h"
@@ -31,8 +33,11 @@ using namespace sorvane;
                        const SurvivingSockets& sockets) {
   try {
     if (start.handedOver >= 0) {
-      controller.continueConnection(
-          verbose, std::make_unique<MappedFile>(Descriptor(start.handedOver)), start.whyHandedBack);
+      auto kept = std::make_unique<MappedFile>(start.handedOver);
+      if (start.lastWish == nullptr) {
+        const Descriptor file(start.handedOver);  // closed: no other process would go on with it
+      }
+      controller.continueConnection(verbose, std::move(kept), start.whyHandedBack);
     } else {
       controller.goOnAfterDeath(verbose, sockets);
     }
@@ -45,11 +50,21 @@ using namespace sorvane;
   startAnew();
 }
 
+/// Closes what a process had opened that has died before it could go on with what was handed over.
+void closeAllButHandedOver(const ServingStart& start) {
+  std::vector<int> kept = internetSockets(openDescriptors());
+  kept.insert(kept.end(), start.ownDescriptors.begin(), start.ownDescriptors.end());
+  kept.push_back(start.handedOver);
+  closeDescriptorsExcept(kept);
+}
+
 /// Serves on this thread until the process ends. `survival` is null if no other process goes on
 /// when this one dies.
 [[noreturn]] void serve(StartMode mode, const ServingStart& start, Survival* survival) {
   SurvivingSockets sockets;
-  if (start.goesOn) {
+  if (start.goesOn && start.handedOver >= 0) {
+    closeAllButHandedOver(start);
+  } else if (start.goesOn) {
     sockets = survival->takeSockets(start.ownDescriptors);
   }
   sorvkeyController controller;

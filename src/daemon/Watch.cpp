@@ -13,9 +13,11 @@
 
 #include "daemon/ProcessSetup.h"
 #include "platform/Console.h"
+#include "platform/Descriptor.h"
 #include "platform/EndProcess.h"
 #include "platform/SharedDescriptors.h"
 #include "platform/SurvivingSockets.h"
+#include "platform/WithoutInterruption.h"
 
 namespace sorvane {
 namespace {
@@ -40,7 +42,7 @@ class WatchedSignals {
  public:
   WatchedSignals() {
     sigemptyset(&taken_);
-    for (const int number : {SIGCHLD, SIGUSR2, SIGHUP, SIGINT}) {
+    for (const int number : {SIGCHLD, SIGTERM, SIGUSR2, SIGHUP, SIGINT}) {
       sigaddset(&taken_, number);
     }
     take();
@@ -84,9 +86,16 @@ class WatchedSignals {
         continue;
       }
       int status = 0;
+      if (number == SIGTERM) {
+        kill(child, SIGKILL);
+        withoutInterruption([=] { return waitpid(child, nullptr, 0); });
+        return SIGTERM;  // as the status of a process that this signal has ended
+      }
       if (number != SIGCHLD) {
         kill(child, number);
-      } else if (waitpid(child, &status, WNOHANG) == child) {
+      }
+      // Of several signals, that of a death may come last.
+      if (waitpid(child, &status, WNOHANG) == child) {
         return status;
       }
     }
@@ -122,8 +131,10 @@ std::optional<std::vector<int>> ownDescriptors(int handedOver, std::string& reas
     std::vector<int> open = openDescriptors();
     closeDescriptorsExcept(open);
     if (handedOver >= 0) {
+      for (const int each : internetSockets(open)) {
+        std::erase(open, each);
+      }
       std::erase(open, handedOver);
-      leaveOutInternetSockets(open);
     }
     return open;
   } catch (const std::system_error& failure) {
@@ -171,21 +182,23 @@ class WatchedServing {
 
   /// Starts a serving process. Returns why there is none; empty if there is one.
   [[nodiscard]] std::string next() {
+    lastWish_.shared().handedOver = start_.handedOver + 1;
     const auto child = cloneSharingDescriptors([this] {
       // They were ignored when the one before served, and may come until this one serves.
-      if (start_.goesOn) {
+      if (!isFirst_) {
         ignoreHangupAndInterrupt();
       }
       signals_.putBackForServing();
       program_.serve(start_);
     });
     child_ = child.value_or(0);
+    isFirst_ = false;
     return child ? std::string() : std::generic_category().message(errno);
   }
 
   /// Prepares the start of another one. Ends this process if there is to be none.
   void afterEnd(int status) {
-    const int wish = lastWish_.wish().exchange(LastWish::kNone);
+    const int wish = lastWish_.shared().wish.exchange(LastWish::kNone);
     start_.handedOver = -1;
     if (WIFSIGNALED(status) && !isWishToEnd(WTERMSIG(status))) {
       afterDeath(status);
@@ -201,6 +214,9 @@ class WatchedServing {
   void afterDeath(int status) {
     start_.deaths = deaths_.add(DeathCount::Clock::now());
     start_.goesOn = start_.deaths < DeathCount::kMost;
+    if (start_.goesOn) {
+      start_.handedOver = lastWish_.shared().handedOver.load() - 1;
+    }
     tellOfDeath(child_, status, start_);
     if (program_.afterDeath) {
       program_.afterDeath();
@@ -234,6 +250,7 @@ class WatchedServing {
   ServingStart start_;
   DeathCount deaths_;
   int child_ = 0;
+  bool isFirst_ = true;
 };
 
 void watchOver(const WatchedProgram& program) {
@@ -248,8 +265,12 @@ void LastWish::handOver(int memoryFile) { endWith(memoryFile + 1); }
 // The name server goes on, so nobody is told of an end.
 void LastWish::endWith(int wish) {
   setLastAct(nullptr);
-  this->wish() = wish;
+  shared().wish = wish;
   endProcess();
+}
+
+void LastWish::letGoOfHandedOver() {
+  const Descriptor file(shared().handedOver.exchange(0) - 1);  // closed
 }
 
 int DeathCount::add(Clock::time_point now) {

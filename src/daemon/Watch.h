@@ -20,27 +20,32 @@
 
 namespace sorvane {
 
-/// What a serving process wishes that the watching one does when it has ended by itself. Both share
-/// it. Without a wish, the watching one ends, too.
+/// What a serving process leaves to the watching one: what it wishes to be done when it has ended
+/// by itself, and whether it still needs what was handed over to it. Both share it. Without a wish,
+/// the watching one ends, too.
 class LastWish {
  public:
-  LastWish() : memory_(sizeof(std::atomic<int>)) {}
+  LastWish() : memory_(sizeof(Shared)) {}
 
   /// Ends this process, so that another one starts anew.
   [[noreturn]] void startAnew();
   /// Ends this process, so that another program takes the place of the watching one and goes on
   /// with what is kept in that file. The descriptor must stay open.
   [[noreturn]] void handOver(int memoryFile);
+  /// Closes the file that was handed over to this process, if there was one. Until then, the next
+  /// process gets it if this one dies.
+  void letGoOfHandedOver();
 
  private:
   friend class WatchedServing;
   static constexpr int kNone = 0;
   static constexpr int kStartAnew = -1;
   [[noreturn]] void endWith(int wish);
-  // The descriptor of the file and 1 if something is handed over.
-  [[nodiscard]] std::atomic<int>& wish() const {
-    return *reinterpret_cast<std::atomic<int>*>(memory_.bytes());
-  }
+  struct Shared {
+    std::atomic<int> wish;        // the descriptor of the file and 1 if something is handed over
+    std::atomic<int> handedOver;  // the descriptor of the file and 1 until the process lets it go
+  };
+  [[nodiscard]] Shared& shared() const { return *reinterpret_cast<Shared*>(memory_.bytes()); }
 
   SharedMemory memory_;
 };
@@ -56,7 +61,8 @@ struct ServingStart {
   /// others are the dead one's. Lowest first; empty while nobody keeps watch.
   std::vector<int> ownDescriptors;
   /// The file that this one is to go on with: the program before has handed it over, or an earlier
-  /// serving process has, which this program cannot pass on. Negative: there is none.
+  /// serving process has, which this program cannot pass on. If `goesOn`, one that died has not let
+  /// go of it. Negative: there is none.
   int handedOver = -1;
   /// Why it could not be passed on, in words; empty if it was not to be.
   std::string whyHandedBack;
@@ -85,6 +91,8 @@ struct WatchedProgram {
 ///
 /// - When the serving process exits, what it has wished is done. Without a wish, this one ends with
 ///   the same status. When SIGTERM, SIGINT or SIGHUP has ended it, the same signal ends this one.
+/// - SIGTERM to this process kills the serving one, and ends this one when that is gone: nobody has
+///   its descriptors then.
 /// - When another signal has ended it, it has died. A line on the console says so, and `serve` is
 ///   called in another one, which goes on. After `DeathCount::kMost` deaths within a minute,
 ///   everything that the dead one had open is closed, the next one starts anew after

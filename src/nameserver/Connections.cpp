@@ -160,6 +160,10 @@ void sorvkeyController::write(const Notes& notes, bool raised, const Message& re
 void sorvkeyController::endCommunication(NetConnection& connection) {
   const auto record = connection.contextObject<PortDescriptor>();
   forget(record.get(), connection.descriptor());
+  const bool goesOn = restoredRecords_ != nullptr || replayedRecords_ != nullptr;
+  if (goesOn && journal_ != nullptr) {
+    journal_->unbind(connection.descriptor());  // the poller has refused it
+  }
   if (record != nullptr && record->info() != nullptr && infoserver_ != nullptr) {
     infoserver_->endCommunication(connection);
   }

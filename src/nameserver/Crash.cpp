@@ -4,6 +4,7 @@
 #include "nameserver/SingleInstance.h"
 #include "nameserver/Survival.h"
 #include "nameserver/sorvkeyController.h"
+#include "platform/RunningServer.h"
 #include "platform/SurvivingSockets.h"
 
 namespace sorvane {
@@ -48,7 +49,7 @@ void sorvkeyController::noteFigures() {
   }
 }
 
-void sorvkeyController::beginSurviving() {
+void sorvkeyController::beginSurviving(const RunningServer& server) {
   noteFigures();
   if (replayedRecords_ != nullptr) {
     for (const auto& [connection, record] : replayedRecords_->rest()) {
@@ -57,6 +58,8 @@ void sorvkeyController::beginSurviving() {
     replayedRecords_.reset();
   }
   registry_.beginJournal(*journal_);
+  survival_->noteListener(server.listener());
+  lastWish_->letGoOfHandedOver();
 }
 
 }  // namespace sorvane

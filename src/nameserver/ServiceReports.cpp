@@ -26,7 +26,7 @@ std::size_t namesOfClients(const Registry& registry) {
 void sorvkeyController::servingBegins(RunningServer& server) {
   endContinuation();
   if (survival_ != nullptr) {
-    beginSurviving();
+    beginSurviving(server);
   }
   std::thread([this, &server] { takeUpgrades(server); }).detach();
   ServiceManager* const manager = serviceManager();

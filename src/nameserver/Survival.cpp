@@ -16,16 +16,12 @@ std::unique_ptr<Survival> Survival::anew() const {
 
 SurvivingSockets Survival::takeSockets(const std::vector<int>& ownDescriptors) {
   const std::vector<int> open = openDescriptors();
-  SurvivingSockets sockets = survivingSockets(open, marks_);
+  SurvivingSockets sockets = survivingSockets(block().listener.load() - 1, open, marks_);
   std::vector<int> kept = journal_.files();
   kept.insert(kept.end(), ownDescriptors.begin(), ownDescriptors.end());
   kept.insert(kept.end(), sockets.connections.begin(), sockets.connections.end());
   kept.push_back(sockets.listener);
   closeDescriptorsExcept(kept);
-  // The next connections with the numbers of those that are closed begin at rest.
-  for (const int each : open) {
-    marks_.setAtRest(each);
-  }
   return sockets;
 }
 

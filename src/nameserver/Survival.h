@@ -36,6 +36,8 @@ class Survival {
   [[nodiscard]] int lock() const { return block().lock.load() - 1; }
   void noteLock(int descriptor) { block().lock = descriptor + 1; }
 
+  void noteListener(int descriptor) { block().listener = descriptor + 1; }
+
   /// The figures of the name server, as they were noted last; without the reason of a refusal.
   [[nodiscard]] Continuity::Figures figures() const {
     return {block().upgrades.load(), block().crashes.load(), block().attempts.load(), {}};
@@ -53,7 +55,8 @@ class Survival {
 
   // All zero at first.
   struct Block {
-    std::atomic<int> lock;  // the descriptor and 1
+    std::atomic<int> lock;      // the descriptor and 1
+    std::atomic<int> listener;  // the same
     std::atomic<std::uint64_t> upgrades;
     std::atomic<std::uint64_t> crashes;
     std::atomic<std::uint64_t> attempts;

@@ -211,7 +211,7 @@ class sorvkeyController : public NetConnectionDelegate, public ARendezvousDelega
   void forget(PortDescriptor* record, int connection);
   /// Ends the connections that have not gone on after a death, and begins to note all that another
   /// process needs to go on (Crash.cpp).
-  void beginSurviving();
+  void beginSurviving(const RunningServer& server);
   /// Writes everything that is kept. The server must be paused.
   void keep(KeptWriter& writer, RunningServer& server);
   [[nodiscard]] CommandContext context(const Message& request, NetConnection& sender, Notes& notes);

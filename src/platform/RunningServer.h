@@ -31,6 +31,9 @@ class RunningServer {
   /// round then.
   virtual void goRound(const Round& round) = 0;
 
+  /// Returns the descriptor of the listening socket.
+  [[nodiscard]] virtual int listener() const = 0;
+
   /// Returns the number of open connections.
   [[nodiscard]] virtual int connections() const = 0;
 

@@ -8,17 +8,17 @@
 namespace sorvane {
 
 struct SurvivingSockets {
-  int listener = -1;             ///< negative: there is none
+  int listener = -1;             ///< negative: there is none any more
   std::vector<int> connections;  ///< those that were at rest, and whose peer is still there
 };
 
-/// Finds them among the descriptors. They tell themselves what they are: the connections are those
-/// of the port of the listening socket. So a connection that was just accepted, and that nobody had
-/// noted yet, is not missed.
-[[nodiscard]] SurvivingSockets survivingSockets(const std::vector<int>& descriptors,
+/// Finds the connections of the listening socket among the descriptors: those of its port. So one
+/// that was just accepted, and that nobody had noted yet, is not missed. `listener` is negative if
+/// nobody has listened.
+[[nodiscard]] SurvivingSockets survivingSockets(int listener, const std::vector<int>& descriptors,
                                                 const WorkMarks& marks);
 
-/// Removes those descriptors from `descriptors` that are Internet sockets.
-void leaveOutInternetSockets(std::vector<int>& descriptors);
+/// Returns those of the descriptors that are Internet sockets.
+[[nodiscard]] std::vector<int> internetSockets(const std::vector<int>& descriptors);
 
 }  // namespace sorvane

@@ -121,6 +121,13 @@ void Journal::bind(int connection, const PortDescriptor& record) {
   }
 }
 
+void Journal::unbind(int connection) {
+  const auto index = static_cast<std::size_t>(connection);
+  if (index < bound_.size()) {
+    bound_[index] = nullptr;
+  }
+}
+
 bool Journal::isBound(int connection, const PortDescriptor& record) {
   const auto index = static_cast<std::size_t>(connection);
   if (connection < 0 || index >= memory_.descriptors()) {

@@ -109,6 +109,8 @@ class Journal {
   /// Tells the record of a connection that was there before the journal. Call it for each of them
   /// before `Registry::beginJournal`. The record must live until its connection has ended.
   void bind(int connection, const PortDescriptor& record);
+  /// The same for one of them that has ended meanwhile.
+  void unbind(int connection);
 
   [[nodiscard]] bool hasEnded() const { return hasEnded_; }
 

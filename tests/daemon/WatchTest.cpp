@@ -74,6 +74,7 @@ class Watched {
       const int console = open((folder_ / "console").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
       dup2(console, STDERR_FILENO);
       close(console);
+      signal(SIGSEGV, SIG_DFL);  // a sanitizer takes it
       if (before) {
         before();
       }
@@ -192,7 +193,32 @@ TEST_F(Watch, SignalThatEndsTheWatchingProcessEndsBoth) {
   }
 }
 
+TEST_F(Watch, ServingProcessIsGoneWhenTheWatchingOneHasEndedOfSigterm) {
+  for (const bool isStopped : {false, true}) {
+    const Watched watched;
+    const pid_t serving = processOf(watched.next());
+    if (isStopped) {
+      kill(serving, SIGSTOP);
+    }
+    watched.part().signal(SIGTERM);
+    EXPECT_EQ(watched.part().wait(), -SIGTERM);
+    EXPECT_EQ(kill(serving, 0), -1) << "it would have the descriptors still";
+  }
+}
+
 // ---- Deaths
+
+TEST_F(Watch, DeathIsSeenAmongManyOtherSignals) {
+  const Watched watched([](const ServingStart&, auto&) {
+    signal(SIGHUP, SIG_IGN);
+    raise(SIGKILL);
+  });
+  for (int i = 0; i < 300; ++i) {
+    watched.part().signal(SIGHUP);
+  }
+  EXPECT_TRUE(watched.next());
+  EXPECT_TRUE(watched.next());
+}
 
 TEST_F(Watch, AnotherOneServesAfterADeathAndAConsoleLineTellsOfIt) {
   for (const int number : {SIGKILL, SIGSEGV, SIGABRT, SIGQUIT, SIGUSR1, SIGRTMIN}) {
@@ -426,6 +452,10 @@ TEST_F(Watch, WhatCannotBeHandedOverIsGivenBackToAnotherServingProcess) {
         }
         say(fcntl(start.handedOver, F_GETFD) < 0 ? -1 : start.handedOver);
         say(start.goesOn || start.whyHandedBack != "no such program" ? 1 : 0);
+        if (start.goesOn) {
+          start.lastWish->letGoOfHandedOver();
+          say(fcntl(start.handedOver, F_GETFD));
+        }
       },
       {}, [](int) { return std::string("no such program"); });
   ASSERT_TRUE(watched.next());
@@ -436,8 +466,17 @@ TEST_F(Watch, WhatCannotBeHandedOverIsGivenBackToAnotherServingProcess) {
   const auto how = watched.next();
   ASSERT_TRUE(how);
   EXPECT_EQ(how->number, 0);
-  // A death afterwards is seen, and hands nothing over.
+  // It has not let go of it, so the next one gets it, which does.
   kill(how->process, SIGKILL);
+  ASSERT_TRUE(watched.next());
+  const auto again = watched.next();
+  ASSERT_TRUE(again);
+  EXPECT_EQ(again->number, file->number);
+  ASSERT_TRUE(watched.next()) << "how";
+  const auto closed = watched.next();
+  ASSERT_TRUE(closed);
+  EXPECT_EQ(closed->number, -1);
+  kill(closed->process, SIGKILL);
   ASSERT_TRUE(watched.next());
   const auto after = watched.next();
   ASSERT_TRUE(after);

@@ -59,7 +59,7 @@ TEST_F(Crash, LeavesConnectionsAtRestAllThatTheyHave) {
   EXPECT_THAT(states, testing::HasSubstr("backup"));
   EXPECT_THAT(alerts, testing::HasSubstr("disk"));
   const std::string changes = tool.connection().ask(request("portChanges", {}))->body;
-  for (const int signal : {SIGKILL, SIGSEGV}) {
+  for (const int signal : {SIGKILL, signalOfAFault()}) {
     diesOf(signal);
     EXPECT_EQ(tool.finds("db1"), found);
     EXPECT_EQ(tool.states(), states);
@@ -355,7 +355,7 @@ TEST(CrashUnderLoad, CostsOnlyTheConnectionsThatAreAtWork) {
     watchingClock.setAhead(61L * death);
     static_cast<void>(load.takeLongestSilence());
     const pid_t dying = processesOf(server).serving;
-    kill(dying, random() % 2 == 0 ? SIGKILL : SIGSEGV);
+    kill(dying, random() % 2 == 0 ? SIGKILL : signalOfAFault());
     const long before = load.replies();
     // A request that comes earlier may be one of those that the dying process has taken.
     ASSERT_TRUE(

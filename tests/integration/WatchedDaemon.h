@@ -17,6 +17,9 @@
 
 namespace sorvane::test {
 
+/// A signal by which a process dies that has a fault. A sanitizer takes SIGSEGV for itself.
+inline int signalOfAFault() { return areTestedWithoutSanitizers() ? SIGSEGV : SIGABRT; }
+
 /// The two processes of a name server.
 struct Pair {
   pid_t watching = 0;

@@ -24,6 +24,7 @@
 #include "registry/CommandServer.h"
 #include "registry/ConnectionEnd.h"
 #include "registry/Journal.h"
+#include "support/AddressSanitizer.h"
 #include "support/ForkedPart.h"
 #include "support/ThreadSanitizer.h"
 #include "support/WaitUntil.h"
@@ -668,6 +669,9 @@ void setFilesLeft(std::size_t count) {
 
 // What a process leaves that dies before the thread has finished, and while it tries again.
 TEST(JournalOfALargeRegistry, IsWholeWhileItsThreadHasNoFileForTheBase) {
+  if (kHasAddressSanitizer) {
+    GTEST_SKIP() << kNeedsDescriptors;
+  }
   inOwnProcess([] {
     const MovedClock clock;
     Side side({}, {.least = 20000, .quick = 0, .meanwhile = 20000});
@@ -827,6 +831,9 @@ TEST_F(JournalOfRegistry, EndsWhenThereIsNoMemoryAndEverythingElseGoesOn) {
 }
 
 TEST_F(JournalOfRegistry, GoesOnWithItsFileWhenNoOtherCanBeOpened) {
+  if (kHasAddressSanitizer) {
+    GTEST_SKIP() << kNeedsDescriptors;
+  }
   inOwnProcess([&] {
     Side side({}, {.least = 1000});
     side.beginsJournal();

@@ -32,6 +32,8 @@ void RunningLoops::goRound(const Round& round) {
   });
 }
 
+int RunningLoops::listener() const { return acceptor_.listener(); }
+
 int RunningLoops::connections() const {
   return context_.connections.load(std::memory_order_relaxed);
 }

@@ -31,6 +31,7 @@ class RunningLoops final : public RunningServer {
                const Acceptor& acceptor);
 
   void goRound(const Round& round) override;
+  [[nodiscard]] int listener() const override;
   [[nodiscard]] int connections() const override;
   [[nodiscard]] bool pause(Clock::time_point end) override;
   void keep(KeptWriter& writer) const override;

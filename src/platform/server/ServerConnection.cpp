@@ -72,7 +72,6 @@ inline void encodeReply(Reply reply, std::string_view request, ReplyBuffer& outp
 
 ServerConnection::~ServerConnection() {
   if (descriptor_ >= 0) {
-    noteWork(false);  // the next connection with this number begins at rest
     closeSocket(descriptor_);
   }
 }

@@ -93,7 +93,9 @@ class ServerConnection final : public NetConnection, private ConnectionState {
  public:
   /// Takes over the descriptor.
   ServerConnection(int descriptor, ServingLoop& loop)
-      : ConnectionState{.loop_ = loop, .descriptor_ = descriptor} {}
+      : ConnectionState{.loop_ = loop, .descriptor_ = descriptor} {
+    noteWork(false);  // the one before with this number has left its mark
+  }
   /// Takes over the descriptor of a connection that another program has kept. What it holds is
   /// counted, whatever the limits are. Call `restoreDeadline`, `restoreHeld` and `watch` then.
   ServerConnection(const KeptConnection& kept, ServingLoop& loop);

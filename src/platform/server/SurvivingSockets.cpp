@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
 namespace sorvane {
@@ -40,25 +41,27 @@ bool hasPeer(int descriptor) {
 
 }  // namespace
 
-SurvivingSockets survivingSockets(const std::vector<int>& descriptors, const WorkMarks& marks) {
+SurvivingSockets survivingSockets(int listener, const std::vector<int>& descriptors,
+                                  const WorkMarks& marks) {
   SurvivingSockets found;
-  const auto listener = std::find_if(descriptors.begin(), descriptors.end(),
-                                     [](int each) { return portOf(each) && listens(each); });
-  if (listener == descriptors.end()) {
+  const auto port = portOf(listener);
+  if (!port || !listens(listener)) {
     return found;
   }
-  found.listener = *listener;
-  const auto port = portOf(found.listener);
+  found.listener = listener;
   for (const int each : descriptors) {
-    if (each != found.listener && portOf(each) == port && hasPeer(each) && !marks.isAtWork(each)) {
+    if (each != listener && portOf(each) == port && hasPeer(each) && !marks.isAtWork(each)) {
       found.connections.push_back(each);
     }
   }
   return found;
 }
 
-void leaveOutInternetSockets(std::vector<int>& descriptors) {
-  std::erase_if(descriptors, [](int each) { return portOf(each).has_value(); });
+std::vector<int> internetSockets(const std::vector<int>& descriptors) {
+  std::vector<int> found;
+  std::copy_if(descriptors.begin(), descriptors.end(), std::back_inserter(found),
+               [](int each) { return portOf(each).has_value(); });
+  return found;
 }
 
 }  // namespace sorvane
