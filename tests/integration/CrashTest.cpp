@@ -397,5 +397,39 @@ TEST(CrashUnderLoad, CostsOnlyTheConnectionsThatAreAtWork) {
   }
 }
 
+TEST(CrashDuringAnUpgrade, LosesNothing) {
+  if (!areTestedWithoutSanitizers()) {
+    GTEST_SKIP() << "a sanitizer takes too long for deaths at these moments";
+  }
+  Daemon server;
+  const ShiftedClock watchingClock(ShiftedClock::Clock::steadyOfStarted);
+  server.setting("SurviveCrashes", "YES");
+  watchingClock.launch(server);
+  ASSERT_TRUE(server.answers());
+  std::list<Client> databases;
+  for (int i = 0; i < 200; ++i) {
+    databases.emplace_back(server).registers("db" + std::to_string(i));
+  }
+  std::mt19937 random(11);
+  constexpr int kRounds = 40;
+  for (int round = 1; round <= kRounds; ++round) {
+    watchingClock.setAhead(61L * round);
+    EXPECT_TRUE(waitUntil([&] { return DaemonProcess(processesOf(server).serving).sleeps(); }));
+    kill(server.process(), SIGUSR2);
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 60000));
+    for (const pid_t each : server.processes()) {
+      if (each != server.process()) {
+        kill(each, SIGKILL);
+      }
+    }
+    ASSERT_TRUE(server.answers()) << server.console();
+    for (Client& each : databases) {
+      ASSERT_EQ(each.asks(kPing), kEmptyDictionary) << round << '\n' << server.console();
+    }
+    ASSERT_TRUE(Client(server).knows("db" + std::to_string(round))) << round;
+  }
+  EXPECT_EQ(timesIn(server.console(), "starts anew"), 0) << server.console();
+}
+
 }  // namespace
 }  // namespace sorvane::test

@@ -27,8 +27,8 @@
 namespace sorvane {
 namespace {
 
-/// What fork(2) does in the system, but with one table of descriptors: see clone(2). The C library's
-/// fork() takes no flags.
+/// What fork(2) does in the system, but with one table of descriptors: see clone(2). The C
+/// library's fork() takes no flags.
 pid_t cloneProcess() {
   constexpr unsigned long kFlags = CLONE_FILES | SIGCHLD;
   return static_cast<pid_t>(syscall(SYS_clone, kFlags, 0UL, nullptr, nullptr, 0UL));
