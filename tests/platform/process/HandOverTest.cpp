@@ -70,8 +70,8 @@ TEST(AskedProgram, IsNotWaitedForWhenAnotherHoldsItsOutput) {
 TEST(AskedProgram, FillsNoMoreMemoryThanItsAnswerMay) {
   TemporaryFolder folder;
   const std::string whole = folder / "whole";
-  const ProgramAnswer answer = answerOf(
-      "head -c 1000000 /dev/zero && head -c 1000000 /dev/zero >&2 && : > " + whole);
+  const ProgramAnswer answer =
+      answerOf("head -c 1000000 /dev/zero && head -c 1000000 /dev/zero >&2 && : > " + whole);
   EXPECT_EQ(answer.text.size(), 4096U);
   EXPECT_EQ(answer.errors.size(), 4096U);
   EXPECT_EQ(answer.fault, "");
