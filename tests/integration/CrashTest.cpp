@@ -139,6 +139,7 @@ TEST_F(Crash, ThreeWithinAMinuteLeaveNothing) {
   Upgrading figures(server_);
   EXPECT_FALSE(figures.tool().knows("db1"));
   EXPECT_TRUE(figures.tool().knows("VN_nameserver"));
+  EXPECT_EQ(figures.told("crashes"), "3");
   // The one that has started anew goes on after a death, too.
   Client second(server_);
   second.registers("db2");

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@
 namespace sorvane::test {
 
 inline std::vector<std::string> loggedLines;
-inline double movedTime = 1000.0;
+inline std::atomic<double> movedTime = 1000.0;
 
 class CommandServer : public NetConnectionDelegate {
  public:
@@ -82,7 +83,7 @@ class CommandServer : public NetConnectionDelegate {
 struct MovedClock {
   MovedClock() {
     movedTime = 1000.0;
-    setTimeSource([] { return movedTime; });
+    setTimeSource([] { return movedTime.load(); });
   }
 };
 

@@ -830,11 +830,12 @@ TEST_F(JournalOfRegistry, EndsWhenThereIsNoMemoryAndEverythingElseGoesOn) {
   });
 }
 
-TEST_F(JournalOfRegistry, GoesOnWithItsFileWhenNoOtherCanBeOpened) {
+TEST(JournalOfAProcess, GoesOnWithItsFileWhenNoOtherCanBeOpened) {
   if (kHasAddressSanitizer) {
     GTEST_SKIP() << kNeedsDescriptors;
   }
-  inOwnProcess([&] {
+  inOwnProcess([] {
+    const MovedClock clock;
     Side side({}, {.least = 1000});
     side.beginsJournal();
     const rlimit limit{3, 3};
