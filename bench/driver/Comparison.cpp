@@ -21,15 +21,15 @@ struct Attempt {
 
 Attempt measure(const Contender& contender, bool sharedCore, const Options& options) {
   Attempt result;
-  const pid_t process = contender.server->process();
+  const std::vector<pid_t> processes = contender.server->processes();
   const std::unique_ptr<Load> load = contender.load();
   (void)load->run(options.sample / 10);  // warms caches up
   std::this_thread::sleep_for(kSettle);
-  const Disturbance disturbance(process);
-  const std::uint64_t before = cpuTime(process);
+  const Disturbance disturbance(processes);
+  const std::uint64_t before = cpuTime(processes);
   const LoadResult loaded = load->run(options.sample);
   std::this_thread::sleep_for(kSettle);
-  const auto cpu = static_cast<double>(cpuTime(process) - before);
+  const auto cpu = static_cast<double>(cpuTime(processes) - before);
   result.disturbance = disturbance.share(loaded, sharedCore);
   const auto operations = static_cast<double>(loaded.operations);
   result.sample.perSecond = operations / loaded.seconds;

@@ -15,7 +15,8 @@ double Disturbance::share(const LoadResult& load, bool sharedCore) const {
   double others = static_cast<double>(after.stolen - before_.stolen);
   for (const auto& [process, time] : after.cpuTimes) {
     const auto earlier = before_.cpuTimes.find(process);
-    if (process != server_ && process != ::getpid() && earlier != before_.cpuTimes.end()) {
+    if (process != ::getpid() && std::ranges::find(server_, process) == server_.end() &&
+        earlier != before_.cpuTimes.end()) {
       others += static_cast<double>(time - earlier->second);
     }
   }

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <utility>
 #include <vector>
 
 #include "driver/Load.h"
@@ -17,7 +18,9 @@ class Disturbance {
   /// The largest share of the time that other work may take in an undisturbed sample.
   static constexpr double kTolerance = 0.01;
 
-  explicit Disturbance(pid_t server) : server_(server), before_(MachineSnapshot::now()) {}
+  /// `server`: all processes of it.
+  explicit Disturbance(std::vector<pid_t> server)
+      : server_(std::move(server)), before_(MachineSnapshot::now()) {}
 
   /// The share of the time since the construction that was lost, the greater of two: what other
   /// processes and other machines of the host took, and how long the generator, which never sleeps,
@@ -27,7 +30,7 @@ class Disturbance {
 
  private:
   using Clock = std::chrono::steady_clock;
-  const pid_t server_;
+  const std::vector<pid_t> server_;
   const MachineSnapshot before_;
   const Clock::time_point start_ = Clock::now();
 };

@@ -58,7 +58,7 @@ void waitUntilListening(int port, const Child& child, const fs::path& errors) {
 }
 
 NameServer::NameServer(const fs::path& program, const std::vector<int>& cores, int threads,
-                       bool wait)
+                       bool wait, AfterCrash afterCrash)
     : Server(freePort()) {
   const fs::path& tree = tree_.path();
   for (const char* const folder : {"bin", "etc", "Config", "Logs", "Users", "lock"}) {
@@ -68,7 +68,8 @@ NameServer::NameServer(const fs::path& program, const std::vector<int>& cores, i
   std::ofstream(tree / "etc" / "sorvane.conf")
       << "BasePort = " << port() << ";\nBonjourDisabled = YES;\nLockDirectory = \""
       << (tree / "lock").string() << "\";\nHostName = \"benchhost\";\n"
-      << "Address = \"192.0.2.10\";\nDynamicAddress = NO;\nThreads = " << threads << ";\n";
+      << "Address = \"192.0.2.10\";\nDynamicAddress = NO;\nThreads = " << threads
+      << ";\nSurviveCrashes = " << (afterCrash == AfterCrash::goesOn ? "YES" : "NO") << ";\n";
   const fs::path errors = tree / "errors";
   started_ = std::chrono::steady_clock::now();
   run(std::make_unique<Child>(cores, std::vector<std::string>{executable, "noexit"}, errors));

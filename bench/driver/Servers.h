@@ -11,6 +11,7 @@
 
 #include "driver/Child.h"
 #include "driver/EchoServer.h"
+#include "driver/ProcessFigures.h"
 
 namespace sorvane::bench {
 
@@ -34,7 +35,10 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   [[nodiscard]] int port() const { return port_; }
+  /// The process that was started.
   [[nodiscard]] pid_t process() const { return child_->process(); }
+  /// That one, and its children.
+  [[nodiscard]] std::vector<pid_t> processes() const { return familyOf(process()); }
 
  protected:
   explicit Server(int port) : port_(port) {}
@@ -52,10 +56,12 @@ void waitUntilListening(int port, const Child& child, const std::filesystem::pat
 /// The name server, in an installation of its own.
 class NameServer final : public Server {
  public:
+  enum class AfterCrash { ends, goesOn };
+
   /// Starts `program`; `threads` as in its settings. Answers requests when the constructor ends,
   /// unless it shall not `wait`.
   NameServer(const std::filesystem::path& program, const std::vector<int>& cores, int threads,
-             bool wait = true);
+             bool wait = true, AfterCrash afterCrash = AfterCrash::ends);
   /// Puts another program beside it, which uses the same settings. Returns where.
   [[nodiscard]] std::filesystem::path install(const std::filesystem::path& program) const;
   /// When its process was about to be made.
