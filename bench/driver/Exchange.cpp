@@ -1,5 +1,7 @@
 #include "driver/Exchange.h"
 
+#include <utility>
+
 #include "driver/Socket.h"
 #include "platform/Message.h"
 #include "platform/wire/Frame.h"
@@ -7,7 +9,6 @@
 namespace sorvane::bench {
 namespace {
 
-constexpr std::string_view kName = "customers";
 constexpr std::string_view kHost = "host7";
 constexpr std::string_view kAddress = "192.0.2.10";
 constexpr std::string_view kType = "sorvane";
@@ -57,6 +58,14 @@ std::string newPort(std::string_view name) {
 
 std::string acceptPort() { return frame(Message{{"acceptPort", ""}}); }
 
+std::vector<std::string> registration(int connection) {
+  return {newPort("connect" + std::to_string(connection)), acceptPort()};
+}
+
+std::string setDatabaseState(std::string_view name, std::string_view state) {
+  return frame(Message{{"action", "setDatabaseState"}, {"databaseName", name}, {"state", state}});
+}
+
 std::string didPortsChange() { return frame(Message{{"action", "didPortsChange"}}); }
 
 std::string awaitPortChanges() {
@@ -90,6 +99,24 @@ Exchange recordExchange(int port, const std::string& request) {
   const Socket socket = connectTo(port);
   socket.sendAll(request);
   return {request, socket.receiveFrame(), 1};
+}
+
+std::vector<Cycle> recordCycles(int port, const CycleRequests& requests) {
+  constexpr int kConnections = 8;
+  constexpr std::size_t kMarkVersionKind = 4;
+  std::vector<Cycle> cycles;
+  for (int i = 0; i < kConnections; ++i) {
+    Cycle cycle;
+    const Socket socket = connectTo(port);
+    for (const std::string& request : requests(i)) {
+      socket.sendAll(request);
+      const std::string reply = socket.receiveFrame();
+      const bool fixed = request.find("newPort") == std::string::npos;
+      cycle.push_back({request, reply, fixed ? reply.size() : kMarkVersionKind});
+    }
+    cycles.push_back(std::move(cycle));
+  }
+  return cycles;
 }
 
 }  // namespace sorvane::bench

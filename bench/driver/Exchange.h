@@ -1,6 +1,7 @@
 // Requests with the replies that they must have: the unit of a measurement.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,8 +30,13 @@ struct Step {
 };
 using Cycle = std::vector<Step>;
 
+/// The requests of the cycle of each of some connections, by its number.
+using CycleRequests = std::function<std::vector<std::string>(int connection)>;
+
 /// What the rows ask the name server.
 namespace sorvane_requests {
+
+inline constexpr std::string_view kName = "customers";
 
 [[nodiscard]] std::string ping();
 [[nodiscard]] std::string findPort();
@@ -39,6 +45,9 @@ namespace sorvane_requests {
 [[nodiscard]] std::string newPort();
 [[nodiscard]] std::string newPort(std::string_view name);
 [[nodiscard]] std::string acceptPort();
+/// Registers a name of its own for each of some connections. See `CycleRequests`.
+[[nodiscard]] std::vector<std::string> registration(int connection);
+[[nodiscard]] std::string setDatabaseState(std::string_view name, std::string_view state);
 [[nodiscard]] std::string didPortsChange();
 /// Waits for a change as long as possible.
 [[nodiscard]] std::string awaitPortChanges();
@@ -58,5 +67,8 @@ namespace sorvane_requests {
 
 /// Sends a request to a name server, and returns it with the reply that came.
 [[nodiscard]] Exchange recordExchange(int port, const std::string& request);
+/// Goes once through the cycle of each of eight connections, and returns them with the replies. The
+/// port number that a registration brings differs each time.
+[[nodiscard]] std::vector<Cycle> recordCycles(int port, const CycleRequests& requests);
 
 }  // namespace sorvane::bench

@@ -47,16 +47,7 @@ Opener idleOpener(int port) {
 }
 
 Opener registeringOpener(int port) {
-  return [=](int number) {
-    Socket socket = connectTo(port);
-    for (const std::string& request :
-         {sorvane_requests::newPort(fmt::format("database{:05}", number)),
-          sorvane_requests::acceptPort()}) {
-      socket.sendAll(request);
-      (void)socket.receiveFrame();
-    }
-    return socket;
-  };
+  return [=](int number) { return openRegistered(port, fmt::format("database{:05}", number)); };
 }
 
 void printRivalMemory(Rival::Kind kind, int count, const Cores& cores) {

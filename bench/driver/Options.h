@@ -20,6 +20,9 @@ struct Options {
   std::chrono::milliseconds askingInterval{1000};  ///< how often each of them asks
   int repeats = 4;                                 ///< how often a disturbed sample is taken again
   int upgrades = 20;                               ///< in place, whose silence is measured
+  int freshPairs = 15;                             ///< of servers, with SurviveCrashes and without
+  int memoryRounds = 3;                            ///< with SurviveCrashes and without
+  int deaths = 20;                                 ///< whose silence is measured; even
   int starts = 20;                                 ///< how often the start is timed
   std::chrono::milliseconds idleTime{10'000};      ///< how long the idle name server is watched
   std::string only;  ///< rows whose title contains this; all when empty

@@ -13,7 +13,6 @@ namespace sorvane::bench {
 namespace {
 
 constexpr int kDepth = 16;
-constexpr int kCyclesAtOnce = 8;
 const std::string kEcho = "echo";
 const std::string kUnchanged = "sorvinfo, nothing changes";
 
@@ -36,24 +35,10 @@ Setup exchangeRow(SetupBuilder setup, const std::string& request, int connection
   return setup.take();
 }
 
-/// A cycle of these requests for each connection; the port number that they may bring differs.
-Setup cycleRow(SetupBuilder setup, const std::function<std::vector<std::string>(int)>& requests,
-               std::vector<Aim> aims) {
-  constexpr std::size_t kMarkVersionKind = 4;
+Setup cycleRow(SetupBuilder setup, const CycleRequests& requests, std::vector<Aim> aims) {
   const Server& server = setup.nameServer();
   setup.registerName(server);
-  std::vector<Cycle> cycles;
-  for (int i = 0; i < kCyclesAtOnce; ++i) {
-    Cycle cycle;
-    const Socket socket = connectTo(server.port());
-    for (const std::string& request : requests(i)) {
-      socket.sendAll(request);
-      const std::string reply = socket.receiveFrame();
-      const bool fixed = request != sorvane_requests::newPort("connect" + std::to_string(i));
-      cycle.push_back({request, reply, fixed ? reply.size() : kMarkVersionKind});
-    }
-    cycles.push_back(std::move(cycle));
-  }
+  const std::vector<Cycle> cycles = recordCycles(server.port(), requests);
   std::vector<EchoStep> steps;
   for (const Step& step : cycles[0]) {
     steps.push_back({step.request.size(), step.reply});
@@ -179,17 +164,13 @@ std::vector<RowMaker> allRows(const Options& options, const Cores& cores) {
             {Figure::perSecond, "memcached multi-get", 1.3},
             {Figure::p99, kEcho, 1.2}});
   exchange("ping, 50 connections", sorvane_requests::ping(), kManyConnections, 1, false, {});
-  const auto cycle = [&](const std::string& title,
-                         const std::function<std::vector<std::string>(int)>& requests) {
+  const auto cycle = [&](const std::string& title, const CycleRequests& requests) {
     rows.push_back({title, [=] {
                       return cycleRow(builder(title), requests, {{Figure::cpu, kEcho, 1.05}});
                     }});
   };
   cycle("connect + lookup + close", [lookup](int) { return std::vector{lookup}; });
-  cycle("connect + register + close", [](int i) {
-    return std::vector{sorvane_requests::newPort("connect" + std::to_string(i)),
-                       sorvane_requests::acceptPort()};
-  });
+  cycle("connect + register + close", sorvane_requests::registration);
   rows.push_back({idleTitle, [=] { return idleRow(builder(idleTitle), idleTitle, idle); }});
   const std::string crowdTitle = fmt::format(
       "lookup, 50 connections, beside {0} databases, of which 1 % a second come anew, and {0} "

@@ -31,6 +31,16 @@ std::vector<Socket> openIdle(int port, int count) {
   return sockets;
 }
 
+Socket openRegistered(int port, std::string_view name) {
+  Socket socket = connectTo(port);
+  for (const std::string& request :
+       {sorvane_requests::newPort(name), sorvane_requests::acceptPort()}) {
+    socket.sendAll(request);
+    (void)socket.receiveFrame();
+  }
+  return socket;
+}
+
 SetupBuilder::SetupBuilder(const Options& options, const Cores& cores, std::string title)
     : options_(options), cores_(cores) {
   setup_.row.title = std::move(title);
@@ -41,17 +51,16 @@ const Server& SetupBuilder::nameServer(const std::vector<int>& on, int threads) 
   return keep(std::make_unique<NameServer>(options_.daemon, on, threads));
 }
 
+const Server& SetupBuilder::nameServer(NameServer::AfterCrash afterCrash) {
+  return keep(std::make_unique<NameServer>(options_.daemon, cores_.server, 1, true, afterCrash));
+}
+
 const Server& SetupBuilder::echo(const std::vector<EchoStep>& steps) {
   return keep(std::make_unique<Echo>(cores_.server, steps));
 }
 
 void SetupBuilder::registerName(const Server& server) {
-  Socket socket = connectTo(server.port());
-  for (const std::string& request : {sorvane_requests::newPort(), sorvane_requests::acceptPort()}) {
-    socket.sendAll(request);
-    (void)socket.receiveFrame();
-  }
-  setup_.connections.push_back(std::move(socket));
+  setup_.connections.push_back(openRegistered(server.port(), sorvane_requests::kName));
 }
 
 std::vector<Exchange> SetupBuilder::enterNames(const Server& server, std::size_t count) {

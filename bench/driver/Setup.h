@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "driver/Comparison.h"
@@ -35,6 +36,9 @@ struct Setup {
 /// Opens connections to the name server; each has had one ping answered.
 [[nodiscard]] std::vector<Socket> openIdle(int port, int count);
 
+/// Opens a connection that registers a name, in the two steps in which databases do it.
+[[nodiscard]] Socket openRegistered(int port, std::string_view name);
+
 /// Makes the setup of a row, a contender at a time. The servers that it returns live as long as the
 /// setup. Keeps references to its arguments.
 class SetupBuilder {
@@ -43,6 +47,7 @@ class SetupBuilder {
 
   const Server& nameServer() { return nameServer(cores_.server, 1); }
   const Server& nameServer(const std::vector<int>& on, int threads);
+  const Server& nameServer(NameServer::AfterCrash afterCrash);
   const Server& echo(const std::vector<EchoStep>& steps);
 
   /// Registers the name that the lookups find, on a connection that stays open.

@@ -11,11 +11,13 @@
 #include "driver/Options.h"
 #include "driver/Rows.h"
 #include "driver/Silence.h"
+#include "driver/Survival.h"
 #include "driver/Table.h"
 #include "driver/Telling.h"
 
 namespace {
 
+using sorvane::bench::kSurvival;
 using sorvane::bench::kUpgrade;
 using sorvane::bench::kWhoWait;
 using sorvane::bench::Options;
@@ -30,6 +32,9 @@ void makeQuick(Options& options) {
   options.repeats = 1;
   options.starts = 5;
   options.upgrades = 5;
+  options.freshPairs = 3;
+  options.memoryRounds = 1;
+  options.deaths = 4;
   options.changes = 50;
   options.askedChanges = 2;
   options.idleTime = std::chrono::milliseconds(3000);
@@ -42,6 +47,9 @@ void makeTrial(Options& options) {
   options.repeats = 0;
   options.starts = 1;
   options.upgrades = 1;
+  options.freshPairs = 1;
+  options.memoryRounds = 1;
+  options.deaths = 2;
   options.idleTime = std::chrono::milliseconds(200);
   options.idleConnections = 200;
   options.crowd = 100;
@@ -89,6 +97,9 @@ void runAll(Options options) {
   if (wanted(options, std::string("silence of an ") + kUpgrade)) {
     printSilence(options, cores);
   }
+  if (wanted(options, std::string("what ") + kSurvival + " costs")) {
+    printSurvival(options, cores, counts);
+  }
   if (wanted(options, "start of the process to its first answer")) {
     printStart(options, cores);
   }
@@ -118,6 +129,7 @@ int main(int argc, char** argv) {
   bool withoutRivals = false;
   bool watch = false;
   bool upgrade = false;
+  bool survive = false;
   CLI::App app("Measures the name server beside a bare echo server, redis and memcached.", "bench");
   app.add_option("--daemon", daemon, "The built name server")->required()->check(CLI::ExistingFile);
   app.add_option("--sorvctl", sorvctl, "The built command")->required()->check(CLI::ExistingFile);
@@ -128,6 +140,7 @@ int main(int argc, char** argv) {
   app.add_flag("--watch", watch,
                "Only how soon those who wait hear of a change, and what it costs");
   app.add_flag("--upgrade", upgrade, "Only the silence of an upgrade in place");
+  app.add_flag("--survive", survive, "Only what SurviveCrashes costs, and the silence of a crash");
   CLI11_PARSE(app, argc, argv);
   options.daemon = daemon;
   options.sorvctl = sorvctl;
@@ -137,6 +150,9 @@ int main(int argc, char** argv) {
   }
   if (upgrade) {
     options.only = kUpgrade;
+  }
+  if (survive) {
+    options.only = kSurvival;
   }
   if (quick) {
     makeQuick(options);
