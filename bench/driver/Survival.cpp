@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <functional>
 #include <optional>
@@ -26,9 +27,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kDepth = 16;
 constexpr int kOtherNames = 1000;
-constexpr int kFewConnections = 1000;
-constexpr int kWarmUp = 20;                     // connections
+constexpr std::size_t kFewConnections = 1000;
+constexpr std::size_t kWarmUp = 20;             // connections
 constexpr int kStates = 10;                     // that each connection sets
+constexpr std::size_t kLooksOfTurn = 5;         // at the memory, while each sets a state
 constexpr int kDeathsOfServer = 2;              // one more within a minute, and it would start anew
 constexpr std::chrono::milliseconds kRest{20};  // until a server has done all and sleeps
 constexpr double kLeastLookups = 0.99;          // of those without
@@ -101,49 +103,43 @@ Exchange registrations(int port) {
   return joined(together);
 }
 
-std::string nameOf(int number) { return fmt::format("database{:05}", number); }
-
-/// Sends a request on each connection, and then takes the replies.
-void askEach(const std::vector<Socket>& sockets, const std::function<std::string(int)>& request) {
-  for (std::size_t i = 0; i < sockets.size(); ++i) {
-    sockets[i].sendAll(request(static_cast<int>(i)));
-  }
-  for (const Socket& socket : sockets) {
-    (void)socket.receiveFrame();
-  }
-}
+std::string nameOf(std::size_t number) { return fmt::format("database{:05}", number); }
 
 /// The memory of a name server, bytes.
 struct Memory {
   double atStart = 0.0;     ///< of all its processes
   double registered = 0.0;  ///< for each connection that has registered a name
-  double changed = 0.0;     ///< the same, the greatest after each time that all have set a state
+  double changed = 0.0;     ///< the same, the greatest while they set states
 };
 
 Memory memoryWith(const Options& options, const Cores& cores, AfterCrash afterCrash) {
   const NameServer server(options.daemon, cores.server, 1, true, afterCrash);
-  const auto now = [&] {
-    std::this_thread::sleep_for(kRest);
-    return static_cast<double>(memoryOf(server.processes()));
-  };
+  const auto now = [&] { return static_cast<double>(memoryOf(server.processes())); };
+  std::this_thread::sleep_for(kRest);
   Memory result;
   result.atStart = now();
   std::vector<Socket> sockets;
-  const auto openUpTo = [&](int count) {
-    while (static_cast<int>(sockets.size()) < count) {
-      sockets.push_back(openRegistered(server.port(), nameOf(static_cast<int>(sockets.size()))));
+  const auto openUpTo = [&](std::size_t count) {
+    while (sockets.size() < count) {
+      sockets.push_back(openRegistered(server.port(), nameOf(sockets.size())));
     }
   };
   openUpTo(kWarmUp);
   const double before = now();
-  const int count = options.idleConnections;
+  const auto count = static_cast<std::size_t>(options.idleConnections);
+  const auto forEach = [&] { return (now() - before) / static_cast<double>(count); };
   openUpTo(kWarmUp + count);
-  result.registered = (now() - before) / count;
+  result.registered = forEach();
+  const std::size_t untilLook = std::max<std::size_t>(1, sockets.size() / kLooksOfTurn);
   for (int turn = 0; turn < kStates; ++turn) {
-    askEach(sockets, [&](int number) {
-      return sorvane_requests::setDatabaseState(nameOf(number), fmt::format("state {}", turn));
-    });
-    result.changed = std::max(result.changed, (now() - before) / count);
+    const std::string state = fmt::format("state {}", turn);
+    for (std::size_t i = 0; i < sockets.size(); ++i) {
+      sockets[i].sendAll(sorvane_requests::setDatabaseState(nameOf(i), state));
+      (void)sockets[i].receiveFrame();
+      if ((i + 1) % untilLook == 0) {
+        result.changed = std::max(result.changed, forEach());
+      }
+    }
   }
   return result;
 }
@@ -211,12 +207,12 @@ double silenceOfDeath(const Server& server, const Socket& client, const Exchange
   return silence;
 }
 
-void printSilenceOfCrash(const Options& options, const Cores& cores, int connections) {
+void printSilenceOfCrash(const Options& options, const Cores& cores, std::size_t connections) {
   std::vector<double> silences;
   for (int i = 0; i < options.deaths / kDeathsOfServer; ++i) {
     const NameServer server(options.daemon, cores.server, 1, true, AfterCrash::goesOn);
     std::vector<Socket> registered;
-    for (int number = 0; number < connections; ++number) {
+    for (std::size_t number = 0; number < connections; ++number) {
       registered.push_back(openRegistered(server.port(), nameOf(number)));
     }
     const Exchange lookup =
@@ -225,12 +221,15 @@ void printSilenceOfCrash(const Options& options, const Cores& cores, int connect
       std::this_thread::sleep_for(kRest);  // a connection at work would be closed
       silences.push_back(silenceOfDeath(server, registered.front(), lookup));
     }
-    askEach(registered, [](int) { return sorvane_requests::ping(); });  // none was closed
+    for (const Socket& each : registered) {  // none was closed
+      each.sendAll(sorvane_requests::ping());
+      (void)each.receiveFrame();
+    }
   }
   const std::size_t count = silences.size();
   const Spread spread = Spread::of(std::move(silences));
   fmt::print("  {:>7} connections, {} deaths: half within {:.1f}, the longest {:.1f}\n",
-             grouped(connections), count, spread.median, spread.greatest);
+             grouped(static_cast<double>(connections)), count, spread.median, spread.greatest);
 }
 
 }  // namespace
@@ -264,8 +263,9 @@ void printSurvival(const Options& options, const Cores& cores, SampleCounts& cou
   printSurvivalMemory(options, cores);
   fmt::print(
       "\nsilence of a crash: a lookup that is sent when the serving process is killed, ms\n");
-  printSilenceOfCrash(options, cores, std::min(kFewConnections, options.idleConnections));
-  printSilenceOfCrash(options, cores, options.idleConnections);
+  const auto most = static_cast<std::size_t>(options.idleConnections);
+  printSilenceOfCrash(options, cores, std::min(kFewConnections, most));
+  printSilenceOfCrash(options, cores, most);
 }
 
 }  // namespace sorvane::bench
