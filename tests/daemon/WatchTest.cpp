@@ -76,6 +76,8 @@ class Watched {
       dup2(console, STDERR_FILENO);
       close(console);
       signal(SIGSEGV, SIG_DFL);  // a sanitizer takes it
+      signal(SIGHUP, SIG_DFL);   // whoever runs the test may ignore these two
+      signal(SIGINT, SIG_DFL);
       if (before) {
         before();
       }
