@@ -68,6 +68,8 @@ TEST_F(SurviveCrashes, ProcessLockIsHeldWhileNobodyServes) {
   kill(server_.process(), SIGCONT);
   EXPECT_TRUE(server_.answers());
   EXPECT_TRUE(server_.hasTakenLock()) << "with the number of the process that was started";
+  second.launch();
+  EXPECT_EQ(second.waitForExit(), 0) << "it is held on";
 }
 
 TEST_F(SurviveCrashes, CoreFileOfTheServingProcessIsWritten) {
