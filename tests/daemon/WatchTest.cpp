@@ -21,7 +21,6 @@
 #include <cerrno>
 #include <chrono>
 #include <functional>
-#include <thread>
 #include <utility>
 
 #include "daemon/Watch.h"
@@ -210,21 +209,6 @@ TEST_F(Watch, ServingProcessIsGoneWhenTheWatchingOneHasEndedOfSigterm) {
 }
 
 // ---- Deaths
-
-TEST_F(Watch, DeathIsSeenAmongManyOtherSignals) {
-  const Watched watched({}, [] { signal(SIGHUP, SIG_IGN); });
-  const pid_t serving = processOf(watched.next());
-  std::atomic<bool> ends = false;
-  std::thread storm([&] {
-    while (!ends) {
-      watched.part().signal(SIGHUP);
-    }
-  });
-  kill(serving, SIGKILL);
-  EXPECT_TRUE(watched.next());
-  ends = true;
-  storm.join();
-}
 
 TEST_F(Watch, AnotherOneServesAfterADeathAndAConsoleLineTellsOfIt) {
   for (const int number : {SIGKILL, SIGSEGV, SIGABRT, SIGQUIT, SIGUSR1, SIGRTMIN}) {
