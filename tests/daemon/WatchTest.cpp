@@ -360,6 +360,7 @@ TEST_F(Watch, ServingProcessMayWishThatAnotherOneStartsAnew) {
       setLastAct([] { _exit(9); });  // nobody is told of an end
       start.lastWish->startAnew();
     }
+    _exit(7);
   });
   pid_t before = 0;
   for (int generation = 0; generation < 2; ++generation) {
@@ -371,6 +372,7 @@ TEST_F(Watch, ServingProcessMayWishThatAnotherOneStartsAnew) {
     EXPECT_FALSE(report->goesOn);
     EXPECT_EQ(report->number, 3) << "those of the one before are closed";
   }
+  EXPECT_EQ(watched.part().wait(), 7) << "the next one wishes nothing";
   EXPECT_EQ(watched.console(), "");
 }
 
